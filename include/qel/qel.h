@@ -1,0 +1,149 @@
+/*
+ * qel.h: the public interface of libqel.
+ *
+ * What holds everywhere:
+ *  - Functions return a status: 0 (QEL_OK) or one of the QEL_ERR_ numbers below. Nothing is thrown,
+ *    nothing is printed.
+ *  - A null or out-of-range argument is QEL_ERR_BAD_PARAM, a failed allocation QEL_ERR_NO_MEMORY.
+ *  - Results come back through pointer arguments, which are cleared first and set only on success;
+ *    nothing half-made is handed out.
+ *  - Output bytes: where *buffer is not null it is the caller's buffer and *length its capacity (too
+ *    small: QEL_ERR_BUFFER_SIZE). Where *buffer is null the library allocates, and the caller frees
+ *    with free(). *length becomes the number of bytes written.
+ *  - A context serves one thread at a time; different contexts may be used in parallel.
+ */
+#ifndef QEL_QEL_H
+#define QEL_QEL_H
+
+#include <qel/oids.h>
+#include <qel/records.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+typedef uint32_t QelStatus;
+typedef struct QelContext QelContext;
+
+enum {
+    QEL_OK = 0,
+    QEL_ERR_BUFFER_SIZE = 1,
+    QEL_ERR_NO_MEMORY = 2,
+    QEL_ERR_FILE_FORMAT = 3,
+    QEL_ERR_NO_FILE = 4,
+    QEL_ERR_FILE_IO = 5,
+    QEL_ERR_BAD_PASSWORD = 6,
+    QEL_ERR_UNKNOWN_USER = 7,
+    QEL_ERR_UNSUPPORTED_ALG = 8,
+    QEL_ERR_ASN1_ENCODE = 9,
+    QEL_ERR_ASN1_DECODE = 10,
+    QEL_ERR_BAD_KEY = 11,
+    QEL_ERR_KEYGEN = 12,
+    QEL_ERR_ENCRYPT = 13,
+    QEL_ERR_DECRYPT = 14,
+    QEL_ERR_SIGN = 15,
+    QEL_ERR_VERIFY = 16,
+    QEL_ERR_DIGEST = 17,
+    QEL_ERR_OUTPUT = 18,
+    QEL_ERR_GENERAL = 19,
+    QEL_ERR_UNSUPPORTED_ATTR = 20,
+    QEL_ERR_LOGIN = 21,
+    QEL_ERR_LOGOUT = 22,
+    QEL_ERR_NO_ENTRY = 23,
+    QEL_ERR_ENTRY_EXISTS = 24,
+    QEL_ERR_SERV_DECRYPT = 25,
+    QEL_ERR_SERV_SIGN = 26,
+    QEL_ERR_NOT_LOGGED_IN = 27,
+    QEL_ERR_SERV_CONNECT = 28,
+    QEL_ERR_NO_KEYPKG = 29,
+    QEL_ERR_KEY_EXPIRED = 30,
+    QEL_ERR_ISSUER_NOT_TRUSTED = 31,
+    QEL_ERR_BAD_PARAM = 32,
+    QEL_ERR_TO_RFC1421 = 33,
+    QEL_ERR_FROM_RFC1421 = 34,
+    QEL_ERR_RANDOM = 35,
+    QEL_ERR_XFN = 36,
+    QEL_ERR_NO_CHAIN = 37,
+    QEL_ERR_DN_NO_EQUALS = 38,
+    QEL_ERR_DN_NO_TYPE = 39,
+    QEL_ERR_DN_NO_VALUE = 40,
+    QEL_ERR_NO_CERT = 41,
+    QEL_ERR_NO_DN = 42,
+    QEL_ERR_CRITICAL_EXT = 43,
+    QEL_ERR_ASN1_INIT = 44,
+    QEL_ERR_WRAP = 45,
+    QEL_ERR_UNWRAP = 46,
+    QEL_ERR_KEY_TYPE = 47,
+    QEL_ERR_DH_PHASE1 = 48,
+    QEL_ERR_DH_PHASE2 = 49,
+    QEL_ERR_DOUBLE_ENCRYPT = 50,
+    QEL_ERR_SERV_UPDATE = 51,
+    QEL_ERR_SERV_STAT = 52,
+    QEL_ERR_EXPORT = 53,
+    QEL_ERR_TKEY_EXPIRED = 54,
+    QEL_ERR_OPEN_FILE = 55
+};
+
+/* ---- Context and statuses ---------------------------------------------------------------------- */
+
+QelStatus qel_end(QelContext *context);
+const char *qel_strerror(const QelContext *context, QelStatus code);
+
+/* ---- Algorithms -------------------------------------------------------------------------------- */
+
+enum { QEL_ALG_CIPHER = 0, QEL_ALG_PUBKEY = 1, QEL_ALG_DIGEST = 2, QEL_ALG_SIGNATURE = 3 };
+enum { QEL_PARAM_NONE = 0, QEL_PARAM_KEYSIZE = 1, QEL_PARAM_IV = 2, QEL_PARAM_NULL = 3, QEL_PARAM_RC2 = 4 };
+
+typedef struct QelAlgListEntry {
+    const QelOid *oid; /* null in the closing row */
+    const char *name;
+    uint32_t AlgType;
+    uint32_t ParmType;
+    uint32_t exportKeySize; /* bits; 0 for no limit */
+} QelAlgListEntry;
+
+QelStatus qel_get_alglist(const QelAlgListEntry **list_out);
+
+/* ---- Names ------------------------------------------------------------------------------------- */
+
+QelStatus qel_str2dn(QelContext *context, const char *string, QelName **name_out);
+QelStatus qel_dn2str(QelContext *context, const QelName *name, char **string_out);
+
+/* ---- Releasing records -------------------------------------------------------------------------- */
+
+void qel_free_dn(QelName **name);
+void qel_free_keypkg(QelKeyPkg **keypkg);
+void qel_free_cert(QelCert **cert);
+void qel_free_cert_list(QelCert **array, int count);
+
+/* ---- Digest, sign, verify ----------------------------------------------------------------------- */
+
+enum { QEL_MODE_UPDATE = 1, QEL_MODE_FINAL = 2, QEL_MODE_DIGEST = 3 };
+
+QelStatus qel_digest(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
+                     const QelAlgId *algorithm, uint8_t **digest, uint32_t *digest_length);
+
+QelStatus qel_sign(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
+                   const QelAlgId *key_algorithm, const uint8_t *key_bytes, uint32_t key_length,
+                   const QelAlgId *signature_algorithm, uint8_t **signature,
+                   uint32_t *signature_length);
+
+QelStatus qel_verify(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
+                     const QelOid *key_algorithm, const QelOctetString *key_parameters,
+                     const QelBitString *key_bits, const QelAlgId *signature_algorithm,
+                     const uint8_t *signature, uint32_t signature_length);
+
+QelStatus qel_verify_cert(QelContext *context, const QelCert *certificate,
+                          const QelKeyInfo *issuer_key);
+
+QelStatus qel_verify_keypkg_return_digest(QelContext *context, const QelKeyPkg *key_package,
+                                          const QelKeyInfo *public_key, uint8_t **digest_info,
+                                          uint32_t *digest_info_length);
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,147 @@
+#include "support/fault.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/types.h>
+
+namespace fault {
+namespace {
+
+struct Plan {
+    std::size_t countdown = 0; // 0: no fault planned
+    bool always = false;
+    bool met = false;
+};
+
+thread_local Plan plans[7];
+
+bool strikes(Call call) {
+    Plan &plan = plans[static_cast<std::size_t>(call)];
+    if (!plan.always && (plan.countdown == 0 || --plan.countdown != 0))
+        return false;
+    plan.met = true;
+    return true;
+}
+
+} // namespace
+
+void fail(Call call, std::size_t nth) { plans[static_cast<std::size_t>(call)] = {nth, false, false}; }
+
+void fail_always(Call call) { plans[static_cast<std::size_t>(call)] = {0, true, false}; }
+
+bool clear(Call call) {
+    Plan &plan = plans[static_cast<std::size_t>(call)];
+    const bool struck = plan.met;
+    plan = {};
+    return struck;
+}
+
+bool met() { return plans[static_cast<std::size_t>(Call::allocate)].met; }
+
+void each_allocation(const std::function<void()> &scenario) {
+    for (std::size_t nth = 1;; ++nth) {
+        SCOPED_TRACE("allocation " + std::to_string(nth) + " fails");
+        fail(Call::allocate, nth);
+        scenario();
+        if (!clear(Call::allocate))
+            return;
+        if (::testing::Test::HasFailure() || nth > 100000)
+            FAIL() << "stopped";
+    }
+}
+
+} // namespace fault
+
+using fault::Call;
+
+extern "C" {
+
+void *__real_malloc(size_t size);
+void *__real_calloc(size_t count, size_t size);
+void *__real_realloc(void *block, size_t size);
+char *__real_strdup(const char *string);
+char *__real_strndup(const char *string, size_t size);
+int __real_open(const char *path, int flags, ...);
+ssize_t __real_read(int descriptor, void *buffer, size_t size);
+ssize_t __real_write(int descriptor, const void *buffer, size_t size);
+int __real_close(int descriptor);
+time_t __real_time(time_t *result);
+ssize_t __real_getrandom(void *buffer, size_t size, unsigned flags);
+
+void *__wrap_malloc(size_t size) {
+    return fault::strikes(Call::allocate) ? nullptr : __real_malloc(size);
+}
+
+void *__wrap_calloc(size_t count, size_t size) {
+    return fault::strikes(Call::allocate) ? nullptr : __real_calloc(count, size);
+}
+
+void *__wrap_realloc(void *block, size_t size) {
+    return fault::strikes(Call::allocate) ? nullptr : __real_realloc(block, size);
+}
+
+char *__wrap_strdup(const char *string) {
+    return fault::strikes(Call::allocate) ? nullptr : __real_strdup(string);
+}
+
+char *__wrap_strndup(const char *string, size_t size) {
+    return fault::strikes(Call::allocate) ? nullptr : __real_strndup(string, size);
+}
+
+int __wrap_open(const char *path, int flags, ...) {
+    if (fault::strikes(Call::open)) {
+        errno = EACCES;
+        return -1;
+    }
+    va_list arguments;
+    va_start(arguments, flags);
+    const int mode = (flags & O_CREAT) != 0 ? va_arg(arguments, int) : 0;
+    va_end(arguments);
+    return __real_open(path, flags, mode);
+}
+
+ssize_t __wrap_read(int descriptor, void *buffer, size_t size) {
+    if (fault::strikes(Call::read)) {
+        errno = EIO;
+        return -1;
+    }
+    return __real_read(descriptor, buffer, size);
+}
+
+ssize_t __wrap_write(int descriptor, const void *buffer, size_t size) {
+    if (fault::strikes(Call::write)) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return __real_write(descriptor, buffer, size);
+}
+
+int __wrap_close(int descriptor) {
+    const int result = __real_close(descriptor);
+    if (fault::strikes(Call::close)) {
+        errno = EIO;
+        return -1;
+    }
+    return result;
+}
+
+time_t __wrap_time(time_t *result) {
+    if (fault::strikes(Call::time))
+        return static_cast<time_t>(-1);
+    return __real_time(result);
+}
+
+ssize_t __wrap_getrandom(void *buffer, size_t size, unsigned flags) {
+    if (fault::strikes(Call::getrandom)) {
+        errno = ENOSYS;
+        return -1;
+    }
+    return __real_getrandom(buffer, size, flags);
+}
+
+} // extern "C"
