@@ -1,0 +1,48 @@
+// Every PDU: the first byte chooses it, the rest is decoded, encoded, decoded again and
+// freed. What decodes must encode, and what was encoded must decode and encode to the same bytes.
+#include <qel/qelp.h>
+
+#include <cstdlib>
+#include <cstring>
+
+static QelContext *context() {
+    static QelContext *made = [] {
+        QelContext *fresh = nullptr;
+        if (__qel_init(&fresh, nullptr, nullptr) != QEL_OK)
+            std::abort();
+        return fresh;
+    }();
+    return made;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
+    if (size < 2)
+        return 0;
+    const int pdu = (data[0] + 35) % 36 + 1;
+    void *value = nullptr;
+    if (__qel_asn1_decode(context(), data + 1, static_cast<uint32_t>(size - 1), pdu, &value) !=
+        QEL_OK) {
+        if (value != nullptr)
+            std::abort();
+        return 0;
+    }
+    const bool in_file = pdu == QEL_PDU_ContentInfoFm || pdu == QEL_PDU_SignedDataFm ||
+                         pdu == QEL_PDU_PkcsDataFm;
+    uint8_t *first = nullptr;
+    uint32_t first_size = 0;
+    if (__qel_asn1_encode(context(), value, pdu, &first, &first_size) != QEL_OK)
+        std::abort();
+    __qel_asn1_free(context(), value, pdu);
+    if (__qel_asn1_decode(context(), first, first_size, pdu, &value) != QEL_OK)
+        std::abort();
+    uint8_t *second = nullptr;
+    uint32_t second_size = 0;
+    if (__qel_asn1_encode(context(), value, pdu, &second, &second_size) != QEL_OK)
+        std::abort();
+    if (!in_file && (first_size != second_size || std::memcmp(first, second, first_size) != 0))
+        std::abort();
+    std::free(first);
+    std::free(second);
+    __qel_asn1_free(context(), value, pdu);
+    return 0;
+}

@@ -1,0 +1,39 @@
+# setup.sh: sourced by ./run and ./check. Makes sure that what the build needs is on the machine
+# (Debian 12), and is quick when it is. Packages are installed as root, or with sudo.
+
+required_packages=(
+    g++ clang clang-format clang-tidy libclang-rt-14-dev cmake ninja-build ccache pkg-config git
+    libtirpc-dev libnsl-dev libsqlite3-dev
+    libcli11-dev nlohmann-json3-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
+    openssl libssl-dev nettle-dev libgmp-dev libtomcrypt-dev libgnutls28-dev libtasn1-6-dev
+    python3 libc-dev-bin
+)
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
+}
+
+install_packages() {
+    local missing=() package
+    for package in "${required_packages[@]}"; do
+        dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed ||
+            missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    echo "installing: ${missing[*]}" >&2
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+        "${missing[@]}" >/dev/null
+}
+
+# build PRESET [cmake --build arguments]
+build() {
+    local preset=$1
+    shift
+    [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset" "$@" -- --quiet
+}
+
+export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+install_packages
