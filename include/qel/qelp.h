@@ -214,43 +214,140 @@ QelStatus __qel_cmp_dn(QelContext *context, const QelName *a, const QelName *b, 
 
 /* ---- Printable armour and hexadecimal ----------------------------------------------------------- */
 
+/*
+ * Armoured text is a BEGIN line, the printable encoding of the bytes (base 64 of RFC 1421) in lines
+ * of at most 64 characters, and an END line. Encoding, decoding and the lines around it are
+ * separate.
+ */
+
 /* Marker kinds of armoured text (__qel_add_linewraps). */
 enum {
     QEL_ARMOUR_NONE = 0,
     QEL_ARMOUR_CERTIFICATE = 1,
     QEL_ARMOUR_KEYPKG = 2,
-    QEL_ARMOUR_SIGNATURE = 4,
-    QEL_ARMOUR_SIGNATURE_AND_DATA = 8,
+    QEL_ARMOUR_SIGNATURE = 4,          /* PKCS#7 signed data without its content */
+    QEL_ARMOUR_SIGNATURE_AND_DATA = 8, /* PKCS#7 signed data with its content */
     QEL_ARMOUR_ENCRYPTED_DATA = 16,
-    QEL_ARMOUR_ENCRYPTION_INFO = 32,
+    QEL_ARMOUR_ENCRYPTION_INFO = 32,   /* recipients and keys without the content */
     QEL_ARMOUR_ENCRYPTION_INFO_AND_DATA = 64
 };
 
+/*
+ * Encodes length bytes into one unbroken run of characters, padded to a multiple of four.
+ *   text_out         a new buffer of 2 x length bytes (4 for a single byte), zero after the
+ *                    characters; it need not hold a NUL. The caller frees it.
+ *   text_length_out  number of characters.
+ * QEL_ERR_BAD_PARAM: also length 0. QEL_ERR_NO_MEMORY: also a length whose double exceeds 32 bits.
+ * QEL_ERR_TO_RFC1421: the toolkit refused.
+ */
 QelStatus __qel_binary_2_rfc1421(const uint8_t *bytes, uint32_t length, char **text_out,
                                  uint32_t *text_length_out);
+
+/*
+ * Decodes length characters, which may hold white space but no marker lines.
+ *   bytes_out  a new buffer of length + 1 bytes, zero after the result; the caller frees it.
+ * QEL_ERR_BAD_PARAM: also length 0. QEL_ERR_NO_MEMORY. QEL_ERR_FROM_RFC1421: a character outside
+ * the alphabet, bad padding, or an unfinished group.
+ */
 QelStatus __qel_rfc1421_2_binary(const char *text, uint32_t length, uint8_t **bytes_out,
                                  uint32_t *bytes_length_out);
+
+/*
+ * The three conversions between files take a null or empty name for standard input or output. The
+ * output file is opened with open_flags (those of open(2), O_CREAT and O_TRUNC among them) and mode
+ * 0600. Memory is bounded whatever the size of the files. What was written before a failure stays.
+ * QEL_ERR_OPEN_FILE: a file cannot be opened. QEL_ERR_FILE_IO: a read, write or close failed, or a
+ * write was short. QEL_ERR_NO_MEMORY.
+ */
+
+/* Writes the encoding of the input as one line, without markers. QEL_ERR_TO_RFC1421. */
 QelStatus __qel_binary_2_rfc1421_files(const char *input_name, const char *output_name,
                                        int open_flags);
+
+/*
+ * Writes the bytes that the lines of the input encode, and passes over every line that begins with
+ * "-----". A line may have any length. QEL_ERR_FROM_RFC1421: as for __qel_rfc1421_2_binary.
+ */
 QelStatus __qel_rfc1421_2_binary_files(const char *input_name, const char *output_name,
                                        int open_flags);
+
+/*
+ * Writes the BEGIN line of type, the input in lines of 64 characters, and the END line of type. The
+ * input is cut afresh in each block of 1024 bytes that is read; a line that already ends with a
+ * newline gets no other.
+ *   type  QEL_ARMOUR_...; of several bits the first of 64, 32, 1, 2, 4, 8, 16 counts, and without
+ *         any of them there are no markers.
+ */
 QelStatus __qel_add_linewraps(int type, const char *input_name, const char *output_name,
                               int open_flags);
+
+/*
+ * Reads hexadecimal digits of either case, after "0x" if that stands in front. An odd number of
+ * digits reads as if a 0 stood before them.
+ *   bytes_out  a new buffer of *length_out bytes and a spare zero byte; the caller frees it.
+ * QEL_ERR_BAD_PARAM: a null argument, no digit, or a character that is none. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_hex_2_binary(const char *text, uint8_t **bytes_out, uint32_t *length_out);
 
 /* ---- Times and serial numbers ------------------------------------------------------------------- */
 
+/*
+ * A new validity period from now to count days later; the caller frees it (__qel_free_validity). It
+ * ends with the 32-bit clock, on 2038-01-19 at 03:14:07 UTC, where it would pass that. The number
+ * of seconds in count days is a 32-bit product: an exact one up to 24855 days, beyond which it may
+ * come out as any shorter time.
+ *   unit  1: days.
+ * QEL_ERR_BAD_PARAM: another unit. QEL_ERR_GENERAL: the clock cannot be read. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_set_validity(int unit, int32_t count, QelValidity **validity_out);
+
+/*
+ * Whether a validity period holds now: notBefore < now < notAfter. A null period holds. Times are
+ * read as UTC, whatever their offset says.
+ * QEL_ERR_KEY_EXPIRED: it does not hold. QEL_ERR_GENERAL: the clock cannot be read.
+ * QEL_ERR_BAD_PARAM: a time is missing or has a field out of range. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_is_current(const QelValidity *validity);
+
+/* The present, as __qel_printable_time writes it. QEL_ERR_GENERAL: the clock cannot be read. */
 QelStatus __qel_get_current_time(char **text_out);
+
+/*
+ * A time in the form of ctime, in the local time zone, such as "Sun Sep 16 01:03:52 1973".
+ *   text_out  24 characters and a NUL; the caller frees it.
+ * QEL_ERR_BAD_PARAM: also a field out of range. QEL_ERR_BUFFER_SIZE: a time that the C library
+ * cannot convert. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_printable_time(const QelUTCTime *utctime, char **text_out);
+
+/*
+ * A serial number from the monotonic clock: the big-endian nanoseconds, without leading zero bytes.
+ * It is unique as long as the host runs. Its first bit may be 1, so that it encodes as a negative
+ * INTEGER.
+ *   serial_bytes_out  a new buffer; the caller frees it.
+ * QEL_ERR_GENERAL: the clock cannot be read. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_gen_serial(QelContext *context, uint8_t **serial_bytes_out,
                            uint16_t *serial_length_out);
 
 /* ---- RC2 parameters ----------------------------------------------------------------------------- */
 
+/*
+ * Encodes the parameters of RC2-CBC (RFC 2268).
+ *   iv              8 bytes.
+ *   effective_bits  effective key size, 1 to 1024.
+ *   out             the encoding, for the parameters of an algorithm identifier; the caller frees
+ *                   it (__qel_free_ostr).
+ * QEL_ERR_BAD_PARAM: also a size that the toolkit refuses. QEL_ERR_ASN1_DECODE. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_encode_rc2_params_cpkit(QelContext *context, const uint8_t *iv,
                                         uint32_t effective_bits, QelOctetString **out);
+
+/*
+ * The effective key size, in bits, of encoded parameters of RC2-CBC.
+ * QEL_ERR_BAD_PARAM: also parameters that the toolkit refuses. QEL_ERR_ASN1_ENCODE.
+ * QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_get_effective_keysize(QelContext *context, const QelOctetString *params,
                                       uint32_t *out_bits);
 

@@ -1,0 +1,110 @@
+#include "support/fault.h"
+#include "support/files.h"
+
+#include <util/hex.h>
+
+#include <gtest/gtest.h>
+
+#include <lib/memory.h>
+#include <qel/qelp.h>
+
+#include <random>
+
+namespace {
+
+struct HexCase {
+    const char *reason;
+    const char *text;
+    QelStatus status;
+    Bytes bytes;
+};
+
+const HexCase hex_cases[] = {
+    {"digits of either case", "0aFf", QEL_OK, {0x0a, 0xff}},
+    {"first and last digit of each run", "09afAF", QEL_OK, {0x09, 0xaf, 0xaf}},
+    {"an odd count gains a leading 0", "abc", QEL_OK, {0x0a, 0xbc}},
+    {"a single digit", "7", QEL_OK, {0x07}},
+    {"zero bytes are kept", "000000", QEL_OK, {0, 0, 0}},
+    {"a prefix", "0xFF", QEL_OK, {0xff}},
+    {"a prefix and an odd count", "0x123", QEL_OK, {0x01, 0x23}},
+    {"0 alone is a digit, no prefix", "0", QEL_OK, {0x00}},
+    {"a prefix with nothing behind", "0x", QEL_ERR_BAD_PARAM, {}},
+    {"nothing at all", "", QEL_ERR_BAD_PARAM, {}},
+    {"a capital X is no prefix", "0XFF", QEL_ERR_BAD_PARAM, {}},
+    {"a second prefix is a bad digit", "0x0x1", QEL_ERR_BAD_PARAM, {}},
+    {"a bad last digit", "0g", QEL_ERR_BAD_PARAM, {}},
+    {"neighbour below 0", "/1", QEL_ERR_BAD_PARAM, {}},
+    {"neighbour above 9", ":1", QEL_ERR_BAD_PARAM, {}},
+    {"neighbour below A", "@1", QEL_ERR_BAD_PARAM, {}},
+    {"neighbour above F", "G1", QEL_ERR_BAD_PARAM, {}},
+    {"neighbour below a", "`1", QEL_ERR_BAD_PARAM, {}},
+    {"a blank between digits", "0a ff", QEL_ERR_BAD_PARAM, {}},
+    {"a sign", "-1", QEL_ERR_BAD_PARAM, {}},
+    {"a character with its top bit set", "\xb0\xb1", QEL_ERR_BAD_PARAM, {}},
+};
+
+TEST(Hex, reads_digits) {
+    for (const HexCase &row : hex_cases) {
+        SCOPED_TRACE(row.reason);
+        auto *bytes = reinterpret_cast<uint8_t *>(1);
+        uint32_t length = 77;
+        EXPECT_EQ(__qel_hex_2_binary(row.text, &bytes, &length), row.status);
+        const qel::Owned<uint8_t> owner(bytes);
+        ASSERT_EQ(bytes != nullptr, row.status == QEL_OK);
+        ASSERT_EQ(length, row.bytes.size());
+        if (bytes != nullptr) {
+            EXPECT_EQ(Bytes(bytes, bytes + length), row.bytes);
+            EXPECT_EQ(bytes[length], 0) << "spare byte";
+        }
+    }
+}
+
+TEST(Hex, what_is_written_reads_back) {
+    std::mt19937 random(1);
+    for (uint32_t length = 1; length < 300; ++length) {
+        Bytes bytes(length);
+        for (uint8_t &byte : bytes)
+            byte = static_cast<uint8_t>(random());
+        char *text = nullptr;
+        ASSERT_EQ(binary_2_hex(bytes.data(), length, &text), QEL_OK);
+        const qel::Owned<char> text_owner(text);
+        ASSERT_EQ(std::string(text), to_hex(bytes));
+        uint8_t *back = nullptr;
+        uint32_t back_length = 0;
+        ASSERT_EQ(__qel_hex_2_binary(text, &back, &back_length), QEL_OK);
+        const qel::Owned<uint8_t> back_owner(back);
+        ASSERT_EQ(Bytes(back, back + back_length), bytes);
+    }
+}
+
+TEST(Hex, refuses_missing_arguments_and_impossible_lengths) {
+    const uint8_t byte = 0;
+    char *text = reinterpret_cast<char *>(1);
+    EXPECT_EQ(binary_2_hex(nullptr, 1, &text), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(binary_2_hex(&byte, 0, &text), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(binary_2_hex(&byte, 1, nullptr), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(binary_2_hex(&byte, 0x80000000, &text), QEL_ERR_NO_MEMORY);
+    uint8_t *bytes = nullptr;
+    uint32_t length = 0;
+    EXPECT_EQ(__qel_hex_2_binary(nullptr, &bytes, &length), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_hex_2_binary("00", nullptr, &length), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_hex_2_binary("00", &bytes, nullptr), QEL_ERR_BAD_PARAM);
+}
+
+TEST(Hex, reports_a_failed_allocation) {
+    fault::each_allocation([] {
+        uint8_t *bytes = nullptr;
+        uint32_t length = 0;
+        const QelStatus read = __qel_hex_2_binary("abc", &bytes, &length);
+        const qel::Owned<uint8_t> bytes_owner(bytes);
+        char *text = nullptr;
+        const QelStatus written = binary_2_hex(reinterpret_cast<const uint8_t *>("a"), 1, &text);
+        const qel::Owned<char> text_owner(text);
+        EXPECT_EQ(read, bytes != nullptr ? QEL_OK : QEL_ERR_NO_MEMORY);
+        EXPECT_EQ(written, text != nullptr ? QEL_OK : QEL_ERR_NO_MEMORY);
+        EXPECT_EQ(read == QEL_OK && written == QEL_OK, !fault::met());
+    });
+}
+
+} // namespace
