@@ -189,9 +189,13 @@ void __qel_free2_validity(QelValidity *record);
 void __qel_free2_algid(QelAlgId *record);
 void __qel_free2_keyinfo(QelKeyInfo *record);
 void __qel_free2_dn(QelName *record);
+void __qel_free2_rdn(QelRdn *record);
+void __qel_free2_rdn_seq(QelRdnSeq *record);
 void __qel_free2_ava(QelAva *record);
 void __qel_free2_attribute(QelAttribute *record);
+void __qel_free2_attr_value(QelAttrValue *record);
 void __qel_free2_v3_extension(QelExtension *record);
+void __qel_free2_v3_cert_extensions(QelExtensions *record);
 void __qel_free2_cert(QelCert *record);
 void __qel_free2_certreq(QelCertReq *record);
 void __qel_free2_cert_pair(QelCertPair *record);
@@ -202,6 +206,8 @@ void __qel_free2_encrypted_private_key_info(QelEncryptedPrivateKeyInfo *record);
 void __qel_free2_pkcs_content_info(QelContentInfo *record);
 void __qel_free2_issuer_and_serial(QelIssuerAndSerial *record);
 void __qel_free2_rcpt_info(QelRcptInfo *record);
+void __qel_free2_rcpt_infos(QelRcptInfos *record);
+void __qel_free2_item_list(QelItemList *record);
 
 /* ---- Comparing records -------------------------------------------------------------------------- */
 

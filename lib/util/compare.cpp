@@ -1,0 +1,153 @@
+#include <qel/qelp.h>
+
+#include <algorithm>
+#include <cstring>
+#include <strings.h>
+
+#include <lib/memory.h>
+
+namespace {
+
+// Decides a comparison in which null takes part: two nulls are equal, one differs from any value.
+bool decided_by_null(const void *a, const void *b, int *result_out) {
+    if (a != nullptr && b != nullptr)
+        return false;
+    *result_out = a == b ? 0 : 1;
+    return true;
+}
+
+// Whether a record has the values that it counts.
+template <class T> bool whole(const T *values, std::size_t count) {
+    return values != nullptr || count == 0;
+}
+
+int compare_bytes(const uint8_t *a, const uint8_t *b, std::size_t size) {
+    return size != 0 ? std::memcmp(a, b, size) : 0;
+}
+
+QelStatus compare_parameters(const QelOctetString *a, const QelOctetString *b, int *result_out) {
+    if (decided_by_null(a, b, result_out))
+        return QEL_OK;
+    if (!whole(a->value, a->length) || !whole(b->value, b->length))
+        return QEL_ERR_BAD_PARAM;
+    *result_out = a->length != b->length ? 1 : compare_bytes(a->value, b->value, a->length);
+    return QEL_OK;
+}
+
+// The printable form of a name after a passage through its encoding, which makes its order of
+// assertions and its types of strings canonical.
+QelStatus canonical_string(QelContext *context, const QelName *name, char **string_out) {
+    uint8_t *encoding = nullptr;
+    uint32_t length = 0;
+    QelStatus status = __qel_asn1_encode(context, name, QEL_PDU_Name, &encoding, &length);
+    const qel::Owned<uint8_t> encoding_owner(encoding);
+    if (status != QEL_OK)
+        return status;
+
+    void *decoded = nullptr;
+    status = __qel_asn1_decode(context, encoding, length, QEL_PDU_Name, &decoded);
+    const qel::Record<QelName, qel_free_dn> canonical(static_cast<QelName *>(decoded));
+    if (status != QEL_OK)
+        return status;
+    return qel_dn2str(context, canonical.get(), string_out);
+}
+
+} // namespace
+
+QelStatus __qel_cmp_oid(const QelOid *a, const QelOid *b, int *result_out) {
+    if (result_out == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    if (decided_by_null(a, b, result_out))
+        return QEL_OK;
+    if (!whole(a->value, a->count) || !whole(b->value, b->count))
+        return QEL_ERR_BAD_PARAM;
+    const std::size_t common = std::min(a->count, b->count);
+    for (std::size_t i = 0; i < common; ++i) {
+        if (a->value[i] != b->value[i]) {
+            *result_out = a->value[i] > b->value[i] ? 1 : -1;
+            return QEL_OK;
+        }
+    }
+    *result_out = (a->count > b->count) - (a->count < b->count);
+    return QEL_OK;
+}
+
+QelStatus __qel_cmp_algid(const QelAlgId *a, const QelAlgId *b, int *result_out) {
+    if (result_out == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    if (decided_by_null(a, b, result_out))
+        return QEL_OK;
+    int order = 0;
+    const QelStatus status = __qel_cmp_oid(a->algorithm, b->algorithm, &order);
+    if (status != QEL_OK)
+        return status;
+    if (order == 0)
+        return compare_parameters(a->parameters, b->parameters, result_out);
+    *result_out = 1;
+    return QEL_OK;
+}
+
+QelStatus __qel_cmp_keyinfo(const QelKeyInfo *a, const QelKeyInfo *b, int *result_out) {
+    if (result_out == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    if (decided_by_null(a, b, result_out))
+        return QEL_OK;
+    int difference = 0;
+    const QelStatus status = __qel_cmp_algid(a->algorithm, b->algorithm, &difference);
+    if (status != QEL_OK)
+        return status;
+    if (difference == 0)
+        return __qel_cmp_bstr(&a->pubKey, &b->pubKey, result_out);
+    *result_out = 1;
+    return QEL_OK;
+}
+
+QelStatus __qel_cmp_serial(const QelSerial *a, const QelSerial *b, int *result_out) {
+    if (result_out == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    if (decided_by_null(a, b, result_out))
+        return QEL_OK;
+    if (!whole(a->value, a->length) || !whole(b->value, b->length))
+        return QEL_ERR_BAD_PARAM;
+    *result_out = a->length != b->length ? 1 : compare_bytes(a->value, b->value, a->length);
+    return QEL_OK;
+}
+
+QelStatus __qel_cmp_bstr(const QelBitString *a, const QelBitString *b, int *result_out) {
+    if (result_out == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    if (decided_by_null(a, b, result_out))
+        return QEL_OK;
+    if (!whole(a->value, a->length) || !whole(b->value, b->length))
+        return QEL_ERR_BAD_PARAM;
+    if (a->length != b->length) {
+        *result_out = 1;
+        return QEL_OK;
+    }
+    const std::size_t bytes = a->length / 8;
+    const unsigned rest = a->length % 8;
+    *result_out = compare_bytes(a->value, b->value, bytes);
+    if (*result_out == 0 && rest != 0)
+        *result_out = ((a->value[bytes] ^ b->value[bytes]) >> (8 - rest)) != 0;
+    return QEL_OK;
+}
+
+QelStatus __qel_cmp_dn(QelContext *context, const QelName *a, const QelName *b, int *result_out) {
+    if (context == nullptr || result_out == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    if (decided_by_null(a, b, result_out))
+        return QEL_OK;
+
+    char *string_a = nullptr;
+    QelStatus status = canonical_string(context, a, &string_a);
+    const qel::Owned<char> owner_a(string_a);
+    if (status != QEL_OK)
+        return status;
+    char *string_b = nullptr;
+    status = canonical_string(context, b, &string_b);
+    const qel::Owned<char> owner_b(string_b);
+    if (status != QEL_OK)
+        return status;
+    *result_out = strcasecmp(string_a, string_b);
+    return QEL_OK;
+}
