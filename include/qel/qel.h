@@ -119,24 +119,85 @@ void qel_free_cert_list(QelCert **array, int count);
 
 /* ---- Digest, sign, verify ----------------------------------------------------------------------- */
 
+/*
+ * MD2 (RFC 1319) and MD5 (RFC 1321) digests of 16 bytes; RSA signatures over their DigestInfo
+ * (PKCS#1 v1.5), named md2WithRSAEncryption and md5WithRSAEncryption.
+ *
+ * Data come in one call of mode QEL_MODE_FINAL, or in any number of calls of mode QEL_MODE_UPDATE
+ * and a last one of QEL_MODE_FINAL, whose data may be none (null, 0). With QEL_MODE_DIGEST, for
+ * signatures only, data are the 16 bytes of the digest itself. The context holds what is under way:
+ * one digest, signature or verification at a time. It ends with the final call, whatever that
+ * returns, and with any failure but that of an argument (QEL_ERR_BAD_PARAM).
+ */
 enum { QEL_MODE_UPDATE = 1, QEL_MODE_FINAL = 2, QEL_MODE_DIGEST = 3 };
 
+/*
+ * qel_digest digests data.
+ *   mode       QEL_MODE_UPDATE or QEL_MODE_FINAL.
+ *   algorithm  md2 or md5. After the first update it is checked, but the digest goes on as it began.
+ *   digest     output bytes, 16; looked at in the final call only.
+ * QEL_ERR_UNSUPPORTED_ALG: another algorithm. QEL_ERR_BUFFER_SIZE. QEL_ERR_NO_MEMORY.
+ * QEL_ERR_DIGEST: the token failed, for lack of memory or because an encryption is under way.
+ */
 QelStatus qel_digest(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
                      const QelAlgId *algorithm, uint8_t **digest, uint32_t *digest_length);
 
+/*
+ * qel_sign signs data: with the given private key, or where there is none (null, null, 0) through
+ * the key server with the key of the user who is logged in.
+ *   key_algorithm        rsaEncryption; key_bytes and key_length: the private key as it stands in a
+ *                        PrivateKeyInfo (PKCS#8).
+ *   signature_algorithm  md2WithRSAEncryption or md5WithRSAEncryption. Null, or looked at no more,
+ *                        after the first update.
+ *   signature            output bytes, as many as the modulus has; not looked at in an update. In
+ *                        a final call *signature_length must be 0 if *signature is null, and only
+ *                        then.
+ * QEL_ERR_UNSUPPORTED_ALG: another algorithm. QEL_ERR_KEY_TYPE: a key that is not RSA.
+ * QEL_ERR_BAD_KEY: a key that cannot be read. QEL_ERR_BUFFER_SIZE. QEL_ERR_SIGN: a modulus too
+ * short for the DigestInfo, or the token failed. QEL_ERR_SERV_CONNECT: no key server.
+ * QEL_ERR_SERV_SIGN: it refused. QEL_ERR_ASN1_ENCODE, QEL_ERR_GENERAL, QEL_ERR_NO_MEMORY; what
+ * qel_digest returns.
+ */
 QelStatus qel_sign(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
                    const QelAlgId *key_algorithm, const uint8_t *key_bytes, uint32_t key_length,
                    const QelAlgId *signature_algorithm, uint8_t **signature,
                    uint32_t *signature_length);
 
+/*
+ * qel_verify checks a signature over data. Every argument but data is given in every call, updates
+ * included.
+ *   key_algorithm        rsaEncryption; key_parameters: its parameters as encoded; key_bits: the
+ *                        public key as it stands in a SubjectPublicKeyInfo (X.509).
+ *   signature_algorithm  as for qel_sign.
+ *   signature_length     bytes, as many as the modulus has.
+ * A signature is good when its block holds a DigestInfo with this digest, whatever algorithm that
+ * names, or begins with the bare digest.
+ * QEL_ERR_VERIFY: the signature is not good, or the token failed. QEL_ERR_BAD_PARAM: also an
+ * algorithm that is no signature algorithm. QEL_ERR_UNSUPPORTED_ALG: one that is not offered.
+ * QEL_ERR_KEY_TYPE: a key that is not RSA. QEL_ERR_BAD_KEY: a key that cannot be read.
+ * QEL_ERR_GENERAL; what qel_digest returns.
+ */
 QelStatus qel_verify(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
                      const QelOid *key_algorithm, const QelOctetString *key_parameters,
                      const QelBitString *key_bits, const QelAlgId *signature_algorithm,
                      const uint8_t *signature, uint32_t signature_length);
 
+/*
+ * qel_verify_cert checks one certificate with its issuer's public key: the signature, and whether
+ * the present lies within the validity.
+ * QEL_ERR_KEY_EXPIRED: the signature is good, but the validity does not cover the present.
+ * QEL_ERR_CRITICAL_EXT: a version 3 certificate with any critical extension, as none is understood.
+ * QEL_ERR_ASN1_ENCODE: a record that is incomplete. QEL_ERR_GENERAL: the clock cannot be read; what
+ * qel_verify returns.
+ */
 QelStatus qel_verify_cert(QelContext *context, const QelCert *certificate,
                           const QelKeyInfo *issuer_key);
 
+/*
+ * qel_verify_keypkg_return_digest checks the signature of a key package with the public key, and
+ * hands back the encoded DigestInfo (PKCS#1) of its signed part, always in a new buffer.
+ * What __qel_verify_keypkg and qel_digest return.
+ */
 QelStatus qel_verify_keypkg_return_digest(QelContext *context, const QelKeyPkg *key_package,
                                           const QelKeyInfo *public_key, uint8_t **digest_info,
                                           uint32_t *digest_info_length);

@@ -359,6 +359,15 @@ QelStatus __qel_get_effective_keysize(QelContext *context, const QelOctetString 
 
 /* ---- Signed structures -------------------------------------------------------------------------- */
 
+/*
+ * Each signs or verifies a structure over the DER encoding of its signed part.
+ *
+ * Signing releases the signature that the structure has, and stores the new one. The key arguments
+ * are those of qel_sign; a null signature_algorithm means the one that the structure names. The
+ * structure's own algorithm fields are the caller's to set, before.
+ * Verifying uses the structure's algorithm and the given public key.
+ * QEL_ERR_ASN1_ENCODE: a structure that is incomplete; what qel_sign or qel_verify returns.
+ */
 QelStatus __qel_sign_certreq(QelContext *context, QelCertReq *request,
                              const QelAlgId *key_algorithm, const uint8_t *key_bytes,
                              uint32_t key_length, const QelAlgId *signature_algorithm);

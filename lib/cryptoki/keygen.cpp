@@ -11,21 +11,6 @@ using namespace toolkit;
 
 namespace {
 
-struct DestroyAlgorithmObject {
-    void operator()(AlgorithmObject *object) const { B_DestroyAlgorithmObject(&object); }
-};
-
-struct DestroyKeyObject {
-    void operator()(KeyObject *object) const { B_DestroyKeyObject(&object); }
-};
-using OwnedKeyObject = std::unique_ptr<KeyObject, DestroyKeyObject>;
-
-struct DestroyObject {
-    CK_SESSION_HANDLE session = nullptr;
-    void operator()(CK_OBJECT *object) const { C_DestroyObject(session, object); }
-};
-using OwnedObject = std::unique_ptr<CK_OBJECT, DestroyObject>;
-
 CK_RV read_parameters(const CK_ATTRIBUTE *attributes, uint32_t count,
                       A_RSA_KEY_GEN_PARAMS *parameters) {
     ITEM bits = {};
@@ -39,18 +24,6 @@ CK_RV read_parameters(const CK_ATTRIBUTE *attributes, uint32_t count,
                                   &parameters->publicExponent);
 }
 
-CK_RV make_object(CK_SESSION_HANDLE session, CK_ATTRIBUTE *attributes, uint32_t count,
-                  OwnedObject *object_out) {
-    OwnedTemplate owned(attributes, FreeTemplate{static_cast<int32_t>(count)});
-    CK_OBJECT_HANDLE object = nullptr;
-    const CK_RV result = C_CreateObject(session, attributes, count, &object);
-    if (result != CKR_OK)
-        return result;
-    static_cast<void>(owned.release());
-    *object_out = OwnedObject(object, DestroyObject{session});
-    return CKR_OK;
-}
-
 CK_RV make_private_object(CK_SESSION_HANDLE session, B_KEY_OBJ key, OwnedObject *object_out) {
     POINTER numbers = nullptr;
     CK_ATTRIBUTE *attributes = nullptr;
@@ -61,7 +34,7 @@ CK_RV make_private_object(CK_SESSION_HANDLE session, B_KEY_OBJ key, OwnedObject 
         static_cast<const A_PKCS_RSA_PRIVATE_KEY *>(numbers), &attributes, &count);
     if (result != CKR_OK)
         return result;
-    return make_object(session, attributes, count, object_out);
+    return make_object(session, own_template(attributes, count), object_out);
 }
 
 CK_RV make_public_object(CK_SESSION_HANDLE session, B_KEY_OBJ key, OwnedObject *object_out) {
@@ -74,7 +47,7 @@ CK_RV make_public_object(CK_SESSION_HANDLE session, B_KEY_OBJ key, OwnedObject *
         rsaKey_2_RsaKeyTemplate(static_cast<const A_RSA_KEY *>(numbers), &attributes, &count);
     if (result != CKR_OK)
         return result;
-    return make_object(session, attributes, count, object_out);
+    return make_object(session, own_template(attributes, count), object_out);
 }
 
 } // namespace
@@ -108,8 +81,8 @@ CK_RV C_GenerateKeyPair(CK_SESSION_HANDLE session, const CK_MECHANISM *mechanism
     result = rsa_createkey(session, &parameters, &public_key, &private_key);
     if (result != CKR_OK)
         return result;
-    const OwnedKeyObject owned_public(public_key);
-    const OwnedKeyObject owned_private(private_key);
+    const OwnedKey owned_public(public_key);
+    const OwnedKey owned_private(private_key);
 
     OwnedObject private_object;
     OwnedObject public_object;
@@ -128,7 +101,7 @@ CK_RV rsa_createkey(CK_SESSION_HANDLE session, const A_RSA_KEY_GEN_PARAMS *param
     B_ALGORITHM_OBJ algorithm = nullptr;
     if (B_CreateAlgorithmObject(&algorithm) != 0)
         return CKR_MECHANISM_PARAM_INVALID;
-    const std::unique_ptr<AlgorithmObject, DestroyAlgorithmObject> owned(algorithm);
+    const OwnedAlgorithm owned(algorithm);
     if (B_SetAlgorithmInfo(algorithm, AI_RSAKeyGen, parameters) != 0)
         return CKR_MECHANISM_PARAM_INVALID;
     const CK_RV result = gen_random_alg(session);
@@ -138,10 +111,10 @@ CK_RV rsa_createkey(CK_SESSION_HANDLE session, const A_RSA_KEY_GEN_PARAMS *param
     B_KEY_OBJ created = nullptr;
     if (B_CreateKeyObject(&created) != 0)
         return CKR_MECHANISM_INVALID;
-    OwnedKeyObject public_key(created);
+    OwnedKey public_key(created);
     if (B_CreateKeyObject(&created) != 0)
         return CKR_MECHANISM_INVALID;
-    OwnedKeyObject private_key(created);
+    OwnedKey private_key(created);
 
     auto last_step = static_cast<int32_t>(std::time(nullptr));
     const SurrenderContext surrender = {GenKeySurrenderFunction, &last_step, nullptr};

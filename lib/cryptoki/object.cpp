@@ -20,6 +20,17 @@ CK_RV C_CreateObject(CK_SESSION_HANDLE session, CK_ATTRIBUTE *attributes, uint32
     return CKR_OK;
 }
 
+CK_RV make_object(CK_SESSION_HANDLE session, OwnedTemplate attributes, OwnedObject *object_out) {
+    CK_OBJECT_HANDLE object = nullptr;
+    const auto count = static_cast<uint32_t>(attributes.get_deleter().count);
+    const CK_RV result = C_CreateObject(session, attributes.get(), count, &object);
+    if (result != CKR_OK)
+        return result;
+    static_cast<void>(attributes.release());
+    *object_out = OwnedObject(object, DestroyObject{session});
+    return CKR_OK;
+}
+
 CK_RV C_DestroyObject(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object) {
     if (session == nullptr)
         return CKR_SESSION_HANDLE_INVALID;

@@ -43,10 +43,6 @@ bool close_device(int descriptor) {
     return result == 0;
 }
 
-struct DestroyAlgorithmObject {
-    void operator()(AlgorithmObject *object) const { B_DestroyAlgorithmObject(&object); }
-};
-
 } // namespace
 
 CK_RV C_GenerateRandom(CK_SESSION_HANDLE session, uint8_t *buffer, uint32_t length) {
@@ -74,7 +70,7 @@ CK_RV gen_random_alg(CK_SESSION_HANDLE session) {
     B_ALGORITHM_OBJ created = nullptr;
     if (B_CreateAlgorithmObject(&created) != 0)
         return CKR_DATA_INVALID;
-    std::unique_ptr<AlgorithmObject, DestroyAlgorithmObject> random(created);
+    OwnedAlgorithm random(created);
     if (B_SetAlgorithmInfo(created, AI_MD5Random, nullptr) != 0 ||
         B_RandomInit(created, chooser, nullptr) != 0 ||
         B_RandomUpdate(created, seed.get(), seed_length, nullptr) != 0)

@@ -20,11 +20,6 @@ constexpr uint32_t private_numbers[] = {CKA_MODULUS,    CKA_PUBLIC_EXPONENT, CKA
                                         CKA_EXPONENT_2, CKA_COEFFICIENT};
 constexpr uint32_t secret_octets[] = {CKA_VALUE};
 
-struct DestroyKeyObject {
-    void operator()(KeyObject *object) const { B_DestroyKeyObject(&object); }
-};
-using OwnedKeyObject = std::unique_ptr<KeyObject, DestroyKeyObject>;
-
 bool is_secret_key_type(uint32_t key_type) {
     return key_type >= CKK_RC2 && key_type <= CKK_DES3;
 }
@@ -36,7 +31,7 @@ CK_RV from_toolkit(int error) {
 }
 
 // Sets a new key object to one form and reads another, which lives as long as the object.
-CK_RV convert_key(B_KEY_INFO_TYPE from, POINTER key, B_KEY_INFO_TYPE to, OwnedKeyObject *object,
+CK_RV convert_key(B_KEY_INFO_TYPE from, POINTER key, B_KEY_INFO_TYPE to, OwnedKey *object,
                   POINTER *result_out) {
     B_KEY_OBJ created = nullptr;
     if (B_CreateKeyObject(&created) != BE_OK)
@@ -50,7 +45,7 @@ CK_RV convert_key(B_KEY_INFO_TYPE from, POINTER key, B_KEY_INFO_TYPE to, OwnedKe
 
 CK_RV encode_key(B_KEY_INFO_TYPE from, POINTER key, B_KEY_INFO_TYPE to, uint8_t **ber_out,
                  uint32_t *length_out) {
-    OwnedKeyObject object;
+    OwnedKey object;
     POINTER encoding = nullptr;
     const CK_RV result = convert_key(from, key, to, &object, &encoding);
     if (result != CKR_OK)
@@ -90,8 +85,8 @@ CK_RV make_template(uint32_t object_class, uint32_t key_type, std::span<const ui
                     std::span<const ITEM *const> items, CK_ATTRIBUTE **template_out,
                     uint32_t *count_out) {
     const auto count = static_cast<uint32_t>(types.size() + 2);
-    OwnedTemplate made(static_cast<CK_ATTRIBUTE *>(std::calloc(count, sizeof(CK_ATTRIBUTE))),
-                       FreeTemplate{static_cast<int32_t>(count)});
+    OwnedTemplate made =
+        own_template(static_cast<CK_ATTRIBUTE *>(std::calloc(count, sizeof(CK_ATTRIBUTE))), count);
     if (made == nullptr)
         return CKR_HOST_MEMORY;
     CK_RV result = store_number_in_template(object_class, CKA_CLASS, made.get(), 0);
@@ -267,7 +262,7 @@ CK_RV privateKeyInfoBer_2_template(const uint8_t *ber, uint32_t length, CK_ATTRI
     if (!clear_template_out(template_out, count_out) || ber == nullptr || length == 0)
         return CKR_DATA_INVALID;
     const ITEM encoding = {const_cast<uint8_t *>(ber), length};
-    OwnedKeyObject object;
+    OwnedKey object;
     POINTER key = nullptr;
     const CK_RV result =
         convert_key(KI_PKCS_RSAPrivateBER, &encoding, KI_PKCS_RSAPrivate, &object, &key);
@@ -282,7 +277,7 @@ CK_RV subjectPublicKeyInfoBer_2_template(const uint8_t *ber, uint32_t length,
     if (!clear_template_out(template_out, count_out) || ber == nullptr || length == 0)
         return CKR_DATA_INVALID;
     const ITEM encoding = {const_cast<uint8_t *>(ber), length};
-    OwnedKeyObject object;
+    OwnedKey object;
     POINTER key = nullptr;
     const CK_RV result = convert_key(KI_RSAPublicBER, &encoding, KI_RSAPublic, &object, &key);
     if (result != CKR_OK)

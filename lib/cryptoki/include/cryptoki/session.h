@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include <cryptoki/template.h>
 #include <qel/cryptoki.h>
 #include <toolkit/toolkit.h>
 
@@ -51,9 +52,31 @@ CK_RV encrypt_all(CK_SESSION_HANDLE session, const uint8_t *data, uint32_t lengt
 CK_RV decrypt_all(CK_SESSION_HANDLE session, const uint8_t *data, uint32_t length, uint8_t *out,
                   uint32_t *length_out);
 
+// Owners of toolkit objects and of a session.
+struct DestroyAlgorithmObject {
+    void operator()(toolkit::AlgorithmObject *object) const {
+        toolkit::B_DestroyAlgorithmObject(&object);
+    }
+};
+using OwnedAlgorithm = std::unique_ptr<toolkit::AlgorithmObject, DestroyAlgorithmObject>;
+
+struct DestroyKeyObject {
+    void operator()(toolkit::KeyObject *object) const { toolkit::B_DestroyKeyObject(&object); }
+};
+using OwnedKey = std::unique_ptr<toolkit::KeyObject, DestroyKeyObject>;
+
 struct CloseSession {
     void operator()(CK_SESSION *session) const { C_CloseSession(session); }
 };
 using OwnedSession = std::unique_ptr<CK_SESSION, CloseSession>;
+
+struct DestroyObject {
+    CK_SESSION_HANDLE session = nullptr;
+    void operator()(CK_OBJECT *object) const { C_DestroyObject(session, object); }
+};
+using OwnedObject = std::unique_ptr<CK_OBJECT, DestroyObject>;
+
+// Makes an object of a template, which is the object's from then on, or released after a failure.
+CK_RV make_object(CK_SESSION_HANDLE session, OwnedTemplate attributes, OwnedObject *object_out);
 
 #endif
