@@ -16,7 +16,7 @@ constexpr std::size_t des_key_size = 8;
 
 // A key schedule: secret, to be zeroed by its owner.
 struct DesKey {
-    uint32_t rounds[32];
+    uint64_t rounds[16];
 };
 
 // The parity bits of key are ignored.

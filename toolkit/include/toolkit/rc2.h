@@ -22,7 +22,7 @@ void rc2_cbc_decrypt(const Rc2Key *key, uint8_t iv[8], const uint8_t *in, uint8_
                      std::size_t blocks);
 
 // The number that stands for an effective key size in RC2-CBC parameters (RFC 2268 section 6), and
-// back. 0 where there is none.
+// back. 0 for a size that is not 1 to 1024, and for a version of none. Version 0 stands for 93 bits.
 uint32_t rc2_version_from_bits(uint32_t effective_bits);
 uint32_t rc2_bits_from_version(uint32_t version);
 

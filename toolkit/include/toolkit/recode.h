@@ -3,6 +3,7 @@
 // The encoder writes one unbroken run of characters. The decoder passes over white space (blank, tab,
 // CR, LF) anywhere, keeps a partial group between calls, and refuses every other character outside
 // the alphabet, padding anywhere but at the end, anything after it, and pad bits that are not zero.
+// Neither direction takes place in the buffer of its input.
 #ifndef TOOLKIT_RECODE_H
 #define TOOLKIT_RECODE_H
 

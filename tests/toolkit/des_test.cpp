@@ -1,0 +1,185 @@
+#include "cbc.h"
+#include "support/vectors.h"
+
+#include <toolkit/des.h>
+
+using namespace toolkit;
+
+namespace {
+
+// ---- Ours
+// ----------------------------------------------------------------------------------------
+
+template <auto run>
+void des(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
+    DesKey schedule;
+    ASSERT_EQ(key.size(), 8u);
+    des_set_key(&schedule, key.data());
+    run(&schedule, iv, in, out, blocks);
+}
+
+template <auto run>
+void ede3(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
+    DesEde3Key schedule;
+    ASSERT_EQ(key.size(), 24u);
+    des_ede3_set_key(&schedule, key.data());
+    run(&schedule, iv, in, out, blocks);
+}
+
+// Key, then what is added before DES, then what is added after it.
+template <auto run>
+void desx(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
+    DesxKey schedule;
+    ASSERT_EQ(key.size(), 24u);
+    desx_set_key(&schedule, key.data(), key.data() + 8, key.data() + 16);
+    run(&schedule, iv, in, out, blocks);
+}
+
+const CbcCipher des_ciphers[] = {
+    {"DES", des<des_cbc_encrypt>, des<des_cbc_decrypt>},
+};
+const CbcCipher ede3_ciphers[] = {
+    {"EDE3", ede3<des_ede3_cbc_encrypt>, ede3<des_ede3_cbc_decrypt>},
+};
+const CbcCipher desx_ciphers[] = {
+    {"DESX", desx<desx_cbc_encrypt>, desx<desx_cbc_decrypt>},
+};
+
+Bytes joined(const Bytes &a, const Bytes &b, const Bytes &c) {
+    Bytes all = a;
+    all.insert(all.end(), b.begin(), b.end());
+    all.insert(all.end(), c.begin(), c.end());
+    return all;
+}
+
+// ---- Peer
+// ----------------------------------------------------------------------------------------
+
+void peer_des(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
+    peer_cbc_encrypt("DES-CBC", key, 0, iv, in, out, blocks);
+}
+void peer_ede3(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
+    peer_cbc_encrypt("DES-EDE3-CBC", key, 0, iv, in, out, blocks);
+}
+void peer_desx(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
+    peer_cbc_encrypt("DESX-CBC", key, 0, iv, in, out, blocks);
+}
+
+} // namespace
+
+// The known answers that exercise each key bit, each data bit, each S-box entry; each is a vector
+// of DES and, with its key three times, of triple DES.
+TEST(Des, NistKnownAnswers) {
+    for (const char *kind : {"invperm", "permop", "subtab", "varkey", "vartext"}) {
+        for (const char *mode : {"TECB", "TCBC"}) {
+            const std::string name =
+                std::string("published/cipher/nist-des/") + mode + kind + ".rsp";
+            int cases = 0;
+            for (VectorCase &vector : vector_cases(name)) {
+                if (!vector.has("COUNT"))
+                    continue;
+                const Bytes key = vector.bytes("KEYs"), key3 = joined(key, key, key);
+                const Bytes plain = vector.bytes("PLAINTEXT"),
+                            encrypted = vector.bytes("CIPHERTEXT");
+                if (vector.has("IV")) {
+                    ASSERT_EQ(to_hex(vector.bytes("IV")), "0000000000000000");
+                }
+                for (const CbcCipher &cipher : des_ciphers)
+                    check_ecb(cipher, key, plain, encrypted, vector.line);
+                for (const CbcCipher &cipher : ede3_ciphers)
+                    check_ecb(cipher, key3, plain, encrypted, vector.line);
+                ++cases;
+            }
+            EXPECT_GE(cases, 38) << name;
+        }
+    }
+}
+
+TEST(Des, NistMultiBlockMessages) {
+    for (const char *mode : {"TECBMMT", "TCBCMMT"}) {
+        for (const char *option : {"1", "2", "3"}) {
+            const std::string name =
+                std::string("published/cipher/nist-des/") + mode + option + ".rsp";
+            int cases = 0;
+            for (VectorCase &vector : vector_cases(name)) {
+                if (!vector.has("COUNT"))
+                    continue;
+                const Bytes key =
+                    joined(vector.bytes("KEY1"), vector.bytes("KEY2"), vector.bytes("KEY3"));
+                const Bytes plain = vector.bytes("PLAINTEXT"),
+                            encrypted = vector.bytes("CIPHERTEXT");
+                for (const CbcCipher &cipher : ede3_ciphers) {
+                    if (vector.has("IV"))
+                        check_cbc(cipher, key, vector.bytes("IV"), plain, encrypted, vector.line);
+                    else
+                        check_ecb(cipher, key, plain, encrypted, vector.line);
+                }
+                ++cases;
+            }
+            EXPECT_EQ(cases, 20) << name;
+        }
+    }
+}
+
+TEST(Des, Botan) {
+    int cases = 0;
+    for (VectorCase &vector : vector_cases("published/cipher/botan-des.vec")) {
+        Bytes key = vector.bytes("Key");
+        const bool single = vector.section == "DES";
+        if (!single && key.size() == 16)
+            key.insert(key.end(), key.begin(), key.begin() + 8);
+        const Bytes plain = vector.bytes("In"), encrypted = vector.bytes("Out");
+        if (single) {
+            for (const CbcCipher &cipher : des_ciphers)
+                check_ecb(cipher, key, plain, encrypted, vector.line);
+        } else {
+            for (const CbcCipher &cipher : ede3_ciphers)
+                check_ecb(cipher, key, plain, encrypted, vector.line);
+        }
+        ++cases;
+    }
+    EXPECT_GT(cases, 300);
+}
+
+// The file's cipher feedback modes are none of ours.
+TEST(Des, OpenSsl) {
+    int cases = 0;
+    for (VectorCase &vector : vector_cases("published/cipher/openssl-des.txt")) {
+        if (!vector.has("Cipher") || vector.text("Cipher").find("CFB") != std::string::npos)
+            continue;
+        const Bytes key = vector.bytes("Key"), plain = vector.bytes("Plaintext"),
+                    encrypted = vector.bytes("Ciphertext");
+        const std::string name = vector.text("Cipher");
+        if (name == "DES-ECB") {
+            for (const CbcCipher &cipher : des_ciphers)
+                check_ecb(cipher, key, plain, encrypted, vector.line);
+        } else if (name == "DES-CBC") {
+            for (const CbcCipher &cipher : des_ciphers)
+                check_cbc(cipher, key, vector.bytes("IV"), plain, encrypted, vector.line);
+        } else if (name == "DESX-CBC") {
+            for (const CbcCipher &cipher : desx_ciphers)
+                check_cbc(cipher, key, vector.bytes("IV"), plain, encrypted, vector.line);
+        } else {
+            FAIL() << name;
+        }
+        ++cases;
+    }
+    EXPECT_EQ(cases, 9);
+}
+
+// Keys without correct parity among them.
+TEST(Des, PeerOnRandomInput) {
+    const struct {
+        std::span<const CbcCipher> ciphers;
+        CbcRun peer;
+        std::size_t key_size;
+    } rows[] = {
+        {des_ciphers, peer_des, 8},
+        {ede3_ciphers, peer_ede3, 24},
+        {desx_ciphers, peer_desx, 24},
+    };
+    for (const auto &row : rows)
+        for (const CbcCipher &cipher : row.ciphers)
+            check_cbc_peer(cipher, row.peer,
+                           [&](Samples &samples) { return samples.bytes(row.key_size); });
+}
