@@ -4,6 +4,7 @@
 #ifndef LIB_CONTEXT_H
 #define LIB_CONTEXT_H
 
+#include <memory>
 #include <nl_types.h>
 
 #include <qel/cryptoki.h>
@@ -27,5 +28,16 @@ struct QelContext {
 };
 
 static_assert(sizeof(QelContext) == 13 * sizeof(void *));
+
+namespace qel {
+
+struct EndContext {
+    void operator()(QelContext *context) const { qel_end(context); }
+};
+
+// A private context, for a function that was given none.
+using OwnedContext = std::unique_ptr<QelContext, EndContext>;
+
+} // namespace qel
 
 #endif
