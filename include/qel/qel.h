@@ -7,9 +7,9 @@
  *  - A null or out-of-range argument is QEL_ERR_BAD_PARAM, a failed allocation QEL_ERR_NO_MEMORY.
  *  - Results come back through pointer arguments, which are cleared first and set only on success;
  *    nothing half-made is handed out.
- *  - Output bytes: where *buffer is not null it is the caller's buffer and *length its capacity (too
- *    small: QEL_ERR_BUFFER_SIZE). Where *buffer is null the library allocates, and the caller frees
- *    with free(). *length becomes the number of bytes written.
+ *  - Output bytes: where *buffer is not null it is the caller's buffer and *length its capacity
+ *    (too small: QEL_ERR_BUFFER_SIZE). Where *buffer is null the library allocates, and the caller
+ *    frees with free(). *length becomes the number of bytes written.
  *  - A context serves one thread at a time; different contexts may be used in parallel.
  */
 #ifndef QEL_QEL_H
@@ -107,7 +107,50 @@ QelStatus qel_get_alglist(const QelAlgListEntry **list_out);
 
 /* ---- Names ------------------------------------------------------------------------------------- */
 
+/*
+ * A printable name is a list of components joined by commas, the most specific first, such as
+ * "CN=Alice, O=Acme, C=US". A component is one or more assertions, "keyword=value", joined by '+'.
+ *
+ *   keyword  attribute (X.520, PKCS#9)   value is a       characters
+ *   CN       commonName                  T61String        up to 64
+ *   SERIAL   serialNumber                PrintableString  up to 64
+ *   C        countryName                 PrintableString  2
+ *   L        localityName                T61String        up to 128
+ *   O        organizationName            T61String        up to 64
+ *   OU       organizationalUnitName      T61String        up to 64
+ *   ST       stateOrProvinceName         T61String        up to 128
+ *   STREET   streetAddress               T61String        up to 128
+ *   EM       emailAddress                IA5String        any number
+ *
+ * Reading takes keywords in either case, passes over white space around keywords and values, and
+ * takes a run of it inside a value for one blank. A comma inside a value stands behind a backslash;
+ * blanks and tabs before the backslash vanish. A '+' cannot be escaped. Double quotes read as
+ * blanks. A comma may end the text.
+ *
+ * Writing gives capital letters (a to z only) and single blanks, "CN=ALICE + OU=B, C=US", and
+ * accepts PrintableString where T61String is written. The text reads back as the same name, but for
+ * the case of letters, unless a value is empty, ends with a backslash, or holds a '+', a '"', a blank
+ * before a comma, or white space that reading drops.
+ */
+
+/*
+ * Reads a printable name.
+ *   name_out  a new name, whose first component is the last of the string; the caller frees it
+ *             (qel_free_dn).
+ * QEL_ERR_BAD_PARAM: also a comma that begins the string, a '+' that begins a component, or a value
+ * of a wrong length. QEL_ERR_DN_NO_EQUALS, QEL_ERR_DN_NO_TYPE, QEL_ERR_DN_NO_VALUE: an assertion
+ * without '=', nothing before it, nothing behind it. QEL_ERR_UNSUPPORTED_ATTR: an unknown keyword.
+ * QEL_ERR_ASN1_ENCODE: characters that the value's type has not. QEL_ERR_NO_MEMORY.
+ */
 QelStatus qel_str2dn(QelContext *context, const char *string, QelName **name_out);
+
+/*
+ * Writes a name, with a backslash before each comma in a value. A name without components is "".
+ *   string_out  a new string; the caller frees it.
+ * QEL_ERR_BAD_PARAM: also a component without assertions, an assertion without value, or an empty
+ * one. QEL_ERR_UNSUPPORTED_ATTR: an attribute that is not in the table. QEL_ERR_ASN1_DECODE: a
+ * value of another type than the table's. QEL_ERR_NO_MEMORY.
+ */
 QelStatus qel_dn2str(QelContext *context, const QelName *name, char **string_out);
 
 /* ---- Releasing records -------------------------------------------------------------------------- */

@@ -112,7 +112,17 @@ void __qel_free_netscape_certreq(QelContext *context, QelNetscapeCertReq *value)
 
 /* ---- Names -------------------------------------------------------------------------------------- */
 
+/*
+ * Writes a name as qel_dn2str does, with the same statuses.
+ *   mode  1: a backslash before each comma in a value; 2: no backslash, for display.
+ */
 QelStatus __qel_dn2str(QelContext *context, const QelName *name, int mode, char **string_out);
+
+/*
+ * Writes a printable name as __qel_dn2str would write the name that it stands for, its assertions
+ * in the order of DER. Strings for the same name give the same result. Statuses: those of
+ * qel_str2dn and qel_dn2str.
+ */
 QelStatus __qel_normalize_DN(QelContext *context, const char *string, int mode, char **string_out);
 
 /* ---- Copying records ---------------------------------------------------------------------------- */

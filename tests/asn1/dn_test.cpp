@@ -1,0 +1,673 @@
+#include "support/fault.h"
+#include "support/files.h"
+
+#include <gtest/gtest.h>
+
+#include <openssl/objects.h>
+#include <openssl/x509.h>
+
+#include <lib/context.h>
+#include <lib/memory.h>
+#include <qel/qelp.h>
+
+#include <algorithm>
+#include <random>
+
+namespace {
+
+using OwnedName = qel::Record<QelName, qel_free_dn>;
+
+struct Assertion {
+    std::string keyword;
+    std::string value;
+    int rdn; // number of its component in the record, from 0
+};
+using Assertions = std::vector<Assertion>;
+
+struct AttributeOfLibcrypto {
+    const char *keyword;
+    int nid;
+    int type;
+};
+
+const AttributeOfLibcrypto attributes[] = {
+    {"CN", NID_commonName, V_ASN1_T61STRING},
+    {"SERIAL", NID_serialNumber, V_ASN1_PRINTABLESTRING},
+    {"C", NID_countryName, V_ASN1_PRINTABLESTRING},
+    {"L", NID_localityName, V_ASN1_T61STRING},
+    {"O", NID_organizationName, V_ASN1_T61STRING},
+    {"OU", NID_organizationalUnitName, V_ASN1_T61STRING},
+    {"ST", NID_stateOrProvinceName, V_ASN1_T61STRING},
+    {"STREET", NID_streetAddress, V_ASN1_T61STRING},
+    {"EM", NID_pkcs9_emailAddress, V_ASN1_IA5STRING},
+};
+
+const AttributeOfLibcrypto &attribute(const std::string &keyword) {
+    return *std::find_if(std::begin(attributes), std::end(attributes),
+                         [&](const auto &row) { return row.keyword == keyword; });
+}
+
+struct FreeX509Name {
+    void operator()(X509_NAME *name) const { X509_NAME_free(name); }
+};
+
+// The DER encoding of a name from an unrelated library.
+Bytes der_of(const Assertions &assertions) {
+    const std::unique_ptr<X509_NAME, FreeX509Name> name(X509_NAME_new());
+    int last = -1;
+    for (const Assertion &a : assertions) {
+        const AttributeOfLibcrypto &row = attribute(a.keyword);
+        EXPECT_EQ(X509_NAME_add_entry_by_NID(
+                      name.get(), row.nid, row.type,
+                      reinterpret_cast<const unsigned char *>(a.value.data()),
+                      static_cast<int>(a.value.size()), -1, a.rdn == last ? -1 : 0),
+                  1);
+        last = a.rdn;
+    }
+    unsigned char *der = nullptr;
+    const int size = i2d_X509_NAME(name.get(), &der);
+    const Bytes bytes(der, der + size);
+    OPENSSL_free(der);
+    return bytes;
+}
+
+std::string capitals(std::string text) {
+    for (char &c : text) {
+        if (c >= 'a' && c <= 'z')
+            c = static_cast<char>(c - 32);
+    }
+    return text;
+}
+
+std::string escaped(const std::string &value) {
+    std::string text;
+    for (const char c : value)
+        text += c == ',' ? std::string("\\,") : std::string(1, c);
+    return text;
+}
+
+class Names : public testing::Test {
+protected:
+    QelContext context = {};
+    void SetUp() override { ASSERT_EQ(__qel_init_asn1(&context), QEL_OK); }
+    void TearDown() override { __qel_end_asn1(&context); }
+
+    QelStatus read(const std::string &text, OwnedName *name) {
+        auto *made = reinterpret_cast<QelName *>(1);
+        const QelStatus status = qel_str2dn(&context, text.c_str(), &made);
+        EXPECT_EQ(made != nullptr, status == QEL_OK);
+        name->reset(made);
+        return status;
+    }
+
+    QelStatus write(const QelName *name, int mode, std::string *text) {
+        auto *made = reinterpret_cast<char *>(1);
+        const QelStatus status = __qel_dn2str(&context, name, mode, &made);
+        EXPECT_EQ(made != nullptr, status == QEL_OK);
+        const qel::Owned<char> owner(made);
+        *text = made != nullptr ? made : "";
+        return status;
+    }
+
+    QelStatus normalize(const std::string &from, int mode, std::string *text) {
+        auto *made = reinterpret_cast<char *>(1);
+        const QelStatus status = __qel_normalize_DN(&context, from.c_str(), mode, &made);
+        EXPECT_EQ(made != nullptr, status == QEL_OK);
+        const qel::Owned<char> owner(made);
+        *text = made != nullptr ? made : "";
+        return status;
+    }
+
+    Bytes encode(const QelName *name) {
+        uint8_t *bytes = nullptr;
+        uint32_t length = 0;
+        EXPECT_EQ(__qel_asn1_encode(&context, name, QEL_PDU_Name, &bytes, &length), QEL_OK);
+        const qel::Owned<uint8_t> owner(bytes);
+        return {bytes, bytes + length};
+    }
+
+    OwnedName decode(const Bytes &der) {
+        void *name = nullptr;
+        EXPECT_EQ(__qel_asn1_decode(&context, der.data(), static_cast<uint32_t>(der.size()),
+                                    QEL_PDU_Name, &name),
+                  QEL_OK);
+        return OwnedName(static_cast<QelName *>(name));
+    }
+};
+
+// ---- Reading
+// -----------------------------------------------------------------------------------------
+
+struct ReadCase {
+    const char *reason;
+    std::string text;
+    Assertions name;
+};
+
+const ReadCase read_cases[] = {
+    {"the last component is the record's first",
+     "cn=alice, o=acme, c=us",
+     {{"C", "us", 0}, {"O", "acme", 1}, {"CN", "alice", 2}}},
+    {"one component", "CN=Alice", {{"CN", "Alice", 0}}},
+    {"a comma at the end", "CN=A,O=B,", {{"O", "B", 0}, {"CN", "A", 1}}},
+    {"a comma and white space at the end", "CN=A,O=B, \t\n", {{"O", "B", 0}, {"CN", "A", 1}}},
+    {"every keyword, in either case",
+     "CN=a,serial=b,C=us,l=c,O=d,ou=e,sT=f,STREET=g,em=h@i",
+     {{"EM", "h@i", 0},
+      {"STREET", "g", 1},
+      {"ST", "f", 2},
+      {"OU", "e", 3},
+      {"O", "d", 4},
+      {"L", "c", 5},
+      {"C", "us", 6},
+      {"SERIAL", "b", 7},
+      {"CN", "a", 8}}},
+    {"several assertions", "CN=A+OU=B,C=US", {{"C", "US", 0}, {"CN", "A", 1}, {"OU", "B", 1}}},
+    {"white space around everything",
+     " \t cn \n = \r A \v+ \f ou=B  ,  C = US ",
+     {{"C", "US", 0}, {"CN", "A", 1}, {"OU", "B", 1}}},
+    {"a run of white space inside is one blank", "CN=A \t\n B", {{"CN", "A B", 0}}},
+    {"quotes are blanks", "CN=\"Alice  Brown\"", {{"CN", "Alice Brown", 0}}},
+    {"quotes do not keep a comma", "CN=\"A,O=B\"", {{"O", "B", 0}, {"CN", "A", 1}}},
+    {"an escaped comma", "O=Brown\\, Jones, C=GB", {{"C", "GB", 0}, {"O", "Brown, Jones", 1}}},
+    {"an escaped comma takes blanks and tabs away",
+     "O=Brown \t \\,Jones",
+     {{"O", "Brown,Jones", 0}}},
+    {"but no other white space", "O=Brown\n\\,Jones", {{"O", "Brown ,Jones", 0}}},
+    {"escaped commas in a row", "CN=a\\,\\, \\,b,C=US", {{"C", "US", 0}, {"CN", "a,,,b", 1}}},
+    {"an escaped comma at the end", "CN=a\\,", {{"CN", "a,", 0}}},
+    {"an escaped comma, then one at the end", "CN=a\\,,", {{"CN", "a,", 0}}},
+    {"a backslash before a backslash escapes nothing", "CN=a\\\\,b", {{"CN", "a\\,b", 0}}},
+    {"a backslash alone stays", "CN=a\\b\\ ,C=US", {{"C", "US", 0}, {"CN", "a\\b\\", 1}}},
+    {"only the first = separates", "CN=a=b", {{"CN", "a=b", 0}}},
+    {"a value of blanks alone", "CN= ", {{"CN", "", 0}}},
+    {"the same keyword twice", "OU=a,OU=b", {{"OU", "b", 0}, {"OU", "a", 1}}},
+    {"bytes outside ASCII", "CN=Andr\xe9\xa0", {{"CN", "Andr\xe9\xa0", 0}}},
+    {"CN of 64 characters", "CN=" + std::string(64, 'x'), {{"CN", std::string(64, 'x'), 0}}},
+    {"the limit counts the tidied value",
+     "CN= " + std::string(64, 'x') + "  ",
+     {{"CN", std::string(64, 'x'), 0}}},
+    {"SERIAL of 64 characters",
+     "SERIAL=" + std::string(64, '1'),
+     {{"SERIAL", std::string(64, '1'), 0}}},
+    {"O of 64 characters", "O=" + std::string(64, 'x'), {{"O", std::string(64, 'x'), 0}}},
+    {"OU of 64 characters", "OU=" + std::string(64, 'x'), {{"OU", std::string(64, 'x'), 0}}},
+    {"L of 128 characters", "L=" + std::string(128, 'x'), {{"L", std::string(128, 'x'), 0}}},
+    {"ST of 128 characters", "ST=" + std::string(128, 'x'), {{"ST", std::string(128, 'x'), 0}}},
+    {"STREET of 128 characters",
+     "STREET=" + std::string(128, 'x'),
+     {{"STREET", std::string(128, 'x'), 0}}},
+    {"EM has no limit", "EM=" + std::string(5000, 'x'), {{"EM", std::string(5000, 'x'), 0}}},
+};
+
+TEST_F(Names, read) {
+    for (const ReadCase &row : read_cases) {
+        SCOPED_TRACE(row.reason);
+        OwnedName name;
+        EXPECT_EQ(read(row.text, &name), QEL_OK);
+        if (name) {
+            EXPECT_EQ(to_hex(encode(name.get())), to_hex(der_of(row.name)));
+        }
+    }
+}
+
+struct RefusedCase {
+    const char *reason;
+    std::string text;
+    QelStatus status;
+};
+
+const RefusedCase refused_cases[] = {
+    {"nothing", "", QEL_ERR_DN_NO_EQUALS},
+    {"white space", "  ", QEL_ERR_DN_NO_EQUALS},
+    {"no equals sign", "CN", QEL_ERR_DN_NO_EQUALS},
+    {"no keyword", "=abc", QEL_ERR_DN_NO_TYPE},
+    {"a blank keyword", " =abc", QEL_ERR_UNSUPPORTED_ATTR},
+    {"no value", "CN=", QEL_ERR_DN_NO_VALUE},
+    {"no value in the middle", "CN=,C=US", QEL_ERR_DN_NO_VALUE},
+    {"an unknown keyword", "X=1", QEL_ERR_UNSUPPORTED_ATTR},
+    {"the keyword is judged before the value", "X=", QEL_ERR_UNSUPPORTED_ATTR},
+    {"the beginning of a keyword", "STREE=a", QEL_ERR_UNSUPPORTED_ATTR},
+    {"more than a keyword", "CNN=a", QEL_ERR_UNSUPPORTED_ATTR},
+    {"white space inside a keyword", "S T=a", QEL_ERR_UNSUPPORTED_ATTR},
+    {"a comma alone", ",", QEL_ERR_BAD_PARAM},
+    {"a comma at the beginning", ",CN=A", QEL_ERR_BAD_PARAM},
+    {"a comma at the beginning is judged after the last component", ",CN=A,X=1",
+     QEL_ERR_UNSUPPORTED_ATTR},
+    {"but before the first", ",X=1,C=US", QEL_ERR_BAD_PARAM},
+    {"two commas", "CN=A,,C=US", QEL_ERR_DN_NO_EQUALS},
+    {"two commas at the end", "CN=A,,", QEL_ERR_DN_NO_EQUALS},
+    {"an escaped comma does not begin the string", "\\,CN=A", QEL_ERR_UNSUPPORTED_ATTR},
+    {"a plus sign at the beginning", "+CN=A", QEL_ERR_BAD_PARAM},
+    {"a plus sign at the beginning of the last", "CN=A, +C=US", QEL_ERR_BAD_PARAM},
+    {"a blank before it in the middle", "CN=A, +OU=B,C=US", QEL_ERR_DN_NO_EQUALS},
+    {"a plus sign at the beginning in the middle", "CN=A,+OU=B,C=US", QEL_ERR_BAD_PARAM},
+    {"a plus sign at the end", "CN=A+", QEL_ERR_DN_NO_EQUALS},
+    {"two plus signs", "CN=A++OU=B", QEL_ERR_DN_NO_EQUALS},
+    {"a plus sign cannot be escaped", "CN=A\\+B", QEL_ERR_DN_NO_EQUALS},
+    {"the last component is judged first", "CN,C=USA", QEL_ERR_BAD_PARAM},
+    {"the first assertion is judged first", "CN+X=1", QEL_ERR_DN_NO_EQUALS},
+    {"C of three characters", "C=USA", QEL_ERR_BAD_PARAM},
+    {"C of one character", "C=U", QEL_ERR_BAD_PARAM},
+    {"C of a blank", "C= ", QEL_ERR_BAD_PARAM},
+    {"CN of 65 characters", "CN=" + std::string(65, 'x'), QEL_ERR_BAD_PARAM},
+    {"SERIAL of 65 characters", "SERIAL=" + std::string(65, '1'), QEL_ERR_BAD_PARAM},
+    {"O of 65 characters", "O=" + std::string(65, 'x'), QEL_ERR_BAD_PARAM},
+    {"OU of 65 characters", "OU=" + std::string(65, 'x'), QEL_ERR_BAD_PARAM},
+    {"L of 129 characters", "L=" + std::string(129, 'x'), QEL_ERR_BAD_PARAM},
+    {"ST of 129 characters", "ST=" + std::string(129, 'x'), QEL_ERR_BAD_PARAM},
+    {"STREET of 129 characters", "STREET=" + std::string(129, 'x'), QEL_ERR_BAD_PARAM},
+};
+
+TEST_F(Names, refused) {
+    for (const RefusedCase &row : refused_cases) {
+        OwnedName name;
+        EXPECT_EQ(read(row.text, &name), row.status) << row.reason;
+    }
+}
+
+// A million characters: whatever is not linear here does not end.
+TEST_F(Names, hostile_strings_are_read_in_linear_time) {
+    const auto repeated = [](const std::string &prefix, const std::string &part) {
+        std::string text = prefix;
+        while (text.size() < 1000000)
+            text += part;
+        return text;
+    };
+    const RefusedCase hostile_cases[] = {
+        {"escaped commas", repeated("EM=", "\\,"), QEL_OK},
+        {"blanks before escaped commas", repeated("EM=", "    \\,"), QEL_OK},
+        {"components", repeated("CN=a", ",CN=a"), QEL_OK},
+        {"escaped commas between components", repeated("CN=a", "\\,,CN=a"), QEL_OK},
+        {"assertions", repeated("CN=a", "+CN=a"), QEL_OK},
+        {"quotes", repeated("EM=a", "\""), QEL_OK},
+        {"white space", repeated("EM=a", " b"), QEL_OK},
+        {"commas", repeated("", ","), QEL_ERR_DN_NO_EQUALS},
+        {"plus signs", repeated("CN=a", "+"), QEL_ERR_DN_NO_EQUALS},
+        {"backslashes", repeated("CN=", "\\"), QEL_ERR_BAD_PARAM},
+        {"escaped commas behind a bad end", repeated("EM=a", "\\,") + ",X", QEL_ERR_DN_NO_EQUALS},
+    };
+    for (const RefusedCase &row : hostile_cases) {
+        SCOPED_TRACE(row.reason);
+        OwnedName name;
+        EXPECT_EQ(read(row.text, &name), row.status);
+        std::string text;
+        if (name) {
+            EXPECT_EQ(write(name.get(), 1, &text), QEL_OK);
+        }
+    }
+}
+
+// ---- Writing
+// -----------------------------------------------------------------------------------------
+
+struct WriteCase {
+    const char *reason;
+    const char *from;
+    const char *escaped;
+    const char *bare;
+};
+
+const WriteCase write_cases[] = {
+    {"from the last component to the first", "cn=alice, o=acme, c=us", "CN=ALICE, O=ACME, C=US",
+     "CN=ALICE, O=ACME, C=US"},
+    {"a comma in a value", "O=Brown\\, Jones, C=GB", "O=BROWN\\, JONES, C=GB",
+     "O=BROWN, JONES, C=GB"},
+    {"assertions of one component", "CN=A+OU=B", "CN=A + OU=B", "CN=A + OU=B"},
+    {"their order is that of the string", "OU=B+CN=A", "OU=B + CN=A", "OU=B + CN=A"},
+    {"every keyword", "em=h@i,street=g,st=f,ou=e,o=d,l=c,c=us,serial=b,cn=a",
+     "EM=H@I, STREET=G, ST=F, OU=E, O=D, L=C, C=US, SERIAL=B, CN=A",
+     "EM=H@I, STREET=G, ST=F, OU=E, O=D, L=C, C=US, SERIAL=B, CN=A"},
+    {"letters outside ASCII are kept", "CN=\xe9\xc9", "CN=\xe9\xc9", "CN=\xe9\xc9"},
+};
+
+TEST_F(Names, written) {
+    for (const WriteCase &row : write_cases) {
+        SCOPED_TRACE(row.reason);
+        OwnedName name;
+        ASSERT_EQ(read(row.from, &name), QEL_OK);
+        std::string text;
+        EXPECT_EQ(write(name.get(), 1, &text), QEL_OK);
+        EXPECT_EQ(text, row.escaped);
+        EXPECT_EQ(write(name.get(), 2, &text), QEL_OK);
+        EXPECT_EQ(text, row.bare);
+        char *by_public_name = nullptr;
+        ASSERT_EQ(qel_dn2str(&context, name.get(), &by_public_name), QEL_OK);
+        const qel::Owned<char> owner(by_public_name);
+        EXPECT_EQ(std::string(by_public_name), row.escaped);
+    }
+}
+
+struct ValueCase {
+    const char *reason;
+    const char *name; // DER
+    QelStatus status;
+    const char *text;
+};
+
+const ValueCase value_cases[] = {
+    {"no component", "3000", QEL_OK, ""},
+    {"a component without assertions", "30023100", QEL_ERR_BAD_PARAM, ""},
+    {"a PrintableString for a T61String", "300c310a3008060355040313 0141", QEL_OK, "CN=A"},
+    {"a T61String for a PrintableString", "300d310b300906035504061402 5553", QEL_ERR_ASN1_DECODE,
+     ""},
+    {"a UTF8String", "300c310a30080603550403 0c0141", QEL_ERR_ASN1_DECODE, ""},
+    {"an empty value", "300b3109300706035504031400", QEL_ERR_BAD_PARAM, ""},
+    {"an attribute of none of the nine types", "300c310a3008060355040d140141",
+     QEL_ERR_UNSUPPORTED_ATTR, ""},
+    {"a value with a NUL", "300d310b30090603550403140241 00", QEL_ERR_ASN1_DECODE, ""},
+};
+
+TEST_F(Names, values_of_other_types) {
+    for (const ValueCase &row : value_cases) {
+        SCOPED_TRACE(row.reason);
+        const OwnedName name = decode(from_hex(row.name));
+        ASSERT_TRUE(name);
+        std::string text;
+        EXPECT_EQ(write(name.get(), 1, &text), row.status);
+        EXPECT_EQ(text, row.text);
+    }
+}
+
+// Records that no codec makes.
+TEST_F(Names, incomplete_records_are_refused) {
+    uint8_t encoded[] = {0x14, 0x01, 'A'};
+    uint32_t common_name[] = {2, 5, 4, 3};
+    QelOid type = {4, common_name};
+    QelOctetString value = {3, encoded};
+    QelAva ava = {&type, &value};
+    QelRdn rdn = {nullptr, &ava};
+    QelRdnSeq node = {nullptr, &rdn};
+    QelName name = {QEL_NAME_RDN_SEQUENCE, &node};
+    std::string text;
+    ASSERT_EQ(write(&name, 1, &text), QEL_OK);
+    EXPECT_EQ(text, "CN=A");
+
+    EXPECT_EQ(write(&name, 0, &text), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(write(&name, 3, &text), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(write(nullptr, 1, &text), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_dn2str(&context, &name, 1, nullptr), QEL_ERR_BAD_PARAM);
+    auto *made = reinterpret_cast<char *>(1);
+    EXPECT_EQ(__qel_dn2str(nullptr, &name, 1, &made), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(made, nullptr);
+    name.choice = 2;
+    EXPECT_EQ(write(&name, 1, &text), QEL_ERR_BAD_PARAM);
+    name.choice = QEL_NAME_RDN_SEQUENCE;
+    value.length = 0;
+    EXPECT_EQ(write(&name, 1, &text), QEL_ERR_BAD_PARAM);
+    ava.value = nullptr;
+    EXPECT_EQ(write(&name, 1, &text), QEL_ERR_BAD_PARAM);
+    ava.value = &value;
+    value.length = 3;
+    ava.type = nullptr;
+    EXPECT_EQ(write(&name, 1, &text), QEL_ERR_UNSUPPORTED_ATTR);
+    rdn.ava = nullptr;
+    EXPECT_EQ(write(&name, 1, &text), QEL_ERR_BAD_PARAM);
+}
+
+TEST_F(Names, spoiled_encodings_give_a_status) {
+    const Bytes good = der_of({{"C", "US", 0}, {"O", "a,b", 1}, {"CN", "c", 2}, {"OU", "d", 2}});
+    each_spoiled(good, [&](const Bytes &spoiled, const std::string &what) {
+        void *decoded = nullptr;
+        if (__qel_asn1_decode(&context, spoiled.data(), static_cast<uint32_t>(spoiled.size()),
+                              QEL_PDU_Name, &decoded) != QEL_OK)
+            return;
+        const OwnedName name(static_cast<QelName *>(decoded));
+        std::string text;
+        const QelStatus status = write(name.get(), 1, &text);
+        EXPECT_TRUE(status == QEL_OK || status == QEL_ERR_BAD_PARAM ||
+                    status == QEL_ERR_UNSUPPORTED_ATTR || status == QEL_ERR_ASN1_DECODE)
+            << what << ": " << status;
+    });
+}
+
+// ---- Real names
+// ----------------------------------------------------------------------------------------
+
+const AttributeOfLibcrypto *attribute_of(const ASN1_OBJECT *object) {
+    for (const AttributeOfLibcrypto &row : attributes) {
+        if (OBJ_obj2nid(object) == row.nid)
+            return &row;
+    }
+    return nullptr;
+}
+
+// What libcrypto makes of a name, as this library has to write it: from the last component to the
+// first, with the status of the first assertion that cannot be written.
+QelStatus expected_text(const X509_NAME *name, std::string *text) {
+    text->clear();
+    std::vector<std::vector<const X509_NAME_ENTRY *>> components;
+    for (int i = 0; i < X509_NAME_entry_count(name); ++i) {
+        const X509_NAME_ENTRY *entry = X509_NAME_get_entry(name, i);
+        if (static_cast<std::size_t>(X509_NAME_ENTRY_set(entry)) == components.size())
+            components.emplace_back();
+        components.back().push_back(entry);
+    }
+    std::reverse(components.begin(), components.end());
+    for (const auto &component : components) {
+        *text += text->empty() ? "" : ", ";
+        for (const X509_NAME_ENTRY *entry : component) {
+            const AttributeOfLibcrypto *row = attribute_of(X509_NAME_ENTRY_get_object(entry));
+            const ASN1_STRING *value = X509_NAME_ENTRY_get_data(entry);
+            if (row == nullptr)
+                return QEL_ERR_UNSUPPORTED_ATTR;
+            const int type = ASN1_STRING_type(value);
+            if (type != row->type &&
+                !(row->type == V_ASN1_T61STRING && type == V_ASN1_PRINTABLESTRING))
+                return QEL_ERR_ASN1_DECODE;
+            if (ASN1_STRING_length(value) == 0)
+                return QEL_ERR_BAD_PARAM;
+            const std::string characters(
+                reinterpret_cast<const char *>(ASN1_STRING_get0_data(value)),
+                static_cast<std::size_t>(ASN1_STRING_length(value)));
+            *text += entry == component.front() ? "" : " + ";
+            *text += row->keyword + std::string("=") + capitals(escaped(characters));
+        }
+    }
+    return QEL_OK;
+}
+
+TEST_F(Names, of_historical_certificates) {
+    int written = 0;
+    int read_back = 0;
+    int total = 0;
+    for (const std::string &file : vector_names("certs")) {
+        SCOPED_TRACE(file);
+        const Bytes der = vector_file(file);
+        const unsigned char *at = der.data();
+        const std::unique_ptr<X509, decltype(&X509_free)> reference(
+            d2i_X509(nullptr, &at, static_cast<long>(der.size())), X509_free);
+        ASSERT_TRUE(reference);
+        if (ASN1_STRING_type(X509_get0_notAfter(reference.get())) != V_ASN1_UTCTIME)
+            continue; // GeneralizedTime, which the schema does not have
+        void *decoded = nullptr;
+        ASSERT_EQ(__qel_asn1_decode(&context, der.data(), static_cast<uint32_t>(der.size()),
+                                    QEL_PDU_Certificate, &decoded),
+                  QEL_OK);
+        const qel::Record<QelCert, qel_free_cert> certificate(static_cast<QelCert *>(decoded));
+        const std::pair<const QelName *, const X509_NAME *> names[] = {
+            {certificate->subject, X509_get_subject_name(reference.get())},
+            {certificate->issuer, X509_get_issuer_name(reference.get())},
+        };
+        for (const auto &[name, expected_name] : names) {
+            std::string expected;
+            std::string text;
+            const QelStatus status = expected_text(expected_name, &expected);
+            ++total;
+            EXPECT_EQ(write(name, 1, &text), status);
+            if (status != QEL_OK)
+                continue;
+            ++written;
+            EXPECT_EQ(text, expected);
+            std::string again;
+            const QelStatus normalized = normalize(text, 1, &again);
+            if (normalized == QEL_OK) {
+                ++read_back;
+                EXPECT_EQ(again, text);
+            } else {
+                // Longer than the attribute may be, or with characters that need escaping.
+                EXPECT_TRUE(normalized == QEL_ERR_BAD_PARAM || text.find('+') != text.npos)
+                    << normalized << " " << text;
+            }
+        }
+    }
+    RecordProperty("written", written);
+    EXPECT_GE(written, total * 9 / 10) << "of " << total;
+    EXPECT_GE(read_back, written * 9 / 10) << "of " << written;
+}
+
+// ---- Random names
+// --------------------------------------------------------------------------------------
+
+class RandomNames : public Names {
+protected:
+    std::mt19937 random{23};
+
+    std::size_t below(std::size_t limit) { return random() % limit; }
+
+    // A value that the printable form can express.
+    std::string value(const AttributeOfLibcrypto &row) {
+        const std::string printable = "abcXYZ019'()-./:?";
+        const std::string any = printable + ",=*@_\\\x7f";
+        if (std::string(row.keyword) == "C")
+            return {printable[below(6)], printable[below(6)]};
+        std::string text(1, 'v');
+        const std::size_t length = below(60);
+        while (text.size() < length) {
+            const std::string &set = row.type == V_ASN1_PRINTABLESTRING ? printable : any;
+            const char c = set[below(set.size())];
+            text += below(5) == 0 && c != ',' ? std::string(" ") + c : std::string(1, c);
+        }
+        text.resize(std::min<std::size_t>(text.size(), 59));
+        return text + "w";
+    }
+
+    Assertions name() {
+        Assertions assertions;
+        const int components = static_cast<int>(1 + below(6));
+        for (int rdn = 0; rdn < components; ++rdn) {
+            const std::size_t first = below(std::size(attributes));
+            const std::size_t count = below(4) == 0 ? 3 : 1;
+            for (std::size_t i = 0; i < count; ++i) { // of different types
+                const auto &row = attributes[(first + i) % std::size(attributes)];
+                assertions.push_back({row.keyword, value(row), rdn});
+            }
+        }
+        return assertions;
+    }
+};
+
+TEST_F(RandomNames, read_back_as_they_were_but_for_case) {
+    for (int round = 0; round < 1000; ++round) {
+        Assertions assertions = name();
+        const OwnedName record = decode(der_of(assertions));
+        ASSERT_TRUE(record);
+        std::string text;
+        ASSERT_EQ(write(record.get(), 1, &text), QEL_OK);
+        OwnedName back;
+        ASSERT_EQ(read(text, &back), QEL_OK) << text;
+        for (Assertion &assertion : assertions)
+            assertion.value = capitals(assertion.value);
+        ASSERT_EQ(to_hex(encode(back.get())), to_hex(der_of(assertions))) << text;
+
+        int difference = 1;
+        EXPECT_EQ(__qel_cmp_dn(&context, record.get(), back.get(), &difference), QEL_OK);
+        EXPECT_EQ(difference, 0) << text;
+    }
+}
+
+struct NormalizeCase {
+    const char *reason;
+    const char *from;
+    int mode;
+    QelStatus status;
+    const char *text;
+};
+
+const NormalizeCase normalize_cases[] = {
+    {"blanks and case", "cn = alice ,o=acme", 1, QEL_OK, "CN=ALICE, O=ACME"},
+    {"nothing to change", "CN=ALICE, O=ACME", 1, QEL_OK, "CN=ALICE, O=ACME"},
+    {"assertions in the order of DER", "OU=BB + CN=A", 1, QEL_OK, "CN=A + OU=BB"},
+    {"of one length, by type", "OU=A + CN=B", 1, QEL_OK, "CN=B + OU=A"},
+    {"an escaped comma", "O=a\\,b", 1, QEL_OK, "O=A\\,B"},
+    {"a bare comma", "O=a\\,b", 2, QEL_OK, "O=A,B"},
+    {"another mode", "O=a", 3, QEL_ERR_BAD_PARAM, ""},
+    {"a failure to read", "O", 1, QEL_ERR_DN_NO_EQUALS, ""},
+    {"a failure to read is told before a bad mode", "O", 3, QEL_ERR_DN_NO_EQUALS, ""},
+    {"an empty value has no printable form", "O= ", 1, QEL_ERR_BAD_PARAM, ""},
+};
+
+TEST_F(Names, normalized) {
+    for (const NormalizeCase &row : normalize_cases) {
+        SCOPED_TRACE(row.reason);
+        std::string text;
+        EXPECT_EQ(normalize(row.from, row.mode, &text), row.status);
+        EXPECT_EQ(text, row.text);
+    }
+}
+
+TEST_F(RandomNames, normalizing_twice_changes_nothing_more) {
+    const std::string parts[] = {",",       "+",    "=", " ", "\t",  "\"",   "\\,", "CN=",  ",o=",
+                                 ", OU = ", "+em=", "a", "B", "c d", "\xe9", "X=",  "C=us,"};
+    int read_well = 0;
+    for (int round = 0; round < 20000; ++round) {
+        std::string text = below(3) != 0 ? "cn=x" : "";
+        for (std::size_t i = below(12); i > 0; --i)
+            text += parts[below(std::size(parts))];
+        std::string once;
+        const QelStatus status = normalize(text, 1, &once);
+        if (status != QEL_OK) {
+            const QelStatus known[] = {QEL_ERR_BAD_PARAM,        QEL_ERR_DN_NO_EQUALS,
+                                       QEL_ERR_DN_NO_TYPE,       QEL_ERR_DN_NO_VALUE,
+                                       QEL_ERR_UNSUPPORTED_ATTR, QEL_ERR_ASN1_ENCODE};
+            ASSERT_NE(std::find(std::begin(known), std::end(known), status), std::end(known))
+                << status << " for " << text;
+            continue;
+        }
+        ++read_well;
+        // The order of assertions of one type follows their bytes, which capitals may change once.
+        std::string twice;
+        ASSERT_EQ(normalize(once, 1, &twice), QEL_OK) << text;
+        std::string thrice;
+        ASSERT_EQ(normalize(twice, 1, &thrice), QEL_OK) << text;
+        ASSERT_EQ(thrice, twice) << text;
+        if (text.find('+') == text.npos) {
+            ASSERT_EQ(twice, once) << text;
+        }
+    }
+    EXPECT_GT(read_well, 1000);
+}
+
+// ---- Failures
+// ------------------------------------------------------------------------------------------
+
+TEST_F(Names, missing_arguments) {
+    auto *name = reinterpret_cast<QelName *>(1);
+    EXPECT_EQ(qel_str2dn(nullptr, "CN=A", &name), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(name, nullptr);
+    EXPECT_EQ(qel_str2dn(&context, nullptr, &name), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(qel_str2dn(&context, "CN=A", nullptr), QEL_ERR_BAD_PARAM);
+    auto *text = reinterpret_cast<char *>(1);
+    EXPECT_EQ(__qel_normalize_DN(nullptr, "CN=A", 1, &text), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(__qel_normalize_DN(&context, nullptr, 1, &text), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_normalize_DN(&context, "CN=A", 1, nullptr), QEL_ERR_BAD_PARAM);
+}
+
+TEST_F(Names, failed_allocations) {
+    fault::each_allocation([&] {
+        std::string text;
+        const QelStatus status = normalize("CN=a\\,b + OU=c, EM=d, C=US", 1, &text);
+        if (fault::met()) {
+            // The codec reports memory that it lacks as a failure of its own.
+            EXPECT_TRUE(status == QEL_ERR_NO_MEMORY || status == QEL_ERR_ASN1_ENCODE ||
+                        status == QEL_ERR_ASN1_DECODE)
+                << status;
+        } else {
+            EXPECT_EQ(status, QEL_OK);
+            EXPECT_EQ(text, "OU=C + CN=A\\,B, EM=D, C=US");
+        }
+    });
+}
+
+} // namespace
