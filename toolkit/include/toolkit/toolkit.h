@@ -24,8 +24,7 @@
 
 namespace toolkit {
 
-// ---- Errors
-// --------------------------------------------------------------------------------------
+// ---- Errors ------------------------------------------------------------------------------------
 
 enum Error : int {
     BE_OK = 0,
@@ -56,8 +55,7 @@ enum Error : int {
     BE_INTERNAL,
 };
 
-// ---- Records
-// -------------------------------------------------------------------------------------
+// ---- Records -----------------------------------------------------------------------------------
 
 using POINTER = const void *;
 
@@ -95,8 +93,7 @@ struct SurrenderContext {
     void *reserved; // null
 };
 
-// ---- Objects
-// -------------------------------------------------------------------------------------
+// ---- Objects -----------------------------------------------------------------------------------
 
 struct AlgorithmObject;
 struct KeyObject;
@@ -140,8 +137,7 @@ int B_SetKeyInfo(B_KEY_OBJ object, B_KEY_INFO_TYPE type, POINTER info);
 // not what the type needs; BE_ALLOC.
 int B_GetKeyInfo(POINTER *info, B_KEY_OBJ object, B_KEY_INFO_TYPE type);
 
-// ---- Uses
-// ----------------------------------------------------------------------------------------
+// ---- Uses --------------------------------------------------------------------------------------
 //
 // An Init ends whatever the object did before (zeroing its state) and readies it for one use. It
 // fails, and leaves the object in no use, with
@@ -152,14 +148,17 @@ int B_GetKeyInfo(POINTER *info, B_KEY_OBJ object, B_KEY_INFO_TYPE type);
 //                                (MD5 with RSA) needs the methods of both
 //     BE_KEY_OBJ, BE_KEY_NOT_SET, BE_KEY_OPERATION_UNKNOWN, BE_KEY_LEN, BE_KEY_INFO, BE_MODULUS_LEN
 //                                a key that is missing or does not suit
+//     BE_ALGORITHM_INFO          parameters that make no Diffie-Hellman group
+//     BE_CANCEL                  the surrender function stopped a password's derivation
 //     BE_ALLOC
 // Nothing in the object refers to the key, the chooser or the surrender context after an Init.
 //
 // Update and Final fail with BE_ALGORITHM_OBJ, and with BE_ALGORITHM_NOT_INITIALIZED unless the
 // Init of their use succeeded. After a failed Update the message stands as it stood before. Final
 // begins the next message with the same key and the same start (IV, key stream), whether it
-// succeeded or not; only BE_OUTPUT_LEN leaves all as it is, to be tried again with more room. The
-// surrender context may be null; it is asked during key, parameter and password work alone.
+// succeeded or not; only BE_OUTPUT_LEN and the errors of the random object leave all as it is, to
+// be tried again. The surrender context may be null; it is asked during key, parameter and password
+// work alone.
 
 // Encryption and decryption.
 //   output    may be the input itself, or overlap it anyhow; an update writes whole blocks, at most
@@ -278,8 +277,7 @@ int B_EncodeDigestInfo(uint8_t *digestInfo, uint32_t *digestInfoLen, uint32_t ma
 int B_DecodeDigestInfo(ITEM *algorithmID, ITEM *digest, const uint8_t *digestInfo,
                        uint32_t digestInfoLen);
 
-// ---- Algorithm infos
-// ------------------------------------------------------------------------------
+// ---- Algorithm infos ---------------------------------------------------------------------------
 
 struct A_RC2_CBC_PARAMS {      // also "Rc2CbcParams"
     uint32_t effectiveKeyBits; // 1 to 1024
@@ -316,7 +314,7 @@ struct A_DH_PARAM_GEN_PARAMS {
 
 struct A_SECRET_SHARING_PARAMS {
     uint32_t threshold; // how many shares give the secret back, 1 to shares
-    uint32_t shares;    // how many shares are made, up to 255; not looked at for decryption
+    uint32_t shares;    // how many shares are made, up to 255
 };
 
 // What each type takes as its info record, what it is, and its uses:
@@ -398,8 +396,7 @@ extern const B_INFO_TYPE AI_DES_CBC_IV8, AI_DES_CBCPadIV8, AI_DES_CBCPadBER, AI_
     AI_PKCS_RSAPublicPEM, AI_RSAPrivate, AI_RSAPublic, AI_RSAKeyGen, AI_DHKeyAgree,
     AI_DHKeyAgreeBER, AI_DHParamGen, AI_RFC1113Recode, AI_BSSecretSharing;
 
-// ---- Key infos
-// -----------------------------------------------------------------------------------
+// ---- Key infos ---------------------------------------------------------------------------------
 
 struct A_DESX_KEY {
     const uint8_t *key;            // 8 bytes
@@ -427,8 +424,7 @@ struct A_DESX_KEY {
 extern const B_KEY_INFO_TYPE KI_Item, KI_8Byte, KI_DES8, KI_24Byte, KI_DESX, KI_RSAPublic,
     KI_RSAPublicBER, KI_RSAPrivate, KI_RSA_CRT, KI_PKCS_RSAPrivate, KI_PKCS_RSAPrivateBER;
 
-// ---- Methods
-// -------------------------------------------------------------------------------------
+// ---- Methods -----------------------------------------------------------------------------------
 
 // RSA_ENCRYPT and RSA_DECRYPT are the public key's, RSA_CRT_ENCRYPT and RSA_CRT_DECRYPT the private
 // key's. AM_MD is the generic digest, which needs the digest's own method too.
