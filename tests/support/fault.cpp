@@ -16,23 +16,30 @@ struct Plan {
     std::size_t countdown = 0; // 0: no fault planned
     bool always = false;
     bool met = false;
+    int error = 0;
 };
 
 thread_local Plan plans[7];
 
-bool strikes(Call call) {
+// Whether this call fails; errno is set then.
+bool strikes(Call call, int usual_error = ENOMEM) {
     Plan &plan = plans[static_cast<std::size_t>(call)];
     if (!plan.always && (plan.countdown == 0 || --plan.countdown != 0))
         return false;
     plan.met = true;
+    errno = plan.error != 0 ? plan.error : usual_error;
     return true;
 }
 
 } // namespace
 
-void fail(Call call, std::size_t nth) { plans[static_cast<std::size_t>(call)] = {nth, false, false}; }
+void fail(Call call, std::size_t nth, int error) {
+    plans[static_cast<std::size_t>(call)] = {nth, false, false, error};
+}
 
-void fail_always(Call call) { plans[static_cast<std::size_t>(call)] = {0, true, false}; }
+void fail_always(Call call) {
+    plans[static_cast<std::size_t>(call)] = {0, true, false, 0};
+}
 
 bool clear(Call call) {
     Plan &plan = plans[static_cast<std::size_t>(call)];
@@ -41,7 +48,9 @@ bool clear(Call call) {
     return struck;
 }
 
-bool met() { return plans[static_cast<std::size_t>(Call::allocate)].met; }
+bool met() {
+    return plans[static_cast<std::size_t>(Call::allocate)].met;
+}
 
 void each_allocation(const std::function<void()> &scenario) {
     for (std::size_t nth = 1;; ++nth) {
@@ -94,10 +103,8 @@ char *__wrap_strndup(const char *string, size_t size) {
 }
 
 int __wrap_open(const char *path, int flags, ...) {
-    if (fault::strikes(Call::open)) {
-        errno = EACCES;
+    if (fault::strikes(Call::open, EACCES))
         return -1;
-    }
     va_list arguments;
     va_start(arguments, flags);
     const int mode = (flags & O_CREAT) != 0 ? va_arg(arguments, int) : 0;
@@ -106,28 +113,25 @@ int __wrap_open(const char *path, int flags, ...) {
 }
 
 ssize_t __wrap_read(int descriptor, void *buffer, size_t size) {
-    if (fault::strikes(Call::read)) {
-        errno = EIO;
+    if (fault::strikes(Call::read, EIO))
         return -1;
-    }
     return __real_read(descriptor, buffer, size);
 }
 
 ssize_t __wrap_write(int descriptor, const void *buffer, size_t size) {
-    if (fault::strikes(Call::write)) {
-        errno = ENOSPC;
+    if (fault::strikes(Call::write, ENOSPC))
         return -1;
-    }
     return __real_write(descriptor, buffer, size);
 }
 
 int __wrap_close(int descriptor) {
-    const int result = __real_close(descriptor);
-    if (fault::strikes(Call::close)) {
-        errno = EIO;
-        return -1;
-    }
-    return result;
+    if (!fault::strikes(Call::close, EIO))
+        return __real_close(descriptor);
+    const int error = errno;
+    if (error != EINTR)
+        __real_close(descriptor);
+    errno = error;
+    return -1;
 }
 
 time_t __wrap_time(time_t *result) {
@@ -137,10 +141,8 @@ time_t __wrap_time(time_t *result) {
 }
 
 ssize_t __wrap_getrandom(void *buffer, size_t size, unsigned flags) {
-    if (fault::strikes(Call::getrandom)) {
-        errno = ENOSYS;
+    if (fault::strikes(Call::getrandom, ENOSYS))
         return -1;
-    }
     return __real_getrandom(buffer, size, flags);
 }
 

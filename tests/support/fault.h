@@ -11,7 +11,8 @@ namespace fault {
 enum class Call { allocate, open, read, write, close, time, getrandom };
 
 // The nth call (1 is the next) of this kind fails, once. Allocations of every kind count together.
-void fail(Call call, std::size_t nth);
+// error is the errno it leaves, 0 for the usual one; a close that fails with EINTR has not closed.
+void fail(Call call, std::size_t nth, int error = 0);
 // All calls of this kind fail, from the next on.
 void fail_always(Call call);
 // Nothing fails any more. Returns whether the fault that was asked for was met.
