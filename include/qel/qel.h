@@ -177,7 +177,7 @@ enum { QEL_MODE_UPDATE = 1, QEL_MODE_FINAL = 2, QEL_MODE_DIGEST = 3 };
 /*
  * qel_digest digests data.
  *   mode       QEL_MODE_UPDATE or QEL_MODE_FINAL.
- *   algorithm  md2 or md5. After the first update it is checked, but the digest goes on as it began.
+ *   algorithm  md2 or md5. After the first update it is checked, but changes nothing.
  *   digest     output bytes, 16; looked at in the final call only.
  * QEL_ERR_UNSUPPORTED_ALG: another algorithm. QEL_ERR_BUFFER_SIZE. QEL_ERR_NO_MEMORY.
  * QEL_ERR_DIGEST: the token failed, for lack of memory or because an encryption is under way.
