@@ -87,22 +87,55 @@ enum {
 
 /* ---- Context and statuses ---------------------------------------------------------------------- */
 
+/*
+ * A context holds what an application's use of the library keeps between calls: where certificates
+ * live, the default key identifier, the host's address, the ASN.1 environment, the message
+ * catalogue, and the state of operations that take several calls. A context runs at most one such
+ * operation of each kind at a time.
+ */
+
+/*
+ * qel_end releases a context with everything it owns: its strings, ASN.1 environment and catalogue,
+ * a key agreement between its two phases, and the token session. QEL_ERR_BAD_PARAM for null.
+ */
 QelStatus qel_end(QelContext *context);
+
+/*
+ * qel_strerror gives the text for a status, in the user's language where the message catalogue
+ * "qelcat" has it (set 2; message code + 1, or 100 for numbers that are no status), else in English.
+ *   context  whose catalogue to use; null: the catalogue that the environment names at present.
+ *   code     any number.
+ * The text is never null and is not the caller's to free. It stays valid as long as the context, or
+ * without a context for good. Threads may call this at the same time, with the same context too.
+ */
 const char *qel_strerror(const QelContext *context, QelStatus code);
 
 /* ---- Algorithms -------------------------------------------------------------------------------- */
 
+/* Kinds of algorithm. */
 enum { QEL_ALG_CIPHER = 0, QEL_ALG_PUBKEY = 1, QEL_ALG_DIGEST = 2, QEL_ALG_SIGNATURE = 3 };
-enum { QEL_PARAM_NONE = 0, QEL_PARAM_KEYSIZE = 1, QEL_PARAM_IV = 2, QEL_PARAM_NULL = 3, QEL_PARAM_RC2 = 4 };
+
+/* What the parameters of an algorithm identifier are. */
+enum {
+    QEL_PARAM_NONE = 0,    /* absent */
+    QEL_PARAM_KEYSIZE = 1, /* INTEGER, the key size in bits */
+    QEL_PARAM_IV = 2,      /* OCTET STRING, a DES initialisation vector */
+    QEL_PARAM_NULL = 3,    /* NULL */
+    QEL_PARAM_RC2 = 4      /* RC2-CBCParameter (RFC 2268) */
+};
 
 typedef struct QelAlgListEntry {
-    const QelOid *oid; /* null in the closing row */
-    const char *name;
-    uint32_t AlgType;
-    uint32_t ParmType;
+    const QelOid *oid;      /* null in the closing row */
+    const char *name;       /* such as "md5WithRSAEncryption" */
+    uint32_t AlgType;       /* QEL_ALG_... */
+    uint32_t ParmType;      /* QEL_PARAM_... */
     uint32_t exportKeySize; /* bits; 0 for no limit */
 } QelAlgListEntry;
 
+/*
+ * qel_get_alglist gives the table of supported algorithms, which ends with a row whose oid is null.
+ * The table is constant and shared; nobody frees it. QEL_ERR_BAD_PARAM for null.
+ */
 QelStatus qel_get_alglist(const QelAlgListEntry **list_out);
 
 /* ---- Names ------------------------------------------------------------------------------------- */
@@ -155,9 +188,21 @@ QelStatus qel_dn2str(QelContext *context, const QelName *name, char **string_out
 
 /* ---- Releasing records -------------------------------------------------------------------------- */
 
+/*
+ * Each releases a record with everything it owns and nulls the caller's pointer; a null argument or
+ * a null pointer is ignored. Bytes of octet strings are zeroed first. The mask decides whether
+ * extensions are there: with its bit clear they are left alone. The keypkgAttrs of a key package are
+ * left to whoever set them.
+ */
 void qel_free_dn(QelName **name);
 void qel_free_keypkg(QelKeyPkg **keypkg);
 void qel_free_cert(QelCert **cert);
+
+/*
+ * qel_free_cert_list releases an array of certificates that lie one after another, as a whole, and
+ * nulls the pointer.
+ *   count  number of certificates; with 0 or less nothing happens.
+ */
 void qel_free_cert_list(QelCert **array, int count);
 
 /* ---- Digest, sign, verify ----------------------------------------------------------------------- */

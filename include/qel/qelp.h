@@ -18,21 +18,81 @@ extern "C" {
 
 /* ---- Context and small utilities ---------------------------------------------------------------- */
 
+/*
+ * __qel_init makes a context that knows no key server. The caller ends it with qel_end.
+ *   keyid  the default key identifier; null or "": "default_keyid".
+ *   host   the host's IPv4 address. A dotted one is kept as it stands, a name becomes its first
+ *          address; null: "0.0.0.0".
+ * QEL_ERR_BAD_PARAM: a null context_out, or a name that cannot be resolved. QEL_ERR_NO_MEMORY.
+ * QEL_ERR_ASN1_INIT: the ASN.1 runtime refused its tables.
+ */
 QelStatus __qel_init(QelContext **context_out, const char *keyid, const char *host);
 
+/*
+ * __qel_snprintf formats into a buffer of size bytes, cutting what does not fit, and ends it with a
+ * NUL. Returns 0, or 1 when size is 0 or above 2^31 - 1 or the formatting fails: a flag, no length.
+ */
 int __qel_snprintf(char *buffer, size_t size, const char *format, ...)
 #if defined(__GNUC__)
     __attribute__((format(printf, 3, 4)))
 #endif
     ;
+
+/*
+ * __qel_str_up gives a new string with the letters a to z in capitals and all other bytes as they
+ * are. The caller frees it.
+ *   mode  1: a backslash is put before every comma; 2: commas stay as they are.
+ * QEL_ERR_BAD_PARAM: a null argument, an empty string, another mode. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_str_up(const char *string, int mode, char **result_out);
+
+/*
+ * __qel_get_fname gives a new string with the absolute path of a file: the name itself when it
+ * begins with '/', else the working folder, '/' and the name. The caller frees it.
+ * QEL_ERR_BAD_PARAM: a null argument. QEL_ERR_GENERAL: the working folder cannot be read, or its
+ * name has 1024 bytes or more. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_get_fname(const char *name, char **result_out);
+
+/*
+ * __qel_getIPaddress gives the first IPv4 address of this host in dotted form, in storage that is
+ * inet_ntoa's; null when the host's name cannot be read or resolved.
+ */
 char *__qel_getIPaddress(void);
+
+/*
+ * __qel_strs2dns reads printable names (see qel_str2dn) into an array of records.
+ *   strings    the names; a null or empty string ends the list.
+ *   names_out  a new array of *count_out records. The caller releases each with __qel_free2_dn and
+ *              the array with free().
+ * QEL_ERR_BAD_PARAM: a null argument or a null first string. A status of __qel_init or qel_str2dn.
+ */
 QelStatus __qel_strs2dns(const char *const *strings, QelName **names_out, int *count_out);
+
+/*
+ * __qel_find_dn_in_list tells whether a list of printable names, as above, holds a name
+ * (__qel_cmp_dn). QEL_OK: it does. QEL_ERR_NO_ENTRY: it does not. QEL_ERR_BAD_PARAM: a null
+ * argument or a null first string. A status of __qel_strs2dns or __qel_cmp_dn.
+ */
 QelStatus __qel_find_dn_in_list(const char *const *strings, const QelName *name);
 
 /* ---- Algorithm registry ------------------------------------------------------------------------- */
 
+/*
+ * Look-ups in the table of algorithms (qel_get_alglist) and that of attribute types. Identifiers are
+ * compared by value, names byte for byte; the first matching row counts. What is found is constant,
+ * shared, and not the caller's to free.
+ *
+ *   function                     gives                                   when nothing is found
+ *   __qel_alg2name               the algorithm's name                    null
+ *   __qel_alg2AlgType            QEL_ALG_...                             0xFFFFFFFF
+ *   __qel_alg2ParmType           QEL_PARAM_...                           0xFFFFFFFF
+ *   __qel_name2alg               its object identifier                   null
+ *   __qel_algname2ExportKeySize  its largest key, bits; 0 for no limit   0
+ *   __qel_attrtype2name          the short name, such as "CN"            null
+ *
+ * QEL_OK, also when nothing is found. QEL_ERR_BAD_PARAM for a null argument.
+ */
 QelStatus __qel_alg2name(const QelOid *oid, const char **name_out);
 QelStatus __qel_alg2AlgType(const QelOid *oid, uint32_t *type_out);
 QelStatus __qel_alg2ParmType(const QelOid *oid, uint32_t *type_out);
@@ -127,6 +187,17 @@ QelStatus __qel_normalize_DN(QelContext *context, const char *string, int mode, 
 
 /* ---- Copying records ---------------------------------------------------------------------------- */
 
+/*
+ * __qel_copy_X makes a new record, a deep copy of source, which the caller releases with
+ * __qel_free_X. __qel_copy2_X fills the caller's record, which need not be initialised, and whose
+ * contents the caller releases with __qel_free2_X. A failed copy leaves a null pointer, or a record
+ * of zeros. The mask decides whether extensions are copied; __qel_copy_rdn and
+ * __qel_copy_v3_cert_extensions copy the list from the given node on.
+ *
+ * QEL_ERR_BAD_PARAM: a null argument, an octet string without bytes (even of length 0), an assertion
+ * without a value, or a required field that is null. QEL_ERR_GENERAL: a record that counts bytes,
+ * bits or components but has none. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_copy_ostr(QelOctetString **result_out, const QelOctetString *source);
 QelStatus __qel_copy_bstr(QelBitString **result_out, const QelBitString *source);
 QelStatus __qel_copy_uid(QelUid **result_out, const QelUid *source);
@@ -164,6 +235,13 @@ QelStatus __qel_copy2_v3_extension(QelExtension *target, const QelExtension *sou
 
 /* ---- Releasing records -------------------------------------------------------------------------- */
 
+/*
+ * __qel_free_X releases a record with everything it owns and nulls the caller's pointer.
+ * __qel_free2_X releases what the record owns and fills the record itself with zeros. Null is
+ * ignored. A list (rdn, rdn_seq, attr_value, v3_cert_extensions, rcpt_infos, item_list) is released
+ * from the given node on. Bytes of octet strings are zeroed first, since any may be secret. What
+ * qel.h says of masks and key packages holds here.
+ */
 void __qel_free_ostr(QelOctetString **record);
 void __qel_free_bstr(QelBitString **record);
 void __qel_free_uid(QelUid **record);
@@ -221,6 +299,22 @@ void __qel_free2_item_list(QelItemList *record);
 
 /* ---- Comparing records -------------------------------------------------------------------------- */
 
+/*
+ * Each stores 0 in *result_out when the values are equal, else another number. Two nulls are equal;
+ * a null differs from any value, with result 1.
+ *
+ *   oid      the order of the first components that differ, -1 or 1; a prefix is smaller.
+ *   algid    1 when the object identifiers differ, when only one has parameters, or when these
+ *            differ in length; else the order of their bytes (memcmp).
+ *   keyinfo  1 when the algorithms differ, else that of the keys as bit strings.
+ *   serial   1 when the lengths differ, else the order of the bytes (memcmp).
+ *   bstr     1 when the lengths differ, else the order of the whole bytes (memcmp), else 1 when the
+ *            bits behind them differ; unused bits do not count.
+ *   dn       the order of the printable forms, whatever the case of letters (strcasecmp).
+ *
+ * QEL_ERR_BAD_PARAM: a null result_out or context, or a record that counts values but has none. For
+ * names also what encoding, decoding or qel_dn2str returns. *result_out is unset on failure.
+ */
 QelStatus __qel_cmp_oid(const QelOid *a, const QelOid *b, int *result_out);
 QelStatus __qel_cmp_algid(const QelAlgId *a, const QelAlgId *b, int *result_out);
 QelStatus __qel_cmp_keyinfo(const QelKeyInfo *a, const QelKeyInfo *b, int *result_out);

@@ -8,21 +8,26 @@ namespace record = qel::record;
 
 namespace {
 
+constexpr uint32_t cipher = QEL_ALG_CIPHER, pubkey = QEL_ALG_PUBKEY, digest = QEL_ALG_DIGEST,
+                   signature = QEL_ALG_SIGNATURE;
+constexpr uint32_t keysize = QEL_PARAM_KEYSIZE, iv = QEL_PARAM_IV, null = QEL_PARAM_NULL,
+                   rc2 = QEL_PARAM_RC2;
+
 // The first row with a given identifier wins, so the order of rows decides what shared values mean.
 // clang-format off
 constexpr QelAlgListEntry qelAlgList[] = {
-    {&record::QEL_RSA_OID,                  "rsa (512)",            QEL_ALG_PUBKEY,    QEL_PARAM_KEYSIZE, 512},
-    {&record::QEL_RSA_ENCR_OID,             "rsaEncryption (512)",  QEL_ALG_PUBKEY,    QEL_PARAM_NULL,    512},
-    {&record::QEL_MD2WithRsa_OID,           "md2WithRSA",           QEL_ALG_SIGNATURE, QEL_PARAM_NULL,    0},
-    {&record::QEL_MD5WithRsa_OID,           "md5WithRSA",           QEL_ALG_SIGNATURE, QEL_PARAM_NULL,    0},
-    {&record::QEL_MD2WithRSAEncryption_OID, "md2WithRSAEncryption", QEL_ALG_SIGNATURE, QEL_PARAM_NULL,    0},
-    {&record::QEL_MD5WithRSAEncryption_OID, "md5WithRSAEncryption", QEL_ALG_SIGNATURE, QEL_PARAM_NULL,    0},
-    {&record::QEL_DES_CBC_OID,              "des_exp",              QEL_ALG_CIPHER,    QEL_PARAM_IV,      40},
-    {&record::QEL_RC2_CBC_EXP_OID,          "rc2_exp",              QEL_ALG_CIPHER,    QEL_PARAM_RC2,     40},
-    {&record::QEL_RC4_EXP_OID,              "rc4_exp",              QEL_ALG_CIPHER,    QEL_PARAM_NULL,    40},
-    {&record::QEL_MD2_OID,                  "md2",                  QEL_ALG_DIGEST,    QEL_PARAM_NULL,    0},
-    {&record::QEL_MD5_OID,                  "md5",                  QEL_ALG_DIGEST,    QEL_PARAM_NULL,    0},
-    {nullptr,                               nullptr,                0,                 0,                 0},
+    {&record::QEL_RSA_OID,                   "rsa (512)",            pubkey,    keysize, 512},
+    {&record::QEL_RSA_ENCR_OID,              "rsaEncryption (512)",  pubkey,    null,    512},
+    {&record::QEL_MD2WithRsa_OID,            "md2WithRSA",           signature, null,    0},
+    {&record::QEL_MD5WithRsa_OID,            "md5WithRSA",           signature, null,    0},
+    {&record::QEL_MD2WithRSAEncryption_OID,  "md2WithRSAEncryption", signature, null,    0},
+    {&record::QEL_MD5WithRSAEncryption_OID,  "md5WithRSAEncryption", signature, null,    0},
+    {&record::QEL_DES_CBC_OID,               "des_exp",              cipher,    iv,      40},
+    {&record::QEL_RC2_CBC_EXP_OID,           "rc2_exp",              cipher,    rc2,     40},
+    {&record::QEL_RC4_EXP_OID,               "rc4_exp",              cipher,    null,    40},
+    {&record::QEL_MD2_OID,                   "md2",                  digest,    null,    0},
+    {&record::QEL_MD5_OID,                   "md5",                  digest,    null,    0},
+    {nullptr,                                nullptr,                0,         0,       0},
 };
 
 struct AttributeType {
