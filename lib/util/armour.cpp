@@ -1,0 +1,485 @@
+// armour.cpp: the printable encoding of RFC 1421 in memory, in pieces and between files, and the
+// lines and markers that make it armoured text.
+
+#include <util/armour.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <lib/memory.h>
+
+using namespace toolkit;
+
+namespace {
+
+constexpr std::size_t kBlock = 1024;
+constexpr std::size_t kLine = 64;
+constexpr char kMarkerStart[] = "-----";
+constexpr std::size_t kMarkerStartSize = sizeof kMarkerStart - 1;
+
+// In the order in which a type code is tested.
+constexpr ArmourMarkers markers[] = {
+    {QEL_ARMOUR_ENCRYPTION_INFO_AND_DATA, "-----BEGIN ENCRYPTION INFO AND ENCRYPTED DATA-----",
+     "-----END ENCRYPTION INFO AND ENCRYPTED DATA-----"},
+    {QEL_ARMOUR_ENCRYPTION_INFO, "-----BEGIN ENCRYPTION INFO-----",
+     "-----END ENCRYPTION INFO-----"},
+    {QEL_ARMOUR_CERTIFICATE, "-----BEGIN CERTIFICATE-----", "-----END CERTIFICATE-----"},
+    {QEL_ARMOUR_KEYPKG, "-----BEGIN KEYPKG-----", "-----END KEYPKG-----"},
+    {QEL_ARMOUR_SIGNATURE, "-----BEGIN DIGITAL SIGNATURE-----", "-----END DIGITAL SIGNATURE-----"},
+    {QEL_ARMOUR_SIGNATURE_AND_DATA, "-----BEGIN DIGITAL SIGNATURE AND DATA SIGNED-----",
+     "-----END DIGITAL SIGNATURE AND DATA SIGNED-----"},
+    {QEL_ARMOUR_ENCRYPTED_DATA, "-----BEGIN ENCRYPTED DATA-----", "-----END ENCRYPTED DATA-----"},
+};
+
+// One direction of the encoding: the toolkit's calls, the status of a refusal, and sizes.
+struct Direction {
+    int (*init)(B_ALGORITHM_OBJ);
+    int (*update)(B_ALGORITHM_OBJ, uint8_t *, uint32_t *, uint32_t, const uint8_t *, uint32_t);
+    int (*final)(B_ALGORITHM_OBJ, uint8_t *, uint32_t *, uint32_t);
+    QelStatus refused;
+    uint32_t room; // a caller's buffer has this for each byte or character of input
+    uint32_t group_in, group_out;
+};
+
+constexpr Direction encoding = {
+    B_EncodeInit, B_EncodeUpdate, B_EncodeFinal, QEL_ERR_TO_RFC1421, 2, 3, 4,
+};
+constexpr Direction decoding = {
+    B_DecodeInit, B_DecodeUpdate, B_DecodeFinal, QEL_ERR_FROM_RFC1421, 1, 4, 3,
+};
+
+// What an update with length bytes of input may put out when a group is nearly full before it. For
+// very short inputs that is more than room.
+uint64_t longest_output(const Direction &direction, uint32_t length) {
+    const uint64_t groups = (uint64_t{length} + direction.group_in - 1) / direction.group_in;
+    return groups * direction.group_out;
+}
+
+QelStatus status_of(const Direction &direction, int toolkit_error) {
+    switch (toolkit_error) {
+    case BE_OK:
+        return QEL_OK;
+    case BE_ALLOC:
+        return QEL_ERR_NO_MEMORY;
+    case BE_OUTPUT_LEN:
+        return QEL_ERR_BUFFER_SIZE;
+    default:
+        return direction.refused;
+    }
+}
+
+struct EndSession {
+    void operator()(Rfc1421Session *session) const { rfc1421_session_end(session); }
+};
+using OwnedSession = std::unique_ptr<Rfc1421Session, EndSession>;
+
+QelStatus session_init(const Direction &direction, Rfc1421Session **session_out) {
+    if (session_out == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    *session_out = nullptr;
+    qel::Owned<Rfc1421Session> cell(qel::allocate<Rfc1421Session>());
+    if (!cell || B_CreateAlgorithmObject(&cell->object) != 0)
+        return QEL_ERR_NO_MEMORY;
+    OwnedSession session(cell.release());
+    int error = B_SetAlgorithmInfo(session->object, AI_RFC1113Recode, nullptr);
+    if (error == 0)
+        error = direction.init(session->object);
+    if (error != 0)
+        return status_of(direction, error);
+    *session_out = session.release();
+    return QEL_OK;
+}
+
+QelStatus session_update(const Direction &direction, Rfc1421Session *session, const uint8_t *input,
+                         uint32_t input_length, uint8_t **buffer, uint32_t *size,
+                         uint32_t *produced) {
+    if (produced != nullptr)
+        *produced = 0;
+    if (session == nullptr || session->object == nullptr || input == nullptr || input_length == 0 ||
+        buffer == nullptr || size == nullptr || produced == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    const uint64_t demanded = uint64_t{input_length} * direction.room;
+    if (*buffer != nullptr) {
+        if (*size < demanded)
+            return QEL_ERR_BUFFER_SIZE;
+        return status_of(direction, direction.update(session->object, *buffer, produced, *size,
+                                                     input, input_length));
+    }
+
+    const uint64_t room = std::max(demanded, longest_output(direction, input_length));
+    if (room > UINT32_MAX || room > SIZE_MAX)
+        return QEL_ERR_NO_MEMORY;
+    qel::Owned<uint8_t> made(qel::allocate_bytes(static_cast<std::size_t>(room)));
+    if (!made)
+        return QEL_ERR_NO_MEMORY;
+    const int error = direction.update(session->object, made.get(), produced,
+                                       static_cast<uint32_t>(room), input, input_length);
+    if (error != 0)
+        return status_of(direction, error);
+    *buffer = made.release();
+    *size = static_cast<uint32_t>(room);
+    return QEL_OK;
+}
+
+QelStatus session_final(const Direction &direction, Rfc1421Session *session, uint8_t *buffer,
+                        uint32_t size, uint32_t *produced) {
+    if (produced != nullptr)
+        *produced = 0;
+    if (session == nullptr || session->object == nullptr || buffer == nullptr || size == 0 ||
+        produced == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    return status_of(direction, direction.final(session->object, buffer, produced, size));
+}
+
+// Input that is whole, into a new buffer of room bytes.
+QelStatus convert(const Direction &direction, const uint8_t *input, uint32_t length, uint64_t room,
+                  uint8_t **output_out, uint32_t *output_length_out) {
+    if (output_out != nullptr)
+        *output_out = nullptr;
+    if (output_length_out != nullptr)
+        *output_length_out = 0;
+    if (input == nullptr || length == 0 || output_out == nullptr || output_length_out == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    if (room > UINT32_MAX || room > SIZE_MAX)
+        return QEL_ERR_NO_MEMORY;
+
+    Rfc1421Session *made = nullptr;
+    if (const QelStatus status = session_init(direction, &made); status != QEL_OK)
+        return status;
+    const OwnedSession session(made);
+    qel::Owned<uint8_t> output(qel::allocate_bytes(static_cast<std::size_t>(room)));
+    if (!output)
+        return QEL_ERR_NO_MEMORY;
+    const auto size = static_cast<uint32_t>(room);
+    uint32_t produced = 0;
+    uint32_t rest = 0;
+    int error = direction.update(session->object, output.get(), &produced, size, input, length);
+    if (error == 0)
+        error = direction.final(session->object, output.get() + produced, &rest, size - produced);
+    if (error != 0)
+        return status_of(direction, error);
+    *output_out = output.release();
+    *output_length_out = produced + rest;
+    return QEL_OK;
+}
+
+// ---- Files
+// -----------------------------------------------------------------------------------------
+
+bool is_standard(const char *name) {
+    return name == nullptr || *name == '\0';
+}
+
+// An open file, or standard input or output, which stay open.
+class File {
+public:
+    File() = default;
+    File(const File &) = delete;
+    File &operator=(const File &) = delete;
+    ~File() { close_file(); }
+
+    QelStatus open_input(const char *name) {
+        owned_ = !is_standard(name);
+        descriptor_ = owned_ ? open(name, O_RDONLY | O_CLOEXEC) : STDIN_FILENO;
+        return descriptor_ >= 0 ? QEL_OK : QEL_ERR_OPEN_FILE;
+    }
+
+    QelStatus open_output(const char *name, int flags) {
+        owned_ = !is_standard(name);
+        descriptor_ = owned_ ? open(name, flags, 0600) : STDOUT_FILENO;
+        return descriptor_ >= 0 ? QEL_OK : QEL_ERR_OPEN_FILE;
+    }
+
+    // Up to size bytes, 0 at the end of the file.
+    QelStatus read_some(void *bytes, std::size_t size, std::size_t *length) const {
+        ssize_t count;
+        do
+            count = read(descriptor_, bytes, size);
+        while (count < 0 && errno == EINTR);
+        *length = count < 0 ? 0 : static_cast<std::size_t>(count);
+        return count < 0 ? QEL_ERR_FILE_IO : QEL_OK;
+    }
+
+    QelStatus write_all(const void *bytes, std::size_t size) const {
+        if (size == 0)
+            return QEL_OK;
+        ssize_t count;
+        do
+            count = write(descriptor_, bytes, size);
+        while (count < 0 && errno == EINTR);
+        return count >= 0 && static_cast<std::size_t>(count) == size ? QEL_OK : QEL_ERR_FILE_IO;
+    }
+
+    QelStatus write_line(const char *line) const {
+        const QelStatus status = write_all(line, std::strlen(line));
+        return status != QEL_OK ? status : write_all("\n", 1);
+    }
+
+    // Closing may be the first to tell of a write that failed.
+    QelStatus close_file() {
+        const bool must_close = owned_ && descriptor_ >= 0;
+        const int descriptor = descriptor_;
+        descriptor_ = -1;
+        return !must_close || close(descriptor) == 0 ? QEL_OK : QEL_ERR_FILE_IO;
+    }
+
+private:
+    int descriptor_ = -1;
+    bool owned_ = false;
+};
+
+// Opens both files, lets convert_stream work on them and closes them; the first failure counts.
+QelStatus between_files(const char *input_name, const char *output_name, int open_flags,
+                        QelStatus (*convert_stream)(const File &, const File &, int), int type) {
+    File input;
+    File output;
+    QelStatus status = input.open_input(input_name);
+    if (status == QEL_OK)
+        status = output.open_output(output_name, open_flags);
+    if (status != QEL_OK)
+        return status;
+    status = convert_stream(input, output, type);
+    const QelStatus output_status = output.close_file();
+    const QelStatus input_status = input.close_file();
+    if (status != QEL_OK)
+        return status;
+    return output_status != QEL_OK ? output_status : input_status;
+}
+
+QelStatus encode_stream(const File &input, const File &output, int) {
+    Rfc1421Session *made = nullptr;
+    if (const QelStatus status = rfc1421_enc_init(&made); status != QEL_OK)
+        return status;
+    const OwnedSession session(made);
+    uint8_t block[kBlock];
+    char text[2 * kBlock];
+    char *buffer = text;
+    uint32_t size = sizeof text;
+    uint32_t produced = 0;
+    for (;;) {
+        std::size_t length = 0;
+        QelStatus status = input.read_some(block, sizeof block, &length);
+        if (status != QEL_OK)
+            return status;
+        if (length == 0)
+            break;
+        status = rfc1421_enc_update(made, block, static_cast<uint32_t>(length), &buffer, &size,
+                                    &produced);
+        if (status == QEL_OK)
+            status = output.write_all(text, produced);
+        if (status != QEL_OK)
+            return status;
+    }
+    QelStatus status = rfc1421_enc_final(made, text, sizeof text, &produced);
+    if (status == QEL_OK)
+        status = output.write_all(text, produced);
+    return status != QEL_OK ? status : output.write_all("\n", 1);
+}
+
+// Feeds the lines of armoured text to a decoder and passes over the marker lines. Text comes in
+// pieces: a line with its newline, or a part of a line that is too long for a block.
+struct LineDecoder {
+    Rfc1421Session *session;
+    bool at_line_start = true;
+    bool in_marker = false;
+    uint8_t bytes[2 * kBlock] = {}; // decoded and not written yet: those of one block at most
+    uint32_t used = 0;
+
+    QelStatus piece(const char *text, std::size_t length) {
+        if (at_line_start)
+            in_marker = length >= kMarkerStartSize &&
+                        std::memcmp(text, kMarkerStart, kMarkerStartSize) == 0;
+        at_line_start = text[length - 1] == '\n';
+        if (in_marker)
+            return QEL_OK;
+        uint8_t *buffer = bytes + used;
+        uint32_t size = static_cast<uint32_t>(sizeof bytes) - used;
+        uint32_t produced = 0;
+        const QelStatus status = rfc1421_dec_update(session, text, static_cast<uint32_t>(length),
+                                                    &buffer, &size, &produced);
+        used += produced;
+        return status;
+    }
+
+    QelStatus write_out(const File &output) {
+        const QelStatus status = output.write_all(bytes, used);
+        used = 0;
+        return status;
+    }
+};
+
+// Takes the pieces off the front of text; *taken bytes are done with. A line that has not ended yet
+// is left, unless it fills the block or is the last.
+QelStatus decode_pieces(LineDecoder *lines, const char *text, std::size_t length, bool is_last,
+                        std::size_t *taken) {
+    *taken = 0;
+    while (*taken < length) {
+        const char *start = text + *taken;
+        const std::size_t left = length - *taken;
+        const auto *newline = static_cast<const char *>(std::memchr(start, '\n', left));
+        if (newline == nullptr && !is_last && left < kBlock)
+            return QEL_OK;
+        const std::size_t size =
+            newline != nullptr ? static_cast<std::size_t>(newline + 1 - start) : left;
+        if (const QelStatus status = lines->piece(start, size); status != QEL_OK)
+            return status;
+        *taken += size;
+    }
+    return QEL_OK;
+}
+
+QelStatus decode_stream(const File &input, const File &output, int) {
+    Rfc1421Session *made = nullptr;
+    if (const QelStatus status = rfc1421_dec_init(&made); status != QEL_OK)
+        return status;
+    const OwnedSession session(made);
+    LineDecoder lines{made};
+    char block[kBlock];
+    std::size_t held = 0;
+    for (bool is_last = false; !is_last;) {
+        std::size_t length = 0;
+        std::size_t taken = 0;
+        QelStatus status = input.read_some(block + held, sizeof block - held, &length);
+        is_last = length == 0;
+        held += length;
+        if (status == QEL_OK)
+            status = decode_pieces(&lines, block, held, is_last, &taken);
+        if (status == QEL_OK)
+            status = lines.write_out(output);
+        if (status != QEL_OK)
+            return status;
+        held -= taken;
+        std::memmove(block, block + taken, held);
+    }
+    if (const QelStatus status =
+            rfc1421_dec_final(made, lines.bytes, sizeof lines.bytes, &lines.used);
+        status != QEL_OK)
+        return status;
+    return lines.write_out(output);
+}
+
+// Pieces never span two blocks, so that a short read ends a line early.
+std::size_t wrap_block(const char *block, std::size_t length, char *out) {
+    std::size_t written = 0;
+    for (std::size_t done = 0; done < length;) {
+        const std::size_t piece = std::min(kLine, length - done);
+        std::memcpy(out + written, block + done, piece);
+        done += piece;
+        written += piece;
+        if (block[done - 1] != '\n')
+            out[written++] = '\n';
+    }
+    return written;
+}
+
+QelStatus wrap_stream(const File &input, const File &output, int type) {
+    const ArmourMarkers *around = armour_markers(type);
+    if (around != nullptr) {
+        if (const QelStatus status = output.write_line(around->begin); status != QEL_OK)
+            return status;
+    }
+    char block[kBlock];
+    char lines[kBlock + kBlock / kLine];
+    for (;;) {
+        std::size_t length = 0;
+        if (const QelStatus status = input.read_some(block, sizeof block, &length);
+            status != QEL_OK)
+            return status;
+        if (length == 0)
+            break;
+        if (const QelStatus status = output.write_all(lines, wrap_block(block, length, lines));
+            status != QEL_OK)
+            return status;
+    }
+    if (around == nullptr)
+        return QEL_OK;
+    return output.write_line(around->end);
+}
+
+} // namespace
+
+const ArmourMarkers *armour_markers(int type) {
+    for (const ArmourMarkers &row : markers) {
+        if ((type & row.type) != 0)
+            return &row;
+    }
+    return nullptr;
+}
+
+QelStatus rfc1421_enc_init(Rfc1421Session **session_out) {
+    return session_init(encoding, session_out);
+}
+
+QelStatus rfc1421_enc_update(Rfc1421Session *session, const uint8_t *input, uint32_t input_length,
+                             char **buffer, uint32_t *size, uint32_t *produced) {
+    auto *bytes = buffer != nullptr ? reinterpret_cast<uint8_t *>(*buffer) : nullptr;
+    const QelStatus status = session_update(encoding, session, input, input_length,
+                                            buffer != nullptr ? &bytes : nullptr, size, produced);
+    if (buffer != nullptr)
+        *buffer = reinterpret_cast<char *>(bytes);
+    return status;
+}
+
+QelStatus rfc1421_enc_final(Rfc1421Session *session, char *buffer, uint32_t size,
+                            uint32_t *produced) {
+    return session_final(encoding, session, reinterpret_cast<uint8_t *>(buffer), size, produced);
+}
+
+QelStatus rfc1421_dec_init(Rfc1421Session **session_out) {
+    return session_init(decoding, session_out);
+}
+
+QelStatus rfc1421_dec_update(Rfc1421Session *session, const char *input, uint32_t input_length,
+                             uint8_t **buffer, uint32_t *size, uint32_t *produced) {
+    return session_update(decoding, session, reinterpret_cast<const uint8_t *>(input), input_length,
+                          buffer, size, produced);
+}
+
+QelStatus rfc1421_dec_final(Rfc1421Session *session, uint8_t *buffer, uint32_t size,
+                            uint32_t *produced) {
+    return session_final(decoding, session, buffer, size, produced);
+}
+
+QelStatus rfc1421_session_end(Rfc1421Session *session) {
+    if (session == nullptr || session->object == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    B_DestroyAlgorithmObject(&session->object);
+    std::free(session);
+    return QEL_OK;
+}
+
+QelStatus __qel_binary_2_rfc1421(const uint8_t *bytes, uint32_t length, char **text_out,
+                                 uint32_t *text_length_out) {
+    // A single byte comes out as four characters.
+    const uint64_t room = std::max<uint64_t>(uint64_t{2} * length, encoding.group_out);
+    uint8_t *text = nullptr;
+    const QelStatus status = convert(encoding, bytes, length, room,
+                                     text_out != nullptr ? &text : nullptr, text_length_out);
+    if (text_out != nullptr)
+        *text_out = reinterpret_cast<char *>(text);
+    return status;
+}
+
+QelStatus __qel_rfc1421_2_binary(const char *text, uint32_t length, uint8_t **bytes_out,
+                                 uint32_t *bytes_length_out) {
+    return convert(decoding, reinterpret_cast<const uint8_t *>(text), length, uint64_t{length} + 1,
+                   bytes_out, bytes_length_out);
+}
+
+QelStatus __qel_binary_2_rfc1421_files(const char *input_name, const char *output_name,
+                                       int open_flags) {
+    return between_files(input_name, output_name, open_flags, encode_stream, 0);
+}
+
+QelStatus __qel_rfc1421_2_binary_files(const char *input_name, const char *output_name,
+                                       int open_flags) {
+    return between_files(input_name, output_name, open_flags, decode_stream, 0);
+}
+
+QelStatus __qel_add_linewraps(int type, const char *input_name, const char *output_name,
+                              int open_flags) {
+    return between_files(input_name, output_name, open_flags, wrap_stream, type);
+}

@@ -1,0 +1,548 @@
+#include "support/fault.h"
+#include "support/files.h"
+
+#include <util/armour.h>
+
+#include <gtest/gtest.h>
+
+#include <openssl/evp.h>
+
+#include <lib/memory.h>
+
+#include <algorithm>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kWrite = O_WRONLY | O_CREAT | O_TRUNC;
+
+std::mt19937 generator(20);
+
+uint32_t random_below(std::size_t limit) {
+    return static_cast<uint32_t>(generator() % limit);
+}
+
+Bytes random_bytes(std::size_t size) {
+    Bytes bytes(size);
+    std::generate(bytes.begin(), bytes.end(), [] { return static_cast<uint8_t>(generator()); });
+    return bytes;
+}
+
+// The same encoding from an unrelated library.
+std::string base64(const Bytes &bytes) {
+    Bytes text((bytes.size() + 2) / 3 * 4 + 1);
+    EVP_EncodeBlock(text.data(), bytes.data(), static_cast<int>(bytes.size()));
+    text.pop_back();
+    return text_of(text);
+}
+
+std::string without_white_space(std::string text) {
+    std::erase_if(text, [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; });
+    return text;
+}
+
+QelStatus decode(const Bytes &text, Bytes *bytes) {
+    auto *made = reinterpret_cast<uint8_t *>(1);
+    uint32_t length = 77;
+    const QelStatus status =
+        __qel_rfc1421_2_binary(reinterpret_cast<const char *>(text.data()),
+                               static_cast<uint32_t>(text.size()), &made, &length);
+    const qel::Owned<uint8_t> owner(made);
+    EXPECT_EQ(made != nullptr, status == QEL_OK);
+    EXPECT_TRUE(status == QEL_OK || length == 0);
+    bytes->assign(made, made + length);
+    return status;
+}
+
+TEST(Armour, encodes_as_libcrypto_does_and_decodes_back) {
+    for (std::size_t size = 1; size < 400; ++size) {
+        SCOPED_TRACE(size);
+        const Bytes bytes = random_bytes(size);
+        char *text = nullptr;
+        uint32_t length = 0;
+        ASSERT_EQ(__qel_binary_2_rfc1421(bytes.data(), static_cast<uint32_t>(size), &text, &length),
+                  QEL_OK);
+        const qel::Owned<char> owner(text);
+        ASSERT_EQ(std::string(text, length), base64(bytes));
+        Bytes back;
+        ASSERT_EQ(decode(bytes_of(base64(bytes)), &back), QEL_OK);
+        ASSERT_EQ(back, bytes);
+    }
+}
+
+TEST(Armour, spoiled_text_is_refused_or_is_the_encoding_of_something_else) {
+    for (const std::size_t size : {57, 58, 59}) {
+        std::string good = base64(random_bytes(size));
+        good.insert(64, "\n");
+        each_spoiled(bytes_of(good), [](const Bytes &spoiled, const std::string &what) {
+            Bytes bytes;
+            const QelStatus status = decode(spoiled, &bytes);
+            if (status == QEL_OK) {
+                EXPECT_EQ(base64(bytes), without_white_space(text_of(spoiled))) << what;
+            } else {
+                EXPECT_EQ(status, spoiled.empty() ? QEL_ERR_BAD_PARAM : QEL_ERR_FROM_RFC1421);
+            }
+        });
+    }
+}
+
+TEST(Armour, refuses_missing_arguments_and_impossible_lengths) {
+    const uint8_t byte = 'Z';
+    auto *text = reinterpret_cast<char *>(1);
+    auto *bytes = reinterpret_cast<uint8_t *>(1);
+    uint32_t length = 77;
+    for (const QelStatus status : {__qel_binary_2_rfc1421(nullptr, 1, &text, &length),
+                                   __qel_binary_2_rfc1421(&byte, 0, &text, &length),
+                                   __qel_binary_2_rfc1421(&byte, 1, nullptr, &length),
+                                   __qel_binary_2_rfc1421(&byte, 1, &text, nullptr),
+                                   __qel_rfc1421_2_binary(nullptr, 1, &bytes, &length),
+                                   __qel_rfc1421_2_binary("Z", 0, &bytes, &length),
+                                   __qel_rfc1421_2_binary("Z", 1, nullptr, &length),
+                                   __qel_rfc1421_2_binary("Z", 1, &bytes, nullptr)})
+        EXPECT_EQ(status, QEL_ERR_BAD_PARAM);
+    EXPECT_TRUE(text == nullptr && bytes == nullptr && length == 0);
+    EXPECT_EQ(__qel_binary_2_rfc1421(&byte, 0x80000000, &text, &length), QEL_ERR_NO_MEMORY);
+    EXPECT_EQ(__qel_rfc1421_2_binary("Z", UINT32_MAX, &bytes, &length), QEL_ERR_NO_MEMORY);
+}
+
+TEST(Armour, reports_a_failed_allocation) {
+    fault::each_allocation([] {
+        char *text = nullptr;
+        uint8_t *bytes = nullptr;
+        uint32_t length = 0;
+        QelStatus status =
+            __qel_binary_2_rfc1421(reinterpret_cast<const uint8_t *>("foo"), 3, &text, &length);
+        const qel::Owned<char> text_owner(text);
+        if (status == QEL_OK)
+            status = __qel_rfc1421_2_binary("Zm9v", 4, &bytes, &length);
+        const qel::Owned<uint8_t> bytes_owner(bytes);
+        EXPECT_EQ(bytes == nullptr, status != QEL_OK);
+        EXPECT_EQ(status, fault::met() ? QEL_ERR_NO_MEMORY : QEL_OK);
+    });
+}
+
+// ---- Sessions
+// ------------------------------------------------------------------------------------
+
+struct EndSession {
+    void operator()(Rfc1421Session *session) const {
+        EXPECT_EQ(rfc1421_session_end(session), QEL_OK);
+    }
+};
+using OwnedSession = std::unique_ptr<Rfc1421Session, EndSession>;
+
+OwnedSession start(QelStatus (*init)(Rfc1421Session **)) {
+    Rfc1421Session *session = nullptr;
+    EXPECT_EQ(init(&session), QEL_OK);
+    return OwnedSession(session);
+}
+
+TEST(ArmourSession, pieces_give_what_the_whole_gives) {
+    for (uint32_t longest = 1; longest < 40; ++longest) {
+        SCOPED_TRACE(longest);
+        const Bytes bytes = random_bytes(200 + longest);
+        const auto piece_of = [&](std::size_t left) {
+            return std::min(1 + random_below(longest), static_cast<uint32_t>(left));
+        };
+        uint32_t size = 0;
+        uint32_t room = 0;
+        uint32_t produced = 0;
+
+        const OwnedSession encoder = start(rfc1421_enc_init);
+        std::string text;
+        for (std::size_t at = 0; at < bytes.size(); at += size) {
+            size = piece_of(bytes.size() - at);
+            char *buffer = nullptr;
+            ASSERT_EQ(
+                rfc1421_enc_update(encoder.get(), &bytes[at], size, &buffer, &room, &produced),
+                QEL_OK);
+            const qel::Owned<char> owner(buffer);
+            EXPECT_EQ(room, std::max(2 * size, 4U));
+            text.append(buffer, produced);
+        }
+        char rest[4];
+        ASSERT_EQ(rfc1421_enc_final(encoder.get(), rest, sizeof rest, &produced), QEL_OK);
+        text.append(rest, produced);
+        ASSERT_EQ(text, base64(bytes));
+
+        const OwnedSession decoder = start(rfc1421_dec_init);
+        Bytes back;
+        for (std::size_t at = 0; at < text.size(); at += size) {
+            size = piece_of(text.size() - at);
+            uint8_t *buffer = nullptr;
+            ASSERT_EQ(rfc1421_dec_update(decoder.get(), &text[at], size, &buffer, &room, &produced),
+                      QEL_OK);
+            const qel::Owned<uint8_t> owner(buffer);
+            EXPECT_GE(room, size);
+            back.insert(back.end(), buffer, buffer + produced);
+        }
+        uint8_t last[1];
+        ASSERT_EQ(rfc1421_dec_final(decoder.get(), last, sizeof last, &produced), QEL_OK);
+        ASSERT_EQ(produced, 0U);
+        ASSERT_EQ(back, bytes);
+    }
+}
+
+TEST(ArmourSession, a_callers_buffer_has_a_least_size) {
+    const Bytes bytes = random_bytes(30);
+    const std::string text = base64(bytes);
+    char characters[60];
+    uint8_t back[40];
+    char *text_buffer = characters;
+    uint8_t *buffer = back;
+    uint32_t produced = 0;
+    const OwnedSession encoder = start(rfc1421_enc_init);
+    const OwnedSession decoder = start(rfc1421_dec_init);
+    for (uint32_t size : {59, 60}) {
+        EXPECT_EQ(
+            rfc1421_enc_update(encoder.get(), bytes.data(), 30, &text_buffer, &size, &produced),
+            size == 60 ? QEL_OK : QEL_ERR_BUFFER_SIZE);
+        EXPECT_EQ(std::string(text_buffer, produced), size == 60 ? text : "");
+    }
+    for (uint32_t size : {39, 40}) {
+        EXPECT_EQ(rfc1421_dec_update(decoder.get(), text.data(), 40, &buffer, &size, &produced),
+                  size == 40 ? QEL_OK : QEL_ERR_BUFFER_SIZE);
+        EXPECT_EQ(Bytes(buffer, buffer + produced), size == 40 ? bytes : Bytes());
+    }
+}
+
+// Two bytes are held; a third makes a group of four, for which the least buffer is too small.
+TEST(ArmourSession, a_held_group_that_does_not_fit_is_not_lost) {
+    const OwnedSession session = start(rfc1421_enc_init);
+    char characters[4];
+    char *buffer = characters;
+    uint32_t produced = 0;
+    const auto *foo = reinterpret_cast<const uint8_t *>("foo");
+    uint32_t size = 4;
+    ASSERT_EQ(rfc1421_enc_update(session.get(), foo, 2, &buffer, &size, &produced), QEL_OK);
+    ASSERT_EQ(produced, 0U);
+    size = 2;
+    EXPECT_EQ(rfc1421_enc_update(session.get(), foo + 2, 1, &buffer, &size, &produced),
+              QEL_ERR_BUFFER_SIZE);
+    size = 4;
+    EXPECT_EQ(rfc1421_enc_update(session.get(), foo + 2, 1, &buffer, &size, &produced), QEL_OK);
+    EXPECT_EQ(std::string(characters, produced), "Zm9v");
+}
+
+TEST(ArmourSession, refuses_what_is_missing) {
+    Rfc1421Session empty = {};
+    const OwnedSession session = start(rfc1421_enc_init);
+    Rfc1421Session *s = session.get();
+    const uint8_t byte = 0;
+    char text[8];
+    uint8_t bytes[8];
+    char *t = text;
+    uint8_t *b = bytes;
+    uint32_t size = 8;
+    uint32_t produced = 0;
+    for (const QelStatus status :
+         {rfc1421_enc_init(nullptr), rfc1421_dec_init(nullptr), rfc1421_session_end(nullptr),
+          rfc1421_session_end(&empty), rfc1421_enc_update(nullptr, &byte, 1, &t, &size, &produced),
+          rfc1421_enc_update(&empty, &byte, 1, &t, &size, &produced),
+          rfc1421_dec_update(&empty, "A", 1, &b, &size, &produced),
+          rfc1421_enc_final(&empty, text, 8, &produced),
+          rfc1421_dec_final(&empty, bytes, 8, &produced),
+          rfc1421_enc_update(s, nullptr, 1, &t, &size, &produced),
+          rfc1421_enc_update(s, &byte, 0, &t, &size, &produced),
+          rfc1421_enc_update(s, &byte, 1, nullptr, &size, &produced),
+          rfc1421_enc_update(s, &byte, 1, &t, nullptr, &produced),
+          rfc1421_enc_update(s, &byte, 1, &t, &size, nullptr),
+          rfc1421_enc_final(s, nullptr, 8, &produced), rfc1421_enc_final(s, text, 0, &produced),
+          rfc1421_enc_final(s, text, 8, nullptr)})
+        EXPECT_EQ(status, QEL_ERR_BAD_PARAM);
+    t = nullptr;
+    EXPECT_EQ(rfc1421_enc_update(s, &byte, 0x80000000, &t, &size, &produced), QEL_ERR_NO_MEMORY);
+    EXPECT_EQ(t, nullptr);
+}
+
+TEST(ArmourSession, a_refusing_decoder_hands_out_no_buffer) {
+    const OwnedSession session = start(rfc1421_dec_init);
+    uint8_t *buffer = nullptr;
+    uint32_t size = 0;
+    uint32_t produced = 77;
+    EXPECT_EQ(rfc1421_dec_update(session.get(), "Zm9v*", 5, &buffer, &size, &produced),
+              QEL_ERR_FROM_RFC1421);
+    EXPECT_TRUE(buffer == nullptr && produced == 0);
+}
+
+// ---- Files
+// ---------------------------------------------------------------------------------------
+
+class ArmourFiles : public testing::Test {
+protected:
+    TemporaryFolder folder;
+    const std::string in = folder.path("in");
+    const std::string out = folder.path("out");
+
+    QelStatus encode_files() {
+        return __qel_binary_2_rfc1421_files(in.c_str(), out.c_str(), kWrite);
+    }
+    QelStatus decode_files(int flags = kWrite) {
+        return __qel_rfc1421_2_binary_files(in.c_str(), out.c_str(), flags);
+    }
+    QelStatus wrap_files(int type) {
+        return __qel_add_linewraps(type, in.c_str(), out.c_str(), kWrite);
+    }
+    void put(const std::string &text) const { write_file(in, bytes_of(text)); }
+    std::string got() const { return text_of(read_file(out)); }
+};
+
+TEST_F(ArmourFiles, encode_wrap_and_decode) {
+    for (const std::size_t size : {0, 1, 2, 3, 1023, 1024, 1025, 100000}) {
+        SCOPED_TRACE(size);
+        const Bytes bytes = random_bytes(size);
+        const std::string text = base64(bytes) + "\n";
+        write_file(in, bytes);
+        ASSERT_EQ(encode_files(), QEL_OK);
+        ASSERT_EQ(got(), text);
+        put(text); // one line, however long
+        ASSERT_EQ(decode_files(), QEL_OK);
+        ASSERT_EQ(read_file(out), bytes);
+        ASSERT_EQ(wrap_files(QEL_ARMOUR_KEYPKG), QEL_OK);
+        std::filesystem::rename(out, in);
+        ASSERT_EQ(decode_files(), QEL_OK);
+        ASSERT_EQ(read_file(out), bytes);
+    }
+}
+
+struct LinesCase {
+    const char *reason;
+    std::string text;
+    QelStatus status;
+    const char *bytes;
+};
+
+const LinesCase lines_cases[] = {
+    {"markers around", "-----BEGIN X-----\nZm9v\n-----END X-----\n", QEL_OK, "foo"},
+    {"a marker needs no more than its hyphens", "-----\nZm9v\n", QEL_OK, "foo"},
+    {"four hyphens are none", "----\nZm9v\n", QEL_ERR_FROM_RFC1421, ""},
+    {"hyphens inside a line are none", " -----\n", QEL_ERR_FROM_RFC1421, ""},
+    {"a marker inside a group", "Zm\n-----\n9v\n", QEL_OK, "foo"},
+    {"a last line without newline", "Zm9v\nYmFy", QEL_OK, "foobar"},
+    {"a last marker without newline", "Zm9v\n-----END", QEL_OK, "foo"},
+    {"an empty line and carriage returns", "-----\r\n\r\nZm9v\r\n", QEL_OK, "foo"},
+    {"a marker longer than a block", "-----" + std::string(3000, 'A') + "\nZm9v\n", QEL_OK, "foo"},
+    {"hyphens at a block's start but inside a line", std::string(1024, 'A') + "-----\n",
+     QEL_ERR_FROM_RFC1421, ""},
+    {"prose", "Certificate:\nZm9v\n", QEL_ERR_FROM_RFC1421, ""},
+    {"a second text after padding", "Zg==\n-----\nZg==\n", QEL_ERR_FROM_RFC1421, ""},
+    {"an unfinished group", "Zm9vY\n", QEL_ERR_FROM_RFC1421, ""},
+};
+
+TEST_F(ArmourFiles, decoding_passes_over_marker_lines) {
+    for (const LinesCase &row : lines_cases) {
+        SCOPED_TRACE(row.reason);
+        put(row.text);
+        EXPECT_EQ(decode_files(), row.status);
+        EXPECT_TRUE(row.status != QEL_OK || got() == row.bytes) << got();
+    }
+}
+
+TEST_F(ArmourFiles, decoding_is_the_same_wherever_a_block_ends) {
+    const Bytes bytes = random_bytes(3000);
+    std::string body = base64(bytes);
+    for (std::size_t at = 64; at < body.size(); at += 65)
+        body.insert(at, "\n");
+    for (std::size_t shift = 0; shift < 80; ++shift) {
+        put("-----" + std::string(shift, 'B') + "\n" + body + "\n-----END\n");
+        ASSERT_EQ(decode_files(), QEL_OK) << shift;
+        ASSERT_EQ(read_file(out), bytes) << shift;
+    }
+}
+
+struct MarkerCase {
+    const char *reason;
+    int type;
+    const char *label;
+};
+
+const MarkerCase marker_cases[] = {
+    {"1", 1, "CERTIFICATE"},
+    {"2", 2, "KEYPKG"},
+    {"4", 4, "DIGITAL SIGNATURE"},
+    {"8", 8, "DIGITAL SIGNATURE AND DATA SIGNED"},
+    {"16", 16, "ENCRYPTED DATA"},
+    {"32", 32, "ENCRYPTION INFO"},
+    {"64", 64, "ENCRYPTION INFO AND ENCRYPTED DATA"},
+    {"64 comes first", 127, "ENCRYPTION INFO AND ENCRYPTED DATA"},
+    {"then 32", 63, "ENCRYPTION INFO"},
+    {"then 1", 31, "CERTIFICATE"},
+    {"then 2", 30, "KEYPKG"},
+    {"then 4", 28, "DIGITAL SIGNATURE"},
+    {"then 8", 24, "DIGITAL SIGNATURE AND DATA SIGNED"},
+    {"no type, no markers", 0, nullptr},
+    {"an unknown bit, no markers", 128, nullptr},
+};
+
+TEST_F(ArmourFiles, wrapping_frames_the_text) {
+    put("a");
+    for (const MarkerCase &row : marker_cases) {
+        SCOPED_TRACE(row.reason);
+        const std::string rest = row.label != nullptr ? row.label + std::string("-----\n") : "";
+        EXPECT_EQ(wrap_files(row.type), QEL_OK);
+        EXPECT_EQ(got(), rest.empty() ? "a\n" : "-----BEGIN " + rest + "a\n-----END " + rest);
+    }
+}
+
+struct WrapCase {
+    const char *reason;
+    std::string from, to;
+};
+
+const std::string a63(63, 'a'), a64(64, 'a');
+
+const WrapCase wrap_cases[] = {
+    {"nothing", "", ""},
+    {"a full line", a64, a64 + "\n"},
+    {"a character more", a64 + "b", a64 + "\nb\n"},
+    {"a newline that ends a full line stays alone", a63 + "\nb", a63 + "\nb\n"},
+    {"so does one that ends the input", "a\n", "a\n"},
+    {"a newline inside a line counts", "b\n" + a64, "b\n" + a64.substr(2) + "\naa\n"},
+};
+
+TEST_F(ArmourFiles, wrapping_cuts_lines_of_64_characters) {
+    for (const WrapCase &row : wrap_cases) {
+        put(row.from);
+        EXPECT_EQ(wrap_files(QEL_ARMOUR_NONE), QEL_OK) << row.reason;
+        EXPECT_EQ(got(), row.to) << row.reason;
+    }
+}
+
+// A file with prose around or in its armour cannot be decoded line by line; the others must give
+// what encodes to their lines.
+TEST_F(ArmourFiles, historical_files_decode) {
+    int decoded = 0;
+    for (const std::string &name : vector_names("armour")) {
+        SCOPED_TRACE(name);
+        std::ifstream file(vector_path(name));
+        std::string body;
+        for (std::string line; std::getline(file, line);)
+            body += line.rfind("-----", 0) == 0 ? "" : line;
+        const bool has_prose = body.find_first_of(":-<.,") != std::string::npos;
+        EXPECT_EQ(__qel_rfc1421_2_binary_files(vector_path(name).c_str(), out.c_str(), kWrite),
+                  has_prose ? QEL_ERR_FROM_RFC1421 : QEL_OK);
+        if (!has_prose) {
+            ++decoded;
+            EXPECT_EQ(base64(read_file(out)), without_white_space(body));
+        }
+    }
+    EXPECT_GE(decoded, 10);
+}
+
+TEST_F(ArmourFiles, are_opened_with_the_callers_flags_for_their_owner_alone) {
+    put("Zm9v\n");
+    const mode_t mask = umask(0);
+    EXPECT_EQ(decode_files(O_WRONLY), QEL_ERR_OPEN_FILE); // not there and not to be made
+    EXPECT_EQ(decode_files(O_WRONLY | O_CREAT | O_EXCL), QEL_OK);
+    umask(mask);
+    EXPECT_EQ(std::filesystem::status(out).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(decode_files(O_WRONLY | O_CREAT | O_EXCL), QEL_ERR_OPEN_FILE);
+    EXPECT_EQ(decode_files(O_WRONLY | O_APPEND), QEL_OK);
+    EXPECT_EQ(got(), "foofoo");
+    EXPECT_EQ(decode_files(O_RDONLY), QEL_ERR_FILE_IO);
+    std::filesystem::remove(in);
+    EXPECT_EQ(decode_files(), QEL_ERR_OPEN_FILE);
+    std::filesystem::create_directory(in);
+    EXPECT_EQ(decode_files(), QEL_ERR_FILE_IO);
+}
+
+// Runs work with another file in place of a standard descriptor.
+template <class Work> QelStatus with_descriptor(int standard, int replacement, const Work &work) {
+    const int kept = dup(standard);
+    dup2(replacement, standard);
+    const QelStatus status = work();
+    dup2(kept, standard);
+    close(kept);
+    close(replacement);
+    return status;
+}
+
+TEST_F(ArmourFiles, no_name_is_standard_input_or_output) {
+    put("Zm9v\n");
+    const std::string copy = folder.path("copy");
+    for (const char *name : {static_cast<const char *>(nullptr), ""}) {
+        EXPECT_EQ(with_descriptor(
+                      STDIN_FILENO, open(in.c_str(), O_RDONLY),
+                      [&] { return __qel_rfc1421_2_binary_files(name, out.c_str(), kWrite); }),
+                  QEL_OK);
+        EXPECT_EQ(got(), "foo");
+        EXPECT_EQ(
+            with_descriptor(STDOUT_FILENO, open(copy.c_str(), kWrite, 0600),
+                            [&] { return __qel_rfc1421_2_binary_files(in.c_str(), name, 0); }),
+            QEL_OK);
+        EXPECT_EQ(text_of(read_file(copy)), "foo");
+    }
+}
+
+TEST_F(ArmourFiles, short_reads_change_nothing) {
+    const Bytes bytes = random_bytes(5000);
+    const std::string text = base64(bytes) + "\n";
+    const auto through_pipe = [&](const Bytes &contents, auto convert) {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        std::thread writer([&] {
+            for (std::size_t at = 0; at < contents.size(); at += 77) {
+                const std::size_t size = std::min<std::size_t>(77, contents.size() - at);
+                EXPECT_EQ(write(ends[1], &contents[at], size), static_cast<ssize_t>(size));
+                usleep(200);
+            }
+            close(ends[1]);
+        });
+        EXPECT_EQ(with_descriptor(STDIN_FILENO, ends[0], convert), QEL_OK);
+        writer.join();
+    };
+    through_pipe(bytes, [&] { return __qel_binary_2_rfc1421_files("", out.c_str(), kWrite); });
+    EXPECT_EQ(got(), text);
+    through_pipe(bytes_of(text),
+                 [&] { return __qel_rfc1421_2_binary_files("", out.c_str(), kWrite); });
+    EXPECT_EQ(read_file(out), bytes);
+}
+
+// Runs convert with every single call of a kind failing. Returns how many there were.
+std::size_t fail_each(fault::Call call, QelStatus expected,
+                      const std::function<QelStatus()> &convert) {
+    for (std::size_t nth = 1;; ++nth) {
+        fault::fail(call, nth);
+        const QelStatus status = convert();
+        const bool struck = fault::clear(call);
+        EXPECT_EQ(status, struck ? expected : QelStatus{QEL_OK}) << "time " << nth;
+        if (!struck)
+            return nth - 1;
+    }
+}
+
+TEST_F(ArmourFiles, report_what_the_system_refuses) {
+    using fault::Call;
+    put(base64(random_bytes(1536))); // two blocks
+    struct Row {
+        const char *reason;
+        std::size_t writes, allocations; // at least
+        std::function<QelStatus()> convert;
+    };
+    const Row rows[] = {
+        {"encode", 3, 2, [&] { return encode_files(); }},
+        {"decode", 2, 2, [&] { return decode_files(); }},
+        {"wrap", 4, 0, [&] { return wrap_files(QEL_ARMOUR_CERTIFICATE); }},
+    };
+    const int lowest = dup(STDIN_FILENO);
+    close(lowest);
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.reason);
+        EXPECT_EQ(fail_each(Call::open, QEL_ERR_OPEN_FILE, row.convert), 2U);
+        EXPECT_EQ(fail_each(Call::read, QEL_ERR_FILE_IO, row.convert), 3U);
+        EXPECT_GE(fail_each(Call::write, QEL_ERR_FILE_IO, row.convert), row.writes);
+        EXPECT_EQ(fail_each(Call::close, QEL_ERR_FILE_IO, row.convert), 2U);
+        EXPECT_GE(fail_each(Call::allocate, QEL_ERR_NO_MEMORY, row.convert), row.allocations);
+    }
+    const int next = dup(STDIN_FILENO);
+    close(next);
+    EXPECT_EQ(next, lowest) << "a descriptor is open";
+}
+
+} // namespace
