@@ -1,0 +1,120 @@
+#include "support/fault.h"
+#include "support/files.h"
+
+#include <gtest/gtest.h>
+
+#include <lib/context.h>
+#include <lib/memory.h>
+#include <qel/qelp.h>
+
+namespace {
+
+using OwnedOctetString = qel::Record<QelOctetString, __qel_free_ostr>;
+
+const uint8_t iv[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+
+class Rc2Params : public testing::Test {
+protected:
+    QelContext context = {};
+    void SetUp() override { ASSERT_EQ(__qel_init_asn1(&context), QEL_OK); }
+    void TearDown() override { __qel_end_asn1(&context); }
+};
+
+struct EncodingCase {
+    const char *reason;
+    uint32_t bits;
+    const char *encoding;
+};
+
+// RFC 2268, section 6: below 256 bits the version is a code, from 256 on the number itself.
+const EncodingCase encoding_cases[] = {
+    {"40 bits, code 160", 40, "300e020200a00408 0102030405060708"},
+    {"64 bits, code 120", 64, "300d020178 0408 0102030405060708"},
+    {"128 bits, code 58", 128, "300d02013a 0408 0102030405060708"},
+    {"256 bits, as a number", 256, "300e02020100 0408 0102030405060708"},
+    {"1024 bits, the most", 1024, "300e02020400 0408 0102030405060708"},
+};
+
+TEST_F(Rc2Params, encode_and_read_back) {
+    for (const EncodingCase &row : encoding_cases) {
+        SCOPED_TRACE(row.reason);
+        QelOctetString *params = nullptr;
+        ASSERT_EQ(__qel_encode_rc2_params_cpkit(&context, iv, row.bits, &params), QEL_OK);
+        const OwnedOctetString owner(params);
+        EXPECT_EQ(to_hex(params->value, params->length), to_hex(from_hex(row.encoding)));
+        uint32_t bits = 0;
+        EXPECT_EQ(__qel_get_effective_keysize(&context, params, &bits), QEL_OK);
+        EXPECT_EQ(bits, row.bits);
+    }
+}
+
+TEST_F(Rc2Params, every_size_reads_back_or_is_refused) {
+    for (uint32_t size = 1; size <= 1100; ++size) {
+        QelOctetString *params = nullptr;
+        const QelStatus status = __qel_encode_rc2_params_cpkit(&context, iv, size, &params);
+        const OwnedOctetString owner(params);
+        ASSERT_EQ(status, size <= 1024 ? QEL_OK : QEL_ERR_BAD_PARAM) << size;
+        ASSERT_EQ(params != nullptr, status == QEL_OK);
+        if (params == nullptr)
+            continue;
+        uint32_t bits = 0;
+        ASSERT_EQ(__qel_get_effective_keysize(&context, params, &bits), QEL_OK) << size;
+        ASSERT_EQ(bits, size);
+    }
+}
+
+TEST_F(Rc2Params, spoiled_parameters_give_a_status) {
+    const Bytes good = from_hex("300d02013a04080102030405060708");
+    each_spoiled(good, [&](const Bytes &spoiled, const std::string &what) {
+        Bytes bytes = spoiled;
+        const QelOctetString params = {static_cast<uint32_t>(bytes.size()), bytes.data()};
+        uint32_t bits = 77;
+        const QelStatus status = __qel_get_effective_keysize(&context, &params, &bits);
+        if (status == QEL_OK) {
+            EXPECT_TRUE(bits >= 1 && bits <= 1024) << what;
+        } else {
+            EXPECT_TRUE(status == QEL_ERR_BAD_PARAM || status == QEL_ERR_ASN1_ENCODE) << what;
+            EXPECT_EQ(bits, 0U) << what;
+        }
+    });
+}
+
+TEST_F(Rc2Params, missing_arguments_and_memory) {
+    auto *params = reinterpret_cast<QelOctetString *>(1);
+    EXPECT_EQ(__qel_encode_rc2_params_cpkit(&context, iv, 0, &params), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(params, nullptr);
+    EXPECT_EQ(__qel_encode_rc2_params_cpkit(nullptr, iv, 40, &params), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_encode_rc2_params_cpkit(&context, nullptr, 40, &params), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_encode_rc2_params_cpkit(&context, iv, 40, nullptr), QEL_ERR_BAD_PARAM);
+    Bytes bytes = from_hex("300d02013a04080102030405060708");
+    const QelOctetString good = {static_cast<uint32_t>(bytes.size()), bytes.data()};
+    uint32_t bits = 77;
+    EXPECT_EQ(__qel_get_effective_keysize(nullptr, &good, &bits), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(bits, 0U);
+    EXPECT_EQ(__qel_get_effective_keysize(&context, nullptr, &bits), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_get_effective_keysize(&context, &good, nullptr), QEL_ERR_BAD_PARAM);
+
+    // The codec reports memory that it lacks as a failure of its own.
+    fault::each_allocation([&] {
+        QelOctetString *made = nullptr;
+        const QelStatus status = __qel_encode_rc2_params_cpkit(&context, iv, 40, &made);
+        const OwnedOctetString owner(made);
+        EXPECT_EQ(made == nullptr, fault::met());
+        EXPECT_EQ(status != QEL_OK, fault::met());
+        if (fault::met()) {
+            EXPECT_TRUE(status == QEL_ERR_NO_MEMORY || status == QEL_ERR_ASN1_DECODE) << status;
+        }
+    });
+    fault::each_allocation([&] {
+        uint32_t size = 77;
+        const QelStatus status = __qel_get_effective_keysize(&context, &good, &size);
+        EXPECT_EQ(size, fault::met() ? 0U : 128U);
+        if (fault::met()) {
+            EXPECT_TRUE(status == QEL_ERR_NO_MEMORY || status == QEL_ERR_ASN1_ENCODE) << status;
+        } else {
+            EXPECT_EQ(status, QEL_OK);
+        }
+    });
+}
+
+} // namespace
