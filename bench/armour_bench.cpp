@@ -1,9 +1,10 @@
 // The printable encoding, both ways, as one unbroken run of characters.
 #include "bench.h"
 
-#include <nettle/base64.h>
 #include <openssl/evp.h>
 #include <tomcrypt.h>
+
+#include <nettle/base64.h>
 
 #include <toolkit/recode.h>
 
@@ -41,7 +42,7 @@ void encode_rows(std::size_t size) {
     });
     row(name + "libtomcrypt", size, [data, out = Bytes(size * 2 + 8)]() mutable {
         unsigned long written = out.size();
-        ::base64_encode(data.data(), data.size(), reinterpret_cast<char *>(out.data()), &written);
+        ::base64_encode(data.data(), data.size(), out.data(), &written);
     });
     row(name + "gnutls", size, [data] {
         const gnutls_datum_t in = {const_cast<uint8_t *>(data.data()),
@@ -77,7 +78,7 @@ void decode_rows(std::size_t size) {
     });
     row(name + "libtomcrypt", size, [text, out = Bytes(size + 8)]() mutable {
         unsigned long written = out.size();
-        ::base64_decode(reinterpret_cast<const char *>(text.data()), text.size(), out.data(), &written);
+        ::base64_decode(text.data(), text.size(), out.data(), &written);
     });
     row(name + "gnutls", size, [text] {
         const gnutls_datum_t in = {const_cast<uint8_t *>(text.data()),

@@ -4,7 +4,6 @@
 #include <fstream>
 #include <gnutls/x509.h>
 #include <iterator>
-#include <libtasn1.h>
 #include <openssl/x509.h>
 
 #include <qel/qelp.h>

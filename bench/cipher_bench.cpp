@@ -3,16 +3,17 @@
 #include "bench.h"
 
 #include <gnutls/crypto.h>
+#include <openssl/evp.h>
+#include <tomcrypt.h>
+
+// Nettle renames its functions by macros; the names are others' too.
 #include <nettle/arcfour.h>
 #include <nettle/arctwo.h>
 #include <nettle/cbc.h>
 #include <nettle/des.h>
-#include <openssl/evp.h>
-// Nettle renames its functions by macros; the names are others' too.
 #undef cbc_encrypt
 #undef cbc_decrypt
 #undef des_set_key
-#include <tomcrypt.h>
 
 #include <toolkit/des.h>
 #include <toolkit/rc2.h>

@@ -2,15 +2,16 @@
 #include "bench.h"
 
 #include <gnutls/crypto.h>
+#include <openssl/evp.h>
+#include <tomcrypt.h>
+
+// Nettle renames its functions by macros; the names are others' too.
 #include <nettle/md2.h>
 #include <nettle/md5.h>
-#include <openssl/evp.h>
-// Nettle renames its functions by macros; the names are others' too.
 #undef md2_init
 #undef md2_update
 #undef md5_init
 #undef md5_update
-#include <tomcrypt.h>
 
 #include <toolkit/md2.h>
 #include <toolkit/md5.h>

@@ -3,10 +3,11 @@
 #include "keys.h"
 
 #include <gmp.h>
-#include <nettle/rsa.h>
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 #include <tomcrypt.h>
+
+#include <nettle/rsa.h>
 
 #include <toolkit/random.h>
 #include <toolkit/rsa.h>
@@ -107,7 +108,7 @@ void tomcrypt(unsigned bits, const std::string &name_private, const std::string 
     require(rsa_import(key.pkcs1.data(), key.pkcs1.size(), parsed) == CRYPT_OK, "tomcrypt key");
     Bytes block = sample(bits / 8);
     block[0] = 0;
-    const auto apply = [parsed, block, out = Bytes(bits / 8)](int which) mutable {
+    auto apply = [parsed, block, out = Bytes(bits / 8)](int which) mutable {
         unsigned long size = out.size();
         require(rsa_exptmod(block.data(), block.size(), out.data(), &size, which, parsed) ==
                     CRYPT_OK,
