@@ -94,6 +94,8 @@ TEST(Time, agrees_with_the_c_library_on_every_day) {
     for (int64_t day = 0; day < 50 * 365 * 2; ++day) {
         const int64_t seconds = day * 86400 + day % 86400;
         const auto clock = static_cast<time_t>(seconds);
+        if (clock != seconds)
+            break; // a 32-bit clock ends in 2038
         struct tm expected;
         ASSERT_NE(gmtime_r(&clock, &expected), nullptr);
         int64_t back = 0;
@@ -103,18 +105,10 @@ TEST(Time, agrees_with_the_c_library_on_every_day) {
         QelUTCTime *record = nullptr;
         ASSERT_EQ(tm2ut(&expected, &record), QEL_OK);
         const qel::Owned<QelUTCTime> record_owner(record);
-        const bool early =
-            expected.tm_mon == 2 && expected.tm_mday >= 1 && (expected.tm_year % 4 == 0);
+        const bool early = expected.tm_mon == 2 && expected.tm_year % 4 == 0;
         EXPECT_EQ(makewkday(record), (expected.tm_wday + (early ? 6 : 0)) % 7) << "day " << day;
-        struct tm *converted = nullptr;
-        ASSERT_EQ(ut2tm(record, &converted), QEL_OK);
-        const qel::Owned<struct tm> converted_owner(converted);
-        EXPECT_EQ(converted->tm_year, expected.tm_year);
-        EXPECT_EQ(converted->tm_mon, expected.tm_mon);
-        EXPECT_EQ(converted->tm_mday, expected.tm_mday);
-        EXPECT_EQ(converted->tm_hour, expected.tm_hour);
-        EXPECT_EQ(converted->tm_min, expected.tm_min);
-        EXPECT_EQ(converted->tm_sec, expected.tm_sec);
+        ASSERT_EQ(utctime2time_t(record, &back), QEL_OK);
+        ASSERT_EQ(back, seconds);
         if (testing::Test::HasFailure())
             return;
     }
@@ -131,21 +125,6 @@ TEST(Time, hour_24_of_a_broken_down_time_does_not_carry_into_the_month) {
     t.tm_hour = 25;
     EXPECT_EQ(gtime(&t, &seconds), QEL_ERR_BAD_PARAM);
     EXPECT_EQ(seconds, 0);
-}
-
-TEST(Time, a_record_is_utc_without_offset) {
-    struct tm t = {};
-    t.tm_year = 101;
-    t.tm_mon = 11;
-    t.tm_mday = 31;
-    QelUTCTime *record = nullptr;
-    ASSERT_EQ(tm2ut(&t, &record), QEL_OK);
-    const qel::Owned<QelUTCTime> owner(record);
-    EXPECT_EQ(record->year, 101);
-    EXPECT_EQ(record->month, 12);
-    EXPECT_EQ(record->utc, 1);
-    EXPECT_EQ(record->mindiff, 0);
-    EXPECT_EQ(record->millisec, 0);
 }
 
 // The start and length, in seconds, of a new validity period.
@@ -290,7 +269,9 @@ TEST(PrintableTime, is_that_of_ctime_in_the_local_zone) {
     }
     setenv("TZ", "UTC0", 1);
     EXPECT_EQ(printed(utctime(73, 9, 16, 1, 3, 52)), "Sun Sep 16 01:03:52 1973");
-    EXPECT_EQ(printed(utctime(32767, 1, 1)).size(), 24U); // a year of five digits is cut
+    if (sizeof(time_t) > 4) {
+        EXPECT_EQ(printed(utctime(32767, 1, 1)).size(), 24U); // a year of five digits is cut
+    }
 }
 
 TEST(PrintableTime, reports_failures) {
@@ -312,19 +293,6 @@ TEST(PrintableTime, reports_failures) {
         EXPECT_EQ(status, fault::met() ? QEL_ERR_NO_MEMORY : QEL_OK);
         EXPECT_EQ(made != nullptr && std::strlen(made) == 24, !fault::met());
     });
-}
-
-TEST(PrintableTime, of_the_present) {
-    setenv("TZ", "UTC0", 1);
-    for (time_t now = 0; now != time(nullptr);) {
-        now = time(nullptr);
-        char *text = nullptr;
-        ASSERT_EQ(__qel_get_current_time(&text), QEL_OK);
-        const qel::Owned<char> owner(text);
-        if (now == time(nullptr)) {
-            EXPECT_EQ(std::string(text), std::string(ctime(&now), 24));
-        }
-    }
 }
 
 } // namespace
