@@ -1,0 +1,401 @@
+// Key objects: conversions between key-info types, encodings against libcrypto, refusals.
+#include "objects.h"
+#include "support/fault.h"
+
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
+#include <openssl/rsa.h>
+
+namespace toolkit {
+namespace {
+
+Bytes operator+(const Bytes &a, const Bytes &b) {
+    Bytes sum(a);
+    sum.insert(sum.end(), b.begin(), b.end());
+    return sum;
+}
+
+Bytes tlv(uint8_t tag, const Bytes &contents) {
+    Bytes length;
+    for (std::size_t rest = contents.size(); rest != 0; rest >>= 8)
+        length.insert(length.begin(), static_cast<uint8_t>(rest));
+    if (contents.size() < 0x80)
+        length = {static_cast<uint8_t>(contents.size())};
+    else
+        length.insert(length.begin(), static_cast<uint8_t>(0x80 | length.size()));
+    return Bytes{tag} + length + contents;
+}
+
+// With an indefinite length.
+Bytes open_ended(uint8_t tag, const Bytes &contents) {
+    return Bytes{tag, 0x80} + contents + Bytes{0, 0};
+}
+
+Bytes integer(const Bytes &digits) {
+    return tlv(2, (digits[0] & 0x80) != 0 ? Bytes{0} + digits : digits);
+}
+
+Bytes number(EVP_PKEY *key, const char *name) {
+    BIGNUM *value = nullptr;
+    EXPECT_EQ(EVP_PKEY_get_bn_param(key, name, &value), 1) << name;
+    Bytes bytes(static_cast<std::size_t>(BN_num_bytes(value)));
+    BN_bn2bin(value, bytes.data());
+    BN_free(value);
+    return bytes;
+}
+
+constexpr const char *number_names[] = {
+    OSSL_PKEY_PARAM_RSA_N,         OSSL_PKEY_PARAM_RSA_E,           OSSL_PKEY_PARAM_RSA_D,
+    OSSL_PKEY_PARAM_RSA_FACTOR1,   OSSL_PKEY_PARAM_RSA_FACTOR2,     OSSL_PKEY_PARAM_RSA_EXPONENT1,
+    OSSL_PKEY_PARAM_RSA_EXPONENT2, OSSL_PKEY_PARAM_RSA_COEFFICIENT1};
+
+// What the object gives for the type, spelled out.
+std::string read(B_KEY_OBJ key, B_KEY_INFO_TYPE type) {
+    POINTER info;
+    if (const int error = B_GetKeyInfo(&info, key, type); error != BE_OK)
+        return error_name(error);
+    std::string text;
+    const auto add = [&](const ITEM *items, int count) {
+        for (int i = 0; i < count; ++i)
+            text += (i != 0 ? " " : "") + to_hex(bytes_of_item(items[i]));
+    };
+    if (type == KI_RSAPublic || type == KI_RSAPrivate)
+        add(&static_cast<const A_RSA_KEY *>(info)->modulus, 2);
+    else if (type == KI_RSA_CRT)
+        add(&static_cast<const A_RSA_CRT_KEY *>(info)->modulus, 6);
+    else if (type == KI_PKCS_RSAPrivate)
+        add(&static_cast<const A_PKCS_RSA_PRIVATE_KEY *>(info)->modulus, 8);
+    else if (type == KI_8Byte || type == KI_DES8)
+        text = to_hex(static_cast<const uint8_t *>(info), 8);
+    else if (type == KI_24Byte)
+        text = to_hex(static_cast<const uint8_t *>(info), 24);
+    else if (type == KI_DESX) {
+        const auto &desx = *static_cast<const A_DESX_KEY *>(info);
+        text = to_hex(desx.key, 8) + " " + to_hex(desx.inputWhitener, 8) + " " +
+               to_hex(desx.outputWhitener, 8);
+    } else
+        add(static_cast<const ITEM *>(info), 1);
+    return text;
+}
+
+std::string joined(const std::vector<Bytes> &numbers, std::initializer_list<std::size_t> which) {
+    std::string text;
+    for (const std::size_t i : which)
+        text += (text.empty() ? "" : " ") + to_hex(numbers[i]);
+    return text;
+}
+
+TEST(RsaKeys, ConvertAsLibcryptoDoes) {
+    for (const unsigned bits : {512u, 513u, 1023u, 1024u, 2048u}) {
+        SCOPED_TRACE(bits);
+        const OpensslKey openssl = openssl_rsa_key(bits);
+        const Bytes private_ber = private_key_info(openssl.get()),
+                    public_ber = public_key_info(openssl.get());
+        std::vector<Bytes> numbers;
+        for (const char *name : number_names)
+            numbers.push_back(number(openssl.get(), name));
+        const std::string pkcs = joined(numbers, {0, 1, 2, 3, 4, 5, 6, 7});
+
+        const ITEM private_item = item_of(private_ber), public_item = item_of(public_ber);
+        const Key_ from_private(KI_PKCS_RSAPrivateBER, &private_item);
+        EXPECT_EQ(read(from_private, KI_PKCS_RSAPrivateBER), to_hex(private_ber));
+        EXPECT_EQ(read(from_private, KI_PKCS_RSAPrivate), pkcs);
+        EXPECT_EQ(read(from_private, KI_RSA_CRT), joined(numbers, {0, 3, 4, 5, 6, 7}));
+        EXPECT_EQ(read(from_private, KI_RSAPrivate), joined(numbers, {0, 2}));
+        EXPECT_EQ(read(from_private, KI_RSAPublic), joined(numbers, {0, 1}));
+        EXPECT_EQ(read(from_private, KI_RSAPublicBER), to_hex(public_ber));
+        EXPECT_EQ(read(from_private, KI_Item), "BE_KEY_OPERATION_UNKNOWN");
+
+        const Key_ from_public(KI_RSAPublicBER, &public_item);
+        EXPECT_EQ(read(from_public, KI_RSAPublic), joined(numbers, {0, 1}));
+        EXPECT_EQ(read(from_public, KI_RSAPublicBER), to_hex(public_ber));
+        for (const B_KEY_INFO_TYPE type :
+             {KI_RSAPrivate, KI_RSA_CRT, KI_PKCS_RSAPrivate, KI_PKCS_RSAPrivateBER})
+            EXPECT_EQ(read(from_public, type), "BE_KEY_OPERATION_UNKNOWN");
+
+        // Records, with a leading zero that must not come back.
+        std::vector<Bytes> padded;
+        for (const Bytes &digits : numbers)
+            padded.push_back(Bytes{0} + digits);
+        const auto item = [&](std::size_t i) { return item_of(padded[i]); };
+        const A_PKCS_RSA_PRIVATE_KEY record = {
+            item(0), item(1), item(2), {item(3), item(4)}, {item(5), item(6)}, item(7)};
+        const A_RSA_CRT_KEY crt = {item(0), {item(3), item(4)}, {item(5), item(6)}, item(7)};
+        const A_RSA_KEY rsa_private = {item(0), item(2)}, rsa_public = {item(0), item(1)};
+        EXPECT_EQ(read(Key_(KI_PKCS_RSAPrivate, &record), KI_PKCS_RSAPrivateBER),
+                  to_hex(private_ber));
+        EXPECT_EQ(read(Key_(KI_RSAPublic, &rsa_public), KI_RSAPublicBER), to_hex(public_ber));
+        EXPECT_EQ(read(Key_(KI_RSA_CRT, &crt), KI_RSA_CRT), joined(numbers, {0, 3, 4, 5, 6, 7}));
+        EXPECT_EQ(read(Key_(KI_RSA_CRT, &crt), KI_RSAPublic), "BE_KEY_OPERATION_UNKNOWN");
+        EXPECT_EQ(read(Key_(KI_RSAPrivate, &rsa_private), KI_RSAPrivate), joined(numbers, {0, 2}));
+        EXPECT_EQ(read(Key_(KI_RSAPrivate, &rsa_private), KI_RSAPublic),
+                  "BE_KEY_OPERATION_UNKNOWN");
+    }
+}
+
+const Bytes rsa_id = from_hex("06 09 2a864886f70d010101");
+const Bytes annex_id = from_hex("06 04 55080101");
+const Bytes null = from_hex("05 00");
+const Bytes modulus = Bytes(31, 0xaa) + Bytes{0xab};
+const Bytes exponent = {1, 0, 1};
+
+Bytes public_info(const Bytes &algorithm, const Bytes &key, uint8_t unused_bits = 0) {
+    return tlv(0x30, tlv(0x30, algorithm) + tlv(3, Bytes{unused_bits} + key));
+}
+
+Bytes public_key(const Bytes &n, const Bytes &e) {
+    return tlv(0x30, integer(n) + integer(e));
+}
+
+// A number of so many bits, odd.
+Bytes odd(std::size_t bits) {
+    Bytes digits((bits + 7) / 8, 0x11);
+    digits[0] = static_cast<uint8_t>(1u << ((bits - 1) % 8));
+    digits.back() |= 1;
+    return digits;
+}
+
+TEST(RsaKeys, PublicEncodingsThatAreReadAndRefused) {
+    const Bytes key = public_key(modulus, exponent), nothing;
+    const Bytes good = public_info(rsa_id + null, key);
+    const struct {
+        const char *reason;
+        Bytes encoding;
+        const char *expected;
+    } cases[] = {
+        {"as written", good, "BE_OK"},
+        {"no parameters", public_info(rsa_id, key), "BE_OK"},
+        {"the annex's algorithm, without a size", public_info(annex_id + null, key), "BE_OK"},
+        {"the annex's algorithm, with a size", public_info(annex_id + integer({1, 0}), key),
+         "BE_OK"},
+        {"the annex's algorithm, with nothing", public_info(annex_id, key), "BE_OK"},
+        {"the annex's algorithm, with more", public_info(annex_id + null + null, key), "BE_DATA"},
+        {"a size for rsaEncryption", public_info(rsa_id + integer({1, 0}), key), "BE_DATA"},
+        {"NULL that holds something", public_info(rsa_id + from_hex("05 01 00"), key), "BE_DATA"},
+        {"another algorithm", public_info(from_hex("06 07 2a8648ce380401") + null, key), "BE_DATA"},
+        {"an identifier one arc longer", public_info(from_hex("06 0a 2a864886f70d01010101"), key),
+         "BE_DATA"},
+        {"unused bits", public_info(rsa_id + null, key, 1), "BE_DATA"},
+        {"an empty bit string", tlv(0x30, tlv(0x30, rsa_id + null) + tlv(3, nothing)), "BE_DATA"},
+        {"bytes behind the whole", good + Bytes{0}, "BE_DATA"},
+        {"bytes behind the bit string",
+         tlv(0x30, tlv(0x30, rsa_id + null) + tlv(3, Bytes{0} + key) + null), "BE_DATA"},
+        {"bytes behind the key", public_info(rsa_id + null, key + null), "BE_DATA"},
+        {"bytes behind the exponent",
+         public_info(rsa_id + null, tlv(0x30, integer(modulus) + integer(exponent) + null)),
+         "BE_DATA"},
+        {"indefinite lengths",
+         open_ended(0x30,
+                    open_ended(0x30, rsa_id + null) +
+                        tlv(3, Bytes{0} + open_ended(0x30, integer(modulus) + integer(exponent)))),
+         "BE_OK"},
+        {"an indefinite length without its end",
+         Bytes{0x30, 0x80} + tlv(0x30, rsa_id + null) + tlv(3, Bytes{0} + key), "BE_DATA"},
+        {"lengths in more bytes than needed",
+         from_hex("30 83 00 00") + Bytes{static_cast<uint8_t>(good.size() - 2)} +
+             Bytes(good.begin() + 2, good.end()),
+         "BE_OK"},
+        {"a length in more bytes than a size has",
+         from_hex("30 8a 01 00 00 00 00 00 00 00 00 40") + Bytes(good.begin() + 2, good.end()),
+         "BE_DATA"},
+        {"a bit string in pieces",
+         tlv(0x30, tlv(0x30, rsa_id + null) + tlv(0x23, tlv(3, Bytes{0} + key))), "BE_DATA"},
+        {"a negative modulus",
+         public_info(rsa_id + null, tlv(0x30, tlv(2, modulus) + integer(exponent))), "BE_DATA"},
+        {"an integer with a zero too many",
+         public_info(rsa_id + null, tlv(0x30, integer(modulus) + tlv(2, Bytes{0} + exponent))),
+         "BE_DATA"},
+        {"an integer of no bytes",
+         public_info(rsa_id + null, tlv(0x30, integer(modulus) + tlv(2, nothing))), "BE_DATA"},
+        {"a modulus of 0", public_info(rsa_id + null, public_key({0}, {0})), "BE_KEY_INFO"},
+        {"an exponent of 0", public_info(rsa_id + null, public_key(modulus, {0})), "BE_KEY_INFO"},
+        {"an exponent of 1", public_info(rsa_id + null, public_key(modulus, {1})), "BE_KEY_INFO"},
+        {"an exponent of 3", public_info(rsa_id + null, public_key(modulus, {3})), "BE_OK"},
+        {"an even exponent", public_info(rsa_id + null, public_key(modulus, {4})), "BE_KEY_INFO"},
+        {"an exponent as long as the modulus",
+         public_info(rsa_id + null, public_key(modulus, Bytes(31, 0x99) + Bytes{1})), "BE_OK"},
+        {"an exponent that is longer",
+         public_info(rsa_id + null, public_key(modulus, Bytes(32, 0x11) + Bytes{1})),
+         "BE_KEY_INFO"},
+        {"an even modulus", public_info(rsa_id + null, public_key(Bytes(32, 0xaa), exponent)),
+         "BE_KEY_INFO"},
+        {"255 bits", public_info(rsa_id + null, public_key(odd(255), exponent)), "BE_MODULUS_LEN"},
+        {"256 bits", public_info(rsa_id + null, public_key(odd(256), exponent)), "BE_OK"},
+        {"16384 bits", public_info(rsa_id + null, public_key(odd(16384), exponent)), "BE_OK"},
+        {"16385 bits", public_info(rsa_id + null, public_key(odd(16385), exponent)),
+         "BE_MODULUS_LEN"},
+    };
+    for (const auto &row : cases) {
+        Key_ key_object;
+        const ITEM item = item_of(row.encoding);
+        EXPECT_EQ(error_name(B_SetKeyInfo(key_object, KI_RSAPublicBER, &item)), row.expected)
+            << row.reason;
+    }
+}
+
+TEST(RsaKeys, PrivateEncodingsThatAreReadAndRefused) {
+    Bytes numbers;
+    for (int i = 0; i < 8; ++i)
+        numbers = numbers + integer(i == 1 ? exponent : modulus);
+    const Bytes version = integer({0}), algorithm = tlv(0x30, rsa_id + null);
+    const Bytes key = tlv(0x30, version + numbers);
+    const Bytes attributes = tlv(0xa0, tlv(0x30, rsa_id + tlv(0x31, null)));
+    const struct {
+        const char *reason;
+        Bytes contents;
+        const char *expected;
+    } cases[] = {
+        {"as written", version + algorithm + tlv(4, key), "BE_OK"},
+        {"attributes", version + algorithm + tlv(4, key) + attributes, "BE_OK"},
+        {"attributes twice", version + algorithm + tlv(4, key) + attributes + attributes,
+         "BE_DATA"},
+        {"something else behind the key", version + algorithm + tlv(4, key) + null, "BE_DATA"},
+        {"another version", integer({1}) + algorithm + tlv(4, key), "BE_DATA"},
+        {"no version", algorithm + tlv(4, key), "BE_DATA"},
+        {"a key with more than two primes",
+         version + algorithm + tlv(4, tlv(0x30, integer({1}) + numbers + tlv(0x30, null))),
+         "BE_DATA"},
+        {"a public algorithm", version + tlv(0x30, annex_id + null) + tlv(4, key), "BE_DATA"},
+        {"one number short",
+         version + algorithm +
+             tlv(4, tlv(0x30, version + Bytes(numbers.begin(), numbers.end() - 35))),
+         "BE_DATA"},
+        {"bytes behind the key in its octets", version + algorithm + tlv(4, key + null), "BE_DATA"},
+        {"octets in pieces", version + algorithm + tlv(0x24, tlv(4, key)), "BE_DATA"},
+    };
+    for (const auto &row : cases) {
+        Key_ key_object;
+        const Bytes encoding = tlv(0x30, row.contents);
+        const ITEM item = item_of(encoding);
+        EXPECT_EQ(error_name(B_SetKeyInfo(key_object, KI_PKCS_RSAPrivateBER, &item)), row.expected)
+            << row.reason;
+    }
+}
+
+// Whatever a spoiled encoding gives, it is a status or a key that can be read.
+TEST(RsaKeys, SpoiledEncodingsGiveAStatus) {
+    const struct {
+        B_KEY_INFO_TYPE type;
+        const Bytes &good;
+    } encodings[] = {{KI_RSAPublicBER, sample_public_key()},
+                     {KI_PKCS_RSAPrivateBER, sample_private_key()}};
+    for (const auto &encoding : encodings) {
+        std::size_t refused = 0;
+        each_spoiled(encoding.good, [&](const Bytes &spoiled, const std::string &what) {
+            Key_ key;
+            const ITEM item = item_of(spoiled);
+            const std::string status = error_name(B_SetKeyInfo(key, encoding.type, &item));
+            if (status == "BE_OK") {
+                ASSERT_EQ(spoiled.size(), encoding.good.size()) << what;
+                ASSERT_EQ(read(key, encoding.type), to_hex(spoiled)) << what;
+            } else {
+                ++refused;
+                ASSERT_TRUE(status == "BE_DATA" || status == "BE_KEY_INFO" ||
+                            status == "BE_MODULUS_LEN")
+                    << what << ": " << status;
+                ASSERT_EQ(read(key, encoding.type), "BE_KEY_NOT_SET") << what;
+            }
+        });
+        EXPECT_GT(refused, encoding.good.size());
+    }
+}
+
+TEST(KeyObjects, ReadSecretKeysByLength) {
+    const std::string des = "0123456789abcdef", other = "fedcba9876543210";
+    const std::string all = des + other + des;
+    const auto unknown = "BE_KEY_OPERATION_UNKNOWN";
+    const struct {
+        const char *reason;
+        std::string key, as_8, as_des, as_24, as_desx;
+    } cases[] = {
+        {"8 bytes of odd parity", des, des, des, unknown, unknown},
+        {"8 bytes of even parity", "0022446688aaccee", "0022446688aaccee", "0123456789abcdef",
+         unknown, unknown},
+        {"7 bytes", "01234567890abc", unknown, unknown, unknown, unknown},
+        {"9 bytes", des + "00", unknown, unknown, unknown, unknown},
+        {"24 bytes", all, unknown, unknown, all, des + " " + other + " " + des},
+        {"no bytes", "", unknown, unknown, unknown, unknown},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.reason);
+        const Bytes bytes = from_hex(row.key);
+        const ITEM item = item_of(bytes);
+        const Key_ key(KI_Item, &item);
+        EXPECT_EQ(read(key, KI_Item), row.key);
+        EXPECT_EQ(read(key, KI_8Byte), row.as_8);
+        EXPECT_EQ(read(key, KI_DES8), row.as_des);
+        EXPECT_EQ(read(key, KI_24Byte), row.as_24);
+        EXPECT_EQ(read(key, KI_DESX), row.as_desx);
+        EXPECT_EQ(read(key, KI_RSAPublic), unknown);
+    }
+    const Bytes bytes = from_hex(all);
+    const A_DESX_KEY desx = {bytes.data(), bytes.data() + 8, bytes.data() + 16};
+    EXPECT_EQ(read(Key_(KI_DESX, &desx), KI_Item), all);
+    EXPECT_EQ(read(Key_(KI_24Byte, bytes.data()), KI_Item), all);
+    EXPECT_EQ(read(Key_(KI_8Byte, bytes.data()), KI_DES8), des);
+}
+
+TEST(KeyObjects, AnswerMisuseByName) {
+    const Bytes bytes(24, 1);
+    const ITEM item = item_of(bytes), null_data = {nullptr, 4};
+    const A_DESX_KEY half_desx = {bytes.data(), nullptr, bytes.data()};
+    const A_RSA_KEY no_exponent = {item, {nullptr, 0}}, null_exponent = {item, {nullptr, 3}};
+    Key_ set(KI_Item, &item), empty;
+    POINTER info;
+    const struct {
+        const char *reason;
+        int error;
+        const char *expected;
+    } cases[] = {
+        {"no object", B_SetKeyInfo(nullptr, KI_Item, &item), "BE_KEY_OBJ"},
+        {"no object", B_GetKeyInfo(&info, nullptr, KI_Item), "BE_KEY_OBJ"},
+        {"set twice", B_SetKeyInfo(set, KI_Item, &item), "BE_KEY_ALREADY_SET"},
+        {"no type", B_SetKeyInfo(empty, nullptr, &item), "BE_KEY_INFO"},
+        {"no info", B_SetKeyInfo(empty, KI_Item, nullptr), "BE_KEY_INFO"},
+        {"null bytes", B_SetKeyInfo(empty, KI_Item, &null_data), "BE_KEY_INFO"},
+        {"null bytes", B_SetKeyInfo(empty, KI_RSAPublicBER, &null_data), "BE_KEY_INFO"},
+        {"null bytes", B_SetKeyInfo(empty, KI_PKCS_RSAPrivateBER, &null_data), "BE_KEY_INFO"},
+        {"half a key", B_SetKeyInfo(empty, KI_DESX, &half_desx), "BE_KEY_INFO"},
+        {"no exponent", B_SetKeyInfo(empty, KI_RSAPublic, &no_exponent), "BE_KEY_INFO"},
+        {"null exponent", B_SetKeyInfo(empty, KI_RSAPublic, &null_exponent), "BE_KEY_INFO"},
+        {"still empty", B_GetKeyInfo(&info, empty, KI_Item), "BE_KEY_NOT_SET"},
+        {"no type", B_GetKeyInfo(&info, set, nullptr), "BE_KEY_INFO"},
+        {"no result", B_GetKeyInfo(nullptr, set, KI_Item), "BE_KEY_INFO"},
+    };
+    for (const auto &row : cases)
+        EXPECT_EQ(error_name(row.error), row.expected) << row.reason;
+}
+
+TEST(KeyObjects, ReportEachAllocationThatFails) {
+    const ITEM private_key = item_of(sample_private_key());
+    const Bytes bytes(24, 3);
+    const struct {
+        B_KEY_INFO_TYPE set;
+        POINTER info;
+        std::vector<B_KEY_INFO_TYPE> get;
+    } rows[] = {
+        {KI_PKCS_RSAPrivateBER,
+         &private_key,
+         {KI_PKCS_RSAPrivate, KI_RSA_CRT, KI_RSAPublic, KI_RSAPublicBER, KI_PKCS_RSAPrivateBER}},
+        {KI_8Byte, bytes.data(), {KI_Item, KI_DES8}},
+        {KI_24Byte, bytes.data(), {KI_DESX}},
+    };
+    for (const auto &row : rows) {
+        fault::each_allocation([&] {
+            B_KEY_OBJ key = nullptr;
+            int error = B_CreateKeyObject(&key);
+            if (error == BE_OK)
+                error = B_SetKeyInfo(key, row.set, row.info);
+            for (const B_KEY_INFO_TYPE type : row.get) {
+                POINTER info = nullptr;
+                if (error == BE_OK)
+                    error = B_GetKeyInfo(&info, key, type);
+            }
+            B_DestroyKeyObject(&key);
+            EXPECT_EQ(error_name(error), fault::met() ? "BE_ALLOC" : "BE_OK");
+        });
+    }
+}
+
+} // namespace
+} // namespace toolkit
