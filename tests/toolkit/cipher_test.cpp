@@ -1,0 +1,347 @@
+// Ciphers as objects: against Nettle, padding and lengths; recoding; generators.
+#include "objects.h"
+#include "samples.h"
+
+#include <nettle/arcfour.h>
+#include <nettle/arctwo.h>
+#include <nettle/cbc.h>
+#include <nettle/des.h>
+
+namespace toolkit {
+namespace {
+
+const Bytes iv = from_hex("0123456789abcdef");
+
+Bytes padded(Bytes message) {
+    const auto padding = static_cast<uint8_t>(8 - message.size() % 8);
+    message.insert(message.end(), padding, padding);
+    return message;
+}
+
+template <class Context, class SetKey, class Encrypt>
+Bytes nettle_cbc(const Bytes &message, SetKey set_key, Encrypt encrypt) {
+    Context context;
+    set_key(&context);
+    Bytes out(message.size()), chain = iv;
+    cbc_encrypt(&context, reinterpret_cast<nettle_cipher_func *>(encrypt), 8, chain.data(),
+                message.size(), out.data(), message.data());
+    return out;
+}
+
+Bytes encrypt(B_INFO_TYPE type, POINTER info, const Bytes &key_bytes, const Bytes &message) {
+    const ITEM item = item_of(key_bytes);
+    const Key_ key(KI_Item, &item);
+    const Algorithm_ object(type, info);
+    EXPECT_EQ(error_name(B_EncryptInit(object, key, every_method, nullptr)), "BE_OK");
+    Bytes out;
+    EXPECT_EQ(error_name(feed(Step::encrypt, object, message, {message.size()}, nullptr, &out)),
+              "BE_OK");
+    return out;
+}
+
+TEST(Ciphers, AgreeWithNettle) {
+    Samples samples;
+    for (const std::size_t size : {0u, 1u, 7u, 8u, 9u, 64u, 1000u}) {
+        SCOPED_TRACE(size);
+        const Bytes message = samples.bytes(size), whole = padded(message);
+        const Bytes key8 = samples.bytes(8), key24 = samples.bytes(24), key16 = samples.bytes(16);
+        const auto des_key = [&](des_ctx *context) { des_set_key(context, key8.data()); };
+        const Bytes by_des = nettle_cbc<des_ctx>(whole, des_key, des_encrypt);
+        EXPECT_EQ(encrypt(AI_DES_CBCPadIV8, iv.data(), key8, message), by_des);
+        EXPECT_EQ(encrypt(AI_DES_CBC_IV8, iv.data(), key8, whole), by_des);
+        const auto des3_key = [&](des3_ctx *context) { des3_set_key(context, key24.data()); };
+        const Bytes by_des3 = nettle_cbc<des3_ctx>(whole, des3_key, des3_encrypt);
+        EXPECT_EQ(encrypt(AI_DES_EDE3_CBCPadIV8, iv.data(), key24, message), by_des3);
+        EXPECT_EQ(encrypt(AI_DES_EDE3_CBC_IV8, iv.data(), key24, whole), by_des3);
+        for (const unsigned bits : {40u, 64u, 128u}) {
+            const auto rc2_key = [&](arctwo_ctx *context) {
+                arctwo_set_key_ekb(context, key16.size(), key16.data(), bits);
+            };
+            const A_RC2_CBC_PARAMS params = {bits, iv.data()};
+            const Bytes by_rc2 = nettle_cbc<arctwo_ctx>(whole, rc2_key, arctwo_encrypt);
+            EXPECT_EQ(encrypt(AI_RC2_CBCPad, &params, key16, message), by_rc2);
+            EXPECT_EQ(encrypt(AI_RC2_CBC, &params, key16, whole), by_rc2);
+        }
+        arcfour_ctx rc4;
+        arcfour_set_key(&rc4, key16.size(), key16.data());
+        Bytes by_rc4(size);
+        arcfour_crypt(&rc4, size, by_rc4.data(), message.data());
+        EXPECT_EQ(encrypt(AI_RC4, nullptr, key16, message), by_rc4);
+        // DESX by its definition, of DES on one block.
+        if (size == 8) {
+            Bytes block(8), result(8);
+            for (std::size_t i = 0; i < 8; ++i)
+                block[i] = static_cast<uint8_t>(message[i] ^ iv[i] ^ key24[8 + i]);
+            des_ctx des;
+            des_set_key(&des, key24.data());
+            des_encrypt(&des, 8, result.data(), block.data());
+            for (std::size_t i = 0; i < 8; ++i)
+                result[i] ^= key24[16 + i];
+            EXPECT_EQ(encrypt(AI_DESX_CBC_IV8, iv.data(), key24, message), result);
+        }
+    }
+}
+
+// Every last block there is, by its last byte and by the byte that differs from it.
+TEST(Ciphers, TakeNoPaddingButTheRightOne) {
+    const Bytes key_bytes = from_hex("0011223344556677");
+    const Key_ key(KI_8Byte, key_bytes.data());
+    const Algorithm_ object(AI_DES_CBCPadIV8, iv.data());
+    ASSERT_EQ(B_DecryptInit(object, key, every_method, nullptr), BE_OK);
+    for (unsigned last = 0; last < 256; ++last) {
+        for (std::size_t wrong = 0; wrong < 8; ++wrong) { // 7: none
+            Bytes plain(16, static_cast<uint8_t>(last));
+            if (wrong != 7)
+                plain[8 + wrong] ^= 0x10;
+            const bool good = last >= 1 && last <= 8 && (wrong == 7 || wrong < 8 - last);
+            Bytes result;
+            const Bytes cipher = encrypt(AI_DES_CBC_IV8, iv.data(), key_bytes, plain);
+            const int error = feed(Step::decrypt, object, cipher, {16}, nullptr, &result);
+            ASSERT_EQ(error_name(error), good ? "BE_OK" : "BE_PADDING") << last << " " << wrong;
+            if (good) {
+                plain.resize(16 - last);
+                ASSERT_EQ(to_hex(result), to_hex(plain));
+            }
+        }
+    }
+}
+
+TEST(Ciphers, NeedWholeBlocksWhereNothingPads) {
+    const Bytes key_bytes = from_hex("0011223344556677");
+    const Key_ key(KI_8Byte, key_bytes.data());
+    const Algorithm_ pad(AI_DES_CBCPadIV8, iv.data()), plain(AI_DES_CBC_IV8, iv.data());
+    const struct {
+        const char *reason;
+        const Algorithm_ &object;
+        Step step;
+        std::size_t size;
+        const char *expected;
+    } cases[] = {
+        {"a part of a block", plain, Step::encrypt, 9, "BE_INPUT_LEN"},
+        {"a part of a block", plain, Step::decrypt, 15, "BE_INPUT_LEN"},
+        {"nothing at all", plain, Step::encrypt, 0, "BE_OK"},
+        {"nothing at all", plain, Step::decrypt, 0, "BE_OK"},
+        {"a part of a block", pad, Step::decrypt, 9, "BE_INPUT_LEN"},
+        {"nothing, where at least the padding must be", pad, Step::decrypt, 0, "BE_INPUT_LEN"},
+    };
+    for (const auto &row : cases) {
+        Bytes out;
+        ASSERT_EQ(begin(row.step, row.object, key, every_method), BE_OK);
+        for (int again = 0; again < 2; ++again) // the failure ends the message, not the use
+            EXPECT_EQ(
+                error_name(feed(row.step, row.object, Bytes(row.size), {row.size}, nullptr, &out)),
+                row.expected)
+                << row.reason;
+    }
+}
+
+TEST(Ciphers, TakeKeysOfTheirLengthsOnly) {
+    const A_RC2_CBC_PARAMS rc2 = {64, iv.data()};
+    const struct {
+        B_INFO_TYPE type;
+        POINTER info;
+        std::size_t least, most;
+    } cases[] = {
+        {AI_DES_CBCPadIV8, iv.data(), 8, 8},
+        {AI_DES_EDE3_CBCPadIV8, iv.data(), 24, 24},
+        {AI_DESX_CBCPadIV8, iv.data(), 24, 24},
+        {AI_RC2_CBCPad, &rc2, 1, 128},
+        {AI_RC4, nullptr, 1, 256},
+    };
+    for (const auto &row : cases) {
+        for (std::size_t size = 0; size < 300; ++size) {
+            const Bytes bytes(size, 0x5a);
+            const ITEM item = item_of(bytes);
+            const Key_ key(KI_Item, &item);
+            const Algorithm_ object(row.type, row.info);
+            const bool good = size >= row.least && size <= row.most;
+            for (const Step step : {Step::encrypt, Step::decrypt})
+                ASSERT_EQ(error_name(begin(step, object, key, every_method)),
+                          good ? "BE_OK" : "BE_KEY_LEN")
+                    << size;
+        }
+    }
+}
+
+// RSA on a block.
+
+class RsaObjects : public testing::Test {
+protected:
+    const ITEM private_item = item_of(sample_private_key()),
+               public_item = item_of(sample_public_key());
+    const Key_ private_key{KI_PKCS_RSAPrivateBER, &private_item};
+    const Key_ public_key{KI_RSAPublicBER, &public_item};
+    const Random_ random;
+    Bytes out;
+
+    int run(Step step, B_INFO_TYPE type, B_KEY_OBJ key, const Bytes &message,
+            B_ALGORITHM_OBJ generator) {
+        const Algorithm_ object(type);
+        EXPECT_EQ(error_name(begin(step, object, key, every_method)), "BE_OK");
+        return feed(step, object, message, {message.size()}, generator, &out);
+    }
+};
+
+TEST_F(RsaObjects, NeedARandomObjectForTheirType2BlocksAlone) {
+    const Bytes message = bytes_of("a message");
+    const Algorithm_ unseeded(AI_MD5Random), idle(AI_MD5Random);
+    ASSERT_EQ(B_RandomInit(unseeded, every_method, nullptr), BE_OK);
+    EXPECT_EQ(error_name(run(Step::encrypt, AI_PKCS_RSAPublic, public_key, message, nullptr)),
+              "BE_RANDOM_OBJ");
+    EXPECT_EQ(error_name(run(Step::encrypt, AI_PKCS_RSAPublic, public_key, message, unseeded)),
+              "BE_RANDOM_NOT_INITIALIZED");
+    EXPECT_EQ(error_name(run(Step::encrypt, AI_PKCS_RSAPublic, public_key, message, idle)),
+              "BE_RANDOM_NOT_INITIALIZED");
+    EXPECT_EQ(error_name(run(Step::encrypt, AI_PKCS_RSAPrivate, private_key, message, nullptr)),
+              "BE_OK");
+    ASSERT_EQ(run(Step::encrypt, AI_PKCS_RSAPublic, public_key, message, random), BE_OK);
+    const Bytes first = out;
+    ASSERT_EQ(run(Step::encrypt, AI_PKCS_RSAPublic, public_key, message, random), BE_OK);
+    EXPECT_NE(to_hex(out), to_hex(first));
+    ASSERT_EQ(run(Step::decrypt, AI_PKCS_RSAPrivate, private_key, out, nullptr), BE_OK);
+    EXPECT_EQ(to_hex(out), to_hex(message));
+}
+
+TEST_F(RsaObjects, HoldTheirInputToTheBlock) {
+    Bytes too_large(128, 0xff), small(128, 0);
+    small[127] = 2;
+    const struct {
+        const char *reason;
+        Step step;
+        B_INFO_TYPE type;
+        const Key_ &key;
+        Bytes input;
+        const char *expected;
+    } cases[] = {
+        {"as much as fits", Step::encrypt, AI_PKCS_RSAPublic, public_key, Bytes(117), "BE_OK"},
+        {"one byte more", Step::encrypt, AI_PKCS_RSAPublic, public_key, Bytes(118), "BE_INPUT_LEN"},
+        {"as much as fits", Step::encrypt, AI_PKCS_RSAPrivate, private_key, Bytes(117), "BE_OK"},
+        {"one byte more", Step::encrypt, AI_PKCS_RSAPrivate, private_key, Bytes(118),
+         "BE_INPUT_LEN"},
+        {"nothing", Step::encrypt, AI_PKCS_RSAPublic, public_key, {}, "BE_OK"},
+        {"a block less one byte", Step::decrypt, AI_PKCS_RSAPrivate, private_key, Bytes(127),
+         "BE_INPUT_LEN"},
+        {"a block and one byte", Step::decrypt, AI_PKCS_RSAPrivate, private_key, Bytes(129),
+         "BE_INPUT_LEN"},
+        {"not below the modulus", Step::decrypt, AI_PKCS_RSAPrivate, private_key, too_large,
+         "BE_DATA"},
+        {"not below the modulus", Step::decrypt, AI_PKCS_RSAPublic, public_key, too_large,
+         "BE_DATA"},
+        {"a block that opens to no block", Step::decrypt, AI_PKCS_RSAPrivate, private_key, small,
+         "BE_PADDING"},
+        {"a block that opens to no block", Step::decrypt, AI_PKCS_RSAPublic, public_key, small,
+         "BE_PADDING"},
+        {"a part of a raw block", Step::encrypt, AI_RSAPublic, public_key, Bytes(127),
+         "BE_INPUT_LEN"},
+        {"more than a raw block", Step::encrypt, AI_RSAPublic, public_key, Bytes(129),
+         "BE_INPUT_LEN"},
+    };
+    for (const auto &row : cases)
+        EXPECT_EQ(error_name(run(row.step, row.type, row.key, row.input, random)), row.expected)
+            << row.reason;
+}
+
+TEST_F(RsaObjects, TakeTheKeyThatTheOperationNeeds) {
+    const Key_ empty;
+    const Bytes bytes(8, 1);
+    const Key_ secret(KI_8Byte, bytes.data());
+    POINTER crt;
+    ASSERT_EQ(B_GetKeyInfo(&crt, private_key, KI_RSA_CRT), BE_OK);
+    const Key_ crt_key(KI_RSA_CRT, crt);
+    const struct {
+        const char *reason;
+        B_INFO_TYPE type;
+        B_KEY_OBJ key;
+        const char *expected;
+    } cases[] = {
+        {"a private key that knows its exponent", AI_PKCS_RSAPublic, private_key, "BE_OK"},
+        {"a private key that does not", AI_PKCS_RSAPublic, crt_key, "BE_KEY_OPERATION_UNKNOWN"},
+        {"the numbers of the remainder form", AI_PKCS_RSAPrivate, crt_key, "BE_OK"},
+        {"a public key", AI_PKCS_RSAPrivate, public_key, "BE_KEY_OPERATION_UNKNOWN"},
+        {"a secret key", AI_PKCS_RSAPublic, secret, "BE_KEY_OPERATION_UNKNOWN"},
+        {"an empty key", AI_PKCS_RSAPublic, empty, "BE_KEY_NOT_SET"},
+        {"no key", AI_PKCS_RSAPublic, nullptr, "BE_KEY_OBJ"},
+        {"a public key to sign", AI_MD5WithRSAEncryption, public_key, "BE_KEY_OPERATION_UNKNOWN"},
+        {"no key to sign", AI_MD5WithRSAEncryption, nullptr, "BE_KEY_OBJ"},
+    };
+    for (const auto &row : cases) {
+        const Algorithm_ object(row.type);
+        const Step step = row.type == AI_MD5WithRSAEncryption ? Step::sign : Step::encrypt;
+        EXPECT_EQ(error_name(begin(step, object, row.key, every_method)), row.expected)
+            << row.reason;
+    }
+}
+
+// Recoding.
+
+TEST(Recoding, FitsTheRoomThatTheResultNeeds) {
+    const std::string text = " Zm9v\r\n\tYmFy\n\n Zg==  \n";
+    const Algorithm_ object(AI_RFC1113Recode);
+    const auto length = static_cast<uint32_t>(text.size());
+    for (uint32_t room = 0; room <= 7; ++room) {
+        ASSERT_EQ(B_DecodeInit(object), BE_OK);
+        Bytes out(room);
+        uint32_t size = 99;
+        const int error = B_DecodeUpdate(object, out.data(), &size, room,
+                                         reinterpret_cast<const uint8_t *>(text.data()), length);
+        EXPECT_EQ(error_name(error), room < 7 ? "BE_OUTPUT_LEN" : "BE_OK");
+        EXPECT_EQ(size, room < 7 ? 0u : 7u);
+        if (room == 7) {
+            EXPECT_EQ(text_of(out), "foobarf");
+            // Blanks behind the end write nothing and need no room.
+            EXPECT_EQ(B_DecodeUpdate(object, nullptr, &size, 0, bytes_of(" \n  \n").data(), 5),
+                      BE_OK);
+            EXPECT_EQ(B_DecodeFinal(object, nullptr, &size, 0), BE_OK);
+        }
+    }
+}
+
+TEST(Recoding, LongInputOfBlanksNeedsNoRoom) {
+    const Bytes blanks(100000, ' ');
+    const Algorithm_ object(AI_RFC1113Recode);
+    uint32_t size;
+    ASSERT_EQ(B_DecodeInit(object), BE_OK);
+    EXPECT_EQ(B_DecodeUpdate(object, nullptr, &size, 0, blanks.data(), 100000), BE_OK);
+    EXPECT_EQ(B_DecodeFinal(object, nullptr, &size, 0), BE_OK);
+}
+
+TEST(Recoding, EndsOnBadData) {
+    for (const char *text : {"Zm9*", "Zg==Zg==", "Zg=x", "Zh==", "====", "Zg\0=", "Zm9vZ"}) {
+        SCOPED_TRACE(text);
+        const Algorithm_ object(AI_RFC1113Recode);
+        ASSERT_EQ(B_DecodeInit(object), BE_OK);
+        uint8_t out[64];
+        uint32_t size;
+        int error = B_DecodeUpdate(object, out, &size, 64, reinterpret_cast<const uint8_t *>(text),
+                                   static_cast<uint32_t>(std::string(text).size()));
+        if (error == BE_OK)
+            error = B_DecodeFinal(object, out, &size, 64);
+        EXPECT_EQ(error_name(error), "BE_DATA");
+        EXPECT_EQ(error_name(B_DecodeUpdate(object, out, &size, 64, out, 0)),
+                  "BE_ALGORITHM_NOT_INITIALIZED");
+    }
+}
+
+// Generators: MD5Random is the digest of the seed, then of the state counted up (see random.h).
+
+TEST(Generators, GiveTheSameBytesInAnyPieces) {
+    for (const B_INFO_TYPE type : {AI_MD2Random, AI_MD5Random}) {
+        const Bytes seed = bytes_of("seed");
+        Bytes whole(100), pieces(100);
+        for (Bytes *bytes : {&whole, &pieces}) {
+            const Algorithm_ object(type);
+            ASSERT_EQ(B_RandomInit(object, every_method, nullptr), BE_OK);
+            ASSERT_EQ(B_RandomUpdate(object, seed.data(), 4, nullptr), BE_OK);
+            if (bytes == &whole) {
+                ASSERT_EQ(B_GenerateRandomBytes(object, whole.data(), 100, nullptr), BE_OK);
+                continue;
+            }
+            for (uint32_t at = 0; at < 100; at += 5)
+                ASSERT_EQ(B_GenerateRandomBytes(object, pieces.data() + at, 5, nullptr), BE_OK);
+        }
+        EXPECT_EQ(to_hex(whole), to_hex(pieces));
+    }
+}
+
+} // namespace
+} // namespace toolkit
