@@ -1,4 +1,4 @@
-#define _FILE_OFFSET_BITS 64
+// file.cpp: files as input and output. Files beyond 2 GiB are opened in 32-bit programs too.
 #include "file.h"
 
 #include <cerrno>
@@ -55,7 +55,7 @@ Read refill(Reader &reader, uint32_t count) {
     if (reader.file == nullptr)
         return Read::malformed;
     const int descriptor = reader.file->descriptor.number();
-    if (count > kWindowSize || lseek(descriptor, reader.at, SEEK_SET) < 0)
+    if (count > kWindowSize || lseek64(descriptor, reader.at, SEEK_SET) < 0)
         return Read::file_error;
     const ssize_t size = read_all(descriptor, reader.file->window.get(), kWindowSize);
     if (size < static_cast<ssize_t>(count))
@@ -70,13 +70,13 @@ Read refill(Reader &reader, uint32_t count) {
 
 bool read_file(OssEnvironment &environment, const MarkedFile &marked, FileInput &input,
                Reader &reader) {
-    input.descriptor.open(open(marked.name, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status;
-    if (input.descriptor.number() < 0 || fstat(input.descriptor.number(), &status) != 0)
+    input.descriptor.open(open(marked.name, O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NONBLOCK));
+    struct stat64 status;
+    if (input.descriptor.number() < 0 || fstat64(input.descriptor.number(), &status) != 0)
         return file_failure(environment, "a marked file cannot be opened");
     if (!S_ISREG(status.st_mode))
         return file_failure(environment, "a marked file is no regular file");
-    if (status.st_size > off_t{UINT32_MAX})
+    if (status.st_size > off64_t{UINT32_MAX})
         return fail(environment, OSS_TOO_LARGE, "a marked file of more than 4 GiB");
     input.window = allocate_bytes(kWindowSize);
     if (!input.window)
@@ -95,7 +95,7 @@ MarkedFile *mark_temporary(OssEnvironment &environment, FileDescriptor &descript
         file_failure(environment, "the folder for temporary files has too long a name");
         return nullptr;
     }
-    descriptor.open(mkostemp(name, O_CLOEXEC));
+    descriptor.open(mkostemp64(name, O_CLOEXEC));
     if (descriptor.number() < 0) {
         file_failure(environment, "no temporary file can be made");
         return nullptr;
@@ -112,22 +112,23 @@ MarkedFile *mark_temporary(OssEnvironment &environment, FileDescriptor &descript
 
 bool open_for_writing(OssEnvironment &environment, const MarkedFile &marked,
                       FileDescriptor &descriptor) {
-    descriptor.open(open(marked.name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    descriptor.open(
+        open(marked.name, O_WRONLY | O_LARGEFILE | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     return descriptor.number() >= 0 ||
            file_failure(environment, "a marked file cannot be opened for writing");
 }
 
 bool end_writing(FileDescriptor &descriptor, bool all_well, uint32_t size) {
-    if (all_well && lseek(descriptor.number(), 0, SEEK_CUR) == off_t{size})
+    if (all_well && lseek64(descriptor.number(), 0, SEEK_CUR) == off64_t{size})
         return descriptor.close();
-    (void)!ftruncate(descriptor.number(), 0);
+    (void)!ftruncate64(descriptor.number(), 0);
     descriptor.close();
     return false;
 }
 
 bool is_same_file(const MarkedFile &a, const MarkedFile &b) {
-    struct stat left, right;
-    return &a == &b || (stat(a.name, &left) == 0 && stat(b.name, &right) == 0 &&
+    struct stat64 left, right;
+    return &a == &b || (stat64(a.name, &left) == 0 && stat64(b.name, &right) == 0 &&
                         left.st_dev == right.st_dev && left.st_ino == right.st_ino);
 }
 
