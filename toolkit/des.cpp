@@ -1,9 +1,11 @@
 #include <toolkit/des.h>
+#include <toolkit/implementations.h>
 
 #include "des_tables.h"
 
 #include <array>
 #include <cstring>
+#include <iterator>
 #include <string.h>
 
 namespace toolkit {
@@ -32,13 +34,28 @@ constexpr auto round_table = [] {
     return table;
 }();
 
-uint64_t look_up(unsigned byte, uint64_t mixed) {
-    return round_table[byte][static_cast<uint8_t>(mixed >> (8 * byte))];
+// Keeps the compiler from reordering a sum of exclusive ors, what is in it so far being one term, and
+// from moving halves to vector registers and back.
+inline uint64_t term(uint64_t sum) {
+#if defined(__x86_64__)
+    asm("" : "+r"(sum));
+#endif
+    return sum;
 }
 
-uint64_t round_function(uint64_t mixed) {
-    return ((look_up(0, mixed) ^ look_up(1, mixed)) ^ (look_up(2, mixed) ^ look_up(3, mixed))) ^
-           ((look_up(4, mixed) ^ look_up(5, mixed)) ^ (look_up(6, mixed) ^ look_up(7, mixed)));
+// half ^ f(mixed), mixed being the other half and the key. Two chains of look-ups, each begun with
+// what is known first.
+[[gnu::always_inline]] inline uint64_t round_function(uint64_t mixed, uint64_t half) {
+    const uint64_t low = mixed >> 16, middle = mixed >> 32, high = mixed >> 48;
+    uint64_t a = term(half ^ round_table[0][static_cast<uint8_t>(mixed)]);
+    uint64_t b = term(round_table[2][static_cast<uint8_t>(low)]);
+    a = term(a ^ round_table[1][static_cast<uint8_t>(mixed >> 8)]);
+    b = term(b ^ round_table[3][static_cast<uint8_t>(low >> 8)]);
+    a = term(a ^ round_table[4][static_cast<uint8_t>(middle)]);
+    b = term(b ^ round_table[6][static_cast<uint8_t>(high)]);
+    a = term(a ^ round_table[5][static_cast<uint8_t>(middle >> 8)]);
+    b = term(b ^ round_table[7][static_cast<uint8_t>(high >> 8)]);
+    return a ^ b;
 }
 
 // A block after the initial permutation, both halves expanded. Chaining works on this form: a
@@ -48,20 +65,36 @@ struct Block {
 };
 
 Block operator^(const Block &a, const Block &b) {
-    return {a.left ^ b.left, a.right ^ b.right};
+    return {term(a.left ^ b.left), term(a.right ^ b.right)};
 }
 
-enum class Direction { encrypt, decrypt };
-
-// Sixteen rounds and the exchange of halves at the end.
-template <Direction direction> Block crypt(const DesKey &key, Block block) {
+// Sixteen rounds of blocks side by side, and the exchange of halves at the end. Each half carries
+// the key of the round that it enters next; see DesKey.
+template <bool decrypt, int count>
+[[gnu::always_inline]] inline void run_rounds(const DesKey &key, Block *blocks) {
+    const auto entry = [&](int i) { return key.rounds[decrypt ? 17 - i : i]; };
+    for (int n = 0; n < count; ++n)
+        blocks[n] = {blocks[n].left ^ entry(1), blocks[n].right ^ entry(0)};
+#pragma GCC unroll 8
     for (int i = 0; i < 16; i += 2) {
-        const int first = direction == Direction::encrypt ? i : 15 - i;
-        const int second = direction == Direction::encrypt ? i + 1 : 14 - i;
-        block.left ^= round_function(block.right ^ key.rounds[first]);
-        block.right ^= round_function(block.left ^ key.rounds[second]);
+        for (int n = 0; n < count; ++n) {
+            Block &block = blocks[n];
+            block.left = round_function(block.right, block.left);
+            block.right = round_function(block.left, block.right ^ entry(i + 2));
+            block.left ^= entry(i + 3);
+        }
     }
-    return {block.right, block.left};
+    for (int n = 0; n < count; ++n)
+        blocks[n] = {blocks[n].right, blocks[n].left};
+}
+
+template <bool decrypt> [[gnu::noinline]] Block run_one(const DesKey &key, Block block) {
+    run_rounds<decrypt, 1>(key, &block);
+    return block;
+}
+
+template <bool decrypt> [[gnu::noinline]] void run_two(const DesKey &key, Block blocks[2]) {
+    run_rounds<decrypt, 2>(key, blocks);
 }
 
 // ---- Permutations
@@ -111,46 +144,51 @@ void store(uint8_t *bytes, const Block &block) {
 // ---- Chaining
 // ------------------------------------------------------------------------------------
 
-Block encrypt(const DesKey &key, const Block &block) {
-    return crypt<Direction::encrypt>(key, block);
-}
-Block decrypt(const DesKey &key, const Block &block) {
-    return crypt<Direction::decrypt>(key, block);
-}
-
-Block encrypt(const DesEde3Key &key, const Block &block) {
-    return encrypt(key.key[2], decrypt(key.key[1], encrypt(key.key[0], block)));
-}
-Block decrypt(const DesEde3Key &key, const Block &block) {
-    return decrypt(key.key[0], encrypt(key.key[1], decrypt(key.key[2], block)));
+Block run_passes(const DesPasses &passes, Block block) {
+    for (int i = 0; i < passes.count; ++i)
+        block = passes.pass[i].decrypt ? run_one<true>(*passes.pass[i].key, block)
+                                       : run_one<false>(*passes.pass[i].key, block);
+    return block;
 }
 
-Block encrypt(const DesxKey &key, const Block &block) {
-    return encrypt(key.des, block ^ load(key.pre)) ^ load(key.post);
-}
-Block decrypt(const DesxKey &key, const Block &block) {
-    return decrypt(key.des, block ^ load(key.post)) ^ load(key.pre);
-}
-
-template <class Key>
-void cbc_encrypt(const Key &key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
-                 std::size_t blocks) {
-    Block chain = load(iv);
-    for (; blocks != 0; --blocks, in += des_block_size, out += des_block_size) {
-        chain = encrypt(key, load(in) ^ chain);
-        store(out, chain);
+void run_passes_two(const DesPasses &passes, Block blocks[2]) {
+    for (int i = 0; i < passes.count; ++i) {
+        if (passes.pass[i].decrypt)
+            run_two<true>(*passes.pass[i].key, blocks);
+        else
+            run_two<false>(*passes.pass[i].key, blocks);
     }
-    store(iv, chain);
 }
 
-template <class Key>
-void cbc_decrypt(const Key &key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
+void cbc_encrypt(const DesPasses &passes, uint8_t iv[8], const uint8_t *in, uint8_t *out,
                  std::size_t blocks) {
-    Block chain = load(iv);
+    const Block before = load(passes.before), after = load(passes.after);
+    const Block between = before ^ after;
+    Block chain = load(iv) ^ after;
     for (; blocks != 0; --blocks, in += des_block_size, out += des_block_size) {
-        const Block next = load(in);
-        store(out, decrypt(key, next) ^ chain);
-        chain = next;
+        chain = run_passes(passes, load(in) ^ between ^ chain);
+        store(out, chain ^ after);
+    }
+    store(iv, chain ^ after);
+}
+
+// Blocks in pairs: their look-ups do not wait for each other.
+void cbc_decrypt(const DesPasses &passes, uint8_t iv[8], const uint8_t *in, uint8_t *out,
+                 std::size_t blocks) {
+    const Block before = load(passes.before), after = load(passes.after);
+    Block chain = load(iv);
+    for (; blocks >= 2; blocks -= 2, in += 2 * des_block_size, out += 2 * des_block_size) {
+        const Block first = load(in), second = load(in + des_block_size);
+        Block pair[2] = {first ^ before, second ^ before};
+        run_passes_two(passes, pair);
+        store(out, pair[0] ^ after ^ chain);
+        store(out + des_block_size, pair[1] ^ after ^ first);
+        chain = second;
+    }
+    if (blocks != 0) {
+        const Block last = load(in);
+        store(out, run_passes(passes, last ^ before) ^ after ^ chain);
+        chain = last;
     }
     store(iv, chain);
 }
@@ -170,44 +208,31 @@ void des_set_key(DesKey *schedule, const uint8_t key[8]) {
         c = c << 1 | (key[(des::pc1[i] - 1) / 8] >> (7 - (des::pc1[i] - 1) % 8) & 1);
         d = d << 1 | (key[(des::pc1[i + 28] - 1) / 8] >> (7 - (des::pc1[i + 28] - 1) % 8) & 1);
     }
+    uint64_t rounds[16];
     for (int round = 0; round < 16; ++round) {
         c = rotate28(c, des::shifts[round]);
         d = rotate28(d, des::shifts[round]);
         const uint64_t cd = static_cast<uint64_t>(c) << 28 | d;
-        uint64_t bytes = 0;
+        rounds[round] = 0;
         for (int byte = 0; byte < 8; ++byte) {
             unsigned six = 0;
             for (int i = 0; i < 6; ++i)
                 six = six << 1 | (cd >> (56 - des::pc2[6 * des::box_of_byte[byte] + i]) & 1);
-            bytes |= static_cast<uint64_t>(six) << (8 * byte);
+            rounds[round] |= static_cast<uint64_t>(six) << (8 * byte);
         }
-        schedule->rounds[round] = bytes;
     }
-}
-
-void des_cbc_encrypt(const DesKey *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
-                     std::size_t blocks) {
-    cbc_encrypt(*key, iv, in, out, blocks);
-}
-
-void des_cbc_decrypt(const DesKey *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
-                     std::size_t blocks) {
-    cbc_decrypt(*key, iv, in, out, blocks);
+    schedule->rounds[0] = rounds[0];
+    schedule->rounds[1] = rounds[1];
+    for (int i = 2; i < 16; ++i)
+        schedule->rounds[i] = rounds[i - 2] ^ rounds[i];
+    schedule->rounds[16] = rounds[14];
+    schedule->rounds[17] = rounds[15];
+    explicit_bzero(rounds, sizeof rounds);
 }
 
 void des_ede3_set_key(DesEde3Key *schedule, const uint8_t key[24]) {
     for (int i = 0; i < 3; ++i)
         des_set_key(&schedule->key[i], key + 8 * i);
-}
-
-void des_ede3_cbc_encrypt(const DesEde3Key *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
-                          std::size_t blocks) {
-    cbc_encrypt(*key, iv, in, out, blocks);
-}
-
-void des_ede3_cbc_decrypt(const DesEde3Key *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
-                          std::size_t blocks) {
-    cbc_decrypt(*key, iv, in, out, blocks);
 }
 
 void desx_set_key(DesxKey *schedule, const uint8_t des[8], const uint8_t pre[8],
@@ -217,14 +242,77 @@ void desx_set_key(DesxKey *schedule, const uint8_t des[8], const uint8_t pre[8],
     std::memcpy(schedule->post, post, sizeof schedule->post);
 }
 
+// ---- The ciphers
+// ---------------------------------------------------------------------------------
+
+namespace {
+
+constexpr uint8_t nothing[8] = {};
+
+DesPasses des_passes(const DesKey *key, bool decrypt) {
+    return {1, {{key, decrypt}}, nothing, nothing};
+}
+
+DesPasses ede3_passes(const DesEde3Key *key, bool decrypt) {
+    const DesKey *const k = key->key;
+    if (decrypt)
+        return {3, {{&k[2], true}, {&k[1], false}, {&k[0], true}}, nothing, nothing};
+    return {3, {{&k[0], false}, {&k[1], true}, {&k[2], false}}, nothing, nothing};
+}
+
+DesPasses desx_passes(const DesxKey *key, bool decrypt) {
+    if (decrypt)
+        return {1, {{&key->des, true}}, key->post, key->pre};
+    return {1, {{&key->des, false}}, key->pre, key->post};
+}
+
+void fastest_cbc_decrypt(const DesPasses &passes, uint8_t iv[8], const uint8_t *in, uint8_t *out,
+                         std::size_t blocks) {
+    const DesDecryption *row = des_decryptions;
+    while (blocks < row->least_blocks || !row->available())
+        ++row;
+    row->cbc_decrypt(passes, iv, in, out, blocks);
+}
+
+bool always() {
+    return true;
+}
+
+} // namespace
+
+const DesDecryption des_decryptions[] = {
+    {"portable", always, 0, cbc_decrypt},
+};
+const std::size_t des_decryption_count = std::size(des_decryptions);
+
+void des_cbc_encrypt(const DesKey *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
+                     std::size_t blocks) {
+    cbc_encrypt(des_passes(key, false), iv, in, out, blocks);
+}
+
+void des_cbc_decrypt(const DesKey *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
+                     std::size_t blocks) {
+    fastest_cbc_decrypt(des_passes(key, true), iv, in, out, blocks);
+}
+
+void des_ede3_cbc_encrypt(const DesEde3Key *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
+                          std::size_t blocks) {
+    cbc_encrypt(ede3_passes(key, false), iv, in, out, blocks);
+}
+
+void des_ede3_cbc_decrypt(const DesEde3Key *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
+                          std::size_t blocks) {
+    fastest_cbc_decrypt(ede3_passes(key, true), iv, in, out, blocks);
+}
+
 void desx_cbc_encrypt(const DesxKey *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
                       std::size_t blocks) {
-    cbc_encrypt(*key, iv, in, out, blocks);
+    cbc_encrypt(desx_passes(key, false), iv, in, out, blocks);
 }
 
 void desx_cbc_decrypt(const DesxKey *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
                       std::size_t blocks) {
-    cbc_decrypt(*key, iv, in, out, blocks);
+    fastest_cbc_decrypt(desx_passes(key, true), iv, in, out, blocks);
 }
 
 } // namespace toolkit

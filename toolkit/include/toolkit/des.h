@@ -14,9 +14,11 @@ namespace toolkit {
 constexpr std::size_t des_block_size = 8;
 constexpr std::size_t des_key_size = 8;
 
-// A key schedule: secret, to be zeroed by its owner.
+// A key schedule: secret, to be zeroed by its owner. The keys of rounds 1 and 2, then for rounds 3 to
+// 16 what to add to get from the key two rounds before to this one, then the keys of rounds 15 and
+// 16; a byte of an entry has the six bits for one S-box. Decryption walks it from the end.
 struct DesKey {
-    uint64_t rounds[16];
+    uint64_t rounds[18];
 };
 
 // The parity bits of key are ignored.

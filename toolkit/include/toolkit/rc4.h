@@ -9,8 +9,9 @@ namespace toolkit {
 
 // Key stream state: secret, to be zeroed by its owner.
 struct Rc4 {
-    uint32_t state[256];
-    uint32_t x, y;
+    uint8_t state[256];
+    uint8_t x; // the place that the next byte of key stream begins with
+    uint8_t y;
 };
 
 // key: 1 to 256 bytes. False when size is out of range.

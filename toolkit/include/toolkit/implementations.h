@@ -1,0 +1,38 @@
+// implementations.h: the primitives that have more than one implementation.
+//
+// Each has a table with the fastest first and one that works anywhere last. The public functions
+// take the first row that this processor can run and that is meant for so long a run; tests take
+// each.
+#ifndef TOOLKIT_IMPLEMENTATIONS_H
+#define TOOLKIT_IMPLEMENTATIONS_H
+
+#include <toolkit/des.h>
+#include <toolkit/rc2.h>
+
+namespace toolkit {
+
+// What a block goes through in DES, triple DES or DESX, one direction: 8 bytes are added (exclusive
+// or) before and after the passes.
+struct DesPasses {
+    int count;
+    struct {
+        const DesKey *key;
+        bool decrypt;
+    } pass[3];
+    const uint8_t *before, *after;
+};
+
+struct DesDecryption {
+    const char *name;
+    bool (*available)();
+    std::size_t least_blocks; // shorter runs are faster in a later row
+    void (*cbc_decrypt)(const DesPasses &passes, uint8_t iv[8], const uint8_t *in, uint8_t *out,
+                        std::size_t blocks);
+};
+
+extern const DesDecryption des_decryptions[];
+extern const std::size_t des_decryption_count;
+
+} // namespace toolkit
+
+#endif
