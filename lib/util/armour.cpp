@@ -173,7 +173,7 @@ bool is_standard(const char *name) {
     return name == nullptr || *name == '\0';
 }
 
-// An open file, or standard input or output, which stay open.
+// An open file, beyond 2 GiB in 32-bit programs too, or standard input or output, which stay open.
 class File {
 public:
     File() = default;
@@ -183,13 +183,13 @@ public:
 
     QelStatus open_input(const char *name) {
         owned_ = !is_standard(name);
-        descriptor_ = owned_ ? open(name, O_RDONLY | O_CLOEXEC) : STDIN_FILENO;
+        descriptor_ = owned_ ? open(name, O_RDONLY | O_LARGEFILE | O_CLOEXEC) : STDIN_FILENO;
         return descriptor_ >= 0 ? QEL_OK : QEL_ERR_OPEN_FILE;
     }
 
     QelStatus open_output(const char *name, int flags) {
         owned_ = !is_standard(name);
-        descriptor_ = owned_ ? open(name, flags, 0600) : STDOUT_FILENO;
+        descriptor_ = owned_ ? open(name, flags | O_LARGEFILE, 0600) : STDOUT_FILENO;
         return descriptor_ >= 0 ? QEL_OK : QEL_ERR_OPEN_FILE;
     }
 
