@@ -1,0 +1,340 @@
+// The binding: order of checks, statuses, rules, presence bits, buffers.
+#include "support/asn1.h"
+#include "support/ber.h"
+#include "support/fault.h"
+
+#include <asn1/pkcs.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace {
+
+// Two assertions in one RDN, in falling order, which DER turns round.
+struct UnsortedName {
+    uint32_t arcs[2][4] = {{2, 5, 4, 11}, {2, 5, 4, 3}};
+    uint8_t text[4] = {19, 2, 'U', 'S'};
+    QelOid types[2] = {{4, arcs[0]}, {4, arcs[1]}};
+    QelOctetString values[2] = {{4, text}, {4, text}};
+    QelAva avas[2] = {{&types[0], &values[0]}, {&types[1], &values[1]}};
+    QelRdn second = {nullptr, &avas[1]}, first = {&second, &avas[0]};
+    QelRdnSeq sequence = {nullptr, &first};
+    QelName name = {QEL_NAME_RDN_SEQUENCE, &sequence};
+};
+const Bytes kSorted = ber("30{31{ 30{0603 550403 13{'US'}} 30{0603 55040b 13{'US'}} }}");
+
+class Binding : public ::testing::Test {
+protected:
+    OssEnvironment *environment() { return static_cast<OssEnvironment *>(context.get()->asn1); }
+    Asn1Context context;
+};
+
+// ---- Arguments ----------------------------------------------------------------------------------
+
+TEST_F(Binding, RefusesNulls) {
+    QelContext unused = {};
+    QelContext *const good = context.get();
+    int32_t number = 5;
+    uint8_t *buffer = nullptr;
+    uint32_t length = 0;
+    void *value = nullptr;
+    const uint8_t data[] = {2, 1, 5};
+
+    EXPECT_EQ(__qel_init_asn1(nullptr), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_end_asn1(nullptr), QEL_OK);
+    EXPECT_EQ(__qel_end_asn1(&unused), QEL_OK);
+    for (QelContext *bad : {static_cast<QelContext *>(nullptr), &unused}) {
+        EXPECT_EQ(__qel_asn1_encode(bad, &number, 14, &buffer, &length), QEL_ERR_BAD_PARAM);
+        EXPECT_EQ(__qel_asn1_decode(bad, data, 3, 14, &value), QEL_ERR_BAD_PARAM);
+        EXPECT_EQ(__qel_mark_oss_file(bad, "file", &value), QEL_ERR_BAD_PARAM);
+        EXPECT_EQ(__qel_unmark_oss_file(bad, &number, &value), QEL_ERR_BAD_PARAM);
+        EXPECT_EQ(__qel_set_encoding_flags_indefinite(bad), QEL_ERR_BAD_PARAM);
+        EXPECT_EQ(__qel_set_decoding_flags_debugpdu(bad), QEL_ERR_BAD_PARAM);
+        EXPECT_EQ(__qel_asn1_print(bad, stdout, &number, 14), QEL_ERR_BAD_PARAM);
+        __qel_asn1_free(bad, &number, 14);
+        __qel_free_keyinfo_pdu(bad, reinterpret_cast<QelKeyInfo *>(&number));
+    }
+    EXPECT_EQ(__qel_asn1_encode(good, nullptr, 14, &buffer, &length), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_asn1_encode(good, &number, 14, nullptr, &length), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_asn1_encode(good, &number, 14, &buffer, nullptr), QEL_ERR_BAD_PARAM);
+    length = 1;
+    EXPECT_EQ(__qel_asn1_encode(good, &number, 14, &buffer, &length), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_asn1_decode(good, nullptr, 3, 14, &value), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_asn1_decode(good, data, 3, 14, nullptr), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_mark_oss_file(good, nullptr, &value), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_mark_oss_file(good, "file", nullptr), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_unmark_oss_file(good, nullptr, &value), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_unmark_oss_file(good, &number, nullptr), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_asn1_print(good, nullptr, &number, 14), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_asn1_print(good, stdout, nullptr, 14), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_asn1_print(good, stdout, &number, 37), QEL_ERR_BAD_PARAM);
+    __qel_asn1_free(good, nullptr, 14);
+    __qel_free_pkcsdata_pdu(good, nullptr);
+}
+
+TEST_F(Binding, StartsOrReportsWhyNot) {
+    QelContext fresh = {};
+    fault::fail(fault::Call::allocate, 1);
+    EXPECT_EQ(__qel_init_asn1(&fresh), QEL_ERR_NO_MEMORY);
+    ASSERT_TRUE(fault::clear(fault::Call::allocate));
+    EXPECT_EQ(fresh.asn1, nullptr);
+    EXPECT_EQ(__qel_init_asn1(&fresh), QEL_OK);
+    EXPECT_NE(fresh.asn1, nullptr);
+    EXPECT_EQ(__qel_end_asn1(&fresh), QEL_OK);
+    EXPECT_EQ(fresh.asn1, nullptr);
+}
+
+TEST_F(Binding, KnowsThePdusByName) {
+    EXPECT_STREQ(__qel_asn1_pdu_name(QEL_PDU_Name), "Name");
+    EXPECT_STREQ(__qel_asn1_pdu_name(QEL_PDU_RC2_CBCParameter), "RC2-CBCParameter");
+    EXPECT_STREQ(__qel_asn1_pdu_name(QEL_PDU_SignedPublicKeyAndChallenge),
+                 "SignedPublicKeyAndChallenge");
+    for (int pdu = 1; pdu <= 36; ++pdu)
+        EXPECT_NE(__qel_asn1_pdu_name(pdu), nullptr) << pdu;
+    for (const int pdu : {-1, 0, 37})
+        EXPECT_EQ(__qel_asn1_pdu_name(pdu), nullptr) << pdu;
+}
+
+TEST_F(Binding, RefusesUnknownPdus) {
+    const int32_t number = 5;
+    QelStatus status = QEL_OK;
+    for (const int pdu : {-1, 0, 37}) {
+        context.encode(&number, pdu, &status);
+        EXPECT_EQ(status, QEL_ERR_ASN1_ENCODE);
+        EXPECT_EQ(context.decode(ber("020105"), pdu, &status), nullptr);
+        EXPECT_EQ(status, QEL_ERR_ASN1_DECODE);
+    }
+}
+
+// ---- Rules --------------------------------------------------------------------------------------
+
+TEST_F(Binding, NamesAreDerWhateverTheRulesAndTheRulesStay) {
+    UnsortedName unsorted;
+    ASSERT_EQ(__qel_set_encoding_flags_indefinite(context.get()), QEL_OK);
+    EXPECT_EQ(to_hex(context.encode(&unsorted.name, QEL_PDU_Name)), to_hex(kSorted));
+    EXPECT_EQ(ossGetEncodingRules(environment()), OSS_BER);
+
+    // A failure restores the rules too.
+    QelStatus status = QEL_OK;
+    unsorted.types[0].count = 1;
+    context.encode(&unsorted.name, QEL_PDU_Name, &status);
+    EXPECT_EQ(status, QEL_ERR_ASN1_ENCODE);
+    EXPECT_EQ(ossGetEncodingRules(environment()), OSS_BER);
+}
+
+TEST_F(Binding, OtherPdusFollowTheRules) {
+    uint32_t arcs[] = {1, 2, 3};
+    QelOid type = {3, arcs};
+    const QelContentInfo info = {&type, nullptr};
+    EXPECT_EQ(to_hex(context.encode(&info, QEL_PDU_ContentInfo)), to_hex(ber("30{06022a03}")));
+    ASSERT_EQ(__qel_set_encoding_flags_indefinite(context.get()), QEL_OK);
+    EXPECT_EQ(to_hex(context.encode(&info, QEL_PDU_ContentInfo)), to_hex(ber("308006022a030000")));
+    ossSetEncodingRules(environment(), OSS_DER);
+    EXPECT_EQ(to_hex(context.encode(&info, QEL_PDU_ContentInfo)), to_hex(ber("30{06022a03}")));
+}
+
+TEST_F(Binding, TracesWhatItDecodes) {
+    char *text = nullptr;
+    std::size_t size = 0;
+    FILE *stream = open_memstream(&text, &size);
+    ossSetTraceStream(environment(), stream);
+    context.decode(ber("020104"), QEL_PDU_INT);
+    ASSERT_EQ(__qel_set_decoding_flags_debugpdu(context.get()), QEL_OK);
+    context.decode(ber("020105"), QEL_PDU_INT);
+    std::fclose(stream);
+    EXPECT_STREQ(text, "INT ::= 5\n");
+    std::free(text);
+}
+
+// ---- Buffers ------------------------------------------------------------------------------------
+
+TEST_F(Binding, FillsTheCallersBufferOrLeavesIt) {
+    const int32_t number = 5;
+    for (const uint32_t capacity : {0u, 2u, 3u, 4u}) {
+        SCOPED_TRACE(capacity);
+        uint8_t bytes[4] = {9, 9, 9, 9};
+        uint8_t *buffer = bytes;
+        uint32_t length = capacity;
+        const QelStatus status = __qel_asn1_encode(context.get(), &number, 14, &buffer, &length);
+        EXPECT_EQ(status, capacity < 3 ? QEL_ERR_ASN1_ENCODE : QEL_OK);
+        EXPECT_EQ(buffer, bytes);
+        EXPECT_EQ(length, capacity < 3 ? capacity : 3);
+        EXPECT_EQ(to_hex(bytes, 4), capacity < 3 ? "09090909" : "02010509");
+    }
+}
+
+TEST_F(Binding, AFailureLeavesThePointersAlone) {
+    uint8_t *buffer = nullptr;
+    uint32_t length = 0;
+    const QelBitString bad = {8, nullptr};
+    EXPECT_EQ(__qel_asn1_encode(context.get(), &bad, QEL_PDU_BitString, &buffer, &length),
+              QEL_ERR_ASN1_ENCODE);
+    EXPECT_EQ(buffer, nullptr);
+    EXPECT_EQ(length, 0u);
+
+    int unrelated = 0;
+    void *value = &unrelated;
+    const uint8_t cut[] = {2, 2, 5};
+    EXPECT_EQ(__qel_asn1_decode(context.get(), cut, 3, QEL_PDU_INT, &value), QEL_ERR_ASN1_DECODE);
+    EXPECT_EQ(value, nullptr);
+}
+
+// ---- Presence bits ------------------------------------------------------------------------------
+
+TEST_F(Binding, CertificatesMarkTheirExtensions) {
+    const auto certificate = context.decode<QelCert>(
+        vector_file("certs/md5/globalsign-root-ca-98.der"), QEL_PDU_Certificate);
+    ASSERT_NE(certificate, nullptr);
+    const Bytes whole = context.encode(certificate.get(), QEL_PDU_Certificate);
+    const Bytes info = context.encode(certificate.get(), QEL_PDU_CertificateInfo);
+    ASSERT_EQ(certificate->mask, QEL_CERT_VERSION | QEL_CERT_EXTENSIONS);
+    for (const auto &[pdu, expected] :
+         {std::pair{QEL_PDU_Certificate, whole}, std::pair{QEL_PDU_CertificateInfo, info}}) {
+        certificate->mask = 0;
+        EXPECT_EQ(to_hex(context.encode(certificate.get(), pdu)), to_hex(expected));
+        EXPECT_EQ(certificate->mask, QEL_CERT_EXTENSIONS);
+    }
+    // Bits that the caller set are not cleared.
+    QelExtensions *const extensions = certificate->extensions;
+    certificate->extensions = nullptr;
+    certificate->version = 0;
+    certificate->mask = QEL_CERT_VERSION | QEL_CERT_EXTENSIONS;
+    const auto empty = context.decode<QelCert>(
+        context.encode(certificate.get(), QEL_PDU_Certificate), QEL_PDU_Certificate);
+    EXPECT_EQ(certificate->mask, QEL_CERT_VERSION | QEL_CERT_EXTENSIONS);
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(empty->mask, QEL_CERT_VERSION | QEL_CERT_EXTENSIONS);
+    certificate->extensions = extensions;
+}
+
+const char kName[] = "30{31{30{0603550403 13{'A'}}}}";
+const char kAlg[] = "30{06022a03 0500}";
+
+std::string key_package(const char *attributes, const char *keys) {
+    const std::string key = std::string("30{") + kAlg + "03020001}";
+    return "30{30{ 13{'1'} 16{'id'}" + std::string(kName) + key + "30{" + kAlg + "0401aa}" +
+           attributes + "020104" + keys + "}" + kAlg + "03020002}";
+}
+
+std::string trusted_keys() {
+    return std::string("31{30{") + kName + "30{" + kAlg + "03020001}}}";
+}
+
+TEST_F(Binding, KeyPackagesMarkTheirLists) {
+    const std::string attributes = "31{30{06022a04 31{0500}}}";
+    const struct {
+        const char *reason;
+        std::string attributes, keys;
+        uint8_t mask;
+    } cases[] = {
+        {"neither", "", "", 0},
+        {"attributes", attributes, "", QEL_KEYPKG_ATTRS},
+        {"trusted keys", "", trusted_keys(), QEL_KEYPKG_TKEYS},
+        {"both", attributes, trusted_keys(), QEL_KEYPKG_ATTRS | QEL_KEYPKG_TKEYS},
+    };
+    for (const auto &each : cases) {
+        SCOPED_TRACE(each.reason);
+        const Bytes encoding = ber(key_package(each.attributes.c_str(), each.keys.c_str()));
+        const auto package = context.decode<QelKeyPkg>(encoding, QEL_PDU_KeyPkg);
+        ASSERT_NE(package, nullptr);
+        EXPECT_EQ(package->mask, each.mask);
+        const Bytes info = context.encode(package.get(), QEL_PDU_KeyPkgInfo);
+        for (const int pdu : {QEL_PDU_KeyPkg, QEL_PDU_KeyPkgInfo}) {
+            package->mask = 0;
+            EXPECT_EQ(to_hex(context.encode(package.get(), pdu)),
+                      to_hex(pdu == QEL_PDU_KeyPkg ? encoding : info));
+            EXPECT_EQ(package->mask, each.mask);
+        }
+    }
+}
+
+TEST_F(Binding, SignedDataMarksItsListsAndThoseOfItsSigners) {
+    const auto content = context.decode<QelContentInfo>(vector_file("pkcs7/bc-SignedMSPkcs7.p7"),
+                                                        QEL_PDU_ContentInfo);
+    ASSERT_NE(content, nullptr);
+    const Bytes encoding(content->content->value,
+                         content->content->value + content->content->length);
+    const auto data = context.decode<QelSignedData>(encoding, QEL_PDU_SignedData);
+    ASSERT_NE(data, nullptr);
+    ASSERT_NE(data->certs, nullptr);
+    QelSignerInfo *const signer = data->signerInfos->signer;
+    ASSERT_NE(signer->authenticatedAttributes, nullptr);
+    const uint8_t data_mask = data->mask, signer_mask = signer->mask;
+    EXPECT_TRUE(data_mask & QEL_SIGNED_CERTS);
+    EXPECT_TRUE(signer_mask & QEL_SIGNER_AUTH_ATTRS);
+    data->mask = signer->mask = 0;
+    EXPECT_TRUE(context.encode(data.get(), QEL_PDU_SignedData) == encoding);
+    EXPECT_EQ(data->mask, data_mask);
+    EXPECT_EQ(signer->mask, signer_mask);
+}
+
+// ---- Faults -------------------------------------------------------------------------------------
+
+TEST_F(Binding, EachFailedAllocationIsADecodingOrEncodingFailure) {
+    const Bytes encoding = vector_file("certs/md5/globalsign-root-ca-98.der");
+    fault::each_allocation([&] {
+        QelStatus status = QEL_OK;
+        const auto value = context.decode(encoding, QEL_PDU_Certificate, &status);
+        EXPECT_EQ(status, fault::met() ? QEL_ERR_ASN1_DECODE : QEL_OK);
+        EXPECT_EQ(value == nullptr, fault::met());
+    });
+    const auto certificate = context.decode<QelCert>(encoding, QEL_PDU_Certificate);
+    fault::each_allocation([&] {
+        uint8_t *buffer = nullptr;
+        uint32_t length = 0;
+        const QelStatus status = __qel_asn1_encode(context.get(), certificate.get(),
+                                                   QEL_PDU_Certificate, &buffer, &length);
+        EXPECT_EQ(status, fault::met() ? QEL_ERR_ASN1_ENCODE : QEL_OK);
+        EXPECT_EQ(buffer == nullptr, fault::met());
+        std::free(buffer);
+    });
+    EXPECT_EQ(ossGetEncodingRules(environment()), OSS_BER);
+}
+
+// ---- Marked files -------------------------------------------------------------------------------
+
+TEST_F(Binding, ContentsOfMessagesPassThroughFiles) {
+    TemporaryFolder folder;
+    setenv("TMPDIR", folder.path("").c_str(), 1);
+    const Bytes content = ber("04{'the content'}");
+    const Bytes message = ber("30{06022a03 a0{04{'the content'}}}");
+    const auto info = context.decode<QelContentInfo>(message, QEL_PDU_ContentInfoFm);
+    ASSERT_NE(info, nullptr);
+    EXPECT_EQ(info->content->length, content.size());
+    EXPECT_EQ(to_hex(context.encode(info.get(), QEL_PDU_ContentInfoFm)), to_hex(message));
+
+    void *name = nullptr;
+    ASSERT_EQ(__qel_unmark_oss_file(context.get(), info->content->value, &name), QEL_OK);
+    EXPECT_EQ(read_file(static_cast<char *>(name)), content);
+    void *marked = nullptr;
+    ASSERT_EQ(__qel_mark_oss_file(context.get(), static_cast<char *>(name), &marked), QEL_OK);
+    info->content->value = static_cast<uint8_t *>(marked);
+
+    // The encoding may go to a file as well, and come from there.
+    void *output = nullptr;
+    ASSERT_EQ(__qel_mark_oss_file(context.get(), folder.path("output").c_str(), &output), QEL_OK);
+    uint8_t *buffer = static_cast<uint8_t *>(output);
+    uint32_t length = 0;
+    ASSERT_EQ(__qel_asn1_encode(context.get(), info.get(), QEL_PDU_ContentInfoFm, &buffer, &length),
+              QEL_OK);
+    EXPECT_EQ(buffer, output);
+    EXPECT_EQ(length, message.size());
+    EXPECT_EQ(read_file(folder.path("output")), message);
+    void *again = nullptr;
+    ASSERT_EQ(__qel_asn1_decode(context.get(), buffer, 0, QEL_PDU_ContentInfo, &again), QEL_OK);
+    EXPECT_EQ(to_hex(context.encode(again, QEL_PDU_ContentInfo)), to_hex(message));
+    __qel_asn1_free(context.get(), again, QEL_PDU_ContentInfo);
+    std::free(name);
+    unsetenv("TMPDIR");
+}
+
+TEST_F(Binding, MarkingReportsMissingMemory) {
+    fault::each_allocation([&] {
+        void *marked = nullptr;
+        const QelStatus status = __qel_mark_oss_file(context.get(), "name", &marked);
+        EXPECT_EQ(status, fault::met() ? QEL_ERR_NO_MEMORY : QEL_OK);
+        EXPECT_EQ(marked == nullptr, fault::met());
+    });
+}
+
+} // namespace
