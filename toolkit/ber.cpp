@@ -80,16 +80,25 @@ bool ber_read(BerReader *reader, uint8_t tag, BerReader *contents) {
     return read_any(reader, &found, contents, max_depth) && found == tag;
 }
 
-bool ber_read_unsigned(BerReader *reader, ITEM *number) {
+bool ber_read_magnitude(BerReader *reader, ITEM *number) {
     BerReader contents;
     if (!ber_read(reader, ber_integer, &contents) || contents.left == 0 ||
-        contents.left > UINT32_MAX || (contents.at[0] & 0x80) != 0)
+        contents.left > UINT32_MAX)
         return false;
     if (contents.left > 1 && contents.at[0] == 0 && (contents.at[1] & 0x80) == 0)
         return false;
     *number = without_leading_zeros(
         {const_cast<uint8_t *>(contents.at), static_cast<uint32_t>(contents.left)});
     return true;
+}
+
+bool ber_read_unsigned(BerReader *reader, ITEM *number) {
+    BerReader ahead = *reader;
+    BerReader contents;
+    if (!ber_read(&ahead, ber_integer, &contents) || contents.left == 0 ||
+        (contents.at[0] & 0x80) != 0)
+        return false;
+    return ber_read_magnitude(reader, number);
 }
 
 bool ber_read_small(BerReader *reader, uint32_t *number) {

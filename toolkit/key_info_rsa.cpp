@@ -55,7 +55,8 @@ int get_record(POINTER *info, KeyObject *object, B_KEY_INFO_TYPE type) {
 // SubjectPublicKeyInfo (X.509).
 
 // SEQUENCE { algorithm AlgorithmIdentifier, subjectPublicKey BIT STRING }, the bits holding
-// RSAPublicKey ::= SEQUENCE { modulus INTEGER, publicExponent INTEGER } (PKCS#1).
+// RSAPublicKey ::= SEQUENCE { modulus INTEGER, publicExponent INTEGER } (PKCS#1). Certificates of the
+// 1990s are about whose modulus lacks the zero octet in front of a set top bit.
 
 // The annex of X.509 gives its algorithm the key's size in bits as a parameter.
 bool read_annex_parameters(BerReader *fields) {
@@ -88,7 +89,7 @@ bool read_public_key(BerReader reader, ITEM (&numbers)[2]) {
     return ber_read(&reader, ber_sequence, &info) && reader.left == 0 &&
            read_public_algorithm(&info) && read_bits(&info, &bits) && info.left == 0 &&
            ber_read(&bits, ber_sequence, &key) && bits.left == 0 &&
-           ber_read_unsigned(&key, &numbers[0]) && ber_read_unsigned(&key, &numbers[1]) &&
+           ber_read_magnitude(&key, &numbers[0]) && ber_read_unsigned(&key, &numbers[1]) &&
            key.left == 0;
 }
 
