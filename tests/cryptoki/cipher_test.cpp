@@ -1,0 +1,377 @@
+#include "cryptoki/token.h"
+#include "support/fault.h"
+
+#include <nettle/arcfour.h>
+#include <nettle/arctwo.h>
+#include <nettle/cbc.h>
+#include <nettle/des.h>
+
+#include <cstring>
+#include <functional>
+#include <random>
+
+namespace {
+
+const Bytes iv = from_hex("0f1e2d3c4b5a6978");
+
+Bytes rc2_parameter(uint32_t bits, const Bytes &vector) {
+    CK_RC2_CBC_PARAMS parameter = {bits, {}};
+    std::memcpy(parameter.iv, vector.data(), sizeof parameter.iv);
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&parameter);
+    return {bytes, bytes + sizeof parameter};
+}
+
+Bytes padded(Bytes text) {
+    const std::size_t pad = 8 - text.size() % 8;
+    text.insert(text.end(), pad, static_cast<uint8_t>(pad));
+    return text;
+}
+
+template <class Context> Bytes cbc(Context &context, nettle_cipher_func *block, const Bytes &text) {
+    const Bytes in = padded(text);
+    Bytes out(in.size());
+    Bytes chain = iv;
+    nettle_cbc_encrypt(&context, block, 8, chain.data(), in.size(), out.data(), in.data());
+    return out;
+}
+
+Bytes oracle_des(const Bytes &key, const Bytes &text) {
+    des_ctx context;
+    des_set_key(&context, key.data());
+    return cbc(context, reinterpret_cast<nettle_cipher_func *>(des_encrypt), text);
+}
+
+Bytes oracle_des3(const Bytes &key, const Bytes &text) {
+    des3_ctx context;
+    des3_set_key(&context, key.data());
+    return cbc(context, reinterpret_cast<nettle_cipher_func *>(des3_encrypt), text);
+}
+
+Bytes oracle_rc2(const Bytes &key, const Bytes &text) {
+    arctwo_ctx context;
+    arctwo_set_key_ekb(&context, key.size(), key.data(), 40);
+    return cbc(context, reinterpret_cast<nettle_cipher_func *>(arctwo_encrypt), text);
+}
+
+Bytes oracle_rc4(const Bytes &key, const Bytes &text) {
+    arcfour_ctx context;
+    arcfour_set_key(&context, key.size(), key.data());
+    Bytes out(text.size());
+    arcfour_crypt(&context, text.size(), out.data(), text.data());
+    return out;
+}
+
+struct Cipher {
+    const char *name;
+    uint32_t mechanism;
+    uint32_t key_type;
+    Bytes key;
+    Bytes parameter;
+    Bytes (*oracle)(const Bytes &, const Bytes &);
+
+    CK_MECHANISM record() const {
+        return {mechanism, parameter.empty() ? nullptr : const_cast<uint8_t *>(parameter.data()),
+                length_of(parameter)};
+    }
+};
+
+const Cipher ciphers[] = {
+    {"RC2", CKM_RC2_CBC, CKK_RC2, from_hex("1122334455"), rc2_parameter(40, iv), oracle_rc2},
+    {"RC4", CKM_RC4, CKK_RC4, from_hex("5566778899"), {}, oracle_rc4},
+    {"DES", CKM_DES_CBC, CKK_DES, from_hex("0123456789abcdef"), iv, oracle_des},
+    {"triple DES", CKM_DES3_CBC, CKK_DES3,
+     from_hex("0123456789abcdeffedcba987654321089abcdef01234567"), iv, oracle_des3},
+};
+
+Bytes text_of_length(std::size_t length) {
+    std::mt19937 random(static_cast<unsigned>(length));
+    Bytes text(length);
+    for (uint8_t &byte : text)
+        byte = static_cast<uint8_t>(random());
+    return text;
+}
+
+using Single = CK_RV (*)(CK_SESSION_HANDLE, const uint8_t *, uint32_t, uint8_t *, uint32_t *);
+using Final = CK_RV (*)(CK_SESSION_HANDLE, uint8_t *, uint32_t *);
+
+// The output buffer has exactly the room that the call may use.
+Bytes single(Single call, CK_SESSION_HANDLE session, const Bytes &in, std::size_t room) {
+    Bytes out(room);
+    uint32_t length = 0;
+    EXPECT_EQ(call(session, in.data(), length_of(in), out.data(), &length), CKR_OK);
+    out.resize(length);
+    return out;
+}
+
+Bytes in_parts(Single update, Final final, CK_SESSION_HANDLE session, const Bytes &in,
+               std::size_t part) {
+    Bytes result;
+    for (std::size_t start = 0; start < in.size(); start += part) {
+        const Bytes piece(in.begin() + static_cast<std::ptrdiff_t>(start),
+                          in.begin() +
+                              static_cast<std::ptrdiff_t>(std::min(start + part, in.size())));
+        result = result + single(update, session, piece, piece.size() + 24);
+    }
+    Bytes out(8);
+    uint32_t length = 0;
+    EXPECT_EQ(final(session, out.data(), &length), CKR_OK);
+    out.resize(length);
+    return result + out;
+}
+
+TEST(Cipher, AgreesWithAnotherLibraryWholeAndInParts) {
+    for (const Cipher &cipher : ciphers) {
+        SCOPED_TRACE(cipher.name);
+        const OwnedSession session = open_session();
+        const TestObject key = secret_object(cipher.key, cipher.key_type);
+        const CK_MECHANISM mechanism = cipher.record();
+        for (const std::size_t length : {1, 7, 8, 9, 16, 100, 1000}) {
+            SCOPED_TRACE(length);
+            const Bytes text = text_of_length(length);
+            const Bytes expected = cipher.oracle(cipher.key, text);
+            ASSERT_EQ(C_EncryptInit(session.get(), &mechanism, key.get()), CKR_OK);
+            EXPECT_EQ(single(C_Encrypt, session.get(), text, expected.size()), expected);
+            EXPECT_EQ(in_parts(C_EncryptUpdate, C_EncryptFinal, session.get(), text, 3), expected);
+            EXPECT_EQ(in_parts(C_EncryptUpdate, C_EncryptFinal, session.get(), text, 64), expected);
+            ASSERT_EQ(C_DecryptInit(session.get(), &mechanism, key.get()), CKR_OK);
+            EXPECT_EQ(single(C_Decrypt, session.get(), expected, expected.size()), text);
+            EXPECT_EQ(in_parts(C_DecryptUpdate, C_DecryptFinal, session.get(), expected, 5), text);
+        }
+    }
+}
+
+TEST(Cipher, RsaWithAnotherLibrary) {
+    const CK_MECHANISM mechanism = {CKM_RSA_PKCS, nullptr, 0};
+    const RsaKey &rsa = RsaKey::of_1024_bits();
+    const OwnedSession session = open_session();
+    const TestObject public_key = public_object(rsa);
+    const TestObject private_key = private_object(rsa);
+    for (const std::size_t length : {std::size_t{1}, rsa.size() - 11}) {
+        const Bytes text = text_of_length(length);
+        ASSERT_EQ(C_EncryptInit(session.get(), &mechanism, public_key.get()), CKR_OK);
+        const Bytes first = single(C_Encrypt, session.get(), text, rsa.size());
+        const Bytes second = single(C_Encrypt, session.get(), text, rsa.size());
+        EXPECT_NE(first, second) << "the padding is random";
+        EXPECT_EQ(rsa.decrypt(first), text);
+        EXPECT_EQ(rsa.decrypt(second), text);
+        ASSERT_EQ(C_DecryptInit(session.get(), &mechanism, private_key.get()), CKR_OK);
+        EXPECT_EQ(single(C_Decrypt, session.get(), rsa.encrypt(text), rsa.size()), text);
+    }
+}
+
+// ---- What an Init refuses, in which order
+
+class InitTest : public testing::Test {
+protected:
+    OwnedSession session = open_session();
+    TestObject des_key = secret_object(from_hex("0123456789abcdef"), CKK_DES);
+    TestObject short_key = secret_object(from_hex("01234567"), CKK_DES);
+    TestObject long_key = secret_object(from_hex("0123456789abcdef01"), CKK_DES);
+    TestObject rsa_public = public_object(RsaKey::of_512_bits());
+    TestObject rsa_private = private_object(RsaKey::of_512_bits());
+    CK_OBJECT empty = {nullptr, 0};
+    Bytes rc2 = rc2_parameter(40, iv);
+    Bytes rc2_no_bits = rc2_parameter(0, iv);
+};
+
+TEST_F(InitTest, Refusals) {
+    const struct {
+        const char *why;
+        CK_SESSION_HANDLE session;
+        CK_OBJECT_HANDLE key;
+        bool mechanism;
+        uint32_t number;
+        const Bytes *parameter;
+        uint32_t parameter_length;
+        CK_RV result;
+        bool decryption_only = false;
+    } cases[] = {
+        {"session before key", nullptr, nullptr, false, 0, nullptr, 0, CKR_SESSION_HANDLE_INVALID},
+        {"key before mechanism", session.get(), nullptr, false, 0, nullptr, 0,
+         CKR_KEY_HANDLE_INVALID},
+        {"no mechanism", session.get(), &empty, false, 0, nullptr, 0, CKR_MECHANISM_INVALID},
+        {"a digest is no cipher", session.get(), &empty, true, CKM_MD5, nullptr, 0,
+         CKR_MECHANISM_INVALID},
+        {"DES without padding has a number of its own", session.get(), &empty, true, 0x121, nullptr,
+         0, CKR_MECHANISM_INVALID},
+        {"parameter before the key's template", session.get(), &empty, true, CKM_DES_CBC, nullptr,
+         8, CKR_MECHANISM_PARAM_INVALID},
+        {"a parameter without length", session.get(), &empty, true, CKM_DES_CBC, &iv, 0,
+         CKR_MECHANISM_PARAM_INVALID},
+        {"an initialisation vector one byte short", session.get(), &empty, true, CKM_DES3_CBC, &iv,
+         7, CKR_MECHANISM_PARAM_INVALID},
+        {"RC2 without a parameter", session.get(), &empty, true, CKM_RC2_CBC, nullptr, 0,
+         CKR_MECHANISM_PARAM_INVALID},
+        {"RC2 with the vector alone", session.get(), &empty, true, CKM_RC2_CBC, &iv, 8,
+         CKR_MECHANISM_PARAM_INVALID},
+        {"an object without template", session.get(), &empty, true, CKM_DES_CBC, &iv, 8,
+         CKR_KEY_HANDLE_INVALID},
+        {"RC4 needs no parameter, but a key", session.get(), &empty, true, CKM_RC4, nullptr, 0,
+         CKR_KEY_HANDLE_INVALID},
+        {"RSA needs an RSA key", session.get(), des_key.get(), true, CKM_RSA_PKCS, nullptr, 0,
+         CKR_DATA_INVALID},
+        {"RSA decryption needs a private key", session.get(), rsa_public.get(), true, CKM_RSA_PKCS,
+         nullptr, 0, CKR_DATA_INVALID, true},
+        {"DES needs a secret key", session.get(), rsa_private.get(), true, CKM_DES_CBC, &iv, 8,
+         CKR_DATA_INVALID},
+        {"a DES key of 4 bytes", session.get(), short_key.get(), true, CKM_DES_CBC, &iv, 8,
+         CKR_KEY_HANDLE_INVALID},
+        {"a DES key of 9 bytes", session.get(), long_key.get(), true, CKM_DES_CBC, &iv, 8,
+         CKR_KEY_HANDLE_INVALID},
+        {"a DES key for triple DES", session.get(), des_key.get(), true, CKM_DES3_CBC, &iv, 8,
+         CKR_KEY_HANDLE_INVALID},
+        {"RC2 with no effective bits", session.get(), des_key.get(), true, CKM_RC2_CBC,
+         &rc2_no_bits, 12, CKR_MECHANISM_INVALID},
+        {"the type of a secret key does not matter", session.get(), des_key.get(), true,
+         CKM_RC2_CBC, &rc2, 12, CKR_OK},
+    };
+    for (const auto &c : cases) {
+        CK_MECHANISM record = {c.number, nullptr, c.parameter_length};
+        if (c.parameter != nullptr)
+            record.parameter = const_cast<uint8_t *>(c.parameter->data());
+        const CK_MECHANISM *mechanism = c.mechanism ? &record : nullptr;
+        if (!c.decryption_only) {
+            EXPECT_EQ(C_EncryptInit(c.session, mechanism, c.key), c.result) << c.why;
+        }
+        EXPECT_EQ(C_DecryptInit(c.session, mechanism, c.key), c.result) << c.why;
+    }
+}
+
+TEST_F(InitTest, RefusedArgumentsLeaveTheOperationAndFailuresEndIt) {
+    const CK_MECHANISM mechanism = {CKM_RC4, nullptr, 0};
+    const uint8_t text[] = {1, 2, 3};
+    uint8_t out[3];
+    uint32_t length = 0;
+    ASSERT_EQ(C_EncryptInit(session.get(), &mechanism, des_key.get()), CKR_OK);
+    ASSERT_EQ(C_EncryptInit(session.get(), nullptr, des_key.get()), CKR_MECHANISM_INVALID);
+    EXPECT_EQ(C_Encrypt(session.get(), text, 3, out, &length), CKR_OK);
+    ASSERT_EQ(C_EncryptInit(session.get(), &mechanism, &empty), CKR_KEY_HANDLE_INVALID);
+    EXPECT_EQ(C_Encrypt(session.get(), text, 3, out, &length), CKR_OPERATION_NOT_INITIALIZED);
+}
+
+// ---- What the other calls refuse
+
+class DataTest : public InitTest {
+protected:
+    void init(uint32_t number, CK_OBJECT_HANDLE key, bool encrypt) {
+        const CK_MECHANISM mechanism = {number, const_cast<uint8_t *>(iv.data()), 8};
+        ASSERT_EQ(encrypt ? C_EncryptInit(session.get(), &mechanism, key)
+                          : C_DecryptInit(session.get(), &mechanism, key),
+                  CKR_OK);
+    }
+
+    uint8_t data[128] = {};
+    uint8_t out[160] = {};
+    uint32_t length = 0;
+};
+
+TEST_F(DataTest, ArgumentsBeforeOperation) {
+    for (const Single call : {C_Encrypt, C_Decrypt, C_EncryptUpdate, C_DecryptUpdate}) {
+        EXPECT_EQ(call(nullptr, nullptr, 0, nullptr, nullptr), CKR_SESSION_HANDLE_INVALID);
+        EXPECT_EQ(call(session.get(), nullptr, 8, out, &length), CKR_DATA_INVALID);
+        EXPECT_EQ(call(session.get(), data, 0, out, &length), CKR_DATA_INVALID);
+        EXPECT_EQ(call(session.get(), data, 8, nullptr, &length), CKR_DATA_INVALID);
+        EXPECT_EQ(call(session.get(), data, 8, out, nullptr), CKR_DATA_INVALID);
+        EXPECT_EQ(call(session.get(), data, 8, out, &length), CKR_OPERATION_NOT_INITIALIZED);
+    }
+}
+
+// The two finals differ in what they say to a null output.
+TEST_F(DataTest, Finals) {
+    EXPECT_EQ(C_EncryptFinal(nullptr, nullptr, nullptr), CKR_SESSION_HANDLE_INVALID);
+    EXPECT_EQ(C_DecryptFinal(nullptr, nullptr, nullptr), CKR_SESSION_HANDLE_INVALID);
+    EXPECT_EQ(C_EncryptFinal(session.get(), out, &length), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_DecryptFinal(session.get(), out, &length), CKR_OPERATION_NOT_INITIALIZED);
+    init(CKM_DES_CBC, des_key.get(), true);
+    EXPECT_EQ(C_EncryptFinal(session.get(), nullptr, &length), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_EncryptFinal(session.get(), out, nullptr), CKR_OPERATION_NOT_INITIALIZED);
+    init(CKM_DES_CBC, des_key.get(), false);
+    EXPECT_EQ(C_DecryptFinal(session.get(), nullptr, &length), CKR_DATA_INVALID);
+    EXPECT_EQ(C_DecryptFinal(session.get(), out, nullptr), CKR_DATA_INVALID);
+}
+
+// An update leaves its capacity to the final, a single call's is its own: a final on its own has
+// none, and a padded block does not fit.
+TEST_F(DataTest, AFinalHasTheCapacityThatTheLastCallLeft) {
+    init(CKM_DES_CBC, des_key.get(), true);
+    EXPECT_EQ(C_EncryptFinal(session.get(), out, &length), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_EncryptUpdate(session.get(), data, 1, out, &length), CKR_OK);
+    EXPECT_EQ(C_EncryptFinal(session.get(), out, &length), CKR_OK);
+    EXPECT_EQ(length, 8u);
+}
+
+TEST_F(DataTest, RsaLengths) {
+    const uint32_t size = static_cast<uint32_t>(RsaKey::of_512_bits().size());
+    init(CKM_RSA_PKCS, rsa_public.get(), true);
+    EXPECT_EQ(C_Encrypt(session.get(), data, size - 11, out, &length), CKR_OK);
+    EXPECT_EQ(length, size);
+    EXPECT_EQ(C_Encrypt(session.get(), data, size - 10, out, &length), CKR_DATA_LEN_RANGE);
+    EXPECT_EQ(C_EncryptUpdate(session.get(), data, 8, out, &length), CKR_DATA_INVALID);
+    EXPECT_EQ(C_EncryptFinal(session.get(), out, &length), CKR_DATA_INVALID);
+    init(CKM_RSA_PKCS, rsa_private.get(), false);
+    EXPECT_EQ(C_Decrypt(session.get(), data, size - 1, out, &length), CKR_DATA_INVALID);
+    EXPECT_EQ(C_Decrypt(session.get(), data, size + 1, out, &length), CKR_DATA_INVALID);
+    EXPECT_EQ(C_Decrypt(session.get(), data, size, out, &length), CKR_OPERATION_NOT_INITIALIZED)
+        << "a block of zeros does not open";
+    EXPECT_EQ(C_DecryptUpdate(session.get(), data, 8, out, &length), CKR_DATA_INVALID);
+}
+
+TEST_F(DataTest, BrokenCiphertextAndAfterIt) {
+    init(CKM_DES_CBC, des_key.get(), true);
+    ASSERT_EQ(C_Encrypt(session.get(), data, 16, out, &length), CKR_OK);
+    const Bytes good(out, out + length);
+    Bytes bad = good;
+    bad[15] ^= 0x80; // the last byte of padding becomes 0x88
+    init(CKM_DES_CBC, des_key.get(), false);
+    EXPECT_EQ(C_Decrypt(session.get(), bad.data(), 24, out, &length),
+              CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_Decrypt(session.get(), good.data(), 23, out, &length),
+              CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_Decrypt(session.get(), good.data(), 24, out, &length), CKR_OK);
+    EXPECT_EQ(Bytes(out, out + length), Bytes(16, 0));
+}
+
+// Lengths whose sum with the room for padding wraps must not be taken for small ones.
+TEST_F(DataTest, LengthsThatWrap) {
+    init(CKM_DES_CBC, des_key.get(), true);
+    EXPECT_EQ(C_Encrypt(session.get(), data, 0xFFFFFFFC, out, &length),
+              CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_EncryptUpdate(session.get(), data, 0xFFFFFFF0, out, &length),
+              CKR_OPERATION_NOT_INITIALIZED);
+}
+
+// ---- Out of memory and out of randomness
+
+TEST_F(DataTest, EachAllocationOfAnInit) {
+    const struct {
+        uint32_t number;
+        CK_OBJECT_HANDLE key;
+        bool encrypt;
+    } cases[] = {
+        {CKM_DES_CBC, des_key.get(), true},
+        {CKM_RC4, des_key.get(), false},
+        {CKM_RSA_PKCS, rsa_public.get(), true},
+        {CKM_RSA_PKCS, rsa_private.get(), false},
+    };
+    for (const auto &c : cases) {
+        const CK_MECHANISM mechanism = {c.number, const_cast<uint8_t *>(iv.data()), 8};
+        fault::each_allocation([&] {
+            const CK_RV result = c.encrypt ? C_EncryptInit(session.get(), &mechanism, c.key)
+                                           : C_DecryptInit(session.get(), &mechanism, c.key);
+            EXPECT_EQ(result == CKR_OK, !fault::met()) << result;
+            if (result != CKR_OK) {
+                EXPECT_EQ(C_Encrypt(session.get(), data, 8, out, &length),
+                          CKR_OPERATION_NOT_INITIALIZED);
+            }
+        });
+    }
+}
+
+TEST_F(InitTest, RsaEncryptionNeedsRandomness) {
+    const CK_MECHANISM mechanism = {CKM_RSA_PKCS, nullptr, 0};
+    fault::fail(fault::Call::open, 1);
+    EXPECT_EQ(C_EncryptInit(session.get(), &mechanism, rsa_public.get()), CKR_DEVICE_ERROR);
+    EXPECT_TRUE(fault::clear(fault::Call::open));
+}
+
+} // namespace

@@ -1,0 +1,279 @@
+#include "cryptoki/token.h"
+#include "support/fault.h"
+
+#include <cryptoki/generate.h>
+#include <openssl/bn.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <sys/time.h>
+
+namespace {
+
+const CK_MECHANISM generation = {CKM_RSA_PKCS_KEY_PAIR_GEN, nullptr, 0};
+const CK_MECHANISM rsa_mechanism = {CKM_RSA_PKCS, nullptr, 0};
+
+// ---- Random bytes
+
+class RandomTest : public testing::Test {
+protected:
+    OwnedSession session = open_session();
+    Bytes buffer = Bytes(64);
+    CK_RV generate() { return C_GenerateRandom(session.get(), buffer.data(), length_of(buffer)); }
+};
+
+TEST_F(RandomTest, Refusals) {
+    EXPECT_EQ(C_GenerateRandom(nullptr, nullptr, 0), CKR_SESSION_HANDLE_INVALID);
+    EXPECT_EQ(C_GenerateRandom(session.get(), nullptr, 64), CKR_DATA_INVALID);
+    EXPECT_EQ(C_GenerateRandom(session.get(), buffer.data(), 0), CKR_DATA_INVALID);
+}
+
+TEST_F(RandomTest, FaultsOfTheDevice) {
+    const struct {
+        const char *why;
+        fault::Call call;
+        int error;
+        CK_RV result;
+    } cases[] = {
+        {"an open that is interrupted is tried again", fault::Call::open, EINTR, CKR_OK},
+        {"a read that is interrupted is tried again", fault::Call::read, EINTR, CKR_OK},
+        {"a close that is interrupted is tried again", fault::Call::close, EINTR, CKR_OK},
+        {"no such device", fault::Call::open, ENOENT, CKR_DEVICE_ERROR},
+        {"a read that fails", fault::Call::read, EIO, CKR_DEVICE_ERROR},
+        {"a close that fails", fault::Call::close, EIO, CKR_DEVICE_ERROR},
+    };
+    for (const auto &c : cases) {
+        fault::fail(c.call, 1, c.error);
+        EXPECT_EQ(generate(), c.result) << c.why;
+        EXPECT_TRUE(fault::clear(c.call)) << c.why;
+    }
+}
+
+// Long reads are cut short by signals; the buffer is filled to its end all the same.
+TEST_F(RandomTest, ReadsThatSignalsCutShort) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGALRM, &action, nullptr), 0);
+    const itimerval every_millisecond = {{0, 1000}, {0, 1000}};
+    ASSERT_EQ(setitimer(ITIMER_REAL, &every_millisecond, nullptr), 0);
+    buffer.assign(4 << 20, 0);
+    const CK_RV result = generate();
+    const itimerval never = {};
+    ASSERT_EQ(setitimer(ITIMER_REAL, &never, nullptr), 0);
+    EXPECT_EQ(result, CKR_OK);
+    const Bytes end(buffer.end() - 32, buffer.end());
+    EXPECT_NE(end, Bytes(32, 0));
+}
+
+TEST_F(RandomTest, TheGeneratorIsReplacedAndKeptOnFailure) {
+    ASSERT_EQ(gen_random_alg(session.get()), CKR_OK);
+    EXPECT_EQ(session->seed_length, 256u);
+    const Bytes first(session->seed, session->seed + 256);
+    const auto *random = session->random;
+    fault::fail(fault::Call::open, 1);
+    EXPECT_EQ(gen_random_alg(session.get()), CKR_DEVICE_ERROR);
+    fault::clear(fault::Call::open);
+    EXPECT_EQ(session->random, random);
+    ASSERT_EQ(gen_random_alg(session.get()), CKR_OK);
+    EXPECT_NE(Bytes(session->seed, session->seed + 256), first);
+    fault::each_allocation([&] {
+        const CK_RV result = gen_random_alg(session.get());
+        EXPECT_EQ(result == CKR_OK, !fault::met());
+    });
+}
+
+// ---- Key pairs
+
+struct PublicTemplate {
+    uint32_t bits;
+    Bytes exponent;
+    CK_ATTRIBUTE attributes[2] = {{CKA_MODULUS_BITS, &bits, sizeof bits},
+                                  {CKA_PUBLIC_EXPONENT, exponent.data(), length_of(exponent)}};
+};
+
+struct KeyPair {
+    TestObject private_key;
+    TestObject public_key;
+};
+
+CK_RV generate_pair(CK_SESSION_HANDLE session, const PublicTemplate &parameters, KeyPair *pair) {
+    CK_OBJECT_HANDLE private_key = nullptr;
+    CK_OBJECT_HANDLE public_key = nullptr;
+    testing::internal::CaptureStderr();
+    const CK_RV result = C_GenerateKeyPair(session, &generation, parameters.attributes, 2, nullptr,
+                                           0, &private_key, &public_key);
+    testing::internal::GetCapturedStderr();
+    pair->private_key.reset(private_key);
+    pair->public_key.reset(public_key);
+    return result;
+}
+
+Bytes value_of(const TestObject &object, uint32_t type) {
+    toolkit::ITEM item = {};
+    EXPECT_EQ(get_item_from_template(object->attributes, object->count, type, &item), CKR_OK);
+    return {item.data, item.data + item.len};
+}
+
+// Whether libcrypto, too, takes these numbers for one key.
+bool is_key(const TestObject &object) {
+    uint8_t *ber = nullptr;
+    uint32_t length = 0;
+    if (template_2_privateKeyInfoBer(object->attributes, object->count, &ber, &length) != CKR_OK)
+        return false;
+    const unsigned char *at = ber;
+    PKCS8_PRIV_KEY_INFO *info = d2i_PKCS8_PRIV_KEY_INFO(nullptr, &at, length);
+    EVP_PKEY *key = info != nullptr ? EVP_PKCS82PKEY(info) : nullptr;
+    EVP_PKEY_CTX *context = key != nullptr ? EVP_PKEY_CTX_new(key, nullptr) : nullptr;
+    const bool good = context != nullptr && EVP_PKEY_check(context) == 1;
+    EVP_PKEY_CTX_free(context);
+    EVP_PKEY_free(key);
+    PKCS8_PRIV_KEY_INFO_free(info);
+    std::free(ber);
+    return good;
+}
+
+TEST(KeyPair, Generated) {
+    const OwnedSession session = open_session();
+    const struct {
+        uint32_t bits;
+        Bytes exponent;
+    } cases[] = {{512, from_hex("010001")}, {512, from_hex("03")}, {777, from_hex("010001")}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.bits);
+        KeyPair pair;
+        ASSERT_EQ(generate_pair(session.get(), {c.bits, c.exponent}, &pair), CKR_OK);
+        ASSERT_EQ(pair.private_key->count, 10u) << "the private key comes first";
+        ASSERT_EQ(pair.public_key->count, 4u);
+        const Bytes modulus = value_of(pair.private_key, CKA_MODULUS);
+        EXPECT_EQ(value_of(pair.public_key, CKA_MODULUS), modulus);
+        EXPECT_EQ(value_of(pair.public_key, CKA_PUBLIC_EXPONENT), c.exponent);
+        EXPECT_EQ(modulus.size(), (c.bits + 7) / 8);
+        EXPECT_EQ(modulus[0] >> ((c.bits - 1) % 8), 1) << "of full length";
+        EXPECT_TRUE(is_key(pair.private_key));
+    }
+}
+
+TEST(KeyPair, Refusals) {
+    const OwnedSession session = open_session();
+    const PublicTemplate good = {512, from_hex("010001")};
+    const CK_ATTRIBUTE short_integer[] = {{CKA_MODULUS_BITS, good.attributes[0].value, 2},
+                                          good.attributes[1]};
+    const CK_ATTRIBUTE even_exponent[] = {good.attributes[0],
+                                          {CKA_PUBLIC_EXPONENT, const_cast<char *>("\x04"), 1}};
+    CK_OBJECT_HANDLE private_key = nullptr;
+    CK_OBJECT_HANDLE public_key = nullptr;
+    const struct {
+        const char *why;
+        CK_SESSION_HANDLE session;
+        const CK_MECHANISM *mechanism;
+        const CK_ATTRIBUTE *attributes;
+        uint32_t count;
+        CK_RV result;
+    } cases[] = {
+        {"session before template", nullptr, nullptr, nullptr, 0, CKR_SESSION_HANDLE_INVALID},
+        {"template before mechanism", session.get(), nullptr, nullptr, 2, CKR_TEMPLATE_INCOMPLETE},
+        {"no attributes", session.get(), nullptr, good.attributes, 0, CKR_TEMPLATE_INCOMPLETE},
+        {"no mechanism", session.get(), nullptr, good.attributes, 2, CKR_MECHANISM_INVALID},
+        {"RSA encryption generates nothing", session.get(), &rsa_mechanism, good.attributes, 2,
+         CKR_MECHANISM_INVALID},
+        {"no size", session.get(), &generation, good.attributes + 1, 1, CKR_ATTRIBUTE_TYPE_INVALID},
+        {"no exponent", session.get(), &generation, good.attributes, 1, CKR_ATTRIBUTE_TYPE_INVALID},
+        {"a size of two bytes", session.get(), &generation, short_integer, 2, CKR_DATA_INVALID},
+        {"an even exponent", session.get(), &generation, even_exponent, 2,
+         CKR_MECHANISM_PARAM_INVALID},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(C_GenerateKeyPair(c.session, c.mechanism, c.attributes, c.count, nullptr, 0,
+                                    &private_key, &public_key),
+                  c.result)
+            << c.why;
+        EXPECT_EQ(private_key, nullptr);
+        EXPECT_EQ(public_key, nullptr);
+    }
+    EXPECT_EQ(C_GenerateKeyPair(session.get(), &generation, good.attributes, 2, nullptr, 0,
+                                &private_key, nullptr),
+              CKR_DATA_INVALID);
+    KeyPair pair;
+    fault::fail(fault::Call::open, 1);
+    EXPECT_EQ(generate_pair(session.get(), good, &pair), CKR_DEVICE_ERROR);
+    fault::clear(fault::Call::open);
+}
+
+TEST(KeyPair, EachAllocation) {
+    const OwnedSession session = open_session();
+    const PublicTemplate smallest = {256, from_hex("03")};
+    fault::each_allocation([&] {
+        KeyPair pair;
+        const CK_RV result = generate_pair(session.get(), smallest, &pair);
+        EXPECT_EQ(result == CKR_OK, !fault::met()) << result;
+        EXPECT_EQ(pair.private_key != nullptr, result == CKR_OK);
+        EXPECT_EQ(pair.public_key != nullptr, result == CKR_OK);
+    });
+}
+
+// ---- Wrapping
+
+TEST(Wrap, AnotherLibraryUnwraps) {
+    const RsaKey &rsa = RsaKey::of_512_bits();
+    const OwnedSession session = open_session();
+    const TestObject wrapping = public_object(rsa);
+    const Bytes octets = from_hex("0123456789abcdef");
+    const TestObject key = secret_object(octets, CKK_DES);
+    Bytes out(rsa.size());
+    uint32_t length = 0;
+    ASSERT_EQ(
+        C_WrapKey(session.get(), &rsa_mechanism, wrapping.get(), key.get(), out.data(), &length),
+        CKR_OK);
+    EXPECT_EQ(length, out.size());
+    EXPECT_EQ(rsa.decrypt(out), octets);
+}
+
+TEST(Wrap, Refusals) {
+    const OwnedSession session = open_session();
+    const TestObject rsa = public_object(RsaKey::of_512_bits());
+    const TestObject secret = secret_object(from_hex("0123456789"), CKK_RC4);
+    const TestObject too_long = secret_object(Bytes(54, 1), CKK_RC4);
+    const CK_MECHANISM des = {CKM_DES_CBC, nullptr, 0};
+    CK_OBJECT empty = {nullptr, 0};
+    uint8_t out[64];
+    uint32_t length = 0;
+    const struct {
+        const char *why;
+        CK_SESSION_HANDLE session;
+        const CK_MECHANISM *mechanism;
+        CK_OBJECT_HANDLE wrapping;
+        CK_OBJECT_HANDLE key;
+        uint8_t *out;
+        uint32_t *length;
+        CK_RV result;
+    } cases[] = {
+        {"session before mechanism", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+         CKR_SESSION_HANDLE_INVALID},
+        {"mechanism before keys", session.get(), &des, nullptr, nullptr, nullptr, nullptr,
+         CKR_MECHANISM_INVALID},
+        {"wrapping key before key", session.get(), &rsa_mechanism, nullptr, nullptr, nullptr,
+         nullptr, CKR_WRAPPING_KEY_HANDLE_INVALID},
+        {"key before output", session.get(), &rsa_mechanism, &empty, nullptr, nullptr, nullptr,
+         CKR_KEY_HANDLE_INVALID},
+        {"no output", session.get(), &rsa_mechanism, &empty, &empty, nullptr, &length,
+         CKR_DATA_INVALID},
+        {"no output length", session.get(), &rsa_mechanism, &empty, &empty, out, nullptr,
+         CKR_DATA_INVALID},
+        {"a key without template", session.get(), &rsa_mechanism, &empty, &empty, out, &length,
+         CKR_KEY_HANDLE_INVALID},
+        {"a key that is not secret", session.get(), &rsa_mechanism, &empty, rsa.get(), out, &length,
+         CKR_DATA_INVALID},
+        {"a wrapping key without template", session.get(), &rsa_mechanism, &empty, secret.get(),
+         out, &length, CKR_KEY_HANDLE_INVALID},
+        {"a wrapping key that is not RSA", session.get(), &rsa_mechanism, secret.get(),
+         secret.get(), out, &length, CKR_DATA_INVALID},
+        {"a key longer than the modulus takes", session.get(), &rsa_mechanism, rsa.get(),
+         too_long.get(), out, &length, CKR_DATA_LEN_RANGE},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(C_WrapKey(c.session, c.mechanism, c.wrapping, c.key, c.out, c.length), c.result)
+            << c.why;
+}
+
+} // namespace

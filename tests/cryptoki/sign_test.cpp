@@ -1,0 +1,272 @@
+#include "cryptoki/token.h"
+#include "support/fault.h"
+
+#include <memory>
+
+namespace {
+
+const CK_MECHANISM rsa_mechanism = {CKM_RSA_PKCS, nullptr, 0};
+const Bytes digest = from_hex("000102030405060708090a0b0c0d0e0f");
+
+class SignTest : public testing::Test {
+protected:
+    static const RsaKey &key() { return RsaKey::of_1024_bits(); }
+    static uint32_t size() { return static_cast<uint32_t>(key().size()); }
+
+    CK_RV verify(const Bytes &data, const Bytes &signature) {
+        return C_Verify(session.get(), data.data(), length_of(data), signature.data(),
+                        length_of(signature));
+    }
+
+    OwnedSession session = open_session();
+    TestObject private_key = private_object(key());
+    TestObject public_key = public_object(key());
+    uint8_t out[256] = {};
+    uint32_t length = 0;
+};
+
+TEST_F(SignTest, EqualsAnotherLibraryForEveryLength) {
+    ASSERT_EQ(C_SignInit(session.get(), &rsa_mechanism, private_key.get()), CKR_OK);
+    for (const uint32_t data_length : {1u, 16u, 34u, size() - 11}) {
+        const Bytes data(data_length, 0xA5);
+        ASSERT_EQ(C_Sign(session.get(), data.data(), data_length, out, &length), CKR_OK);
+        EXPECT_EQ(to_hex(out, length), to_hex(key().sign(data))) << data_length;
+    }
+    const Bytes data(size() - 10, 0xA5);
+    EXPECT_EQ(C_Sign(session.get(), data.data(), length_of(data), out, &length),
+              CKR_DATA_LEN_RANGE);
+}
+
+// Moduli that do not end on a byte, and exponents short and long.
+TEST(Sign, OddKeys) {
+    const struct {
+        unsigned bits;
+        unsigned long exponent;
+    } keys[] = {{513, 3}, {777, 65537}, {1000, 17}, {2048, 0xC0000001}};
+    for (const auto &k : keys) {
+        SCOPED_TRACE(k.bits);
+        const RsaKey key(k.bits, k.exponent);
+        const OwnedSession session = open_session();
+        const TestObject private_key = private_object(key);
+        const TestObject public_key = public_object(key);
+        Bytes signature(key.size());
+        uint32_t length = 0;
+        ASSERT_EQ(C_SignInit(session.get(), &rsa_mechanism, private_key.get()), CKR_OK);
+        ASSERT_EQ(C_Sign(session.get(), digest.data(), 16, signature.data(), &length), CKR_OK);
+        EXPECT_EQ(signature, key.sign(digest));
+        ASSERT_EQ(C_VerifyInit(session.get(), &rsa_mechanism, public_key.get()), CKR_OK);
+        EXPECT_EQ(C_Verify(session.get(), digest.data(), 16, signature.data(), length), CKR_OK);
+    }
+}
+
+// 00 type padding 00 payload, as long as the modulus; the padding takes what the payload leaves.
+Bytes block(std::size_t size, uint8_t type, uint8_t padding, const Bytes &payload) {
+    return Bytes{0, type} + Bytes(size - payload.size() - 3, padding) + Bytes{0} + payload;
+}
+
+Bytes spoiled(Bytes bytes, std::size_t at, uint8_t value) {
+    bytes[at] = value;
+    return bytes;
+}
+
+// Blocks that nobody signs honestly, signed raw, against the bare digest. What the first bytes of
+// the block say comes first; only then is it read as a DigestInfo, of which the digest alone
+// counts.
+TEST_F(SignTest, ForgedBlocks) {
+    const std::size_t n = key().size();
+    const Bytes info = md5_digest_info(digest);
+    const Bytes garbage(40, 0x5A);
+    const Bytes sha1_oid = from_hex("301d300906052b0e03021a05000410"); // with a digest of 16 bytes
+    const struct {
+        const char *why;
+        Bytes block;
+        CK_RV result;
+    } cases[] = {
+        {"an honest block", block(n, 1, 0xFF, info), CKR_OK},
+        {"the bare digest", block(n, 1, 0xFF, digest), CKR_OK},
+        {"the bare digest, then garbage", block(n, 1, 0xFF, digest + garbage), CKR_OK},
+        {"the bare digest without its last byte",
+         block(n, 1, 0xFF, Bytes(digest.begin(), digest.end() - 1)), CKR_SIGNATURE_INVALID},
+        {"nothing", block(n, 1, 0xFF, {}), CKR_SIGNATURE_INVALID},
+        {"garbage before the digest", block(n, 1, 0xFF, Bytes{0x5A} + digest),
+         CKR_SIGNATURE_INVALID},
+
+        // The decoder refuses bytes behind the value; this is what forgeries with a small
+        // exponent need.
+        {"a byte behind the DigestInfo", block(n, 1, 0xFF, info + Bytes{0}), CKR_SIGNATURE_INVALID},
+        {"garbage behind the DigestInfo", block(n, 1, 0xFF, info + garbage), CKR_SIGNATURE_INVALID},
+        {"garbage before the DigestInfo", block(n, 1, 0xFF, Bytes{0} + info),
+         CKR_SIGNATURE_INVALID},
+        {"a DigestInfo cut short", block(n, 1, 0xFF, Bytes(info.begin(), info.end() - 1)),
+         CKR_SIGNATURE_INVALID},
+        {"another digest", block(n, 1, 0xFF, spoiled(info, info.size() - 1, 0)),
+         CKR_SIGNATURE_INVALID},
+        {"a digest one byte shorter",
+         block(n, 1, 0xFF,
+               from_hex("301f300c06082a864886f70d02050500040f") +
+                   Bytes(digest.begin(), digest.end() - 1)),
+         CKR_SIGNATURE_INVALID},
+        {"an empty digest", block(n, 1, 0xFF, from_hex("3010300c06082a864886f70d020505000400")),
+         CKR_SIGNATURE_INVALID},
+
+        // The digest's first bytes decide, and the algorithm is not looked at.
+        {"a longer digest that begins right",
+         block(n, 1, 0xFF,
+               from_hex("3024300c06082a864886f70d020505000414") + digest + from_hex("01020304")),
+         CKR_OK},
+        {"another digest algorithm", block(n, 1, 0xFF, sha1_oid + digest), CKR_OK},
+        {"garbage as the algorithm's parameters",
+         block(n, 1, 0xFF,
+               from_hex("3028301406082a864886f70d02050408deadbeefdeadbeef0410") + digest),
+         CKR_OK},
+        {"no parameters", block(n, 1, 0xFF, from_hex("301e300a06082a864886f70d02050410") + digest),
+         CKR_OK},
+        {"lengths in their long form",
+         block(n, 1, 0xFF, from_hex("308120300c06082a864886f70d020505000410") + digest), CKR_OK},
+
+        // Blocks that do not open.
+        {"7 bytes of padding", block(n, 1, 0xFF, digest + Bytes(n - 10 - 16, 0x5A)),
+         CKR_OPERATION_NOT_INITIALIZED},
+        {"8 bytes of padding", block(n, 1, 0xFF, digest + Bytes(n - 11 - 16, 0x5A)), CKR_OK},
+        {"block type 0", block(n, 0, 0, info), CKR_OPERATION_NOT_INITIALIZED},
+        {"block type 2", block(n, 2, 0xFF, info), CKR_OPERATION_NOT_INITIALIZED},
+        {"padding that is not all FF", spoiled(block(n, 1, 0xFF, info), 20, 0xFE),
+         CKR_OPERATION_NOT_INITIALIZED},
+        {"padding without end", Bytes{0, 1} + Bytes(n - 2, 0xFF), CKR_OPERATION_NOT_INITIALIZED},
+        {"no leading zero", spoiled(block(n, 1, 0xFF, info), 0, 1), CKR_OPERATION_NOT_INITIALIZED},
+    };
+    ASSERT_EQ(C_VerifyInit(session.get(), &rsa_mechanism, public_key.get()), CKR_OK);
+    for (const auto &c : cases) {
+        ASSERT_EQ(c.block.size(), n) << c.why;
+        EXPECT_EQ(verify(digest, key().sign_raw(c.block)), c.result) << c.why;
+    }
+}
+
+TEST_F(SignTest, TheWholeBlockAsData) {
+    const Bytes info = md5_digest_info(digest);
+    const Bytes good = key().sign(info);
+    ASSERT_EQ(C_VerifyInit(session.get(), &rsa_mechanism, public_key.get()), CKR_OK);
+    EXPECT_EQ(verify(info, good), CKR_OK);
+    EXPECT_EQ(verify(md2_digest_info(digest), good), CKR_SIGNATURE_INVALID);
+    EXPECT_EQ(verify(info + Bytes{0}, good), CKR_SIGNATURE_INVALID)
+        << "more data than the block holds";
+    EXPECT_EQ(verify(Bytes(info.begin(), info.end() - 1), good), CKR_OK) << "its first bytes";
+}
+
+TEST_F(SignTest, NoSpoiledSignatureIsGood) {
+    const Bytes good = key().sign(md5_digest_info(digest));
+    ASSERT_EQ(C_VerifyInit(session.get(), &rsa_mechanism, public_key.get()), CKR_OK);
+    each_spoiled(good, [&](const Bytes &bad, const std::string &what) {
+        EXPECT_NE(verify(digest, bad), CKR_OK) << what;
+    });
+    EXPECT_EQ(verify(digest, good + Bytes{0}), CKR_DATA_INVALID);
+    EXPECT_EQ(verify(digest, Bytes(size(), 0xFF)), CKR_OPERATION_NOT_INITIALIZED)
+        << "not below the modulus";
+    EXPECT_EQ(verify(digest, good), CKR_OK);
+}
+
+TEST_F(SignTest, InitRefusals) {
+    const TestObject secret = secret_object(from_hex("0123456789"), CKK_RC4);
+    const CK_MECHANISM md5 = {CKM_MD5, nullptr, 0};
+    CK_OBJECT empty = {nullptr, 0};
+    const struct {
+        const char *why;
+        CK_SESSION_HANDLE session;
+        const CK_MECHANISM *mechanism;
+        CK_OBJECT_HANDLE key;
+        CK_RV sign;
+        CK_RV verify;
+    } cases[] = {
+        {"session before mechanism", nullptr, nullptr, nullptr, CKR_SESSION_HANDLE_INVALID,
+         CKR_SESSION_HANDLE_INVALID},
+        {"mechanism before key", session.get(), nullptr, nullptr, CKR_MECHANISM_INVALID,
+         CKR_MECHANISM_INVALID},
+        {"a digest signs nothing", session.get(), &md5, nullptr, CKR_MECHANISM_INVALID,
+         CKR_MECHANISM_INVALID},
+        {"no key", session.get(), &rsa_mechanism, nullptr, CKR_KEY_HANDLE_INVALID,
+         CKR_KEY_HANDLE_INVALID},
+        {"an object without template", session.get(), &rsa_mechanism, &empty,
+         CKR_KEY_HANDLE_INVALID, CKR_KEY_HANDLE_INVALID},
+        {"a secret key", session.get(), &rsa_mechanism, secret.get(), CKR_DATA_INVALID,
+         CKR_DATA_INVALID},
+        {"signing needs the primes", session.get(), &rsa_mechanism, public_key.get(),
+         CKR_DATA_INVALID, CKR_OK},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(C_SignInit(c.session, c.mechanism, c.key), c.sign) << c.why;
+        EXPECT_EQ(C_VerifyInit(c.session, c.mechanism, c.key), c.verify) << c.why;
+    }
+}
+
+TEST_F(SignTest, SignRefusals) {
+    const uint8_t data[1] = {1};
+    EXPECT_EQ(C_Sign(nullptr, nullptr, 0, nullptr, nullptr), CKR_SESSION_HANDLE_INVALID);
+    EXPECT_EQ(C_Sign(session.get(), nullptr, 1, out, &length), CKR_DATA_INVALID);
+    EXPECT_EQ(C_Sign(session.get(), data, 0, out, &length), CKR_DATA_INVALID);
+    EXPECT_EQ(C_Sign(session.get(), data, 1, nullptr, &length), CKR_DATA_INVALID);
+    EXPECT_EQ(C_Sign(session.get(), data, 1, out, nullptr), CKR_DATA_INVALID);
+    EXPECT_EQ(C_Sign(session.get(), data, 1, out, &length), CKR_OPERATION_NOT_INITIALIZED);
+    const TestObject secret = secret_object(from_hex("0123456789"), CKK_RC4);
+    const CK_MECHANISM rc4 = {CKM_RC4, nullptr, 0};
+    ASSERT_EQ(C_EncryptInit(session.get(), &rc4, secret.get()), CKR_OK);
+    EXPECT_EQ(C_Sign(session.get(), data, 1, out, &length), CKR_MECHANISM_INVALID);
+    ASSERT_EQ(C_SignInit(session.get(), &rsa_mechanism, private_key.get()), CKR_OK);
+    session->capacity = 0;
+    EXPECT_EQ(C_Sign(session.get(), data, 1, out, &length), CKR_OPERATION_NOT_INITIALIZED);
+}
+
+TEST_F(SignTest, VerifyRefusals) {
+    const Bytes good = key().sign(digest);
+    const uint8_t *signature = good.data();
+    // Arguments come before the session.
+    EXPECT_EQ(C_Verify(nullptr, nullptr, 16, signature, size()), CKR_DATA_INVALID);
+    EXPECT_EQ(C_Verify(nullptr, digest.data(), 0, signature, size()), CKR_DATA_INVALID);
+    EXPECT_EQ(C_Verify(nullptr, digest.data(), 16, nullptr, size()), CKR_DATA_INVALID);
+    EXPECT_EQ(C_Verify(nullptr, digest.data(), 16, signature, 0), CKR_DATA_INVALID);
+    EXPECT_EQ(C_Verify(nullptr, digest.data(), 16, signature, size()), CKR_SESSION_HANDLE_INVALID);
+    EXPECT_EQ(verify(digest, good), CKR_OPERATION_NOT_INITIALIZED);
+
+    const CK_MECHANISM md5 = {CKM_MD5, nullptr, 0};
+    ASSERT_EQ(C_DigestInit(session.get(), &md5), CKR_OK);
+    EXPECT_EQ(verify(digest, good), CKR_OPERATION_NOT_INITIALIZED) << "a digest has no key";
+
+    // Any signature passes in the session of another mechanism.
+    const TestObject secret = secret_object(from_hex("0123456789"), CKK_RC4);
+    const CK_MECHANISM rc4 = {CKM_RC4, nullptr, 0};
+    ASSERT_EQ(C_EncryptInit(session.get(), &rc4, secret.get()), CKR_OK);
+    EXPECT_EQ(verify(digest, Bytes{1}), CKR_OK);
+
+    ASSERT_EQ(C_VerifyInit(session.get(), &rsa_mechanism, public_key.get()), CKR_OK);
+    session->capacity = 0;
+    EXPECT_EQ(verify(digest, good), CKR_SESSION_HANDLE_INVALID);
+}
+
+TEST(Sign, NothingInParts) {
+    const OwnedSession session = open_session();
+    uint8_t bytes[64] = {};
+    uint32_t length = sizeof bytes;
+    CK_OBJECT_HANDLE object = nullptr;
+    EXPECT_EQ(C_SignUpdate(session.get(), bytes, 1), CKR_DATA_INVALID);
+    EXPECT_EQ(C_SignFinal(session.get(), bytes, &length), CKR_DATA_INVALID);
+    EXPECT_EQ(C_VerifyUpdate(session.get(), bytes, 1), CKR_DATA_INVALID);
+    EXPECT_EQ(C_VerifyFinal(session.get(), bytes, length), CKR_DATA_INVALID);
+    EXPECT_EQ(C_GenerateKey(session.get(), &rsa_mechanism, nullptr, 0, &object), CKR_DATA_INVALID);
+}
+
+TEST_F(SignTest, EachAllocation) {
+    const Bytes good = key().sign(md5_digest_info(digest));
+    fault::each_allocation([&] {
+        const bool signed_it =
+            C_SignInit(session.get(), &rsa_mechanism, private_key.get()) == CKR_OK &&
+            C_Sign(session.get(), digest.data(), 16, out, &length) == CKR_OK;
+        EXPECT_EQ(signed_it, !fault::met());
+    });
+    fault::each_allocation([&] {
+        const bool verified =
+            C_VerifyInit(session.get(), &rsa_mechanism, public_key.get()) == CKR_OK &&
+            verify(digest, good) == CKR_OK;
+        EXPECT_EQ(verified, !fault::met());
+    });
+}
+
+} // namespace

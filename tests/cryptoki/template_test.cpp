@@ -1,0 +1,413 @@
+#include "cryptoki/token.h"
+#include "support/fault.h"
+
+#include <cryptoki/template.h>
+#include <gmock/gmock.h>
+#include <util/toolkit_binding.h>
+
+#include <cstring>
+#include <functional>
+
+namespace {
+
+using testing::ElementsAre;
+using toolkit::A_RSA_CRT_KEY;
+using toolkit::A_RSA_KEY;
+using toolkit::ITEM;
+
+// An attribute as plain values; integers in host order.
+using Entry = std::pair<uint32_t, Bytes>;
+using Entries = std::vector<Entry>;
+
+Bytes number(uint32_t value) {
+    Bytes bytes(sizeof value);
+    std::memcpy(bytes.data(), &value, sizeof value);
+    return bytes;
+}
+
+Bytes bytes_of_item(const ITEM &item) {
+    return {item.data, item.data + item.len};
+}
+
+Entries entries_of(const CK_ATTRIBUTE *attributes, uint32_t count) {
+    Entries entries;
+    for (uint32_t i = 0; i < count; ++i) {
+        const auto *value = static_cast<const uint8_t *>(attributes[i].value);
+        entries.emplace_back(attributes[i].type, Bytes(value, value + attributes[i].value_length));
+    }
+    return entries;
+}
+
+OwnedTemplate template_of(const Entries &entries) {
+    auto *attributes =
+        static_cast<CK_ATTRIBUTE *>(std::calloc(entries.size(), sizeof(CK_ATTRIBUTE)));
+    for (uint32_t i = 0; i < entries.size(); ++i) {
+        const Bytes &value = entries[i].second;
+        void *copy = std::malloc(value.size());
+        std::memcpy(copy, value.data(), value.size());
+        attributes[i] = {entries[i].first, copy, length_of(value)};
+    }
+    return own_template(attributes, static_cast<uint32_t>(entries.size()));
+}
+
+const RsaKey &key() {
+    return RsaKey::of_512_bits();
+}
+
+Entries public_entries() {
+    return {{CKA_CLASS, number(CKO_PUBLIC_KEY)},
+            {CKA_KEY_TYPE, number(CKK_RSA)},
+            {CKA_MODULUS, key().modulus()},
+            {CKA_PUBLIC_EXPONENT, key().public_exponent()}};
+}
+
+Entries private_entries() {
+    return {{CKA_CLASS, number(CKO_PRIVATE_KEY)},
+            {CKA_KEY_TYPE, number(CKK_RSA)},
+            {CKA_MODULUS, key().modulus()},
+            {CKA_PUBLIC_EXPONENT, key().public_exponent()},
+            {CKA_PRIVATE_EXPONENT, key().private_exponent()},
+            {CKA_PRIME_1, key().prime1()},
+            {CKA_PRIME_2, key().prime2()},
+            {CKA_EXPONENT_1, key().exponent1()},
+            {CKA_EXPONENT_2, key().exponent2()},
+            {CKA_COEFFICIENT, key().coefficient()}};
+}
+
+Entries secret_entries() {
+    return {{CKA_CLASS, number(CKO_SECRET_KEY)},
+            {CKA_KEY_TYPE, number(CKK_RC4)},
+            {CKA_VALUE, from_hex("0123456789")}};
+}
+
+// ---- Every conversion from a template, as a function that gives its result as bytes
+
+using Convert = CK_RV (*)(const CK_ATTRIBUTE *, uint32_t, std::vector<Bytes> *);
+
+template <auto convert>
+CK_RV to_encoding(const CK_ATTRIBUTE *attributes, uint32_t count, std::vector<Bytes> *result) {
+    uint8_t *ber = reinterpret_cast<uint8_t *>(1);
+    uint32_t length = 99;
+    const CK_RV status = convert(attributes, count, &ber, &length);
+    if (status != CKR_OK) {
+        EXPECT_EQ(ber, nullptr);
+        EXPECT_EQ(length, 0u);
+        return status;
+    }
+    result->assign({Bytes(ber, ber + length)});
+    std::free(ber);
+    return status;
+}
+
+CK_RV to_crt_key(const CK_ATTRIBUTE *attributes, uint32_t count, std::vector<Bytes> *result) {
+    auto *crt = reinterpret_cast<A_RSA_CRT_KEY *>(1);
+    const CK_RV status = template_2_RsaCrtKey(attributes, count, &crt);
+    if (status != CKR_OK) {
+        EXPECT_EQ(crt, nullptr);
+        return status;
+    }
+    result->clear();
+    for (const ITEM *item : {&crt->modulus, &crt->prime[0], &crt->prime[1], &crt->primeExponent[0],
+                             &crt->primeExponent[1], &crt->coefficient})
+        result->push_back(bytes_of_item(*item));
+    free_A_RSA_CRT_KEY(&crt);
+    return status;
+}
+
+CK_RV to_rsa_key(const CK_ATTRIBUTE *attributes, uint32_t count, std::vector<Bytes> *result) {
+    auto *rsa = reinterpret_cast<A_RSA_KEY *>(1);
+    const CK_RV status = template_2_RsaKey(attributes, count, &rsa);
+    if (status != CKR_OK) {
+        EXPECT_EQ(rsa, nullptr);
+        return status;
+    }
+    result->assign({bytes_of_item(rsa->modulus), bytes_of_item(rsa->exponent)});
+    free_A_RSA_KEY(&rsa);
+    return status;
+}
+
+CK_RV to_key_item(const CK_ATTRIBUTE *attributes, uint32_t count, std::vector<Bytes> *result) {
+    auto *item = reinterpret_cast<ITEM *>(1);
+    const CK_RV status = template_2_KeyItem(attributes, count, &item);
+    if (status != CKR_OK) {
+        EXPECT_EQ(item, nullptr);
+        return status;
+    }
+    result->assign({bytes_of_item(*item)});
+    free_ITEM(&item);
+    return status;
+}
+
+constexpr Convert to_public_encoding = to_encoding<template_2_subjectPublicKeyInfoBer>;
+constexpr Convert to_private_encoding = to_encoding<template_2_privateKeyInfoBer>;
+
+TEST(Template, KeysOfAnotherLibraryConvertThereAndBack) {
+    CK_ATTRIBUTE *attributes = nullptr;
+    uint32_t count = 0;
+    std::vector<Bytes> back;
+
+    const Bytes private_info = key().private_key_info();
+    ASSERT_EQ(privateKeyInfoBer_2_template(private_info.data(), length_of(private_info),
+                                           &attributes, &count),
+              CKR_OK);
+    const OwnedTemplate owned_private = own_template(attributes, count);
+    EXPECT_EQ(entries_of(attributes, count), private_entries());
+    EXPECT_EQ(to_private_encoding(attributes, count, &back), CKR_OK);
+    EXPECT_THAT(back, ElementsAre(private_info));
+    EXPECT_EQ(to_crt_key(attributes, count, &back), CKR_OK);
+    EXPECT_THAT(back, ElementsAre(key().modulus(), key().prime1(), key().prime2(),
+                                  key().exponent1(), key().exponent2(), key().coefficient()));
+    EXPECT_EQ(to_rsa_key(attributes, count, &back), CKR_OK);
+    EXPECT_THAT(back, ElementsAre(key().modulus(), key().private_exponent()));
+
+    const Bytes public_info = key().public_key_info();
+    ASSERT_EQ(subjectPublicKeyInfoBer_2_template(public_info.data(), length_of(public_info),
+                                                 &attributes, &count),
+              CKR_OK);
+    const OwnedTemplate owned_public = own_template(attributes, count);
+    EXPECT_EQ(entries_of(attributes, count), public_entries());
+    EXPECT_EQ(to_public_encoding(attributes, count, &back), CKR_OK);
+    EXPECT_THAT(back, ElementsAre(public_info));
+    EXPECT_EQ(to_rsa_key(attributes, count, &back), CKR_OK);
+    EXPECT_THAT(back, ElementsAre(key().modulus(), key().public_exponent()));
+}
+
+struct SecretCase {
+    const char *why;
+    uint32_t key_type;
+    uint32_t length;
+    CK_RV result;
+};
+
+const SecretCase secret_cases[] = {
+    {"RC2", CKK_RC2, 5, CKR_OK},
+    {"RC4", CKK_RC4, 1, CKR_OK},
+    {"DES", CKK_DES, 8, CKR_OK},
+    {"DES with two keys", CKK_DES2, 16, CKR_OK},
+    {"DES with three keys", CKK_DES3, 24, CKR_OK},
+    {"RSA is no secret key", CKK_RSA, 8, CKR_DATA_INVALID},
+    {"before the first secret key type", 0x10, 8, CKR_DATA_INVALID},
+    {"after the last", 0x16, 8, CKR_DATA_INVALID},
+    {"no octets", CKK_RC4, 0, CKR_DATA_INVALID},
+};
+
+TEST(Template, SecretKeys) {
+    const Bytes octets = from_hex("000102030405060708090a0b0c0d0e0f1011121314151617");
+    for (const SecretCase &c : secret_cases) {
+        SCOPED_TRACE(c.why);
+        CK_ATTRIBUTE *attributes = nullptr;
+        uint32_t count = 0;
+        ASSERT_EQ(secretKey_2_template(octets.data(), c.length, c.key_type, &attributes, &count),
+                  c.result);
+        if (c.result != CKR_OK) {
+            EXPECT_EQ(attributes, nullptr);
+            continue;
+        }
+        const OwnedTemplate owned = own_template(attributes, count);
+        const Bytes value(octets.begin(), octets.begin() + c.length);
+        EXPECT_EQ(entries_of(attributes, count), (Entries{{CKA_CLASS, number(CKO_SECRET_KEY)},
+                                                          {CKA_KEY_TYPE, number(c.key_type)},
+                                                          {CKA_VALUE, value}}));
+        std::vector<Bytes> back;
+        EXPECT_EQ(to_key_item(attributes, count, &back), CKR_OK);
+        EXPECT_THAT(back, ElementsAre(value));
+    }
+}
+
+// Which of the entries each conversion needs: without any one of them it fails.
+TEST(Template, EveryNeededAttributeIsMissed) {
+    const struct {
+        const char *why;
+        Convert convert;
+        Entries entries;
+        std::vector<uint32_t> needed;
+    } cases[] = {
+        {"SubjectPublicKeyInfo",
+         to_public_encoding,
+         public_entries(),
+         {CKA_CLASS, CKA_KEY_TYPE, CKA_MODULUS, CKA_PUBLIC_EXPONENT}},
+        {"PrivateKeyInfo",
+         to_private_encoding,
+         private_entries(),
+         {CKA_CLASS, CKA_KEY_TYPE, CKA_MODULUS, CKA_PUBLIC_EXPONENT, CKA_PRIVATE_EXPONENT,
+          CKA_PRIME_1, CKA_PRIME_2, CKA_EXPONENT_1, CKA_EXPONENT_2, CKA_COEFFICIENT}},
+        {"remainder form",
+         to_crt_key,
+         private_entries(),
+         {CKA_CLASS, CKA_KEY_TYPE, CKA_MODULUS, CKA_PRIME_1, CKA_PRIME_2, CKA_EXPONENT_1,
+          CKA_EXPONENT_2, CKA_COEFFICIENT}},
+        {"public numbers",
+         to_rsa_key,
+         public_entries(),
+         {CKA_CLASS, CKA_KEY_TYPE, CKA_MODULUS, CKA_PUBLIC_EXPONENT}},
+        {"private numbers",
+         to_rsa_key,
+         private_entries(),
+         {CKA_CLASS, CKA_KEY_TYPE, CKA_MODULUS, CKA_PRIVATE_EXPONENT}},
+        {"secret key", to_key_item, secret_entries(), {CKA_CLASS, CKA_KEY_TYPE, CKA_VALUE}},
+    };
+    for (const auto &c : cases) {
+        for (std::size_t left_out = 0; left_out < c.entries.size(); ++left_out) {
+            Entries entries = c.entries;
+            const uint32_t type = entries[left_out].first;
+            entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(left_out));
+            SCOPED_TRACE(std::string(c.why) + " without " + std::to_string(type));
+            const bool needed = std::find(c.needed.begin(), c.needed.end(), type) != c.needed.end();
+            const OwnedTemplate made = template_of(entries);
+            std::vector<Bytes> result;
+            EXPECT_EQ(c.convert(made.get(), static_cast<uint32_t>(entries.size()), &result),
+                      needed ? CKR_ATTRIBUTE_TYPE_INVALID : CKR_OK);
+        }
+    }
+}
+
+Entries with(Entries entries, uint32_t type, Bytes value) {
+    for (Entry &entry : entries)
+        if (entry.first == type)
+            entry.second = std::move(value);
+    return entries;
+}
+
+Entries without(Entries entries, uint32_t type) {
+    std::erase_if(entries, [type](const Entry &entry) { return entry.first == type; });
+    return entries;
+}
+
+TEST(Template, ClassThenKeyTypeThenNumbers) {
+    const struct {
+        const char *why;
+        Convert convert;
+        Entries entries;
+        CK_RV result;
+    } cases[] = {
+        {"public key for SubjectPublicKeyInfo", to_public_encoding, private_entries(),
+         CKR_DATA_INVALID},
+        {"private key for PrivateKeyInfo", to_private_encoding, public_entries(), CKR_DATA_INVALID},
+        {"private key for the remainder form", to_crt_key, public_entries(), CKR_DATA_INVALID},
+        {"a secret key has no RSA numbers", to_rsa_key, secret_entries(), CKR_DATA_INVALID},
+        {"an RSA key is no secret key", to_key_item, private_entries(), CKR_DATA_INVALID},
+        {"class 1 is below both RSA classes", to_rsa_key,
+         with(public_entries(), CKA_CLASS, number(1)), CKR_DATA_INVALID},
+        {"RSA wants key type RSA", to_rsa_key,
+         with(public_entries(), CKA_KEY_TYPE, number(CKK_DES)), CKR_DATA_INVALID},
+        {"a secret key wants a secret key type", to_key_item,
+         with(secret_entries(), CKA_KEY_TYPE, number(CKK_RSA)), CKR_DATA_INVALID},
+        {"an integer is 4 bytes", to_rsa_key, with(public_entries(), CKA_CLASS, from_hex("02")),
+         CKR_DATA_INVALID},
+        {"wrong class is seen before missing key type", to_crt_key,
+         without(public_entries(), CKA_KEY_TYPE), CKR_DATA_INVALID},
+        {"wrong key type is seen before missing numbers", to_crt_key,
+         without(with(private_entries(), CKA_KEY_TYPE, number(CKK_RC4)), CKA_MODULUS),
+         CKR_DATA_INVALID},
+        {"missing key type is seen before missing numbers", to_crt_key,
+         without(without(private_entries(), CKA_KEY_TYPE), CKA_MODULUS),
+         CKR_ATTRIBUTE_TYPE_INVALID},
+        {"numbers that the toolkit refuses", to_public_encoding,
+         with(public_entries(), CKA_MODULUS, from_hex("0f")), CKR_DATA_INVALID},
+    };
+    for (const auto &c : cases) {
+        const OwnedTemplate made = template_of(c.entries);
+        std::vector<Bytes> result;
+        EXPECT_EQ(c.convert(made.get(), static_cast<uint32_t>(c.entries.size()), &result), c.result)
+            << c.why;
+    }
+}
+
+TEST(Template, NullAndEmptyArguments) {
+    std::vector<Bytes> result;
+    const OwnedTemplate made = template_of(public_entries());
+    for (const Convert convert : {to_public_encoding, to_private_encoding, Convert{to_crt_key},
+                                  Convert{to_rsa_key}, Convert{to_key_item}}) {
+        EXPECT_EQ(convert(nullptr, 4, &result), CKR_DATA_INVALID);
+        EXPECT_EQ(convert(made.get(), 0, &result), CKR_DATA_INVALID);
+    }
+    uint8_t octet = 1;
+    CK_ATTRIBUTE attribute = {};
+    EXPECT_EQ(bundle_attr(0x7FFFFFFF, &octet, 1, &attribute), CKR_OK);
+    EXPECT_EQ(bundle_attr(0x80000000, &octet, 1, &attribute), CKR_DATA_INVALID);
+    EXPECT_EQ(bundle_attr(CKA_VALUE, nullptr, 1, &attribute), CKR_DATA_INVALID);
+    EXPECT_EQ(bundle_attr(CKA_VALUE, &octet, 0, &attribute), CKR_DATA_INVALID);
+    EXPECT_EQ(bundle_attr(CKA_VALUE, &octet, 1, nullptr), CKR_DATA_INVALID);
+    EXPECT_EQ(store_attr_in_template(nullptr, 0, &attribute), CKR_DATA_INVALID);
+    attribute.type = 0x80000000;
+    EXPECT_EQ(get_attr_from_template(made.get(), 4, &attribute), CKR_DATA_INVALID);
+    ITEM item = {};
+    EXPECT_EQ(get_item_from_template(made.get(), 4, 0x80000000, &item), CKR_DATA_INVALID);
+    EXPECT_EQ(read_item_from_template(made.get(), 4, 0x80000000, &item), CKR_DATA_INVALID);
+    EXPECT_EQ(read_item_from_template(made.get(), 4, CKA_MODULUS, nullptr), CKR_DATA_INVALID);
+    CK_ATTRIBUTE *attributes = nullptr;
+    uint32_t count = 0;
+    CK_OBJECT empty = {nullptr, 0};
+    EXPECT_EQ(hKey_2_template(nullptr, &attributes, &count), CKR_KEY_HANDLE_INVALID);
+    EXPECT_EQ(hKey_2_template(&empty, &attributes, &count), CKR_KEY_HANDLE_INVALID);
+}
+
+TEST(Template, FirstEntryOfATypeIsTaken) {
+    Entries entries = secret_entries();
+    entries.push_back({CKA_VALUE, from_hex("ff")});
+    const OwnedTemplate made = template_of(entries);
+    std::vector<Bytes> result;
+    EXPECT_EQ(to_key_item(made.get(), 4, &result), CKR_OK);
+    EXPECT_THAT(result, ElementsAre(from_hex("0123456789")));
+}
+
+TEST(Template, SpoiledEncodingsGiveNoTemplate) {
+    const struct {
+        CK_RV (*convert)(const uint8_t *, uint32_t, CK_ATTRIBUTE **, uint32_t *);
+        Bytes good;
+    } cases[] = {
+        {privateKeyInfoBer_2_template, key().private_key_info()},
+        {subjectPublicKeyInfoBer_2_template, key().public_key_info()},
+    };
+    for (const auto &c : cases) {
+        each_spoiled(c.good, [&](const Bytes &spoiled, const std::string &what) {
+            CK_ATTRIBUTE *attributes = nullptr;
+            uint32_t count = 0;
+            const CK_RV result = c.convert(spoiled.data(), length_of(spoiled), &attributes, &count);
+            const OwnedTemplate owned = own_template(attributes, count);
+            EXPECT_EQ(result == CKR_OK, attributes != nullptr) << what;
+            if (spoiled.size() < c.good.size()) {
+                EXPECT_EQ(result, CKR_DATA_INVALID) << what;
+            }
+        });
+    }
+}
+
+// Each conversion with each of its allocations failing: a status, and nothing left behind.
+TEST(Template, OutOfMemory) {
+    const OwnedTemplate public_template = template_of(public_entries());
+    const OwnedTemplate private_template = template_of(private_entries());
+    const OwnedTemplate secret_template = template_of(secret_entries());
+    const Bytes private_info = key().private_key_info();
+    const Bytes public_info = key().public_key_info();
+    CK_ATTRIBUTE *attributes = nullptr;
+    uint32_t count = 0;
+    std::vector<Bytes> result;
+    const std::function<CK_RV()> conversions[] = {
+        [&] { return to_public_encoding(public_template.get(), 4, &result); },
+        [&] { return to_private_encoding(private_template.get(), 10, &result); },
+        [&] { return to_crt_key(private_template.get(), 10, &result); },
+        [&] { return to_rsa_key(private_template.get(), 10, &result); },
+        [&] { return to_key_item(secret_template.get(), 3, &result); },
+        [&] {
+            return privateKeyInfoBer_2_template(private_info.data(), length_of(private_info),
+                                                &attributes, &count);
+        },
+        [&] {
+            return subjectPublicKeyInfoBer_2_template(public_info.data(), length_of(public_info),
+                                                      &attributes, &count);
+        },
+        [&] { return secretKey_2_template(private_info.data(), 8, CKK_DES, &attributes, &count); },
+    };
+    for (const auto &convert : conversions) {
+        fault::each_allocation([&] {
+            attributes = nullptr;
+            const CK_RV status = convert();
+            const OwnedTemplate owned = own_template(attributes, count);
+            EXPECT_EQ(status, fault::met() ? CKR_HOST_MEMORY : CKR_OK);
+            EXPECT_TRUE(status == CKR_OK || attributes == nullptr);
+        });
+    }
+}
+
+} // namespace

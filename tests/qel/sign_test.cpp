@@ -1,0 +1,222 @@
+#include "qel/signer.h"
+#include "support/fault.h"
+
+#include <functional>
+#include <set>
+
+namespace {
+
+struct SignatureAlgorithm {
+    const QelAlgId *const *algorithm;
+    Bytes (*digest)(const Bytes &);
+    Bytes (*digest_info)(const Bytes &);
+};
+
+const SignatureAlgorithm algorithms[] = {
+    {&QEL_MD2WithRSAEncryption_AID, md2, md2_digest_info},
+    {&QEL_MD5WithRSAEncryption_AID, md5, md5_digest_info},
+};
+
+class SignTest : public testing::Test {
+protected:
+    static const RsaKey &rsa() { return RsaKey::of_1024_bits(); }
+
+    TestContext context;
+    SignerKey key{rsa()};
+    const Bytes text = bytes_of("Sign me, with one hand or with two.");
+    uint8_t *out = nullptr;
+    uint32_t length = 0;
+};
+
+TEST_F(SignTest, EqualsAnotherLibraryInAllModes) {
+    for (const SignatureAlgorithm &a : algorithms) {
+        const QelAlgId *algorithm = *a.algorithm;
+        const Bytes expected = rsa().sign(a.digest_info(a.digest(text)));
+        EXPECT_EQ(key.signature(context, text, QEL_MODE_FINAL, algorithm), expected);
+        EXPECT_EQ(key.signature(context, a.digest(text), QEL_MODE_DIGEST, algorithm), expected);
+        for (const bool last_without_data : {false, true}) {
+            const std::size_t half = text.size() / 2;
+            const Bytes first(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(half));
+            Bytes rest(text.begin() + static_cast<std::ptrdiff_t>(half), text.end());
+            EXPECT_EQ(key.sign(context, first, QEL_MODE_UPDATE, algorithm, nullptr, nullptr),
+                      QEL_OK);
+            if (last_without_data) {
+                // Only the first update has to name the algorithm.
+                EXPECT_EQ(key.sign(context, rest, QEL_MODE_UPDATE, nullptr, nullptr, nullptr),
+                          QEL_OK);
+                rest.clear();
+            }
+            EXPECT_EQ(key.signature(context, rest, QEL_MODE_FINAL, nullptr), expected);
+            EXPECT_TRUE(context.idle());
+        }
+    }
+    EXPECT_EQ(rsa().sign_md5(md5(text)), rsa().sign(md5_digest_info(md5(text))))
+        << "the oracle's own DigestInfo";
+}
+
+TEST_F(SignTest, CallersBuffer) {
+    uint8_t buffer[130] = {};
+    const struct {
+        const char *why;
+        uint32_t mode;
+        uint32_t capacity;
+        QelStatus status;
+    } cases[] = {
+        {"one byte short", QEL_MODE_FINAL, 127, QEL_ERR_BUFFER_SIZE},
+        {"just enough", QEL_MODE_FINAL, 128, QEL_OK},
+        {"more than enough", QEL_MODE_FINAL, 130, QEL_OK},
+        {"a buffer without capacity", QEL_MODE_FINAL, 0, QEL_ERR_BAD_PARAM},
+        {"which for a digest is one that is too short", QEL_MODE_DIGEST, 0, QEL_ERR_BUFFER_SIZE},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.why);
+        out = buffer;
+        length = c.capacity;
+        const Bytes data = c.mode == QEL_MODE_DIGEST ? md5(text) : text;
+        EXPECT_EQ(key.sign(context, data, c.mode, QEL_MD5WithRSAEncryption_AID, &out, &length),
+                  c.status);
+        EXPECT_EQ(out, buffer);
+        EXPECT_EQ(length, c.status == QEL_OK ? 128 : c.capacity);
+        EXPECT_TRUE(context.idle());
+    }
+    EXPECT_EQ(Bytes(buffer, buffer + 128), rsa().sign_md5(md5(text)));
+}
+
+TEST_F(SignTest, BadParameters) {
+    const QelAlgId *const rsa_id = QEL_RSA_ENCR_AID;
+    const QelAlgId *const md5_rsa = QEL_MD5WithRSAEncryption_AID;
+    const uint8_t *bytes = key.private_bytes.data();
+    const uint32_t size = length_of(key.private_bytes);
+    struct Arguments {
+        bool context = true;
+        const uint8_t *data = nullptr;
+        uint32_t length = 0;
+        uint32_t mode = QEL_MODE_FINAL;
+        const QelAlgId *key_algorithm = nullptr;
+        const uint8_t *key_bytes = nullptr;
+        uint32_t key_length = 0;
+        const QelAlgId *algorithm = nullptr;
+        bool out = true;
+        bool out_length = true;
+        uint32_t capacity = 0;
+    };
+    const Arguments good = {true,  text.data(), length_of(text), QEL_MODE_FINAL, rsa_id,
+                            bytes, size,        md5_rsa,         true,           true,
+                            0};
+    const struct {
+        const char *why;
+        std::function<void(Arguments &)> change;
+    } cases[] = {
+        {"no context", [](Arguments &a) { a.context = false; }},
+        {"no signature algorithm", [](Arguments &a) { a.algorithm = nullptr; }},
+        {"mode 0", [](Arguments &a) { a.mode = 0; }},
+        {"mode 4", [](Arguments &a) { a.mode = 4; }},
+        {"nowhere to put the signature", [](Arguments &a) { a.out = false; }},
+        {"nowhere to put its length", [](Arguments &a) { a.out_length = false; }},
+        {"data without length", [](Arguments &a) { a.length = 0; }},
+        {"length without data", [](Arguments &a) { a.data = nullptr; }},
+        {"no data", [](Arguments &a) { a.data = nullptr, a.length = 0; }},
+        {"no data in an update",
+         [](Arguments &a) { a.data = nullptr, a.length = 0, a.mode = QEL_MODE_UPDATE; }},
+        {"a capacity without a buffer", [](Arguments &a) { a.capacity = 128; }},
+        {"no key algorithm", [](Arguments &a) { a.key_algorithm = nullptr; }},
+        {"no key bytes", [](Arguments &a) { a.key_bytes = nullptr; }},
+        {"no key length", [](Arguments &a) { a.key_length = 0; }},
+        {"the key algorithm alone", [](Arguments &a) { a.key_bytes = nullptr, a.key_length = 0; }},
+        {"the key length alone",
+         [](Arguments &a) { a.key_algorithm = nullptr, a.key_bytes = nullptr; }},
+        {"no digest", [](Arguments &a) { a.data = nullptr, a.length = 0, a.mode = 3; }},
+        {"a digest one byte short", [](Arguments &a) { a.length = 15, a.mode = 3; }},
+        {"a digest one byte long", [](Arguments &a) { a.length = 17, a.mode = 3; }},
+        {"nowhere to put a digest's signature",
+         [](Arguments &a) { a.length = 16, a.mode = 3, a.out = false; }},
+    };
+    for (const auto &c : cases) {
+        Arguments a = good;
+        c.change(a);
+        length = a.capacity;
+        EXPECT_EQ(qel_sign(a.context ? static_cast<QelContext *>(context) : nullptr, a.data,
+                           a.length, a.mode, a.key_algorithm, a.key_bytes, a.key_length,
+                           a.algorithm, a.out ? &out : nullptr, a.out_length ? &length : nullptr),
+                  QEL_ERR_BAD_PARAM)
+            << c.why;
+        EXPECT_EQ(out, nullptr) << c.why;
+        EXPECT_TRUE(context.idle()) << c.why;
+    }
+}
+
+TEST_F(SignTest, Failures) {
+    TestOid<4> old_rsa = {{2, 5, 8, 1}};
+    TestOid<6> old_md5_rsa = {{1, 3, 14, 3, 2, 3}};
+    Bytes cut = key.private_bytes;
+    cut.pop_back();
+    const struct {
+        const char *why;
+        const QelAlgId *key_algorithm;
+        const Bytes *key_bytes;
+        const QelAlgId *algorithm;
+        QelStatus status;
+    } cases[] = {
+        {"the same signature under its older name", QEL_RSA_ENCR_AID, &key.private_bytes,
+         &old_md5_rsa.algorithm, QEL_ERR_UNSUPPORTED_ALG},
+        {"a digest is no signature", QEL_RSA_ENCR_AID, &key.private_bytes, QEL_MD5_AID,
+         QEL_ERR_UNSUPPORTED_ALG},
+        {"a key of another algorithm", &old_rsa.algorithm, &key.private_bytes,
+         QEL_MD5WithRSAEncryption_AID, QEL_ERR_KEY_TYPE},
+        {"a key without its last byte", QEL_RSA_ENCR_AID, &cut, QEL_MD5WithRSAEncryption_AID,
+         QEL_ERR_BAD_KEY},
+        {"a public key", QEL_RSA_ENCR_AID, &key.public_bytes, QEL_MD5WithRSAEncryption_AID,
+         QEL_ERR_BAD_KEY},
+        {"no key and no key server", nullptr, nullptr, QEL_MD5WithRSAEncryption_AID,
+         QEL_ERR_SERV_CONNECT},
+    };
+    for (const auto &c : cases) {
+        for (const uint32_t mode : {QEL_MODE_FINAL, QEL_MODE_DIGEST}) {
+            const Bytes data = mode == QEL_MODE_DIGEST ? md5(text) : text;
+            EXPECT_EQ(qel_sign(context, data.data(), length_of(data), mode, c.key_algorithm,
+                               c.key_bytes != nullptr ? c.key_bytes->data() : nullptr,
+                               c.key_bytes != nullptr ? length_of(*c.key_bytes) : 0, c.algorithm,
+                               &out, &length),
+                      c.status)
+                << c.why;
+            EXPECT_EQ(out, nullptr) << c.why;
+            EXPECT_TRUE(context.idle()) << c.why;
+        }
+    }
+}
+
+// A signed digest leaves its algorithms stored, so that the next call may leave them out; whoever
+// names others gets them all the same.
+TEST_F(SignTest, AfterADigestOnly) {
+    key.signature(context, md2(text), QEL_MODE_DIGEST, QEL_MD2WithRSAEncryption_AID);
+    EXPECT_EQ(key.signature(context, text, QEL_MODE_FINAL, nullptr),
+              rsa().sign(md2_digest_info(md2(text))));
+    EXPECT_TRUE(context.idle());
+    key.signature(context, md2(text), QEL_MODE_DIGEST, QEL_MD2WithRSAEncryption_AID);
+    EXPECT_EQ(key.signature(context, text, QEL_MODE_FINAL, QEL_MD5WithRSAEncryption_AID),
+              rsa().sign_md5(md5(text)));
+}
+
+TEST_F(SignTest, EachAllocation) {
+    fault::each_allocation([&] {
+        out = nullptr;
+        length = 0;
+        const QelStatus status =
+            key.sign(context, text, QEL_MODE_FINAL, QEL_MD5WithRSAEncryption_AID, &out, &length);
+        if (fault::met()) {
+            const std::set<QelStatus> expected = {
+                QEL_ERR_NO_MEMORY, QEL_ERR_DIGEST,  QEL_ERR_ASN1_ENCODE,
+                QEL_ERR_BAD_KEY,   QEL_ERR_GENERAL, QEL_ERR_SIGN,
+            };
+            EXPECT_TRUE(expected.contains(status)) << status;
+            EXPECT_EQ(out, nullptr);
+            EXPECT_EQ(length, 0u);
+        } else {
+            EXPECT_EQ(status, QEL_OK);
+        }
+        EXPECT_TRUE(context.idle());
+        free(out);
+    });
+}
+
+} // namespace

@@ -1,0 +1,335 @@
+#include "qel/signer.h"
+#include "support/fault.h"
+
+#include <functional>
+#include <set>
+
+namespace {
+
+class VerifyTest : public testing::Test {
+protected:
+    static const RsaKey &rsa() { return RsaKey::of_1024_bits(); }
+
+    TestContext context;
+    SignerKey key{rsa()};
+    const QelAlgId *const with_md5 = QEL_MD5WithRSAEncryption_AID;
+    const QelAlgId *const with_md2 = QEL_MD2WithRSAEncryption_AID;
+    const Bytes text = bytes_of("Verify me, whole or in parts.");
+    const Bytes good = rsa().sign_md5(md5(text));
+};
+
+TEST_F(VerifyTest, SignaturesOfAnotherLibraryInAllModes) {
+    const struct {
+        const QelAlgId *algorithm;
+        Bytes digest;
+        Bytes signature;
+    } cases[] = {
+        {with_md2, md2(text), rsa().sign(md2_digest_info(md2(text)))},
+        {with_md5, md5(text), good},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(key.verify(context, text, QEL_MODE_FINAL, c.algorithm, c.signature), QEL_OK);
+        EXPECT_EQ(key.verify(context, c.digest, QEL_MODE_DIGEST, c.algorithm, c.signature), QEL_OK);
+        EXPECT_TRUE(context.idle());
+        for (const std::size_t held_back : {std::size_t{1}, std::size_t{0}}) {
+            for (std::size_t i = 0; i < text.size() - held_back; ++i)
+                ASSERT_EQ(key.verify(context, Bytes(1, text[i]), QEL_MODE_UPDATE, c.algorithm,
+                                     c.signature),
+                          QEL_OK);
+            const Bytes last(text.end() - static_cast<std::ptrdiff_t>(held_back), text.end());
+            EXPECT_EQ(key.verify(context, last, QEL_MODE_FINAL, c.algorithm, c.signature), QEL_OK);
+            EXPECT_TRUE(context.idle());
+        }
+    }
+}
+
+TEST_F(VerifyTest, WhatIsNotSigned) {
+    Bytes other_text = text;
+    other_text[0] ^= 1;
+    SignerKey other_key{RsaKey::of_512_bits()};
+    const RsaKey same_size(1024);
+    SignerKey key_of_same_size{same_size};
+    const struct {
+        const char *why;
+        const SignerKey &key;
+        Bytes data;
+        uint32_t mode;
+        const QelAlgId *algorithm;
+        Bytes signature;
+        QelStatus status;
+    } cases[] = {
+        {"another text", key, other_text, 2, with_md5, good, QEL_ERR_VERIFY},
+        {"another digest", key, md5(other_text), 3, with_md5, good, QEL_ERR_VERIFY},
+        {"another algorithm", key, text, 2, with_md2, good, QEL_ERR_VERIFY},
+        {"a key of another length", other_key, text, 2, with_md5, good, QEL_ERR_VERIFY},
+        {"another key", key_of_same_size, text, 2, with_md5, good, QEL_ERR_VERIFY},
+        {"a byte more", key, text, 2, with_md5, good + Bytes{0}, QEL_ERR_VERIFY},
+        {"the bare digest, signed", key, text, 2, with_md5, rsa().sign(md5(text)), QEL_OK},
+        {"the bare digest without its last byte, signed", key, text, 2, with_md5,
+         rsa().sign(from_hex(to_hex(md5(text)).substr(0, 30))), QEL_ERR_VERIFY},
+        {"the text itself, signed", key, text, 2, with_md5, rsa().sign(text), QEL_ERR_VERIFY},
+        {"garbage behind the DigestInfo", key, text, 2, with_md5,
+         rsa().sign(md5_digest_info(md5(text)) + Bytes(20, 0)), QEL_ERR_VERIFY},
+        {"a digest alone cannot tell its algorithm", key, md5(text), 3, with_md2, good, QEL_OK},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(c.key.verify(context, c.data, c.mode, c.algorithm, c.signature), c.status)
+            << c.why;
+        EXPECT_TRUE(context.idle()) << c.why;
+    }
+}
+
+TEST_F(VerifyTest, NoSpoiledSignatureIsGood) {
+    each_spoiled(good, [&](const Bytes &bad, const std::string &what) {
+        if (bad.empty())
+            return;
+        EXPECT_EQ(key.verify(context, text, QEL_MODE_FINAL, with_md5, bad), QEL_ERR_VERIFY) << what;
+    });
+}
+
+TEST_F(VerifyTest, BadParameters) {
+    TestOid<4> unknown = {{1, 2, 3, 4}};
+    struct Arguments {
+        QelContext *context = nullptr;
+        const uint8_t *data = nullptr;
+        uint32_t length = 0;
+        uint32_t mode = QEL_MODE_FINAL;
+        const QelOid *key_algorithm = QEL_RSA_ENCR_OID;
+        const QelOctetString *key_parameters = QEL_RSA_ENCR_AID->parameters;
+        const QelBitString *key_bits = nullptr;
+        const QelAlgId *algorithm = nullptr;
+        const uint8_t *signature = nullptr;
+        uint32_t signature_length = 0;
+    };
+    Arguments usual;
+    usual.context = context;
+    usual.data = text.data();
+    usual.length = length_of(text);
+    usual.key_bits = &key.bits;
+    usual.algorithm = with_md5;
+    usual.signature = good.data();
+    usual.signature_length = length_of(good);
+    const struct {
+        const char *why;
+        std::function<void(Arguments &)> change;
+    } cases[] = {
+        {"no context", [](Arguments &a) { a.context = nullptr; }},
+        {"mode 0", [](Arguments &a) { a.mode = 0; }},
+        {"mode 4", [](Arguments &a) { a.mode = 4; }},
+        {"no key algorithm", [](Arguments &a) { a.key_algorithm = nullptr; }},
+        {"no key parameters", [](Arguments &a) { a.key_parameters = nullptr; }},
+        {"no key", [](Arguments &a) { a.key_bits = nullptr; }},
+        {"no signature", [](Arguments &a) { a.signature = nullptr; }},
+        {"no signature length", [](Arguments &a) { a.signature_length = 0; }},
+        {"no signature even in an update",
+         [](Arguments &a) { a.signature = nullptr, a.mode = QEL_MODE_UPDATE; }},
+        {"data without length", [](Arguments &a) { a.length = 0; }},
+        {"length without data", [](Arguments &a) { a.data = nullptr; }},
+        {"no data", [](Arguments &a) { a.data = nullptr, a.length = 0; }},
+        {"no signature algorithm", [](Arguments &a) { a.algorithm = nullptr; }},
+        {"an algorithm that nobody knows", [&](Arguments &a) { a.algorithm = &unknown.algorithm; }},
+        {"a digest algorithm", [](Arguments &a) { a.algorithm = QEL_MD5_AID; }},
+        {"a key algorithm", [](Arguments &a) { a.algorithm = QEL_RSA_ENCR_AID; }},
+        {"a digest one byte short", [](Arguments &a) { a.length = 15, a.mode = 3; }},
+        {"a digest one byte long", [](Arguments &a) { a.length = 17, a.mode = 3; }},
+    };
+    for (const auto &c : cases) {
+        Arguments a = usual;
+        c.change(a);
+        EXPECT_EQ(qel_verify(a.context, a.data, a.length, a.mode, a.key_algorithm, a.key_parameters,
+                             a.key_bits, a.algorithm, a.signature, a.signature_length),
+                  QEL_ERR_BAD_PARAM)
+            << c.why;
+        EXPECT_TRUE(context.idle()) << c.why;
+    }
+    // A later call needs the algorithm as the first one did.
+    ASSERT_EQ(key.verify(context, text, QEL_MODE_UPDATE, with_md5, good), QEL_OK);
+    EXPECT_EQ(key.verify(context, {}, QEL_MODE_FINAL, nullptr, good), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(key.verify(context, {}, QEL_MODE_FINAL, with_md5, good), QEL_OK);
+}
+
+TEST_F(VerifyTest, KeysAndAlgorithmsThatAreRefused) {
+    TestOid<5> old_rsa = {{2, 5, 8, 1, 1}};
+    TestOid<6> old_md5_rsa = {{1, 3, 14, 3, 2, 3}};
+    Bytes cut = key.public_bytes;
+    cut.pop_back();
+    QelBitString cut_bits = {length_of(cut) * 8, cut.data()};
+    QelBitString no_bits = {0, nullptr};
+    const struct {
+        const char *why;
+        const QelOid *key_algorithm;
+        const QelBitString *key_bits;
+        const QelAlgId *algorithm;
+        QelStatus status;
+    } cases[] = {
+        {"a key under the older name of RSA", &old_rsa.oid, &key.bits, with_md5, QEL_ERR_KEY_TYPE},
+        {"a key without its last byte", QEL_RSA_ENCR_OID, &cut_bits, with_md5, QEL_ERR_BAD_KEY},
+        {"an empty key", QEL_RSA_ENCR_OID, &no_bits, with_md5, QEL_ERR_BAD_KEY},
+        {"a signature algorithm that is not offered", QEL_RSA_ENCR_OID, &key.bits,
+         &old_md5_rsa.algorithm, QEL_ERR_UNSUPPORTED_ALG},
+        {"which is seen before the key", &old_rsa.oid, &key.bits, &old_md5_rsa.algorithm,
+         QEL_ERR_UNSUPPORTED_ALG},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(qel_verify(context, text.data(), length_of(text), QEL_MODE_FINAL, c.key_algorithm,
+                             QEL_RSA_ENCR_AID->parameters, c.key_bits, c.algorithm, good.data(),
+                             length_of(good)),
+                  c.status)
+            << c.why;
+        EXPECT_TRUE(context.idle()) << c.why;
+    }
+}
+
+TEST_F(VerifyTest, EachAllocation) {
+    const std::set<QelStatus> failures = {QEL_ERR_DIGEST, QEL_ERR_BAD_KEY, QEL_ERR_GENERAL,
+                                          QEL_ERR_VERIFY};
+    fault::each_allocation([&] {
+        const QelStatus status = key.verify(context, text, QEL_MODE_FINAL, with_md5, good);
+        EXPECT_TRUE(fault::met() ? failures.contains(status) : status == QEL_OK) << status;
+        EXPECT_TRUE(context.idle());
+    });
+}
+
+// ---- Signed structures
+
+using OwnedCertReq = qel::Record<QelCertReq, __qel_free_certreq>;
+
+class StructureTest : public VerifyTest {
+protected:
+    template <class Record> Record *decoded(const std::string &name, int pdu) {
+        const Bytes file = vector_file(name);
+        void *value = nullptr;
+        EXPECT_EQ(__qel_asn1_decode(context, file.data(), length_of(file), pdu, &value), QEL_OK)
+            << name;
+        return static_cast<Record *>(value);
+    }
+};
+
+TEST_F(StructureTest, RequestsOfOthersVerify) {
+    // These leave out the attributes, which PKCS#10 does not allow.
+    const std::set<std::string> without_attributes = {"pkcs10/ca-req.der", "pkcs10/pca-req.der",
+                                                      "pkcs10/s1024req.der", "pkcs10/s512-req.der"};
+    for (const std::string &name : vector_names("pkcs10")) {
+        if (without_attributes.contains(name))
+            continue;
+        SCOPED_TRACE(name);
+        auto *request = decoded<QelCertReq>(name, QEL_PDU_CertificationRequest);
+        ASSERT_NE(request, nullptr);
+        const OwnedCertReq owned(request);
+        EXPECT_EQ(__qel_verify_certreq(context, request, request->pubKeyInfo), QEL_OK);
+        EXPECT_EQ(__qel_verify_certreq(context, request, &key.info), QEL_ERR_VERIFY);
+        request->subject->rdns->rdn->ava->value->value[2] ^= 1;
+        EXPECT_EQ(__qel_verify_certreq(context, request, request->pubKeyInfo), QEL_ERR_VERIFY);
+    }
+}
+
+TEST_F(StructureTest, BrowserRequestsOfOthersVerify) {
+    for (const std::string &name : vector_names("spkac")) {
+        if (!name.ends_with(".der"))
+            continue;
+        SCOPED_TRACE(name);
+        auto *request = decoded<QelNetscapeCertReq>(name, QEL_PDU_SignedPublicKeyAndChallenge);
+        ASSERT_NE(request, nullptr);
+        EXPECT_EQ(__qel_verify_netscape_certreq(context, request, request->spki), QEL_OK);
+        EXPECT_EQ(__qel_verify_netscape_certreq(context, request, &key.info), QEL_ERR_VERIFY);
+        __qel_free_netscape_certreq(context, request);
+    }
+}
+
+TEST_F(StructureTest, ARequestIsSignedAnew) {
+    auto *request = decoded<QelCertReq>("pkcs10/testreq.der", QEL_PDU_CertificationRequest);
+    ASSERT_NE(request, nullptr);
+    const OwnedCertReq owned(request);
+    const uint32_t size = length_of(key.private_bytes);
+    const uint8_t *bytes = key.private_bytes.data();
+    // Null means the algorithm that the request names, which is MD5.
+    ASSERT_EQ(__qel_sign_certreq(context, request, QEL_RSA_ENCR_AID, bytes, size, nullptr), QEL_OK);
+    EXPECT_EQ(request->signature.length, 1024u) << "in bits";
+    EXPECT_EQ(__qel_verify_certreq(context, request, &key.info), QEL_OK);
+    ASSERT_EQ(__qel_sign_certreq(context, request, QEL_RSA_ENCR_AID, bytes, size, with_md2),
+              QEL_OK);
+    EXPECT_EQ(__qel_verify_certreq(context, request, &key.info), QEL_ERR_VERIFY)
+        << "signed with another algorithm than it names";
+
+    // The old signature is gone even if there is no new one.
+    EXPECT_EQ(__qel_sign_certreq(context, request, QEL_RSA_ENCR_AID, bytes, size - 1, nullptr),
+              QEL_ERR_BAD_KEY);
+    EXPECT_EQ(request->signature.value, nullptr);
+    EXPECT_EQ(request->signature.length, 0u);
+}
+
+// A small key package, whose parts are borrowed.
+class KeyPkgTest : public StructureTest {
+protected:
+    KeyPkgTest() {
+        package.version = version;
+        package.keypkgId = id;
+        package.owner = &owner;
+        package.pubKeyInfo = &key.info;
+        package.encrPrivKeyInfo = &encrypted;
+        package.usage = USAGE_SIGN;
+        package.algorithm = const_cast<QelAlgId *>(with_md5);
+    }
+    ~KeyPkgTest() override { free(package.signature.value); }
+
+    QelStatus sign(const QelAlgId *algorithm) {
+        return __qel_sign_keypkg(context, &package, QEL_RSA_ENCR_AID, key.private_bytes.data(),
+                                 length_of(key.private_bytes), algorithm);
+    }
+
+    char version[4] = "1.0";
+    char id[14] = "default_keyid";
+    QelName owner = {QEL_NAME_RDN_SEQUENCE, nullptr};
+    uint8_t octets[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    QelEncryptedPrivateKeyInfo encrypted = {const_cast<QelAlgId *>(QEL_RC4_AID), {8, octets}};
+    QelKeyPkg package = {};
+};
+
+TEST_F(KeyPkgTest, SignedAndVerifiedWithItsDigest) {
+    for (const QelAlgId *algorithm : {with_md5, with_md2}) {
+        package.algorithm = const_cast<QelAlgId *>(algorithm);
+        ASSERT_EQ(sign(nullptr), QEL_OK);
+        EXPECT_EQ(__qel_verify_keypkg(context, &package, &key.info), QEL_OK);
+
+        uint8_t *encoding = nullptr;
+        uint32_t length = 0;
+        ASSERT_EQ(__qel_asn1_encode(context, &package, QEL_PDU_KeyPkgInfo, &encoding, &length),
+                  QEL_OK);
+        const Bytes signed_part(encoding, encoding + length);
+        free(encoding);
+        uint8_t *info = nullptr;
+        uint32_t info_length = 0;
+        ASSERT_EQ(
+            qel_verify_keypkg_return_digest(context, &package, &key.info, &info, &info_length),
+            QEL_OK);
+        EXPECT_EQ(Bytes(info, info + info_length), algorithm == with_md5
+                                                       ? md5_digest_info(md5(signed_part))
+                                                       : md2_digest_info(md2(signed_part)));
+        free(info);
+    }
+}
+
+TEST_F(KeyPkgTest, Failures) {
+    uint8_t *info = octets;
+    uint32_t length = 99;
+    EXPECT_EQ(qel_verify_keypkg_return_digest(context, &package, &key.info, nullptr, &length),
+              QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(qel_verify_keypkg_return_digest(context, nullptr, &key.info, &info, &length),
+              QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(info, nullptr);
+    EXPECT_EQ(length, 0u);
+    EXPECT_EQ(__qel_verify_keypkg(context, &package, &key.info), QEL_ERR_BAD_PARAM)
+        << "not signed yet";
+    ASSERT_EQ(sign(nullptr), QEL_OK);
+    EXPECT_EQ(__qel_verify_keypkg(nullptr, &package, &key.info), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_verify_keypkg(context, &package, nullptr), QEL_ERR_BAD_PARAM);
+    package.usage = USAGE_ENCRYPT;
+    EXPECT_EQ(qel_verify_keypkg_return_digest(context, &package, &key.info, &info, &length),
+              QEL_ERR_VERIFY);
+    EXPECT_EQ(info, nullptr);
+    package.owner = nullptr;
+    EXPECT_EQ(__qel_verify_keypkg(context, &package, &key.info), QEL_ERR_ASN1_ENCODE);
+    EXPECT_EQ(sign(nullptr), QEL_ERR_ASN1_ENCODE);
+}
+
+} // namespace
