@@ -1,0 +1,225 @@
+// Generation of keys and parameters, and key agreement, as objects.
+#include "objects.h"
+#include "support/fault.h"
+
+namespace toolkit {
+namespace {
+
+uint8_t f4[] = {0, 1, 0, 1}; // with a leading zero
+const A_RSA_KEY_GEN_PARAMS params_512 = {512, {f4, sizeof f4}};
+
+TEST(KeyGeneration, FillsBothKeysSoThatLibcryptoTakesThem) {
+    const Algorithm_ object(AI_RSAKeyGen, &params_512);
+    const Random_ random;
+    ASSERT_EQ(B_GenerateInit(object, every_method, nullptr), BE_OK);
+    std::string previous;
+    for (int i = 0; i < 2; ++i) { // the object generates as often as asked
+        const Key_ public_key, private_key;
+        ASSERT_EQ(error_name(B_GenerateKeypair(object, public_key, private_key, random, nullptr)),
+                  "BE_OK");
+        POINTER info;
+        ASSERT_EQ(B_GetKeyInfo(&info, private_key, KI_PKCS_RSAPrivateBER), BE_OK);
+        const Bytes encoding = bytes_of_item(*static_cast<const ITEM *>(info));
+        EXPECT_NE(to_hex(encoding), previous);
+        previous = to_hex(encoding);
+        const uint8_t *at = encoding.data();
+        const OpensslKey key(d2i_AutoPrivateKey(nullptr, &at, static_cast<long>(encoding.size())));
+        ASSERT_NE(key, nullptr);
+        EXPECT_EQ(EVP_PKEY_get_bits(key.get()), 512);
+        EXPECT_EQ(to_hex(private_key_info(key.get())), to_hex(encoding));
+        EVP_PKEY_CTX *context = EVP_PKEY_CTX_new(key.get(), nullptr);
+        EXPECT_EQ(EVP_PKEY_check(context), 1);
+        EVP_PKEY_CTX_free(context);
+        ASSERT_EQ(B_GetKeyInfo(&info, public_key, KI_RSAPublicBER), BE_OK);
+        EXPECT_EQ(to_hex(bytes_of_item(*static_cast<const ITEM *>(info))),
+                  to_hex(public_key_info(key.get())));
+        EXPECT_EQ(B_GetKeyInfo(&info, public_key, KI_RSA_CRT), BE_KEY_OPERATION_UNKNOWN);
+        // Full keys are not filled again.
+        EXPECT_EQ(error_name(B_GenerateKeypair(object, public_key, private_key, random, nullptr)),
+                  "BE_KEY_ALREADY_SET");
+    }
+}
+
+int32_t count_calls(void *handle) {
+    ++*static_cast<int *>(handle);
+    return 0;
+}
+
+int32_t stop(void *) {
+    return 1;
+}
+
+TEST(KeyGeneration, ReportsItsProgressAndCanBeStopped) {
+    const Algorithm_ object(AI_RSAKeyGen, &params_512);
+    const Random_ random;
+    ASSERT_EQ(B_GenerateInit(object, every_method, nullptr), BE_OK);
+    int calls = 0;
+    const SurrenderContext counting = {count_calls, &calls, nullptr},
+                           stopping = {stop, nullptr, nullptr};
+    const Key_ public_key, private_key;
+    EXPECT_EQ(error_name(B_GenerateKeypair(object, public_key, private_key, random, &stopping)),
+              "BE_CANCEL");
+    POINTER info;
+    EXPECT_EQ(B_GetKeyInfo(&info, private_key, KI_RSA_CRT), BE_KEY_NOT_SET);
+    EXPECT_EQ(B_GetKeyInfo(&info, public_key, KI_RSAPublic), BE_KEY_NOT_SET);
+    EXPECT_EQ(error_name(B_GenerateKeypair(object, public_key, private_key, random, &counting)),
+              "BE_OK");
+    EXPECT_GT(calls, 0);
+}
+
+TEST(KeyGeneration, AnswersMisuseByName) {
+    const Algorithm_ object(AI_RSAKeyGen, &params_512), idle(AI_RSAKeyGen, &params_512),
+        unseeded(AI_MD5Random), result;
+    const Random_ random;
+    const Key_ key, other;
+    const AlgorithmMethod *const no_method[] = {&AM_MD5, nullptr};
+    ASSERT_EQ(B_GenerateInit(object, every_method, nullptr), BE_OK);
+    const struct {
+        const char *reason;
+        int error;
+        const char *expected;
+    } cases[] = {
+        {"no init", B_GenerateKeypair(idle, key, other, random, nullptr),
+         "BE_ALGORITHM_NOT_INITIALIZED"},
+        {"no method", B_GenerateInit(idle, no_method, nullptr), "BE_METHOD_NOT_IN_CHOOSER"},
+        {"no key", B_GenerateKeypair(object, nullptr, key, random, nullptr), "BE_KEY_OBJ"},
+        {"one key for both", B_GenerateKeypair(object, key, key, random, nullptr), "BE_KEY_OBJ"},
+        {"no random object", B_GenerateKeypair(object, key, other, nullptr, nullptr),
+         "BE_RANDOM_OBJ"},
+        {"no random use", B_GenerateKeypair(object, key, other, unseeded, nullptr),
+         "BE_RANDOM_NOT_INITIALIZED"},
+        {"the other thing", B_GenerateParameters(object, result, random, nullptr),
+         "BE_ALG_OPERATION_UNKNOWN"},
+    };
+    for (const auto &row : cases)
+        EXPECT_EQ(error_name(row.error), row.expected) << row.reason;
+}
+
+TEST(KeyGeneration, ReportsEachAllocationThatFails) {
+    const A_RSA_KEY_GEN_PARAMS params = {256, {f4, sizeof f4}};
+    fault::each_allocation([&] {
+        B_ALGORITHM_OBJ object = nullptr;
+        B_KEY_OBJ public_key = nullptr, private_key = nullptr;
+        const bool was_met = fault::met();
+        int error = B_CreateAlgorithmObject(&object);
+        if (error == BE_OK)
+            error = B_CreateKeyObject(&public_key);
+        if (error == BE_OK)
+            error = B_CreateKeyObject(&private_key);
+        if (error == BE_OK)
+            error = B_SetAlgorithmInfo(object, AI_RSAKeyGen, &params);
+        if (error == BE_OK)
+            error = B_GenerateInit(object, every_method, nullptr);
+        B_ALGORITHM_OBJ random = nullptr;
+        if (error == BE_OK)
+            error = B_CreateAlgorithmObject(&random);
+        if (error == BE_OK)
+            error = B_SetAlgorithmInfo(random, AI_MD5Random, nullptr);
+        if (error == BE_OK)
+            error = B_RandomInit(random, every_method, nullptr);
+        if (error == BE_OK)
+            error = B_RandomUpdate(random, f4, 4, nullptr);
+        if (error == BE_OK) {
+            error = B_GenerateKeypair(object, public_key, private_key, random, nullptr);
+            POINTER info;
+            if (error != BE_OK) { // neither key is left behind
+                EXPECT_EQ(B_GetKeyInfo(&info, public_key, KI_RSAPublic), BE_KEY_NOT_SET);
+                EXPECT_EQ(B_GetKeyInfo(&info, private_key, KI_RSAPublic), BE_KEY_NOT_SET);
+            }
+        }
+        EXPECT_FALSE(was_met);
+        EXPECT_EQ(error_name(error), fault::met() ? "BE_ALLOC" : "BE_OK");
+        B_DestroyAlgorithmObject(&object);
+        B_DestroyAlgorithmObject(&random);
+        B_DestroyKeyObject(&public_key);
+        B_DestroyKeyObject(&private_key);
+    });
+}
+
+// Key agreement.
+
+// The 768-bit prime of Oakley group 1 (RFC 2409, 6.1).
+const Bytes oakley_1 = from_hex("FFFFFFFFFFFFFFFFC90FDAA22168C234C4C6628B80DC1CD129024E088A67CC74"
+                                "020BBEA63B139B22514A08798E3404DDEF9519B3CD3A431B302B0A6DF25F1437"
+                                "4FE1356D6D51C245E485B576625E7EC6F44C42E9A63A3620FFFFFFFFFFFFFFFF");
+const Bytes two = {2};
+
+TEST(KeyAgreement, GivesBothSidesTheSameSecret) {
+    const A_DH_KEY_AGREE_PARAMS params = {item_of(oakley_1), item_of(two), 160};
+    const Algorithm_ ours(AI_DHKeyAgree, &params);
+    POINTER encoding;
+    ASSERT_EQ(B_GetAlgorithmInfo(&encoding, ours, AI_DHKeyAgreeBER), BE_OK);
+    const Algorithm_ theirs(AI_DHKeyAgreeBER, encoding);
+    const Random_ random;
+    uint8_t public_1[96], public_2[96], secret_1[96], secret_2[96];
+    uint32_t size;
+    for (const Algorithm_ *side : {&ours, &theirs})
+        ASSERT_EQ(error_name(B_KeyAgreeInit(*side, nullptr, every_method, nullptr)), "BE_OK");
+    EXPECT_EQ(error_name(B_KeyAgreePhase2(ours, secret_1, &size, 96, public_2, 96, nullptr)),
+              "BE_ALGORITHM_NOT_INITIALIZED");
+    EXPECT_EQ(error_name(B_KeyAgreePhase1(ours, public_1, &size, 96, nullptr, nullptr)),
+              "BE_RANDOM_OBJ");
+    EXPECT_EQ(error_name(B_KeyAgreePhase1(ours, public_1, &size, 95, random, nullptr)),
+              "BE_OUTPUT_LEN");
+    ASSERT_EQ(error_name(B_KeyAgreePhase1(ours, public_1, &size, 96, random, nullptr)), "BE_OK");
+    ASSERT_EQ(size, 96u);
+    ASSERT_EQ(error_name(B_KeyAgreePhase1(theirs, public_2, &size, 96, random, nullptr)), "BE_OK");
+    EXPECT_NE(to_hex(public_1, 96), to_hex(public_2, 96));
+    EXPECT_EQ(error_name(B_KeyAgreePhase2(ours, secret_1, &size, 95, public_2, 96, nullptr)),
+              "BE_OUTPUT_LEN");
+    ASSERT_EQ(error_name(B_KeyAgreePhase2(ours, secret_1, &size, 96, public_2, 96, nullptr)),
+              "BE_OK");
+    ASSERT_EQ(size, 96u);
+    ASSERT_EQ(error_name(B_KeyAgreePhase2(theirs, secret_2, &size, 96, public_1, 96, nullptr)),
+              "BE_OK");
+    EXPECT_EQ(to_hex(secret_1, 96), to_hex(secret_2, 96));
+    EXPECT_EQ(error_name(B_KeyAgreePhase2(ours, secret_1, &size, 96, two.data(), 0, nullptr)),
+              "BE_DATA");
+    EXPECT_EQ(size, 0u);
+}
+
+TEST(KeyAgreement, RefusesNumbersThatMakeNoGroup) {
+    Bytes even = oakley_1;
+    even.back() = 0xfe;
+    const Bytes small = {23}, one = {1};
+    const struct {
+        const char *reason;
+        const Bytes &prime, &base;
+        uint32_t exponent_bits;
+    } cases[] = {
+        {"an even prime", even, two, 0},
+        {"a small prime", small, two, 0},
+        {"a base of 1", oakley_1, one, 0},
+        {"an exponent longer than the prime", oakley_1, two, 769},
+    };
+    for (const auto &row : cases) {
+        const A_DH_KEY_AGREE_PARAMS params = {item_of(row.prime), item_of(row.base),
+                                              row.exponent_bits};
+        const Algorithm_ object(AI_DHKeyAgree, &params);
+        const std::string status =
+            error_name(B_KeyAgreeInit(object, nullptr, every_method, nullptr));
+        EXPECT_TRUE(status == "BE_ALGORITHM_INFO" || status == "BE_MODULUS_LEN")
+            << row.reason << ": " << status;
+    }
+}
+
+TEST(ParameterGeneration, MakesAnObjectThatAgrees) {
+    const A_DH_PARAM_GEN_PARAMS params = {256, 128};
+    const Algorithm_ object(AI_DHParamGen, &params), result;
+    const Random_ random;
+    ASSERT_EQ(B_GenerateInit(object, every_method, nullptr), BE_OK);
+    const SurrenderContext stopping = {stop, nullptr, nullptr};
+    EXPECT_EQ(error_name(B_GenerateParameters(object, result, random, &stopping)), "BE_CANCEL");
+    ASSERT_EQ(error_name(B_GenerateParameters(object, result, random, nullptr)), "BE_OK");
+    POINTER info;
+    ASSERT_EQ(B_GetAlgorithmInfo(&info, result, AI_DHKeyAgree), BE_OK);
+    const auto &made = *static_cast<const A_DH_KEY_AGREE_PARAMS *>(info);
+    EXPECT_EQ(made.prime.len, 32u);
+    EXPECT_EQ(made.exponentBits, 128u);
+    EXPECT_EQ(error_name(B_KeyAgreeInit(result, nullptr, every_method, nullptr)), "BE_OK");
+    EXPECT_EQ(error_name(B_GenerateParameters(object, result, random, nullptr)),
+              "BE_ALGORITHM_ALREADY_SET");
+}
+
+} // namespace
+} // namespace toolkit
