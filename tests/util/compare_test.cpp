@@ -60,6 +60,7 @@ const AlgIdCase kAlgIdCases[] = {
     {"bytes differ upwards", {1, 2}, "0501", {1, 2}, "0500", 1},
     {"bytes differ downwards", {1, 2}, "0500", {1, 2}, "0580", -1},
     {"identifiers have no order here", {1, 2}, "0500", {1, 3}, "0500", 1},
+    {"an identifier that is greater", {1, 3}, "0500", {1, 2}, "0500", 1},
 };
 
 QelAlgId *algid_of(const std::vector<uint32_t> &components, const char *parameters) {

@@ -1,0 +1,28 @@
+#!/bin/sh
+# check_library.sh LIBRARY LIST: the library exports the names of LIST, in their versions, and needs
+# no other library than the C library.
+# check_library.sh --write LIBRARY LIST: makes LIST anew.
+set -eu
+export LC_ALL=C
+
+exported() {
+    nm -D --defined-only --with-symbol-versions "$1" |
+        awk '$2 != "A" { print ($2 == "T" ? "function" : "data"), $3 }' | sort
+}
+
+if [ "$1" = --write ]; then
+    exported "$2" >"$3"
+    exit
+fi
+
+status=0
+if ! exported "$1" | diff -u "$2" -; then
+    echo "The interface has changed. If it should: $0 --write $1 $2"
+    status=1
+fi
+needed=$(readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+if [ "$needed" != libc.so.6 ]; then
+    echo "The library needs:" $needed
+    status=1
+fi
+exit $status
