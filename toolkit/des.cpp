@@ -73,10 +73,12 @@ Block operator^(const Block &a, const Block &b) {
 template <bool decrypt, int count>
 [[gnu::always_inline]] inline void run_rounds(const DesKey &key, Block *blocks) {
     const auto entry = [&](int i) { return key.rounds[decrypt ? 17 - i : i]; };
+#pragma GCC unroll 2
     for (int n = 0; n < count; ++n)
         blocks[n] = {blocks[n].left ^ entry(1), blocks[n].right ^ entry(0)};
 #pragma GCC unroll 8
     for (int i = 0; i < 16; i += 2) {
+#pragma GCC unroll 2
         for (int n = 0; n < count; ++n) {
             Block &block = blocks[n];
             block.left = round_function(block.right, block.left);
@@ -84,6 +86,7 @@ template <bool decrypt, int count>
             block.left ^= entry(i + 3);
         }
     }
+#pragma GCC unroll 2
     for (int n = 0; n < count; ++n)
         blocks[n] = {blocks[n].right, blocks[n].left};
 }

@@ -49,66 +49,148 @@ constexpr uint8_t version_table[256] = {
     0xa7, 0x1c, 0xc9, 0x09, 0x69, 0x9a, 0x83, 0xcf, 0x29, 0x39, 0xb9, 0xe9, 0x4c, 0xff, 0x43, 0xab,
 };
 
-struct Block {
-    uint16_t r[4];
-};
+// ---- Rounds --------------------------------------------------------------------------------------
 
-Block operator^(const Block &a, const Block &b) {
-    Block sum;
-    for (int i = 0; i < 4; ++i)
-        sum.r[i] = a.r[i] ^ b.r[i];
+// Keeps the compiler from reordering a sum: what is in it so far is one term.
+inline uint32_t term(uint32_t sum) {
+    asm("" : "+r"(sum));
     return sum;
 }
 
+// The words of a block, in whole registers: what is above their 16 bits is never looked at.
+struct Block {
+    uint32_t r0, r1, r2, r3;
+};
+
+// Rotates the low 16 bits; what is above them in the result is of no account.
+template <int count> inline uint32_t rotate(uint32_t word) {
+#if defined(__x86_64__) || defined(__i386__)
+    asm("rolw %1, %w0" : "+r"(word) : "i"(count) : "cc"); // compilers extend the word each time
+    return word;
+#else
+    return std::rotl(static_cast<uint16_t>(word), count);
+#endif
+}
+
+// r += key + (a & b) + (~a & c). The word a was made last: everything else comes before it.
+template <int count>
+[[gnu::always_inline]] inline void mix(uint32_t &r, uint32_t a, uint32_t b, uint32_t c,
+                                       uint32_t key) {
+    const uint32_t ones = term(a & b), zeros = term(~a & c);
+    r = rotate<count>(term(term(r + key) + ones) + zeros);
+}
+
+template <int count>
+[[gnu::always_inline]] inline void unmix(uint32_t &r, uint32_t a, uint32_t b, uint32_t c,
+                                         uint32_t key) {
+    r = term(rotate<16 - count>(r) - key - (a & b)) - (~a & c);
+}
+
+[[gnu::always_inline]] inline void mix_round(Block &x, const uint16_t *key) {
+    mix<1>(x.r0, x.r3, x.r2, x.r1, key[0]);
+    mix<2>(x.r1, x.r0, x.r3, x.r2, key[1]);
+    mix<3>(x.r2, x.r1, x.r0, x.r3, key[2]);
+    mix<5>(x.r3, x.r2, x.r1, x.r0, key[3]);
+}
+
+[[gnu::always_inline]] inline void unmix_round(Block &x, const uint16_t *key) {
+    unmix<5>(x.r3, x.r2, x.r1, x.r0, key[3]);
+    unmix<3>(x.r2, x.r1, x.r0, x.r3, key[2]);
+    unmix<2>(x.r1, x.r0, x.r3, x.r2, key[1]);
+    unmix<1>(x.r0, x.r3, x.r2, x.r1, key[0]);
+}
+
+[[gnu::always_inline]] inline void mash_round(Block &x, const uint16_t *keys) {
+    x.r0 += keys[x.r3 & 63];
+    x.r1 += keys[x.r0 & 63];
+    x.r2 += keys[x.r1 & 63];
+    x.r3 += keys[x.r2 & 63];
+}
+
+[[gnu::always_inline]] inline void unmash_round(Block &x, const uint16_t *keys) {
+    x.r3 -= keys[x.r2 & 63];
+    x.r2 -= keys[x.r1 & 63];
+    x.r1 -= keys[x.r0 & 63];
+    x.r0 -= keys[x.r3 & 63];
+}
+
+[[gnu::always_inline]] inline void encrypt(const Rc2Key &key, Block &x) {
+#pragma GCC unroll 16
+    for (int round = 0; round < 16; ++round) {
+        mix_round(x, key.words + 4 * round);
+        if (round == 4 || round == 10)
+            mash_round(x, key.words);
+    }
+}
+
+[[gnu::always_inline]] inline void decrypt(const Rc2Key &key, Block &x) {
+#pragma GCC unroll 16
+    for (int round = 15; round >= 0; --round) {
+        unmix_round(x, key.words + 4 * round);
+        if (round == 11 || round == 5)
+            unmash_round(x, key.words);
+    }
+}
+
+[[gnu::always_inline]] inline void decrypt_two(const Rc2Key &key, Block &x, Block &y) {
+#pragma GCC unroll 16
+    for (int round = 15; round >= 0; --round) {
+        unmix_round(x, key.words + 4 * round);
+        unmix_round(y, key.words + 4 * round);
+        if (round == 11 || round == 5) {
+            unmash_round(x, key.words);
+            unmash_round(y, key.words);
+        }
+    }
+}
+
+// ---- Chaining ------------------------------------------------------------------------------------
+
+Block operator^(const Block &a, const Block &b) {
+    return {term(a.r0 ^ b.r0), term(a.r1 ^ b.r1), term(a.r2 ^ b.r2), term(a.r3 ^ b.r3)};
+}
+
+uint32_t load_le(const uint8_t *bytes) {
+    return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8;
+}
+
+void store_le(uint8_t *bytes, uint32_t word) {
+    bytes[0] = static_cast<uint8_t>(word);
+    bytes[1] = static_cast<uint8_t>(word >> 8);
+}
+
 Block load(const uint8_t *bytes) {
-    Block block;
-    for (int i = 0; i < 4; ++i)
-        block.r[i] = static_cast<uint16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
-    return block;
+    return {load_le(bytes), load_le(bytes + 2), load_le(bytes + 4), load_le(bytes + 6)};
 }
 
 void store(uint8_t *bytes, const Block &block) {
-    for (int i = 0; i < 4; ++i) {
-        bytes[2 * i] = static_cast<uint8_t>(block.r[i]);
-        bytes[2 * i + 1] = static_cast<uint8_t>(block.r[i] >> 8);
-    }
+    store_le(bytes, block.r0);
+    store_le(bytes + 2, block.r1);
+    store_le(bytes + 4, block.r2);
+    store_le(bytes + 6, block.r3);
 }
 
-// A and B where mask has ones, C elsewhere, in one word.
-uint16_t choose(uint16_t mask, uint16_t ones, uint16_t zeros) {
-    return static_cast<uint16_t>((mask & ones) | (~mask & zeros));
-}
-
-constexpr int rotations[4] = {1, 2, 3, 5};
-
-Block encrypt(const Rc2Key &key, Block block) {
-    uint16_t *const r = block.r;
-    for (int round = 0; round < 16; ++round) {
-        for (int i = 0; i < 4; ++i) {
-            const uint16_t chosen = choose(r[(i + 3) & 3], r[(i + 2) & 3], r[(i + 1) & 3]);
-            const unsigned sum = r[i] + key.words[4 * round + i] + chosen;
-            r[i] = std::rotl(static_cast<uint16_t>(sum), rotations[i]);
-        }
-        if (round == 4 || round == 10)
-            for (int i = 0; i < 4; ++i)
-                r[i] = static_cast<uint16_t>(r[i] + key.words[r[(i + 3) & 3] & 63]);
+// Blocks in pairs: their steps do not wait for each other.
+void cbc_decrypt(const Rc2Key &key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
+                 std::size_t blocks) {
+    Block chain = load(iv);
+    for (; blocks >= 2; blocks -= 2, in += 2 * rc2_block_size, out += 2 * rc2_block_size) {
+        Block first = load(in), second = load(in + rc2_block_size);
+        decrypt_two(key, first, second);
+        first = first ^ chain;
+        second = second ^ load(in);
+        chain = load(in + rc2_block_size);
+        store(out, first);
+        store(out + rc2_block_size, second);
     }
-    return block;
-}
-
-Block decrypt(const Rc2Key &key, Block block) {
-    uint16_t *const r = block.r;
-    for (int round = 15; round >= 0; --round) {
-        for (int i = 3; i >= 0; --i) {
-            const uint16_t chosen = choose(r[(i + 3) & 3], r[(i + 2) & 3], r[(i + 1) & 3]);
-            const uint16_t turned = std::rotr(r[i], rotations[i]);
-            r[i] = static_cast<uint16_t>(turned - key.words[4 * round + i] - chosen);
-        }
-        if (round == 11 || round == 5)
-            for (int i = 3; i >= 0; --i)
-                r[i] = static_cast<uint16_t>(r[i] - key.words[r[(i + 3) & 3] & 63]);
+    if (blocks != 0) {
+        const Block last = load(in);
+        Block block = last;
+        decrypt(key, block);
+        store(out, block ^ chain);
+        chain = last;
     }
-    return block;
+    store(iv, chain);
 }
 
 } // namespace
@@ -137,7 +219,8 @@ void rc2_cbc_encrypt(const Rc2Key *key, uint8_t iv[8], const uint8_t *in, uint8_
                      std::size_t blocks) {
     Block chain = load(iv);
     for (; blocks != 0; --blocks, in += rc2_block_size, out += rc2_block_size) {
-        chain = encrypt(*key, load(in) ^ chain);
+        chain = load(in) ^ chain;
+        encrypt(*key, chain);
         store(out, chain);
     }
     store(iv, chain);
@@ -145,13 +228,7 @@ void rc2_cbc_encrypt(const Rc2Key *key, uint8_t iv[8], const uint8_t *in, uint8_
 
 void rc2_cbc_decrypt(const Rc2Key *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
                      std::size_t blocks) {
-    Block chain = load(iv);
-    for (; blocks != 0; --blocks, in += rc2_block_size, out += rc2_block_size) {
-        const Block next = load(in);
-        store(out, decrypt(*key, next) ^ chain);
-        chain = next;
-    }
-    store(iv, chain);
+    cbc_decrypt(*key, iv, in, out, blocks);
 }
 
 uint32_t rc2_version_from_bits(uint32_t effective_bits) {
