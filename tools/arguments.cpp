@@ -1,0 +1,164 @@
+// The command line, checked against a row of the table.
+#include "command.h"
+
+#include "text.h"
+
+#include <algorithm>
+#include <getopt.h>
+
+namespace tool {
+namespace {
+
+constexpr int kFirstCode = 256; // getopt_long's codes of long options, beyond every letter
+
+std::vector<const Option *> options_of(const Command &command) {
+    std::vector<const Option *> all;
+    for (const Option &option : command.options)
+        all.push_back(&option);
+    for (const Option &option : common_options())
+        all.push_back(&option);
+    return all;
+}
+
+bool allowed(const std::string &choices, const std::string &value) {
+    return ("|" + choices + "|").find("|" + value + "|") != std::string::npos &&
+           value.find('|') == value.npos;
+}
+
+std::string words_of(std::string choices) {
+    const std::size_t last = choices.rfind('|');
+    if (last != choices.npos)
+        choices.replace(last, 1, " or ");
+    for (std::size_t at; (at = choices.find('|')) != choices.npos;)
+        choices.replace(at, 1, ", ");
+    return choices;
+}
+
+// What getopt_long needs to know of a command's options.
+struct Grammar {
+    std::vector<const Option *> options;
+    std::vector<option> longs;
+    std::string shorts = ":";
+
+    explicit Grammar(const Command &command) : options(options_of(command)) {
+        for (const Option *row : options) {
+            const int takes = row->value != nullptr ? required_argument : no_argument;
+            const int code = kFirstCode + static_cast<int>(longs.size());
+            longs.push_back({row->name, takes, nullptr, code});
+            if (row->letter != 0) {
+                shorts += row->letter;
+                shorts += row->value != nullptr ? ":" : "";
+            }
+        }
+        longs.push_back({nullptr, 0, nullptr, 0});
+    }
+
+    const Option *with_code(int code) const {
+        for (std::size_t i = 0; i < options.size(); ++i)
+            if (code == kFirstCode + static_cast<int>(i) ||
+                (code != 0 && code == options[i]->letter))
+                return options[i];
+        return nullptr;
+    }
+};
+
+} // namespace
+
+Arguments::Arguments(const Command &command, const std::vector<std::string> &words)
+    : command_(&command) {
+    const Grammar grammar(command);
+    std::vector<std::string> copies = {"qel"};
+    copies.insert(copies.end(), words.begin(), words.end());
+    std::vector<char *> argv;
+    for (std::string &word : copies)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    const int argc = static_cast<int>(copies.size());
+
+    optind = 0;
+    opterr = 0;
+    int code;
+    while ((code = getopt_long(argc, argv.data(), grammar.shorts.c_str(), grammar.longs.data(),
+                               nullptr)) != -1) {
+        if (code == ':')
+            misuse("option '--" + std::string(grammar.with_code(optopt)->name) + "' needs a value");
+        if (code == '?') {
+            const Option *known = grammar.with_code(optopt);
+            if (known != nullptr)
+                misuse("option '--" + std::string(known->name) + "' takes no value");
+            const std::string word = optopt != 0 ? std::string("-") + static_cast<char>(optopt)
+                                                 : argv[static_cast<std::size_t>(optind - 1)];
+            misuse("unknown or ambiguous option " + in_quotes(word));
+        }
+        take_option(*grammar.with_code(code), optarg);
+    }
+    operands_.assign(argv.begin() + optind, argv.begin() + argc);
+    if (!wants_help())
+        check();
+}
+
+void Arguments::take_option(const Option &option, const char *value) {
+    const std::string text = value != nullptr ? value : "";
+    const std::string name = std::string("'--") + option.name + "'";
+    if (option.choices != nullptr && !allowed(option.choices, text))
+        misuse("option " + name + " takes " + words_of(option.choices) + ", not " +
+               in_quotes(text));
+    if (option.value != nullptr && text.empty())
+        misuse("option " + name + " needs a value that is not empty");
+    if (!values_.emplace(option.name, text).second && option.value != nullptr)
+        misuse("option " + name + " is given twice");
+}
+
+void Arguments::check() const {
+    for (const Option &option : command_->options)
+        if (option.required && !has(option.name))
+            misuse(std::string("option '--") + option.name + "' is needed");
+    if (operands_.size() < command_->least)
+        misuse(std::string("too few arguments: ") + command_->operands + " is needed");
+    if (operands_.size() > command_->most)
+        misuse("unexpected argument " + in_quotes(operands_[command_->most]));
+    for (const std::string &operand : operands_)
+        if (operand.empty())
+            misuse("an argument is empty");
+}
+
+std::string Arguments::value(const char *option, const char *otherwise) const {
+    const auto found = values_.find(option);
+    return found != values_.end() ? found->second : otherwise;
+}
+
+std::string Arguments::operand_or_stdin(std::size_t index) const {
+    return index < operands_.size() ? operands_[index] : "-";
+}
+
+std::vector<std::string> Arguments::operands_or_stdin() const {
+    return operands_.empty() ? std::vector<std::string>{"-"} : operands_;
+}
+
+void Arguments::misuse(const std::string &what) const {
+    throw UsageError{what, command_->name};
+}
+
+void Arguments::check_stdin_once(const std::vector<std::string> &paths) const {
+    if (std::count(paths.begin(), paths.end(), "-") > 1)
+        misuse("standard input can be read for one of the files only");
+}
+
+Json Arguments::report() const {
+    Json json;
+    json["schema"] = 1;
+    json["command"] = command_->name;
+    return json;
+}
+
+void Outcome::fail(const Failure &failure) {
+    print_failure(command_.name, failure);
+    answer(failure.exit);
+}
+
+void Outcome::answer(Exit exit) {
+    if (exit_ == Exit::yes || (exit_ == Exit::no && exit != Exit::yes))
+        exit_ = exit;
+}
+
+} // namespace tool

@@ -1,0 +1,220 @@
+// qel asn1
+#include "command.h"
+#include "credential.h"
+#include "text.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <strings.h>
+
+namespace tool {
+namespace {
+
+constexpr int kFirstPdu = QEL_PDU_Name;
+constexpr int kLastPdu = QEL_PDU_SignedPublicKeyAndChallenge;
+
+// How a type is treated apart from the others.
+struct Peculiarity {
+    int pdu;
+    bool der;     // the library encodes it under DER whatever it was told
+    bool in_file; // its content goes through a file that a program names
+    bool secret;  // a key or key package
+};
+
+constexpr Peculiarity kPeculiar[] = {
+    {QEL_PDU_Name, true, false, false},
+    {QEL_PDU_CertificateInfo, true, false, false},
+    {QEL_PDU_Certificate, true, false, false},
+    {QEL_PDU_KeyPkgInfo, true, false, true},
+    {QEL_PDU_KeyPkg, false, false, true},
+    {QEL_PDU_QelServKeyInfo, false, false, true},
+    {QEL_PDU_DigestInfo, true, false, false},
+    {QEL_PDU_ContentInfoFm, false, true, false},
+    {QEL_PDU_SignedDataFm, false, true, false},
+    {QEL_PDU_PkcsDataFm, false, true, false},
+    {QEL_PDU_PrivateKeyInfo, false, false, true},
+    {QEL_PDU_EncryptedPrivateKeyInfo, false, false, true},
+    {QEL_PDU_CertificationRequestInfo, true, false, false},
+};
+
+Peculiarity peculiarity(int pdu) {
+    for (const Peculiarity &row : kPeculiar)
+        if (row.pdu == pdu)
+            return row;
+    return {pdu, false, false, false};
+}
+
+std::string pdu_name(int pdu) {
+    const char *name = __qel_asn1_pdu_name(pdu);
+    return name != nullptr ? name : "";
+}
+
+int find_pdu(const Arguments &arguments, const std::string &text) {
+    int number = 0;
+    const char *const end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, number);
+    if (read.ec == std::errc() && read.ptr == end && number >= kFirstPdu && number <= kLastPdu)
+        return number;
+    for (int pdu = kFirstPdu; pdu <= kLastPdu; ++pdu)
+        if (strcasecmp(pdu_name(pdu).c_str(), text.c_str()) == 0)
+            return pdu;
+    arguments.misuse("unknown type " + in_quotes(text) + "; 'qel asn1 --list' names them all");
+}
+
+Exit list_types(const Arguments &arguments) {
+    Json json = arguments.report();
+    json["types"] = Json::array();
+    for (int pdu = kFirstPdu; pdu <= kLastPdu; ++pdu) {
+        Json one;
+        one["number"] = pdu;
+        one["name"] = pdu_name(pdu);
+        json["types"].push_back(one);
+        if (!arguments.json())
+            put((pdu < 10 ? " " : "") + std::to_string(pdu) + "  " + pdu_name(pdu) + "\n");
+    }
+    if (arguments.json())
+        put_json(json);
+    return Exit::yes;
+}
+
+// The secret octets of a value, which are printed as if they were none.
+std::vector<QelOctetString *> secrets_of(void *value, int pdu) {
+    switch (pdu) {
+    case QEL_PDU_KeyPkgInfo:
+    case QEL_PDU_KeyPkg:
+        return {&static_cast<QelKeyPkg *>(value)->encrPrivKeyInfo->encryptedData};
+    case QEL_PDU_QelServKeyInfo:
+        return {&static_cast<QelServKeyInfo *>(value)->privKey,
+                &static_cast<QelServKeyInfo *>(value)->keypkg};
+    case QEL_PDU_PrivateKeyInfo:
+        return {&static_cast<QelPrivateKeyInfo *>(value)->privateKey};
+    case QEL_PDU_EncryptedPrivateKeyInfo:
+        return {&static_cast<QelEncryptedPrivateKeyInfo *>(value)->encryptedData};
+    default:
+        return {};
+    }
+}
+
+// What the library prints of a value.
+std::string listing(const Context &context, const void *value, int pdu) {
+    char *text = nullptr;
+    std::size_t size = 0;
+    FILE *stream = open_memstream(&text, &size);
+    if (stream == nullptr)
+        throw std::bad_alloc();
+    const QelStatus status = __qel_asn1_print(context, stream, value, pdu);
+    const int closed = std::fclose(stream);
+    const std::unique_ptr<char, FreeBlock> owner(text);
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot print the " + pdu_name(pdu));
+    if (closed != 0)
+        throw std::bad_alloc();
+    return {text, size};
+}
+
+Exit print_value(const Arguments &arguments, const Context &context, void *value, int pdu) {
+    std::vector<QelOctetString> hidden;
+    for (QelOctetString *secret : secrets_of(value, pdu)) {
+        hidden.push_back(*secret);
+        secret->length = 0;
+    }
+    const std::string text = listing(context, value, pdu);
+    for (std::size_t i = 0; i < hidden.size(); ++i) {
+        *secrets_of(value, pdu)[i] = hidden[i];
+        explicit_bzero(hidden[i].value, hidden[i].length);
+    }
+    if (!hidden.empty())
+        warn("what holds the private key is left out");
+    if (!arguments.json()) {
+        put(printable_lines(text));
+        return Exit::yes;
+    }
+    Json json = arguments.report();
+    json["type"] = pdu_name(pdu);
+    json["number"] = pdu;
+    json["secret_left_out"] = !hidden.empty();
+    json["text"] = utf8_or_latin1(text);
+    put_json(json);
+    return Exit::yes;
+}
+
+// The library decides by type whether it encodes under DER or BER.
+void check_rules(const Arguments &arguments, int pdu) {
+    const std::string rules = arguments.value("encode");
+    const bool der = peculiarity(pdu).der;
+    if (der && rules == "indefinite")
+        arguments.misuse("the library always encodes " + pdu_name(pdu) +
+                         " under DER, which has no indefinite lengths");
+    if (!der && rules == "der")
+        arguments.misuse("the library encodes " + pdu_name(pdu) +
+                         " under BER: give ber or indefinite");
+}
+
+Exit encode_value(const Arguments &arguments, const Context &context, const void *value, int pdu) {
+    const std::string rules = arguments.value("encode");
+    const bool secret = peculiarity(pdu).secret;
+    const std::string path = arguments.value("output", "-");
+    if (path == "-" && !arguments.json())
+        refuse_terminal(arguments.command().name, "give '--output FILE'");
+    if (rules == "indefinite")
+        __qel_set_encoding_flags_indefinite(context);
+    const Bytes bytes = encode(context, value, pdu, "the " + pdu_name(pdu));
+    if (path != "-" || !arguments.json())
+        write_file(path, bytes, {secret, arguments.has("force")});
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["type"] = pdu_name(pdu);
+        json["number"] = pdu;
+        json["rules"] = rules;
+        json["output"] = path != "-" ? Json(utf8_or_latin1(path)) : Json(nullptr);
+        json["bytes"] = bytes.size();
+        if (path == "-" && !secret)
+            json["hex"] = hex(bytes);
+        put_json(json);
+    }
+    return Exit::yes;
+}
+
+Decoded<void> read_value(const Context &context, const Input &input, int pdu) {
+    QelStatus status = QEL_ERR_ASN1_DECODE;
+    for (const Item &item : input.items) {
+        if (!item.problem.empty())
+            continue;
+        auto value = decode<void>(context, item.bytes, pdu, &status);
+        if (value)
+            return value;
+    }
+    const Item &first = input.items.front();
+    const std::string what = "cannot decode a " + pdu_name(pdu) + " from " + input.name_of(first);
+    if (!first.problem.empty())
+        throw Failure{Exit::input, what, first.problem, "Get the text again, whole."};
+    throw library_failure(status, what);
+}
+
+} // namespace
+
+Exit run_asn1(const Arguments &arguments) {
+    if (arguments.has("list")) {
+        if (!arguments.operands().empty())
+            arguments.misuse("'--list' takes no type");
+        return list_types(arguments);
+    }
+    if (arguments.operands().empty())
+        arguments.misuse("too few arguments: TYPE is needed; 'qel asn1 --list' names them all");
+    if (arguments.has("output") && !arguments.has("encode"))
+        arguments.misuse("'--output' goes with '--encode'");
+    const int pdu = find_pdu(arguments, arguments.operands()[0]);
+    if (peculiarity(pdu).in_file)
+        arguments.misuse("the content of " + pdu_name(pdu) +
+                         " lies in a file of a program's own: give " +
+                         pdu_name(pdu).substr(0, pdu_name(pdu).size() - 2));
+    check_rules(arguments, pdu);
+    const Context context;
+    const Input input = read_input(arguments.operand_or_stdin(1));
+    const Decoded<void> value = read_value(context, input, pdu);
+    return arguments.has("encode") ? encode_value(arguments, context, value.get(), pdu)
+                                   : print_value(arguments, context, value.get(), pdu);
+}
+
+} // namespace tool

@@ -1,0 +1,341 @@
+// qel cert show, qel cert verify
+#include "command.h"
+#include "credential.h"
+#include "text.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace tool {
+namespace {
+
+std::string line(const std::string &label, const std::string &value) {
+    std::string text = "  " + label + (label.empty() ? "" : ":");
+    text.resize(std::max<std::size_t>(text.size() + 1, 21), ' ');
+    return text + value + "\n";
+}
+
+std::string serial_text(const QelSerial &serial) {
+    return hex({serial.value, serial.length});
+}
+
+std::string bits_text(const QelBitString &bits) {
+    return hex({bits.value, (bits.length + std::size_t{7}) / 8});
+}
+
+std::string version_text(int32_t version) {
+    return version >= 0 && version <= 2 ? std::to_string(version + 1)
+                                        : "unknown (encoded as " + std::to_string(version) + ")";
+}
+
+// In decimal digits, as people know it, unless it is large.
+std::string exponent_text(const std::string &digits) {
+    return digits.size() <= 8 ? std::to_string(std::strtoul(digits.c_str(), nullptr, 16))
+                              : "0x" + digits;
+}
+
+std::string key_text(const QelKeyInfo *key) {
+    const RsaNumbers rsa = rsa_numbers(key);
+    std::string text = key != nullptr ? algorithm_text(key->algorithm) : "(none)";
+    if (rsa.bits != 0)
+        text += ", " + std::to_string(rsa.bits) + " bits, exponent " + exponent_text(rsa.exponent);
+    return text;
+}
+
+std::string validity_text(const QelValidity *validity) {
+    if (validity == nullptr)
+        return "not given";
+    return time_text(validity->notBefore) + " to " + time_text(validity->notAfter) + " (" +
+           validity_state(validity) + ")";
+}
+
+std::string offset_note(const QelValidity *validity) {
+    return "the library takes it as " + time_text(validity->notBefore, false) + " to " +
+           time_text(validity->notAfter, false) + ", without the offset";
+}
+
+std::string extension_text(const QelExtension &extension) {
+    const char *name = oid_name(extension.extnId);
+    return oid_text(extension.extnId) + (name != nullptr ? std::string(" ") + name : "") +
+           (extension.critical != 0 ? ", critical" : "") + ": " +
+           hex({extension.extnValue.value, extension.extnValue.length});
+}
+
+std::size_t count_critical(const QelCert &cert, std::size_t &all) {
+    std::size_t critical = 0;
+    all = 0;
+    for (const QelExtensions *node = cert.extensions; node != nullptr; node = node->next) {
+        ++all;
+        critical += node->extension->critical != 0 ? 1 : 0;
+    }
+    return critical;
+}
+
+std::string short_text(const Context &context, const QelCert &cert, const Bytes &encoded) {
+    std::string text =
+        line("Subject", name_text(cert.subject)) + line("Issuer", name_text(cert.issuer)) +
+        line("Serial", serial_text(cert.serial)) + line("Validity", validity_text(cert.validity));
+    if (has_offset(cert.validity))
+        text += line("", offset_note(cert.validity));
+    text +=
+        line("Key", key_text(cert.pubKeyInfo)) + line("Signature", algorithm_text(cert.algorithm));
+    std::size_t all;
+    if (const std::size_t critical = count_critical(cert, all); critical != 0)
+        text += line("Extensions", std::to_string(all) + ", of which " + std::to_string(critical) +
+                                       " critical (the library refuses such a certificate)");
+    return text + line("MD5 fingerprint", fingerprint(context, encoded, algorithm_named("md5")));
+}
+
+std::string name_lines(const Context &context, const char *label, const QelName *name) {
+    std::string text = line(std::string(label) + ", library", library_name(context, name));
+    for (const auto &rdn : name_values(name))
+        for (const NameValue &value : rdn)
+            text += "    " + value.type + " " + value.string_type + " " +
+                    (value.readable ? in_quotes(value.text) : value.text) + "\n";
+    return text;
+}
+
+std::string full_text(const Context &context, const QelCert &cert, const Bytes &encoded) {
+    std::string text = short_text(context, cert, encoded);
+    text += line("MD2 fingerprint", fingerprint(context, encoded, algorithm_named("md2")));
+    text += line("Version", version_text(cert.version));
+    text +=
+        name_lines(context, "Subject", cert.subject) + name_lines(context, "Issuer", cert.issuer);
+    const RsaNumbers rsa = rsa_numbers(cert.pubKeyInfo);
+    text += rsa.bits != 0 ? line("Modulus", rsa.modulus)
+                          : line("Key bits", bits_text(cert.pubKeyInfo->pubKey));
+    if (cert.issuerUID != nullptr)
+        text += line("Issuer id", bits_text(*cert.issuerUID));
+    if (cert.subjectUID != nullptr)
+        text += line("Subject id", bits_text(*cert.subjectUID));
+    for (const QelExtensions *node = cert.extensions; node != nullptr; node = node->next)
+        text += line("Extension", extension_text(*node->extension));
+    text += line("Algorithm, inner", algorithm_text(cert.signature));
+    return text + line("Signature bits", bits_text(cert.sigBits));
+}
+
+Json extensions_json(const QelCert &cert) {
+    Json list = Json::array();
+    for (const QelExtensions *node = cert.extensions; node != nullptr; node = node->next) {
+        const QelExtension &extension = *node->extension;
+        const char *name = oid_name(extension.extnId);
+        Json one;
+        one["id"] = oid_text(extension.extnId);
+        one["name"] = name != nullptr ? Json(name) : Json(nullptr);
+        one["critical"] = extension.critical != 0;
+        one["value"] = hex({extension.extnValue.value, extension.extnValue.length});
+        list.push_back(one);
+    }
+    return list;
+}
+
+Json validity_json(const QelValidity *validity) {
+    Json json;
+    json["not_before"] = time_text(validity->notBefore);
+    json["not_after"] = time_text(validity->notAfter);
+    json["state"] = validity_state(validity);
+    if (has_offset(validity)) {
+        json["library_not_before"] = time_text(validity->notBefore, false);
+        json["library_not_after"] = time_text(validity->notAfter, false);
+    }
+    return json;
+}
+
+Json algorithm_json(const QelAlgId *algorithm) {
+    const char *name = algorithm != nullptr ? oid_name(algorithm->algorithm) : nullptr;
+    Json json;
+    json["id"] = oid_text(algorithm != nullptr ? algorithm->algorithm : nullptr);
+    json["name"] = name != nullptr ? Json(name) : Json(nullptr);
+    return json;
+}
+
+Json certificate_json(const Context &context, const QelCert &cert, bool full) {
+    const Bytes encoded = encode(context, &cert, QEL_PDU_Certificate, "the certificate");
+    const RsaNumbers rsa = rsa_numbers(cert.pubKeyInfo);
+    Json json;
+    json["version"] = cert.version + 1;
+    json["serial"] = serial_text(cert.serial);
+    json["subject"] = name_text(cert.subject, Charset::utf8);
+    json["issuer"] = name_text(cert.issuer, Charset::utf8);
+    json["subject_name"] = name_json(context, cert.subject);
+    json["issuer_name"] = name_json(context, cert.issuer);
+    json["validity"] = validity_json(cert.validity);
+    json["public_key"] = algorithm_json(cert.pubKeyInfo->algorithm);
+    if (rsa.bits != 0) {
+        json["public_key"]["bits"] = rsa.bits;
+        json["public_key"]["exponent"] = exponent_text(rsa.exponent);
+    }
+    json["signature_algorithm"] = algorithm_json(cert.algorithm);
+    json["md5_fingerprint"] = fingerprint(context, encoded, algorithm_named("md5"));
+    json["extensions"] = extensions_json(cert);
+    if (!full)
+        return json;
+    json["md2_fingerprint"] = fingerprint(context, encoded, algorithm_named("md2"));
+    json["public_key"]["encoded"] = bits_text(cert.pubKeyInfo->pubKey);
+    json["signature"] = bits_text(cert.sigBits);
+    json["der"] = hex(encoded);
+    return json;
+}
+
+void show(const Arguments &arguments, const std::string &path, Json &list) {
+    const Context context;
+    for (const Certificate &certificate : read_certificates(context, path)) {
+        const QelCert &cert = *certificate.record;
+        if (arguments.json()) {
+            Json one;
+            one["file"] = utf8_or_latin1(path);
+            one.update(certificate_json(context, cert, arguments.has("full")));
+            list.push_back(one);
+            continue;
+        }
+        const Bytes encoded = encode(context, &cert, QEL_PDU_Certificate, "the certificate");
+        put(certificate.where + ":\n" +
+            (arguments.has("full") ? full_text(context, cert, encoded)
+                                   : short_text(context, cert, encoded)));
+    }
+}
+
+} // namespace
+
+Exit run_cert_show(const Arguments &arguments) {
+    const std::vector<std::string> paths = arguments.operands_or_stdin();
+    arguments.check_stdin_once(paths);
+    Outcome outcome(arguments.command());
+    Json json = arguments.report();
+    json["certificates"] = Json::array();
+    json["errors"] = Json::array();
+    for (const std::string &path : paths) {
+        try {
+            show(arguments, path, json["certificates"]);
+        } catch (const OutputLost &) {
+            throw;
+        } catch (const Failure &failure) {
+            Json error = failure_json(failure);
+            error["file"] = utf8_or_latin1(path);
+            json["errors"].push_back(error);
+            outcome.fail(failure);
+        }
+    }
+    if (arguments.json())
+        put_json(json);
+    return outcome.exit();
+}
+
+// ---- cert verify
+// ----------------------------------------------------------------------------------
+
+namespace {
+
+// What was found out about a certificate's signature.
+struct Verdict {
+    QelStatus status = QEL_OK;
+    bool yes = false;
+    std::vector<std::string> notes;
+};
+
+// The signature over the certificate information, and nothing else.
+QelStatus verify_signature(const Context &context, const QelCert &cert, const QelKeyInfo *key,
+                           std::vector<std::string> &notes) {
+    const Bytes info = encode(context, &cert, QEL_PDU_CertificateInfo, "the certificate's content");
+    const RsaKey rsa = as_rsa_key(key);
+    if (!rsa.note.empty())
+        notes.push_back(rsa.note);
+    return qel_verify(context, info.data(), static_cast<uint32_t>(info.size()), QEL_MODE_FINAL,
+                      rsa.algorithm, &rsa.parameters, rsa.bits, cert.algorithm, cert.sigBits.value,
+                      cert.sigBits.length / 8);
+}
+
+bool names_differ(const Context &context, const QelName *a, const QelName *b) {
+    int difference = 0;
+    return __qel_cmp_dn(context, a, b, &difference) == QEL_OK && difference != 0;
+}
+
+// What is odd about a certificate and the key that it is checked with, whatever the verdict.
+std::vector<std::string> oddities(const Context &context, const QelCert &cert,
+                                  const PublicKey *issuer) {
+    std::vector<std::string> notes;
+    const bool own = issuer == nullptr;
+    const bool certified = !own && issuer->certificate.record != nullptr;
+    if (own && names_differ(context, cert.issuer, cert.subject))
+        notes.push_back("the certificate is not self-signed by its names; its issuer's key is "
+                        "given with --issuer");
+    if (certified && names_differ(context, cert.issuer, issuer->certificate.record->subject))
+        notes.push_back("the certificate names another issuer than the subject of " +
+                        issuer->where);
+    int difference = 0;
+    if (__qel_cmp_algid(cert.signature, cert.algorithm, &difference) == QEL_OK && difference != 0)
+        notes.push_back("the algorithm beside the signature is not the signed one");
+    return notes;
+}
+
+Verdict judge(const Arguments &arguments, const Context &context, const QelCert &cert,
+              const PublicKey *issuer) {
+    Verdict verdict;
+    verdict.notes = oddities(context, cert, issuer);
+    const QelKeyInfo *key = issuer != nullptr ? issuer->key() : cert.pubKeyInfo;
+    if (arguments.has("signature-only")) {
+        verdict.status = verify_signature(context, cert, key, verdict.notes);
+        verdict.notes.push_back("validity and extensions were not looked at");
+    } else {
+        verdict.status = qel_verify_cert(context, &cert, key);
+    }
+    verdict.yes = verdict.status == QEL_OK;
+    if (verdict.status == QEL_ERR_KEY_EXPIRED) {
+        verdict.notes.push_back("the signature is good; the validity is " +
+                                validity_text(cert.validity));
+        verdict.yes = arguments.has("allow-expired");
+    }
+    return verdict;
+}
+
+void print_verdict(const Arguments &arguments, const Verdict &verdict, const std::string &where,
+                   const std::string &key) {
+    const std::string status = status_words(verdict.status);
+    if (verdict.yes)
+        put(where + ": verified with " + key +
+            (verdict.status != QEL_OK ? ", expired certificates allowed (" + status + ")\n"
+                                      : "\n"));
+    else
+        put(where + ": NOT verified with " + key + ": " + status + "\n");
+    for (const std::string &note : verdict.notes)
+        put("  " + note + "\n");
+    const StatusRow *row = find_status(verdict.status);
+    if (!verdict.yes && row != nullptr)
+        print_failure(arguments.command().name, {Exit::no, row->meaning, "", row->advice});
+}
+
+} // namespace
+
+Exit run_cert_verify(const Arguments &arguments) {
+    const std::string path = arguments.operands()[0];
+    arguments.check_stdin_once({path, arguments.value("issuer")});
+    const Context context;
+    const std::vector<Certificate> certificates = read_certificates(context, path);
+    const Certificate &subject = certificates.front();
+    PublicKey issuer;
+    if (arguments.has("issuer"))
+        issuer = read_public_key(context, arguments.value("issuer"), KeySource::either);
+    Verdict verdict =
+        judge(arguments, context, *subject.record, arguments.has("issuer") ? &issuer : nullptr);
+    if (certificates.size() > 1)
+        verdict.notes.push_back("only the first of " + std::to_string(certificates.size()) +
+                                " certificates in the file was looked at");
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["file"] = utf8_or_latin1(path);
+        json["verified"] = verdict.yes;
+        json["signature_only"] = arguments.has("signature-only");
+        json["subject"] = name_text(subject.record->subject, Charset::utf8);
+        json["issuer"] = name_text(subject.record->issuer, Charset::utf8);
+        json["validity"] = validity_json(subject.record->validity);
+        json["status"] = status_json(verdict.status);
+        json["notes"] = verdict.notes;
+        put_json(json);
+    } else {
+        print_verdict(arguments, verdict, subject.where,
+                      arguments.has("issuer") ? "the key of " + issuer.where : "its own key");
+    }
+    return verdict.yes ? Exit::yes : verdict_exit(verdict.status);
+}
+
+} // namespace tool

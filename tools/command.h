@@ -1,0 +1,119 @@
+// command.h: what a command is. Every command is a row of the table in commands.cpp; the parser,
+// help, completion and the manual pages read nothing else.
+#ifndef TOOLS_COMMAND_H
+#define TOOLS_COMMAND_H
+
+#include "output.h"
+#include "status.h"
+
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+struct Option {
+    const char *name;    // without its dashes
+    char letter;         // of the short form, or 0
+    const char *value;   // what its value is called; null for an option without one
+    const char *choices; // the values that are allowed, separated by '|'; null for any
+    bool required;
+    const char *text;
+};
+
+struct Example {
+    const char *command;
+    const char *text;
+};
+
+class Arguments;
+
+struct Command {
+    const char *name;        // one word or two
+    const char *summary;     // one line, without a full stop
+    const char *operands;    // as the usage line shows them
+    std::size_t least, most; // how many operands
+    const char *description; // paragraphs, separated by empty lines
+    std::span<const Option> options;
+    std::span<const Example> examples;
+    Exit (*run)(const Arguments &);
+};
+
+constexpr std::size_t kAny = static_cast<std::size_t>(-1);
+
+std::span<const Command> commands();
+std::span<const Option> common_options(); // every command has them
+const Command *find_command(std::string_view name);
+
+// The command line of one command, checked against its row.
+class Arguments {
+public:
+    // words: what follows the command's name. Throws UsageError.
+    Arguments(const Command &command, const std::vector<std::string> &words);
+
+    const Command &command() const { return *command_; }
+    const std::vector<std::string> &operands() const { return operands_; }
+    bool has(const char *option) const { return values_.count(option) != 0; }
+    std::string value(const char *option, const char *otherwise = "") const;
+    bool json() const { return has("json"); }
+    bool wants_help() const { return has("help"); }
+
+    // The operand, or "-" (standard input) where it was left out.
+    std::string operand_or_stdin(std::size_t index = 0) const;
+    // All operands, or "-".
+    std::vector<std::string> operands_or_stdin() const;
+
+    // Throws a UsageError of this command.
+    [[noreturn]] void misuse(const std::string &what) const;
+    // At most one of these inputs may be standard input.
+    void check_stdin_once(const std::vector<std::string> &paths) const;
+
+    // {"schema": 1, "command": name}
+    Json report() const;
+
+private:
+    void take_option(const Option &option, const char *value);
+    void check() const;
+
+    const Command *command_;
+    std::vector<std::string> operands_;
+    std::map<std::string, std::string> values_;
+};
+
+// Collects what failed for one of several inputs, so that the others are still worked on: prints
+// each failure and keeps the first one's exit status.
+class Outcome {
+public:
+    explicit Outcome(const Command &command) : command_(command) {}
+    void fail(const Failure &failure);
+    void answer(Exit exit);
+    Exit exit() const { return exit_; }
+
+private:
+    const Command &command_;
+    Exit exit_ = Exit::yes;
+};
+
+Exit run_digest(const Arguments &arguments);
+Exit run_sign(const Arguments &arguments);
+Exit run_verify(const Arguments &arguments);
+Exit run_cert_show(const Arguments &arguments);
+Exit run_cert_verify(const Arguments &arguments);
+Exit run_dn(const Arguments &arguments);
+Exit run_armor(const Arguments &arguments);
+Exit run_dearmor(const Arguments &arguments);
+Exit run_asn1(const Arguments &arguments);
+Exit run_explain(const Arguments &arguments);
+Exit run_help(const Arguments &arguments);
+Exit run_completion(const Arguments &arguments);
+Exit run_man(const Arguments &arguments);
+
+// Help of the program (null) or of a command, of the commands that begin with a word ("cert").
+std::string help_text(const Command *command);
+std::string group_help(const std::string &word);
+
+} // namespace tool
+
+#endif

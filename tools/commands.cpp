@@ -1,0 +1,245 @@
+// The table of commands.
+#include "command.h"
+
+namespace tool {
+namespace {
+
+#define ALGORITHM                                                                                  \
+    { "algorithm", 'a', "NAME", "md2|md5", false, "message digest: md2 or md5 (default md5)" }
+
+constexpr Option kCommon[] = {
+    {"json", 0, nullptr, nullptr, false, "print one JSON object"},
+    {"batch", 0, nullptr, nullptr, false, "never prompt; fail instead"},
+    {"help", 'h', nullptr, nullptr, false, "print this help"},
+};
+
+// ---- digest, sign, verify
+// -------------------------------------------------------------------------
+
+constexpr Option kDigestOptions[] = {ALGORITHM};
+constexpr Example kDigestExamples[] = {
+    {"qel digest report.txt", "MD5 of a file"},
+    {"tar c folder | qel digest -a md2", "MD2 of standard input"},
+};
+
+constexpr Option kSignOptions[] = {
+    {"key", 'k', "FILE", nullptr, true,
+     "private key: unencrypted PKCS#8 or PKCS#1, DER or armoured"},
+    ALGORITHM,
+    {"output", 'o', "FILE", nullptr, false, "where the signature goes (default standard output)"},
+    {"armor", 0, nullptr, nullptr, false, "write the signature as armoured text"},
+};
+constexpr Example kSignExamples[] = {
+    {"qel sign -k my.key -o report.sig report.txt", "sign a file"},
+    {"qel sign -k my.key --armor < report.txt", "sign standard input, print armoured text"},
+};
+
+constexpr Option kVerifyOptions[] = {
+    {"signature", 's', "FILE", nullptr, true, "the signature, as bytes or armoured"},
+    {"key", 'k', "FILE", nullptr, false, "the signer's public key (SubjectPublicKeyInfo)"},
+    {"cert", 'c', "FILE", nullptr, false, "the signer's certificate; only its key is used"},
+    ALGORITHM,
+};
+constexpr Example kVerifyExamples[] = {
+    {"qel verify -s report.sig -c signer.pem report.txt", "verify with a certificate's key"},
+    {"qel verify -s report.sig -k signer.pub -a md2 - < report.txt", "an MD2 signature, by key"},
+};
+
+// ---- certificates
+// ---------------------------------------------------------------------------------
+
+constexpr Option kCertShowOptions[] = {
+    {"full", 'f', nullptr, nullptr, false, "show every field"},
+};
+constexpr Example kCertShowExamples[] = {
+    {"qel cert show server.pem", "what matters of each certificate in a file"},
+    {"qel cert show --full --json server.pem", "everything, for another program"},
+};
+
+constexpr Option kCertVerifyOptions[] = {
+    {"issuer", 'i', "FILE", nullptr, false,
+     "the issuer's certificate or public key (default: the certificate's own key)"},
+    {"allow-expired", 0, nullptr, nullptr, false,
+     "take a good signature outside the validity as yes"},
+    {"signature-only", 0, nullptr, nullptr, false,
+     "look at the signature alone, not at validity and extensions"},
+};
+constexpr Example kCertVerifyExamples[] = {
+    {"qel cert verify root.pem", "a self-signed certificate"},
+    {"qel cert verify user.pem -i root.pem --allow-expired", "an old certificate, by its issuer"},
+};
+
+// ---- names, armour, ASN.1
+// -------------------------------------------------------------------------
+
+constexpr Option kDnOptions[] = {
+    {"der", 0, nullptr, nullptr, false, "print the DER encoding in hexadecimal instead"},
+    {"output", 'o', "FILE", nullptr, false, "write the DER encoding of the one name to a file"},
+};
+constexpr Example kDnExamples[] = {
+    {"qel dn 'cn=alice, o=acme, c=us'", "prints CN=ALICE, O=ACME, C=US"},
+    {"qel dn --der 'CN=Alice'", "the encoded name"},
+};
+
+constexpr Option kArmorOptions[] = {
+    {"type", 't', "TYPE",
+     "auto|none|certificate|keypkg|request|signature|signature-and-data|encrypted-data|"
+     "encryption-info|encryption-info-and-data",
+     false, "marker lines (default auto: by what the file holds, or none)"},
+    {"output", 'o', "FILE", nullptr, false, "where the text goes (default standard output)"},
+    {"force", 0, nullptr, nullptr, false, "overwrite a file with a key package"},
+};
+constexpr Example kArmorExamples[] = {
+    {"qel armor cert.der > cert.pem", "a certificate between its marker lines"},
+    {"qel armor -t none data.bin", "bare base 64 in lines of 64 characters"},
+};
+
+constexpr Option kDearmorOptions[] = {
+    {"block", 'b', "N", nullptr, false, "which block, counted from 1, where there are several"},
+    {"list", 'l', nullptr, nullptr, false, "list the blocks instead"},
+    {"output", 'o', "FILE", nullptr, false, "where the bytes go (default standard output)"},
+    {"force", 0, nullptr, nullptr, false, "overwrite a file with a private key or key package"},
+};
+constexpr Example kDearmorExamples[] = {
+    {"qel dearmor cert.pem > cert.der", "the bytes of a certificate"},
+    {"qel dearmor -b 2 -o key.der server.pem", "the second block of a file"},
+};
+
+constexpr Option kAsn1Options[] = {
+    {"list", 'l', nullptr, nullptr, false, "list the types and their numbers"},
+    {"encode", 'e', "RULES", "der|ber|indefinite", false,
+     "encode the value again instead of printing it"},
+    {"output", 'o', "FILE", nullptr, false, "where the encoding goes (default standard output)"},
+    {"force", 0, nullptr, nullptr, false, "overwrite a file with a private key or key package"},
+};
+constexpr Example kAsn1Examples[] = {
+    {"qel asn1 Certificate server.pem", "a certificate's value"},
+    {"qel asn1 ContentInfo -e indefinite -o out.ber in.p7", "with indefinite lengths"},
+};
+
+constexpr Example kExplainExamples[] = {
+    {"qel explain 43", "by number"},
+    {"qel explain key_expired", "by name"},
+};
+
+// ---- about the program
+// ----------------------------------------------------------------------------
+
+constexpr Option kManOptions[] = {
+    {"directory", 'd', "FOLDER", nullptr, false, "write every page into a folder"},
+};
+constexpr Example kHelpExamples[] = {{"qel help cert verify", "help of one command"}};
+constexpr Example kCompletionExamples[] = {
+    {". <(qel completion bash)", "completion in this shell"},
+};
+constexpr Example kManExamples[] = {
+    {"qel man sign | man -l -", "one page"},
+    {"qel man --directory man", "all pages, as files"},
+};
+
+#undef ALGORITHM
+
+constexpr Command kCommands[] = {
+    {"digest", "Print message digests of files", "[FILE]...", 0, kAny,
+     "Prints the MD5 or MD2 digest of each file, or of standard input, one line each.\n\n"
+     "Both digests are of historical use: collisions of MD5 can be made at will.",
+     kDigestOptions, kDigestExamples, run_digest},
+    {"sign", "Sign a file with a private key", "[FILE]", 0, 1,
+     "Makes an RSA signature (PKCS#1, md5WithRSAEncryption or md2WithRSAEncryption) over a file of "
+     "any size, or standard input. The signature is as many bytes as the key's modulus; a terminal "
+     "only gets it armoured.",
+     kSignOptions, kSignExamples, run_sign},
+    {"verify", "Verify a signature over a file", "[FILE]", 0, 1,
+     "Exits 0 only when the signature was checked and is good for the file, or standard input, "
+     "under the given key; 1 when it is not.\n\n"
+     "Of a certificate only the key is used: 'qel cert verify' checks the certificate itself. A "
+     "key "
+     "under the old identifier 2.5.8.1.1 is used as an rsaEncryption key, which is said.",
+     kVerifyOptions, kVerifyExamples, run_verify},
+    {"cert show", "Show certificates", "[FILE]...", 0, kAny,
+     "Shows every certificate in the files, DER or armoured. Names are shown in their own letters, "
+     "the most specific part first, with all attribute and string types, also those that the "
+     "library's printer refuses; --full says what that printer makes of them.\n\n"
+     "Times are in UTC. The library's own test of validity reads a time with an offset as if it "
+     "had "
+     "none; where that matters, it is shown.",
+     kCertShowOptions, kCertShowExamples, run_cert_show},
+    {"cert verify", "Verify a certificate with its issuer's key", "FILE", 1, 1,
+     "Gives the library's verdict on the first certificate in the file: its signature under the "
+     "issuer's key, its validity now, and that no extension is marked critical. Exits 0 for yes, 1 "
+     "for no. Trust in the issuer is not looked at.\n\n"
+     "With --signature-only the verdict is on the signature alone. A key under the old identifier "
+     "2.5.8.1.1, which the library refuses, is then used as an rsaEncryption key, which is said.",
+     kCertVerifyOptions, kCertVerifyExamples, run_cert_verify},
+    {"dn", "Parse a distinguished name and print it normalised", "NAME...", 1, kAny,
+     "Reads printable names, TYPE=VALUE parts joined by commas, the most specific first, and "
+     "prints "
+     "their normalised form. Types: CN, SERIAL, C, L, O, OU, ST, EM, STREET. A plus sign joins "
+     "parts of one level; a backslash keeps a comma inside a value.",
+     kDnOptions, kDnExamples, run_dn},
+    {"armor", "Put bytes into printable armour", "[FILE]", 0, 1,
+     "Writes base 64 in lines of 64 characters (RFC 1421), between marker lines for the type.",
+     kArmorOptions, kArmorExamples, run_armor},
+    {"dearmor", "Take bytes out of printable armour", "[FILE]", 0, 1,
+     "Finds armour under any label in a text, passes over what stands around it, and writes the "
+     "bytes.",
+     kDearmorOptions, kDearmorExamples, run_dearmor},
+    {"asn1", "Decode, print and encode ASN.1 values", "[TYPE [FILE]]", 0, 2,
+     "Decodes a value of the named or numbered type and prints its fields. Private keys, and what "
+     "encrypts them, are never printed.\n\n"
+     "With --encode the value is written again: under der where the library encodes the type so "
+     "(Name, CertificateInfo, Certificate, KeyPkgInfo, DigestInfo, CertificationRequestInfo), "
+     "under "
+     "ber, or with indefinite lengths.",
+     kAsn1Options, kAsn1Examples, run_asn1},
+    {"explain",
+     "Explain a status of the library",
+     "[CODE]...",
+     0,
+     kAny,
+     "Tells, for a number or a name with or without QEL_ERR_, what a status means and what to do. "
+     "Without a code it lists them all.",
+     {},
+     kExplainExamples,
+     run_explain},
+    {"help",
+     "Print help",
+     "[COMMAND]...",
+     0,
+     2,
+     "Prints the list of commands, or one command's help.",
+     {},
+     kHelpExamples,
+     run_help},
+    {"completion",
+     "Print a shell's completion script",
+     "bash",
+     1,
+     1,
+     "Prints a script that completes commands, options and their values.",
+     {},
+     kCompletionExamples,
+     run_completion},
+    {"man", "Print manual pages", "[COMMAND]...", 0, 2,
+     "Prints the manual page of the program or of a command, as roff.", kManOptions, kManExamples,
+     run_man},
+};
+
+} // namespace
+
+std::span<const Command> commands() {
+    return kCommands;
+}
+
+std::span<const Option> common_options() {
+    return kCommon;
+}
+
+const Command *find_command(std::string_view name) {
+    for (const Command &command : kCommands)
+        if (name == command.name)
+            return &command;
+    return nullptr;
+}
+
+} // namespace tool

@@ -1,0 +1,239 @@
+#include "credential.h"
+
+#include "der.h"
+#include "status.h"
+#include "text.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace tool {
+namespace {
+
+constexpr Algorithm kAlgorithms[] = {
+    {"md2",
+     &QEL_MD2_AID,
+     &QEL_MD2WithRSAEncryption_AID,
+     "md2WithRSAEncryption",
+     {0x83, 0x50, 0xe5, 0xa3, 0xe2, 0x4c, 0x15, 0x3d, 0xf2, 0x27, 0x5c, 0x9f, 0x80, 0x69, 0x27,
+      0x73}},
+    {"md5",
+     &QEL_MD5_AID,
+     &QEL_MD5WithRSAEncryption_AID,
+     "md5WithRSAEncryption",
+     {0xd4, 0x1d, 0x8c, 0xd9, 0x8f, 0x00, 0xb2, 0x04, 0xe9, 0x80, 0x09, 0x98, 0xec, 0xf8, 0x42,
+      0x7e}},
+};
+
+bool contains(const std::string &text, const char *part) {
+    return text.find(part) != text.npos;
+}
+
+bool certificate_label(const std::string &label) {
+    return contains(label, "CERTIFICATE") && !contains(label, "REQUEST") &&
+           !contains(label, "PAIR");
+}
+
+Failure bad_item(const Input &input, const Item &item, const std::string &what, QelStatus status) {
+    const std::string name = "cannot read " + what + " from " + input.name_of(item);
+    if (!item.problem.empty())
+        return {Exit::input, name, item.problem, "Get the text again, whole."};
+    return library_failure(status, name);
+}
+
+// "it holds CERTIFICATE, RSA PRIVATE KEY"
+std::string labels_of(const Input &input) {
+    std::string text;
+    for (const Item &item : input.items)
+        text += (text.empty() ? "it holds " : ", ") + escaped(item.label);
+    return text;
+}
+
+template <class T>
+Decoded<T> decode_item(QelContext *context, const Item &item, int pdu, QelStatus *status) {
+    *status = QEL_ERR_ASN1_DECODE;
+    if (!item.problem.empty())
+        return {nullptr, ReleasePdu{context, pdu}};
+    return decode<T>(context, item.bytes, pdu, status);
+}
+
+bool decodes(QelContext *context, const Item &item, int pdu) {
+    QelStatus status;
+    return decode_item<void>(context, item, pdu, &status) != nullptr;
+}
+
+// Why no public key was found, where the reason can be told.
+std::string what_it_is_instead(QelContext *context, const Input &input) {
+    for (const Item &item : input.items) {
+        if (decodes(context, item, QEL_PDU_Certificate))
+            return "it holds a certificate: give it with the option for certificates";
+        if (decodes(context, item, QEL_PDU_SubjectPublicKeyInfo))
+            return "it holds a bare public key: give it with the option for keys";
+        if (decodes(context, item, QEL_PDU_PrivateKeyInfo) || contains(item.label, "PRIVATE KEY"))
+            return "it holds a private key; verification takes the public one";
+    }
+    return input.armoured ? labels_of(input) : "";
+}
+
+} // namespace
+
+Context::Context() {
+    const QelStatus status = __qel_init(&context_, nullptr, nullptr);
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot set up the library");
+}
+
+const Algorithm &algorithm_named(const std::string &name) {
+    return kAlgorithms[name == "md2" ? 0 : 1];
+}
+
+Bytes encode(QelContext *context, const void *value, int pdu, const std::string &what) {
+    uint8_t *buffer = nullptr;
+    uint32_t length = 0;
+    const QelStatus status = __qel_asn1_encode(context, value, pdu, &buffer, &length);
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot encode " + what);
+    const Bytes bytes(buffer, buffer + length);
+    explicit_bzero(buffer, length);
+    std::free(buffer);
+    return bytes;
+}
+
+std::vector<Certificate> read_certificates(QelContext *context, const std::string &path) {
+    const Input input = read_input(path);
+    std::vector<Certificate> certificates;
+    for (const Item &item : input.items) {
+        QelStatus status;
+        auto record = decode_item<QelCert>(context, item, QEL_PDU_Certificate, &status);
+        if (record)
+            certificates.push_back({input.name_of(item), std::move(record)});
+        else if (!input.armoured || certificate_label(item.label))
+            throw bad_item(input, item, "a certificate", status);
+    }
+    if (certificates.empty())
+        throw Failure{Exit::input, "cannot find a certificate in " + display_name(path),
+                      labels_of(input), "Give a file that holds a certificate, DER or armoured."};
+    return certificates;
+}
+
+PublicKey read_public_key(QelContext *context, const std::string &path, KeySource source) {
+    const Input input = read_input(path);
+    QelStatus status = QEL_ERR_ASN1_DECODE;
+    for (const Item &item : input.items) {
+        PublicKey key;
+        key.where = input.name_of(item);
+        if (source != KeySource::key) {
+            auto record = decode_item<QelCert>(context, item, QEL_PDU_Certificate, &status);
+            if (record) {
+                key.certificate = {key.where, std::move(record)};
+                return key;
+            }
+        }
+        if (source != KeySource::certificate) {
+            key.info =
+                decode_item<QelKeyInfo>(context, item, QEL_PDU_SubjectPublicKeyInfo, &status);
+            if (key.info)
+                return key;
+        }
+    }
+    const char *wanted = source == KeySource::certificate ? "a certificate" : "a public key";
+    const std::string instead = what_it_is_instead(context, input);
+    if (instead.empty())
+        throw bad_item(input, input.items.front(), wanted, status);
+    throw Failure{Exit::input, std::string("cannot find ") + wanted + " in " + display_name(path),
+                  instead, "Give DER or armour of a certificate or of a SubjectPublicKeyInfo."};
+}
+
+RsaKey as_rsa_key(const QelKeyInfo *key) {
+    static uint8_t null_parameters[] = {0x05, 0x00};
+    RsaKey rsa = {key->algorithm->algorithm, {2, null_parameters}, &key->pubKey, ""};
+    int annex = 1, encryption = 1;
+    __qel_cmp_oid(key->algorithm->algorithm, QEL_RSA_OID, &annex);
+    __qel_cmp_oid(key->algorithm->algorithm, QEL_RSA_ENCR_OID, &encryption);
+    const QelOctetString *parameters = key->algorithm->parameters;
+    if (annex == 0) {
+        rsa.algorithm = QEL_RSA_ENCR_OID;
+        rsa.note = "the key stands under the old identifier 2.5.8.1.1, which the library refuses; "
+                   "its bits were used as an rsaEncryption key";
+    } else if (encryption == 0 && parameters == nullptr) {
+        rsa.note = "the key lacks the NULL parameters of rsaEncryption; they were supplied";
+    } else if (parameters != nullptr) {
+        rsa.parameters = *parameters;
+    }
+    return rsa;
+}
+
+// ---- Private keys
+// ---------------------------------------------------------------------------------
+
+namespace {
+
+// A bare RSAPrivateKey (PKCS#1) begins with its version and the modulus; in PKCS#8 an
+// AlgorithmIdentifier follows the version.
+bool is_rsa_private_key(std::span<const uint8_t> bytes) {
+    Element sequence, version, next;
+    return take_element(bytes, sequence) && bytes.empty() && sequence.tag == 0x30 &&
+           take_element(sequence.contents, version) && version.tag == 0x02 &&
+           take_element(sequence.contents, next) && next.tag == 0x02;
+}
+
+Failure encrypted_key(const std::string &where, const std::string &how) {
+    return {Exit::input, "cannot use the private key in " + where,
+            "it is encrypted (" + how + "), and this command does not ask for pass phrases yet",
+            "Convert it to an unencrypted PKCS#8 file (PrivateKeyInfo) that only you can read."};
+}
+
+bool take_private_key(QelContext *context, const Input &input, const Item &item, PrivateKey &key) {
+    QelStatus status;
+    key.record = decode_item<QelPrivateKeyInfo>(context, item, QEL_PDU_PrivateKeyInfo, &status);
+    if (key.record) {
+        QelOctetString &octets = key.record->privateKey;
+        key.octets.assign(octets.value, octets.value + octets.length);
+        explicit_bzero(octets.value, octets.length);
+        key.algorithm = key.record->privateKeyAlgorithm;
+        return true;
+    }
+    if (item.encrypted)
+        throw encrypted_key(input.name_of(item), "its header lines say so");
+    if (item.problem.empty() && is_rsa_private_key(item.bytes)) {
+        key.octets = item.bytes;
+        key.algorithm = QEL_RSA_ENCR_AID;
+        return true;
+    }
+    const auto encrypted = decode_item<QelEncryptedPrivateKeyInfo>(
+        context, item, QEL_PDU_EncryptedPrivateKeyInfo, &status);
+    if (encrypted && encrypted->encryptionAlgorithm != nullptr)
+        throw encrypted_key(input.name_of(item), algorithm_text(encrypted->encryptionAlgorithm));
+    return false;
+}
+
+} // namespace
+
+PrivateKey read_private_key(QelContext *context, const std::string &path) {
+    warn_if_open_to_others(path);
+    const Input input = read_input(path);
+    PrivateKey key;
+    for (const Item &item : input.items)
+        if (take_private_key(context, input, item, key))
+            return key;
+    const Item &first = input.items.front();
+    if (input.armoured && first.problem.empty())
+        throw Failure{Exit::input, "cannot find a private key in " + display_name(path),
+                      labels_of(input),
+                      "Give an unencrypted PKCS#8 private key (PrivateKeyInfo), DER or armoured."};
+    throw bad_item(input, first, "a private key", QEL_ERR_ASN1_DECODE);
+}
+
+std::string fingerprint(QelContext *context, std::span<const uint8_t> bytes,
+                        const Algorithm &algorithm) {
+    uint8_t *digest = nullptr;
+    uint32_t length = 0;
+    const QelStatus status = qel_digest(context, bytes.data(), static_cast<uint32_t>(bytes.size()),
+                                        QEL_MODE_FINAL, *algorithm.digest, &digest, &length);
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot compute a fingerprint");
+    const LibraryBytes owner(digest);
+    return hex({digest, length});
+}
+
+} // namespace tool

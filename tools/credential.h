@@ -1,0 +1,159 @@
+// credential.h: the library's records as the commands use them: decoding, keys, certificates, and
+// names and times as people read them.
+#ifndef TOOLS_CREDENTIAL_H
+#define TOOLS_CREDENTIAL_H
+
+#include "input.h"
+#include "output.h"
+#include "text.h"
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <qel/qelp.h>
+
+namespace tool {
+
+// A library context of its own for each piece of work, without a key server.
+class Context {
+public:
+    Context();
+    ~Context() { qel_end(context_); }
+    Context(const Context &) = delete;
+    Context &operator=(const Context &) = delete;
+    operator QelContext *() const { return context_; }
+
+private:
+    QelContext *context_ = nullptr;
+};
+
+// Digest and signature algorithm that "md2" or "md5" stands for.
+struct Algorithm {
+    const char *name;
+    const QelAlgId *const *digest;
+    const QelAlgId *const *signature;
+    const char *signature_name;
+    // The library digests no empty input; this is its digest (RFC 1319, RFC 1321: test suites).
+    std::array<uint8_t, 16> digest_of_nothing;
+};
+const Algorithm &algorithm_named(const std::string &name);
+
+// Bytes that the library allocated.
+struct FreeBlock {
+    void operator()(void *block) const { std::free(block); }
+};
+using LibraryBytes = std::unique_ptr<uint8_t, FreeBlock>;
+
+// ---- Records
+// --------------------------------------------------------------------------------------
+
+struct ReleasePdu {
+    QelContext *context = nullptr;
+    int pdu = 0;
+    void operator()(void *value) const { __qel_asn1_free(context, value, pdu); }
+};
+template <class T> using Decoded = std::unique_ptr<T, ReleasePdu>;
+
+// The value, or null and the library's status.
+template <class T>
+Decoded<T> decode(QelContext *context, std::span<const uint8_t> bytes, int pdu,
+                  QelStatus *status = nullptr) {
+    void *value = nullptr;
+    const QelStatus result =
+        __qel_asn1_decode(context, bytes.data(), static_cast<uint32_t>(bytes.size()), pdu, &value);
+    if (status != nullptr)
+        *status = result;
+    return {static_cast<T *>(result == QEL_OK ? value : nullptr), ReleasePdu{context, pdu}};
+}
+
+// The encoding of a record. Throws Failure naming what.
+Bytes encode(QelContext *context, const void *value, int pdu, const std::string &what);
+
+struct Certificate {
+    std::string where; // file, and block where there are several; safe to print
+    Decoded<QelCert> record;
+};
+// All certificates of a file, at least one. Blocks that hold something else are passed over.
+std::vector<Certificate> read_certificates(QelContext *context, const std::string &path);
+
+// A public key, from a SubjectPublicKeyInfo or a certificate.
+struct PublicKey {
+    std::string where;
+    Decoded<QelKeyInfo> info;
+    Certificate certificate; // if the key came from one
+    const QelKeyInfo *key() const {
+        return certificate.record ? certificate.record->pubKeyInfo : info.get();
+    }
+};
+enum class KeySource { key, certificate, either };
+PublicKey read_public_key(QelContext *context, const std::string &path, KeySource source);
+
+// The parts of an RSA key that qel_verify takes. A key under the identifier of X.509's annex
+// (2.5.8.1.1), or without its NULL parameters, has the same bits: note says that it was taken so.
+struct RsaKey {
+    const QelOid *algorithm;
+    QelOctetString parameters;
+    const QelBitString *bits;
+    std::string note; // or empty
+};
+RsaKey as_rsa_key(const QelKeyInfo *key);
+
+// A private key for qel_sign. Warns where the file is open to others.
+struct PrivateKey {
+    Decoded<QelPrivateKeyInfo> record; // zeroed by whoever lets go of it
+    Bytes octets;
+    const QelAlgId *algorithm = nullptr;
+};
+PrivateKey read_private_key(QelContext *context, const std::string &path);
+
+// ---- What people read
+// -----------------------------------------------------------------------------
+
+std::string oid_text(const QelOid *oid);
+// The name of an algorithm, attribute type or extension that is known, else null.
+const char *oid_name(const QelOid *oid);
+// "md5WithRSAEncryption", or dots where the name is not known.
+std::string algorithm_text(const QelAlgId *algorithm);
+
+// One attribute of a name.
+struct NameValue {
+    std::string type;        // dotted
+    std::string keyword;     // as in printable names, or the dotted type
+    std::string string_type; // "PrintableString"; "BER" for a value that is no character string
+    std::string text;        // UTF-8; hexadecimal digits after "#" where it cannot be read
+    bool readable = false;
+};
+std::vector<std::vector<NameValue>> name_values(const QelName *name); // RDNs as they are encoded
+
+// A name in the order of printable names, the last RDN first, in the letters of its owner; every
+// attribute and string type is shown. Safe to print.
+std::string name_text(const QelName *name, Charset charset = Charset::terminal);
+// Every attribute under "rdns", and what the library's own printer says of the name.
+Json name_json(QelContext *context, const QelName *name);
+// The library's normalised form, safe to print, or why there is none.
+std::string library_name(QelContext *context, const QelName *name);
+
+// RFC 3339, in UTC, the offset of the encoded time applied. "not a time (...)" where the fields are
+// out of range; offset says whether the library, which ignores offsets, sees another moment.
+std::string time_text(const QelUTCTime *time, bool apply_offset = true);
+bool has_offset(const QelValidity *validity);
+
+// "valid", "expired", "not yet valid" or "unknown", by the library's own test.
+std::string validity_state(const QelValidity *validity);
+
+// Size of an RSA modulus in bits and the exponent, or zeroes where the bits are no RSA key.
+struct RsaNumbers {
+    unsigned bits = 0;
+    std::string modulus, exponent; // hexadecimal
+};
+RsaNumbers rsa_numbers(const QelKeyInfo *key);
+
+// MD2 or MD5 of bytes, in hexadecimal.
+std::string fingerprint(QelContext *context, std::span<const uint8_t> bytes,
+                        const Algorithm &algorithm);
+
+} // namespace tool
+
+#endif

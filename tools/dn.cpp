@@ -1,0 +1,71 @@
+// qel dn
+#include "command.h"
+#include "credential.h"
+#include "text.h"
+
+namespace tool {
+namespace {
+
+using Name = std::unique_ptr<QelName, decltype([](QelName *name) { qel_free_dn(&name); })>;
+
+struct Parsed {
+    std::string normalised;
+    Bytes der;
+};
+
+// A failure of parsing is one of the name that was given, whatever the status is called.
+Failure bad_name(QelStatus status, const std::string &text) {
+    Failure failure = library_failure(status, "cannot read the name " + in_quotes(text));
+    if (status != QEL_ERR_NO_MEMORY)
+        failure.exit = Exit::input;
+    return failure;
+}
+
+Parsed parse_name(const Context &context, const std::string &text) {
+    QelName *record = nullptr;
+    QelStatus status = qel_str2dn(context, text.c_str(), &record);
+    if (status != QEL_OK)
+        throw bad_name(status, text);
+    const Name name(record);
+    char *string = nullptr;
+    status = qel_dn2str(context, record, &string);
+    if (status != QEL_OK)
+        throw bad_name(status, text);
+    const std::unique_ptr<char, FreeBlock> owner(string);
+    return {string, encode(context, record, QEL_PDU_Name, "the name " + in_quotes(text))};
+}
+
+} // namespace
+
+Exit run_dn(const Arguments &arguments) {
+    if (arguments.has("output") && arguments.operands().size() > 1)
+        arguments.misuse("'--output' takes one name");
+    Outcome outcome(arguments.command());
+    Json json = arguments.report();
+    json["names"] = Json::array();
+    for (const std::string &text : arguments.operands()) {
+        Json one;
+        one["input"] = utf8_or_latin1(text);
+        try {
+            const Context context;
+            const Parsed name = parse_name(context, text);
+            one["normalised"] = utf8_or_latin1(name.normalised);
+            one["der"] = hex(name.der);
+            if (arguments.has("output"))
+                write_file(arguments.value("output"), name.der);
+            else if (!arguments.json())
+                put((arguments.has("der") ? hex(name.der) : printable(name.normalised)) + "\n");
+        } catch (const OutputLost &) {
+            throw;
+        } catch (const Failure &failure) {
+            one["error"] = failure_json(failure);
+            outcome.fail(failure);
+        }
+        json["names"].push_back(one);
+    }
+    if (arguments.json())
+        put_json(json);
+    return outcome.exit();
+}
+
+} // namespace tool

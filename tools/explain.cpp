@@ -1,0 +1,51 @@
+// qel explain
+#include "command.h"
+#include "text.h"
+
+namespace tool {
+namespace {
+
+Json row_json(const StatusRow &row) {
+    Json json = status_json(row.status);
+    json["meaning"] = row.meaning;
+    json["advice"] = row.advice;
+    json["exit_status"] = static_cast<int>(row.exit);
+    return json;
+}
+
+std::string row_text(const StatusRow &row) {
+    return status_words(row.status) + "\n  " + row.meaning + "\n  " + row.advice +
+           "\n  A command that stops at it exits with " +
+           std::to_string(static_cast<int>(row.exit)) + ".\n";
+}
+
+} // namespace
+
+Exit run_explain(const Arguments &arguments) {
+    Outcome outcome(arguments.command());
+    Json json = arguments.report();
+    json["statuses"] = Json::array();
+    json["unknown"] = Json::array();
+    const auto tell = [&](const StatusRow &row, const std::string &text) {
+        json["statuses"].push_back(row_json(row));
+        if (!arguments.json())
+            put(text);
+    };
+    if (arguments.operands().empty())
+        for (const StatusRow &row : status_table())
+            tell(row, status_words(row.status) + "\n");
+    for (const std::string &code : arguments.operands()) {
+        if (const StatusRow *row = find_status(code)) {
+            tell(*row, row_text(*row));
+            continue;
+        }
+        json["unknown"].push_back(utf8_or_latin1(code));
+        outcome.fail({Exit::no, "there is no status " + in_quotes(code), "",
+                      "'qel explain' lists them all, 0 to 55."});
+    }
+    if (arguments.json())
+        put_json(json);
+    return outcome.exit();
+}
+
+} // namespace tool

@@ -1,0 +1,306 @@
+#include "input.h"
+
+#include "output.h"
+#include "status.h"
+#include "text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <qel/qelp.h>
+
+namespace tool {
+namespace {
+
+using namespace std::string_view_literals;
+
+// A file that is read, or standard input.
+class Source {
+public:
+    explicit Source(const std::string &path)
+        : path_(path),
+          descriptor_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+        if (descriptor_ < 0)
+            throw system_failure(Exit::input, "cannot open " + display_name(path), errno);
+    }
+    ~Source() {
+        if (descriptor_ > STDERR_FILENO)
+            close(descriptor_);
+    }
+    Source(const Source &) = delete;
+    Source &operator=(const Source &) = delete;
+
+    // The number of bytes read; 0 at the end.
+    std::size_t read_into(std::span<uint8_t> buffer) {
+        for (;;) {
+            const ssize_t count = read(descriptor_, buffer.data(), buffer.size());
+            if (count >= 0)
+                return static_cast<std::size_t>(count);
+            if (errno != EINTR)
+                throw system_failure(Exit::input, "cannot read " + display_name(path_), errno);
+        }
+    }
+
+private:
+    std::string path_;
+    int descriptor_;
+};
+
+// How far long work has come, on a terminal only.
+class Progress {
+public:
+    explicit Progress(const std::string &path)
+        : shown_to_(isatty(STDERR_FILENO) != 0), name_(display_name(path)), next_(now() + second) {}
+    ~Progress() {
+        if (written_)
+            std::fputs("\r\033[K", stderr);
+    }
+    Progress(const Progress &) = delete;
+    Progress &operator=(const Progress &) = delete;
+
+    void add(std::size_t bytes) {
+        total_ += bytes;
+        if (!shown_to_ || now() < next_)
+            return;
+        next_ = now() + second;
+        written_ = true;
+        std::fprintf(stderr, "\r\033[K%s: %llu MiB", name_.c_str(),
+                     static_cast<unsigned long long>(total_ >> 20));
+    }
+
+private:
+    static constexpr std::chrono::seconds second{1};
+    static std::chrono::steady_clock::time_point now() { return std::chrono::steady_clock::now(); }
+    bool shown_to_;
+    bool written_ = false;
+    std::string name_;
+    std::chrono::steady_clock::time_point next_;
+    uint64_t total_ = 0;
+};
+
+std::string_view view(const Bytes &bytes) {
+    return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
+}
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+bool is_base64(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' ||
+           c == '/' || c == '=';
+}
+
+// Whether bytes are one element of BER as far as its outermost tag and length can tell.
+bool looks_like_ber(const Bytes &bytes) {
+    if (bytes.size() < 2 || bytes[0] != 0x30)
+        return false;
+    const uint8_t first = bytes[1];
+    if (first < 0x80)
+        return bytes.size() == std::size_t{2} + first;
+    if (first == 0x80)
+        return true;
+    const std::size_t count = first & 0x7f;
+    if (count > 4 || bytes.size() < 2 + count)
+        return false;
+    uint64_t length = 0;
+    for (std::size_t i = 0; i < count; ++i)
+        length = length << 8 | bytes[2 + i];
+    return length == bytes.size() - 2 - count;
+}
+
+// Base 64 of the lines of a block, without their blanks.
+void decode_body(Item &item, std::string_view body) {
+    Bytes text;
+    text.reserve(body.size());
+    for (const char c : body) {
+        if (is_blank(c))
+            continue;
+        if (!is_base64(c)) {
+            item.problem = "a character between the marker lines is not base 64";
+            return;
+        }
+        text.push_back(static_cast<uint8_t>(c));
+    }
+    if (text.empty()) {
+        item.problem = "nothing stands between the marker lines";
+        return;
+    }
+    uint8_t *bytes = nullptr;
+    uint32_t length = 0;
+    const QelStatus status =
+        __qel_rfc1421_2_binary(reinterpret_cast<const char *>(text.data()),
+                               static_cast<uint32_t>(text.size()), &bytes, &length);
+    if (status != QEL_OK) {
+        item.problem = status_words(status);
+        return;
+    }
+    item.bytes.assign(bytes, bytes + length);
+    explicit_bzero(bytes, length);
+    std::free(bytes);
+    if (length == 0)
+        item.problem = "the text between the marker lines is cut";
+}
+
+// Lines of a text, one after the other.
+class Lines {
+public:
+    explicit Lines(std::string_view text) : rest_(text) {}
+    bool next(std::string_view &line) {
+        if (rest_.empty())
+            return false;
+        const std::size_t end = std::min(rest_.find('\n'), rest_.size());
+        line = rest_.substr(0, end);
+        rest_.remove_prefix(std::min(end + 1, rest_.size()));
+        while (!line.empty() && is_blank(line.back()))
+            line.remove_suffix(1);
+        ++number_;
+        return true;
+    }
+    std::size_t number() const { return number_; }
+    const char *position() const { return rest_.data(); }
+
+private:
+    std::string_view rest_;
+    std::size_t number_ = 0;
+};
+
+// The label of a line "-----BEGIN label-----"; false for other lines.
+bool marker(std::string_view line, std::string_view verb, std::string_view &label) {
+    constexpr std::string_view dashes = "-----";
+    if (line.size() <= 2 * dashes.size() + verb.size() || !line.starts_with(dashes) ||
+        !line.ends_with(dashes) || line.substr(dashes.size(), verb.size()) != verb)
+        return false;
+    line.remove_prefix(dashes.size() + verb.size());
+    line.remove_suffix(dashes.size());
+    label = line;
+    return true;
+}
+
+// A block may begin with header lines "Name: value" up to an empty line (RFC 1421).
+std::string_view without_headers(Item &item, std::string_view body) {
+    const std::size_t first = body.substr(0, body.find('\n')).find(':');
+    if (first == body.npos)
+        return body;
+    Lines lines(body);
+    std::string_view line;
+    while (lines.next(line) && !line.empty())
+        if (line.starts_with("Proc-Type:") && line.find("ENCRYPTED") != line.npos)
+            item.encrypted = true;
+    return body.substr(static_cast<std::size_t>(lines.position() - body.data()));
+}
+
+std::vector<Item> find_blocks(std::string_view text) {
+    std::vector<Item> items;
+    Lines lines(text);
+    std::string_view line, label;
+    while (lines.next(line)) {
+        if (!marker(line, "BEGIN ", label))
+            continue;
+        Item item;
+        item.label = label;
+        item.line = lines.number();
+        const char *const begin = lines.position();
+        const char *end = begin;
+        bool closed = false;
+        while (!closed) {
+            end = lines.position();
+            if (!lines.next(line))
+                break;
+            closed = marker(line, "END ", label) && label == item.label;
+        }
+        const std::string_view body(begin, static_cast<std::size_t>(end - begin));
+        if (closed)
+            decode_body(item, without_headers(item, body));
+        else
+            item.problem = "its END line is missing";
+        items.push_back(std::move(item));
+    }
+    return items;
+}
+
+} // namespace
+
+std::string display_name(const std::string &path) {
+    return path == "-" ? "standard input" : in_quotes(path);
+}
+
+void each_block(const std::string &path,
+                const std::function<void(std::span<const uint8_t>)> &take) {
+    Source source(path);
+    Progress progress(path);
+    Bytes buffer(std::size_t{256} << 10);
+    while (const std::size_t count = source.read_into(buffer)) {
+        take(std::span(buffer).first(count));
+        progress.add(count);
+    }
+}
+
+Bytes read_whole(const std::string &path) {
+    Bytes bytes;
+    each_block(path, [&](std::span<const uint8_t> block) {
+        if (block.size() > kMostBytes - bytes.size())
+            throw Failure{Exit::input, "cannot use " + display_name(path),
+                          "it is larger than 64 MiB", "Check that it is the right file."};
+        bytes.insert(bytes.end(), block.begin(), block.end());
+    });
+    return bytes;
+}
+
+std::string Input::name_of(const Item &item) const {
+    if (items.size() < 2)
+        return display_name(path);
+    return display_name(path) + ", block " + std::to_string(&item - items.data() + 1) + " (" +
+           escaped(item.label) + ", line " + std::to_string(item.line) + ")";
+}
+
+Input parse_input(const std::string &path, Bytes contents) {
+    Input input;
+    input.path = path;
+    if (contents.empty())
+        throw Failure{Exit::input, "cannot use " + display_name(path), "it is empty",
+                      "Check that it is the right file."};
+    if (!looks_like_ber(contents)) {
+        input.items = find_blocks(view(contents));
+        input.armoured = !input.items.empty();
+        if (input.armoured)
+            return input;
+        const std::string_view text = view(contents);
+        if (std::all_of(text.begin(), text.end(),
+                        [](char c) { return is_base64(c) || is_blank(c); })) {
+            Item item;
+            decode_body(item, text);
+            if (item.problem.empty()) {
+                input.decoded = true;
+                input.items.push_back(std::move(item));
+                return input;
+            }
+        }
+    }
+    input.items.emplace_back().bytes = std::move(contents);
+    return input;
+}
+
+Input read_input(const std::string &path) {
+    return parse_input(path, read_whole(path));
+}
+
+void warn_if_open_to_others(const std::string &path) {
+    struct stat about;
+    const int known = path == "-" ? fstat(STDIN_FILENO, &about) : stat(path.c_str(), &about);
+    if (known != 0 || !S_ISREG(about.st_mode) || (about.st_mode & 077) == 0)
+        return;
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(about.st_mode & 07777));
+    warn("private key " + display_name(path) + " is open to others (mode " + mode +
+         "): run chmod 600 on it");
+}
+
+} // namespace tool

@@ -1,0 +1,147 @@
+// qel: one command over the library, with a sub-command for each piece of work.
+#include "command.h"
+#include "text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fcntl.h>
+#include <new>
+#include <unistd.h>
+
+using namespace tool;
+
+namespace {
+
+// A standard descriptor that is closed would be given to the next file that is opened. The other
+// direction of /dev/null takes its place, so that using it is still the error that it was.
+void keep_standard_descriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) >= 0)
+            continue;
+        const int flags = descriptor == STDOUT_FILENO ? O_RDONLY : O_WRONLY;
+        if (open("/dev/null", flags) != descriptor)
+            std::_Exit(static_cast<int>(Exit::internal));
+    }
+}
+
+// Distance in letters between two words, for "did you mean".
+std::size_t distance(std::string_view a, std::string_view b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    for (std::size_t j = 0; j <= b.size(); ++j)
+        row[j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t corner = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const std::size_t changed = corner + (a[i - 1] != b[j - 1] ? 1 : 0);
+            corner = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, changed});
+        }
+    }
+    return row[b.size()];
+}
+
+std::string suggestion(const std::string &word) {
+    const Command *best = nullptr;
+    std::size_t least = 3;
+    for (const Command &command : commands()) {
+        const std::size_t away = distance(word, command.name);
+        if (away < least) {
+            least = away;
+            best = &command;
+        }
+    }
+    return best != nullptr ? std::string("; did you mean '") + best->name + "'?" : "";
+}
+
+Exit print(const std::string &text) {
+    put(text);
+    return Exit::yes;
+}
+
+// The command's name is one word or two; words loses it.
+const Command *take_command(std::vector<std::string> &words) {
+    if (words.size() >= 2) {
+        if (const Command *command = find_command(words[0] + " " + words[1])) {
+            words.erase(words.begin(), words.begin() + 2);
+            return command;
+        }
+    }
+    const Command *command = find_command(words[0]);
+    if (command != nullptr)
+        words.erase(words.begin());
+    return command;
+}
+
+Exit run_command(const Arguments &arguments) {
+    if (arguments.wants_help())
+        return print(help_text(&arguments.command()));
+    try {
+        return arguments.command().run(arguments);
+    } catch (const OutputLost &) {
+        throw;
+    } catch (const Failure &failure) {
+        if (arguments.json()) {
+            Json json = arguments.report();
+            json["error"] = failure_json(failure);
+            put_json(json);
+        }
+        print_failure(arguments.command().name, failure);
+        return failure.exit;
+    }
+}
+
+Exit run(std::vector<std::string> words) {
+    if (words.empty())
+        throw UsageError{"no command is given", ""};
+    if (words[0] == "--help" || words[0] == "-h")
+        return print(help_text(nullptr));
+    if (words[0] == "--version")
+        return print("qel " QEL_VERSION "\n");
+    if (words[0].size() > 1 && words[0][0] == '-')
+        throw UsageError{
+            "options follow the command; " + in_quotes(words[0]) + " is none of its own", ""};
+    const std::string first = words[0];
+    if (const Command *command = take_command(words))
+        return run_command(Arguments(*command, words));
+
+    const std::string members = group_help(first);
+    if (members.empty())
+        throw UsageError{"unknown command " + in_quotes(first) + suggestion(first), ""};
+    if (words.size() > 1 && (words[1] == "--help" || words[1] == "-h"))
+        return print(members);
+    throw UsageError{words.size() < 2 ? "'" + first + "' needs a second word"
+                                      : "unknown command " + in_quotes(first + " " + words[1]),
+                     first};
+}
+
+Exit guarded(const std::vector<std::string> &words) {
+    try {
+        const Exit exit = run(words);
+        finish_output();
+        return exit;
+    } catch (const UsageError &error) {
+        const std::string prefix = error.command.empty() ? "qel: " : "qel: " + error.command + ": ";
+        std::fprintf(stderr, "%s%s\nTry 'qel help%s%s' for what it takes.\n", prefix.c_str(),
+                     error.what.c_str(), error.command.empty() ? "" : " ", error.command.c_str());
+        return Exit::usage;
+    } catch (const Failure &failure) {
+        print_failure("", failure);
+        return failure.exit;
+    } catch (const std::bad_alloc &) {
+        std::fputs("qel: out of memory\n", stderr);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "qel: internal failure: %s\n", printable(error.what()).c_str());
+    }
+    return Exit::internal;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    keep_standard_descriptors();
+    read_locale();
+    return static_cast<int>(guarded({argv + 1, argv + argc}));
+}

@@ -1,0 +1,54 @@
+// output.h: standard output, files that are written, JSON, and words on standard error.
+#ifndef TOOLS_OUTPUT_H
+#define TOOLS_OUTPUT_H
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include <nlohmann/json.hpp>
+
+#include <qel/qel.h>
+
+namespace tool {
+
+struct Failure;
+
+using Json = nlohmann::ordered_json; // members stay in the order in which they were set
+
+// Standard output, buffered. Every write that fails throws Failure, Exit::output.
+void put(std::string_view text);
+// Writes what is buffered and closes standard output; must be called before the program says yes.
+void finish_output();
+// One JSON object, in ASCII, as the whole of the output.
+void put_json(const Json &object);
+
+// "qel: warning: ..." on standard error. text is safe to print.
+void warn(const std::string &text);
+// "qel: COMMAND: what: why" and the next step, on standard error.
+void print_failure(const std::string &command, const Failure &failure);
+
+// {"number": 10, "name": "QEL_ERR_ASN1_DECODE", "text": "..."}
+Json status_json(QelStatus status);
+// The failure as the value of "error".
+Json failure_json(const Failure &failure);
+
+struct FileOptions {
+    bool secret = false; // create with mode 0600, and refuse to overwrite
+    bool force = false;  // overwrite a secret all the same
+};
+// Writes a whole file; "-" is standard output, which is refused for bytes that a terminal cannot
+// show. A file that could not be written to its end is removed. Throws Failure.
+void write_file(const std::string &path, std::span<const uint8_t> bytes,
+                const FileOptions &options = {});
+// Throws UsageError where standard output is a terminal, naming the option to give instead.
+void refuse_terminal(const std::string &command, const std::string &advice);
+
+inline std::span<const uint8_t> bytes_of(std::string_view text) {
+    return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
+}
+
+} // namespace tool
+
+#endif

@@ -1,0 +1,133 @@
+// qel sign, qel verify
+#include "armour.h"
+#include "command.h"
+#include "credential.h"
+#include "text.h"
+
+namespace tool {
+namespace {
+
+Bytes sign_file(const Context &context, const std::string &path, const PrivateKey &key,
+                const Algorithm &algorithm) {
+    uint8_t *signature = nullptr;
+    uint32_t length = 0;
+    const auto step = [&](std::span<const uint8_t> data, uint32_t mode) {
+        const bool last = mode != QEL_MODE_UPDATE;
+        const QelStatus status =
+            qel_sign(context, data.data(), static_cast<uint32_t>(data.size()), mode, key.algorithm,
+                     key.octets.data(), static_cast<uint32_t>(key.octets.size()),
+                     *algorithm.signature, last ? &signature : nullptr, last ? &length : nullptr);
+        if (status != QEL_OK)
+            throw library_failure(status, "cannot sign " + display_name(path));
+    };
+    bool fed = false;
+    each_block(path, [&](std::span<const uint8_t> block) {
+        step(block, QEL_MODE_UPDATE);
+        fed = true;
+    });
+    if (fed)
+        step({}, QEL_MODE_FINAL);
+    else
+        step(algorithm.digest_of_nothing, QEL_MODE_DIGEST);
+    const LibraryBytes owner(signature);
+    return Bytes(signature, signature + length);
+}
+
+QelStatus verify_file(const Context &context, const std::string &path, const RsaKey &key,
+                      const Bytes &signature, const Algorithm &algorithm) {
+    const auto step = [&](std::span<const uint8_t> data, uint32_t mode) {
+        return qel_verify(context, data.data(), static_cast<uint32_t>(data.size()), mode,
+                          key.algorithm, &key.parameters, key.bits, *algorithm.signature,
+                          signature.data(), static_cast<uint32_t>(signature.size()));
+    };
+    bool fed = false;
+    each_block(path, [&](std::span<const uint8_t> block) {
+        const QelStatus status = step(block, QEL_MODE_UPDATE);
+        if (status != QEL_OK)
+            throw library_failure(status, "cannot verify " + display_name(path));
+        fed = true;
+    });
+    return fed ? step({}, QEL_MODE_FINAL) : step(algorithm.digest_of_nothing, QEL_MODE_DIGEST);
+}
+
+Bytes read_signature(const std::string &path) {
+    const Input input = read_input(path);
+    const Item &item = input.items.front();
+    if (!item.problem.empty())
+        throw Failure{Exit::input, "cannot read the signature from " + input.name_of(item),
+                      item.problem, "Get the text again, whole."};
+    return item.bytes;
+}
+
+} // namespace
+
+Exit run_sign(const Arguments &arguments) {
+    const std::string path = arguments.operand_or_stdin();
+    const std::string output = arguments.value("output", "-");
+    arguments.check_stdin_once({path, arguments.value("key")});
+    const bool armor = arguments.has("armor");
+    if (output == "-" && !armor && !arguments.json())
+        refuse_terminal(arguments.command().name, "give '--output FILE' or '--armor'");
+
+    const Algorithm &algorithm = algorithm_named(arguments.value("algorithm", "md5"));
+    const Context context;
+    const PrivateKey key = read_private_key(context, arguments.value("key"));
+    const Bytes signature = sign_file(context, path, key, algorithm);
+
+    const bool to_json = arguments.json() && output == "-";
+    if (!to_json && armor)
+        write_file(output, bytes_of(armoured(signature, kRawSignatureLabel)));
+    else if (!to_json)
+        write_file(output, signature);
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["file"] = utf8_or_latin1(path);
+        json["algorithm"] = algorithm.signature_name;
+        json["output"] = to_json ? Json(nullptr) : Json(utf8_or_latin1(output));
+        json["signature"] = hex(signature);
+        put_json(json);
+    }
+    return Exit::yes;
+}
+
+Exit run_verify(const Arguments &arguments) {
+    if (arguments.has("key") == arguments.has("cert"))
+        arguments.misuse("one of '--key' and '--cert' is needed, and not both");
+    const std::string path = arguments.operand_or_stdin();
+    const std::string source = arguments.value(arguments.has("key") ? "key" : "cert");
+    arguments.check_stdin_once({path, source, arguments.value("signature")});
+
+    const Algorithm &algorithm = algorithm_named(arguments.value("algorithm", "md5"));
+    const Context context;
+    const PublicKey key = read_public_key(
+        context, source, arguments.has("key") ? KeySource::key : KeySource::certificate);
+    const RsaKey rsa = as_rsa_key(key.key());
+    const Bytes signature = read_signature(arguments.value("signature"));
+    const QelStatus status = verify_file(context, path, rsa, signature, algorithm);
+    const Exit exit = verdict_exit(status);
+
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["file"] = utf8_or_latin1(path);
+        json["verified"] = exit == Exit::yes;
+        json["algorithm"] = algorithm.signature_name;
+        json["key_bits"] = rsa_numbers(key.key()).bits;
+        json["note"] = rsa.note.empty() ? Json(nullptr) : Json(rsa.note);
+        json["status"] = status_json(status);
+        put_json(json);
+        return exit;
+    }
+    if (!rsa.note.empty())
+        warn(key.where + ": " + rsa.note);
+    put(display_name(path) + (exit == Exit::yes
+                                  ? std::string(": verified, ") + algorithm.signature_name + "\n"
+                                  : ": NOT verified: " + status_words(status) + "\n"));
+    if (exit != Exit::yes)
+        print_failure(arguments.command().name,
+                      library_failure(status, "the signature in " +
+                                                  display_name(arguments.value("signature")) +
+                                                  " under the key in " + key.where));
+    return exit;
+}
+
+} // namespace tool

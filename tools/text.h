@@ -1,0 +1,47 @@
+// text.h: text from outside, on its way to a terminal, and hexadecimal.
+#ifndef TOOLS_TEXT_H
+#define TOOLS_TEXT_H
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tool {
+
+enum class Charset {
+    utf8,
+    terminal // what the locale says that a terminal shows; ASCII unless it says UTF-8
+};
+
+// Reads the locale from the environment, once, at the start of the program.
+void read_locale();
+
+// text so that it can do a terminal no harm and hide nothing from its reader: control characters,
+// bytes that are no UTF-8, characters that change direction or are invisible, and characters that
+// the charset lacks appear as \xNN or \u{N...}. A new line is a control character too.
+std::string printable(std::string_view text, Charset charset = Charset::terminal);
+
+// The same, and a backslash is doubled, so that the reader can tell an escape from its likeness.
+std::string escaped(std::string_view text, Charset charset = Charset::terminal);
+
+// 'text', escaped.
+std::string in_quotes(std::string_view text);
+
+// Text of several lines that the library made from outside data: new lines and tabs stay.
+std::string printable_lines(std::string_view text);
+
+// UTF-8 from characters of one, two or four bytes each, the high byte first (ISO 8859-1, UTF-16,
+// UCS-4). False where the bytes are no such characters.
+bool to_utf8(std::span<const uint8_t> bytes, unsigned width, std::string &utf8_out);
+
+// Whether all of text is well-formed UTF-8.
+bool is_utf8(std::string_view text);
+// text itself if it is UTF-8, else its bytes taken for ISO 8859-1.
+std::string utf8_or_latin1(std::string_view text);
+
+std::string hex(std::span<const uint8_t> bytes);
+
+} // namespace tool
+
+#endif
