@@ -1,0 +1,89 @@
+// qel asn1
+#include "tools/run.h"
+
+#include <sstream>
+
+namespace {
+
+TEST(Asn1, TypesAreFoundByNumberAndName) {
+    const Json types = qel({"asn1", "--list", "--json"}).json()["types"];
+    ASSERT_EQ(types.size(), 36U);
+    EXPECT_EQ(types[5]["name"], "Certificate");
+    const std::string path = vector_path("armour/01.pem");
+    const Ran by_name = qel({"asn1", "certificate", path}), by_number = qel({"asn1", "6", path});
+    EXPECT_EQ(by_name.exit, 0) << by_name.err;
+    EXPECT_FALSE(by_name.out.empty());
+    EXPECT_EQ(by_name.out, by_number.out);
+    How how;
+    how.input = read_file(path);
+    EXPECT_EQ(qel({"asn1", "6"}, how).out, by_name.out);
+}
+
+TEST(Asn1, ValuesOfManyTypesDecodeAndEncodeAgain) {
+    const struct {
+        const char *type;
+        const char *file;
+        const char *rules;
+        bool same; // the file is in the encoding that the library makes
+    } rows[] = {
+        {"Certificate", "certs/md5/globalsign-root-ca-98.der", "der", true},
+        {"Certificate", "certs/md2/commercenet-test-cert-95.der", "der", true},
+        {"CertificationRequest", "pkcs10/testreq.der", "ber", true},
+        {"CertificateList", "crl/ICE-crl.der", "ber", true},
+        {"ContentInfo", "pkcs7/imc-04.p7", "ber", false},
+        {"ContentInfo", "pkcs7/nss-pkcs7bday.ber", "indefinite", false},
+        {"SignedPublicKeyAndChallenge", "spkac/privacyidea.der", "ber", true},
+    };
+    const TemporaryFolder folder;
+    const std::string path = folder.path("again");
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.file);
+        const std::string from = vector_path(row.file);
+        const Ran printed = qel({"asn1", row.type, from});
+        EXPECT_EQ(printed.exit, 0) << printed.err;
+        const Ran encoded = qel({"asn1", row.type, "-e", row.rules, "-o", path, from});
+        ASSERT_EQ(encoded.exit, 0) << encoded.err;
+        if (row.same) {
+            EXPECT_EQ(to_hex(read_file(path)), to_hex(read_file(from)));
+        }
+        openssl({"asn1parse", "-inform", "DER", "-in", path, "-noout"});
+        EXPECT_EQ(qel({"asn1", row.type, path}).out, printed.out);
+        EXPECT_EQ(read_file(path)[1] == 0x80, std::string(row.rules) == "indefinite");
+    }
+    const std::string certificate = vector_path("certs/md5/root-agency-96.der");
+    EXPECT_EQ(qel({"asn1", "Certificate", "-e", "indefinite", certificate}).exit, 2);
+    EXPECT_EQ(qel({"asn1", "CertificateList", "-e", "der", certificate}).exit, 2);
+}
+
+TEST(Asn1, PrivateKeysAreNotPrinted) {
+    const std::string key = vector_path("pkcs8/unenc-rsa-pkcs8.pem");
+    const Ran bytes = qel({"dearmor", key});
+    ASSERT_EQ(bytes.exit, 0);
+    // Any eight bytes of the private key in the listing would be a leak.
+    std::string shown = qel({"asn1", "PrivateKeyInfo", key}).out;
+    std::string digits;
+    for (const char c : shown)
+        if (isxdigit(static_cast<unsigned char>(c)))
+            digits += static_cast<char>(tolower(c));
+    const std::string secret = to_hex(bytes_of(bytes.out));
+    for (std::size_t at = 60; at + 16 <= secret.size(); at += 2)
+        ASSERT_EQ(digits.find(secret.substr(at, 16)), digits.npos) << at;
+    EXPECT_TRUE(holds(qel({"asn1", "PrivateKeyInfo", key}).err, "left out"));
+    const Json json = qel({"asn1", "PrivateKeyInfo", "-e", "ber", "--json", key}).json();
+    EXPECT_FALSE(json.contains("hex"));
+}
+
+TEST(Asn1, SpoiledValuesAreRefusedOrPrintedButNeverCrash) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path("spoiled");
+    const Bytes good = vector_file("pkcs10/testreq.der");
+    for (std::size_t at = 0; at < good.size(); at += 7) {
+        Bytes spoiled = good;
+        spoiled[at] ^= 0x80;
+        write_file(path, spoiled);
+        const int exit = qel({"asn1", "CertificationRequest", path}).exit;
+        EXPECT_TRUE(exit == 0 || exit == 3) << "byte " << at << ": exit " << exit;
+    }
+}
+
+} // namespace

@@ -1,0 +1,300 @@
+// qel cert show and qel cert verify, on certificates of the nineties and on spoiled ones.
+#include "tools/run.h"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+struct Outcome {
+    std::string certificate, issuer, expected;
+};
+
+std::vector<Outcome> outcomes() {
+    std::vector<Outcome> rows;
+    std::ifstream file(vector_path("outcomes.txt"));
+    for (std::string line; std::getline(file, line);) {
+        Outcome row;
+        if (!line.empty() && line[0] != '#' &&
+            std::istringstream(line) >> row.certificate >> row.issuer >> row.expected)
+            rows.push_back(row);
+    }
+    return rows;
+}
+
+std::vector<std::string> verify_words(const Outcome &row) {
+    std::vector<std::string> words = {"cert", "verify", "--json", vector_path(row.certificate)};
+    if (row.issuer != "self")
+        words.insert(words.end(), {"--issuer", vector_path(row.issuer)});
+    return words;
+}
+
+std::string upper(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return std::toupper(c); });
+    return text;
+}
+
+// GeneralizedTime in the validity, which X.509 of the time does not have.
+const std::string kUnreadable = "certs/md5/wrong-sigalg-2015.der";
+
+TEST(CertShow, AgreesWithTheOracleOnEveryCertificate) {
+    for (const std::string folder : {"certs/md2", "certs/md5"}) {
+        for (const std::string &name : vector_names(folder)) {
+            SCOPED_TRACE(name);
+            if (name == kUnreadable)
+                continue;
+            const std::string path = vector_path(name);
+            const Ran ran = qel({"cert", "show", "--json", path});
+            ASSERT_EQ(ran.exit, 0) << ran.err;
+            const Json cert = ran.json()["certificates"][0];
+            const std::vector<std::string> words = {"x509", "-inform", "DER",
+                                                    "-in",  path,      "-noout"};
+            auto print_words = words, modulus_words = words;
+            print_words.insert(print_words.end(), {"-serial", "-fingerprint", "-md5"});
+            modulus_words.push_back("-modulus");
+            std::istringstream oracle(openssl(print_words).out);
+            std::string serial, print;
+            std::getline(oracle, serial);
+            std::getline(oracle, print);
+            print.erase(std::remove(print.begin(), print.end(), ':'), print.end());
+            std::string ours = upper(cert["serial"]);
+            if (ours.size() > 2 && ours.starts_with("00")) // a sign, not a digit
+                ours.erase(0, 2);
+            if (serial.find('-') == serial.npos) { // the oracle shows negative numbers as such
+                EXPECT_EQ("serial=" + ours, serial);
+            }
+            // The one with indefinite lengths has another DER encoding than its bytes.
+            if (!holds(name, "verisign-class-1-ca-individual-subscri-96")) {
+                EXPECT_EQ(upper(cert["md5_fingerprint"]), print.substr(print.find('=') + 1));
+            }
+            if (cert["public_key"].contains("bits")) {
+                const std::string modulus = openssl(modulus_words).out; // "Modulus=...\n"
+                const std::size_t bits = cert["public_key"]["bits"];
+                EXPECT_EQ((bits + 3) / 4 + 9, modulus.size());
+            }
+        }
+    }
+}
+
+TEST(CertVerify, SignaturesAreAsRecordedOnEveryCertificate) {
+    std::size_t good = 0;
+    for (const Outcome &row : outcomes()) {
+        if (row.expected == "none" || row.certificate == kUnreadable)
+            continue;
+        SCOPED_TRACE(row.certificate);
+        auto words = verify_words(row);
+        words.push_back("--signature-only");
+        const Ran ran = qel(words);
+        EXPECT_EQ(ran.exit, row.expected == "good" ? 0 : 1) << ran.out << ran.err;
+        EXPECT_EQ(ran.json()["verified"], row.expected == "good");
+        EXPECT_EQ(ran.json()["status"]["number"], row.expected == "good" ? 0 : 16);
+        good += row.expected == "good" ? 1 : 0;
+    }
+    EXPECT_GE(good, 80U);
+    EXPECT_EQ(qel({"cert", "verify", vector_path(kUnreadable)}).exit, 3);
+}
+
+struct VerdictCase {
+    const char *reason;
+    const char *certificate, *issuer; // in certs/md5
+    const char *option;
+    int exit, status;
+    const char *note; // part of a note, or empty
+};
+
+// clang-format off
+const VerdictCase kVerdicts[] = {
+    {"valid until 2037", "system-on-sectra-wise-itivity-12", "self", "--batch", 0, 0, ""},
+    {"modulus without a sign byte", "root-agency-96", "self", "--batch", 0, 0, ""},
+    {"expired, the signature good", "dodgy-ca-97", "self", "--batch", 1, 30, "signature is good"},
+    {"expired, which is allowed", "dodgy-ca-97", "self", "--allow-expired", 0, 30, "signature is good"},
+    {"only the signature asked for", "dodgy-ca-97", "self", "--signature-only", 0, 0, "not looked at"},
+    {"critical extension", "globalsign-root-ca-98", "self", "--batch", 1, 43, ""},
+    {"critical extension, expiry allowed", "globalsign-root-ca-98", "self", "--allow-expired", 1, 43, ""},
+    {"old key identifier", "md5-rsa-nasa-pilot-ca-96", "self", "--batch", 1, 47, ""},
+    {"old key identifier, used as RSA", "md5-rsa-nasa-pilot-ca-96", "self", "--signature-only", 0, 0, "2.5.8.1.1"},
+    {"issuer's name, another key", "test-ee-17", "test-sub-ca-17", "--signature-only", 1, 16, ""},
+    {"own key, not self-signed", "brother-2-97", "self", "--batch", 1, 16, "--issuer"},
+    {"issuer's key of the year after", "brother-2-97", "dodgy-ca-98", "--allow-expired", 1, 16, ""},
+    {"issuer of another name", "brother-2-97", "cryptsoft-dev-ca-97", "--allow-expired", 1, 16, "another issuer"},
+    {"DSA key as issuer", "brother-2-97", "eric-the-young-97", "--batch", 1, 47, ""},
+};
+// clang-format on
+
+TEST(CertVerify, VerdictIsTheLibrarysUnlessAnOptionAsksForLess) {
+    for (const VerdictCase &row : kVerdicts) {
+        SCOPED_TRACE(row.reason);
+        const auto path = [](const char *name) {
+            return std::string(name) == "self" ? name : "certs/md5/" + std::string(name) + ".der";
+        };
+        auto words = verify_words({path(row.certificate), path(row.issuer), ""});
+        words.push_back(row.option);
+        const Ran json = qel(words);
+        EXPECT_EQ(json.exit, row.exit) << json.err;
+        EXPECT_EQ(json.json()["status"]["number"], row.status);
+        EXPECT_TRUE(holds(json.json()["notes"].dump(), row.note)) << json.out;
+        words.erase(std::find(words.begin(), words.end(), "--json"));
+        const Ran plain = qel(words);
+        EXPECT_EQ(plain.exit, row.exit);
+        EXPECT_EQ(holds(plain.out, ": NOT verified"), row.exit != 0) << plain.out;
+        EXPECT_EQ(plain.err.empty(), row.exit == 0) << plain.err;
+    }
+}
+
+TEST(CertVerify, NoFlippedBitVerifies) {
+    const TemporaryFolder folder;
+    const Bytes good = vector_file("certs/md2/class-3-public-primary-certification-a-96.der");
+    const std::string path = folder.path("flipped.der");
+    for (std::size_t bit = 3; bit < good.size() * 8; bit += 61) {
+        Bytes flipped = good;
+        flipped[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+        // The NULL parameters of the outer algorithm stand before the signature, unsigned.
+        if (bit / 8 == good.size() - 134 || bit / 8 == good.size() - 133)
+            continue;
+        write_file(path, flipped);
+        for (const char *option : {"--allow-expired", "--signature-only"}) {
+            const int exit = qel({"cert", "verify", option, path}).exit;
+            EXPECT_TRUE(exit == 1 || exit == 3) << "bit " << bit << ": exit " << exit;
+        }
+    }
+}
+
+TEST(CertVerify, KeyOfTheIssuerMayComeBareAndFromStandardInput) {
+    const std::string issuer = vector_path("certs/md5/dodgy-ca-97.der");
+    const TemporaryFolder folder;
+    openssl({"x509", "-inform", "DER", "-in", issuer, "-noout", "-pubkey", "-out",
+             folder.path("issuer.pub")});
+    const std::string path = vector_path("certs/md5/brother-2-97.der");
+    EXPECT_EQ(
+        qel({"cert", "verify", "--allow-expired", path, "-i", folder.path("issuer.pub")}).exit, 0);
+    How how;
+    how.input = read_file(issuer);
+    EXPECT_EQ(qel({"cert", "verify", "--allow-expired", path, "-i", "-"}, how).exit, 0);
+}
+
+TEST(CertShow, EveryBlockOfABundleAndNothingElse) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path("bundle.pem");
+    std::string x509 = text_of(vector_file("armour/testx509.pem"));
+    for (std::size_t at; (at = x509.find(" CERTIFICATE")) != x509.npos;)
+        x509.replace(at, 12, " X509_CERTIFICATE");
+    for (std::size_t at; (at = x509.find("X509_CERT")) != x509.npos;)
+        x509.replace(at, 9, "X509 CERT");
+    write_file(path,
+               bytes_of("words before\n" + text_of(vector_file("armour/01.pem")) + "between\n" +
+                        text_of(vector_file("pkcs8/unenc-rsa-pkcs8.pem")) + x509 + "after\n"));
+    const Ran ran = qel({"cert", "show", "--json", path});
+    EXPECT_EQ(ran.exit, 0) << ran.err;
+    EXPECT_EQ(ran.json()["certificates"].size(), 2U);
+    How how;
+    how.input = read_file(path);
+    const Ran plain = qel({"cert", "show"}, how);
+    EXPECT_TRUE(holds(plain.out, "standard input, block 1 (CERTIFICATE, line 2)")) << plain.out;
+    EXPECT_TRUE(holds(plain.out, "standard input, block 3 (X509 CERTIFICATE, ")) << plain.out;
+}
+
+TEST(CertShow, OffsetsOfTimesAreAppliedAndTheLibrarysReadingSaid) {
+    const std::string path = vector_path("certs/md5/steve-schoch-96.der");
+    const Json validity =
+        qel({"cert", "show", "--json", path}).json()["certificates"][0]["validity"];
+    EXPECT_EQ(validity["not_before"], "1996-05-28T05:49:05Z"); // 13:49:05+0800
+    EXPECT_EQ(validity["library_not_before"], "1996-05-28T13:49:05Z");
+    EXPECT_EQ(validity["state"], "expired");
+    EXPECT_TRUE(holds(qel({"cert", "show", path}).out, "without the offset"));
+    const Json plain = qel({"cert", "show", "--json", vector_path("armour/01.pem")}).json();
+    EXPECT_FALSE(plain["certificates"][0]["validity"].contains("library_not_before"));
+}
+
+// ---- Names --------------------------------------------------------------------------------------
+
+// A string in a certificate is replaced by one of the same size.
+struct NameCase {
+    const char *reason;
+    const char *from, *to;  // tag, length and contents, in hexadecimal
+    const char *shown;      // part of the name on a terminal of UTF-8
+    const char *shown_in_c; // in the locale "C", if different
+    const char *value;      // in JSON; null where the value is given in hexadecimal
+};
+
+const char *const kTestEe = "0c0754657374204545";                // "Test EE", UTF8String
+const char *const kWesternCape = "130c5765737465726e2043617065"; // "Western Cape", PrintableString
+
+// clang-format off
+const NameCase kNames[] = {
+    {"as it is", kTestEe, kTestEe, "CN=Test EE", nullptr, "Test EE"},
+    {"terminal's escape", kTestEe, "0c071b5b324a1b5b6d", R"(CN=\x1b[2J\x1b[m)", nullptr, "\x1b[2J\x1b[m"},
+    {"a new line", kTestEe, "0c07410a202078707a", R"(CN=A\x0a  xpz)", nullptr, "A\n  xpz"},
+    {"likeness of syntax", kTestEe, "0c075c7831622c2b23", R"(CN=\\x1b\,\+#)", nullptr, R"(\x1b,+#)"},
+    {"likeness of hexadecimal", kTestEe, "0c0723303031323334", R"(CN=\#001234)", nullptr, "#001234"},
+    {"beyond ASCII", kTestEe, "0c07c3a9c3bce282ac", "CN=éü€", R"(CN=\u{e9}\u{fc}\u{20ac})", "éü€"},
+    {"change of direction", kTestEe, "0c07e280ae41424344", R"(CN=\u{202e}ABCD)", nullptr, "\u202eABCD"},
+    {"control of eight bits", kTestEe, "0c07c29b4c4d4e4f50", R"(CN=\u{9b}LMNOP)", nullptr, "\u009bLMNOP"},
+    {"UTF-8 that is none", kTestEe, "0c07c3284142434445", "CN=#0c07c3284142434445", nullptr, nullptr},
+    {"T61String", kTestEe, "14074dfc6c6c657221", "CN=Müller!", R"(CN=M\u{fc}ller!)", "Müller!"},
+    {"no string at all", kTestEe, "040700010203040506", "CN=#040700010203040506", nullptr, nullptr},
+    {"BMPString, surrogates", kWesternCape, "1e0c004120acd83dde0000420043", "ST=A€😀BC", R"(ST=A\u{20ac}\u{1f600}BC)", "A€😀BC"},
+    {"BMPString, half a pair", kWesternCape, "1e0c004120acd83d004200430044", "ST=#1e0c004120acd83d", nullptr, nullptr},
+    {"UniversalString", kWesternCape, "1c0c00000041000020ac0001f600", "ST=A€😀", R"(ST=A\u{20ac}\u{1f600})", "A€😀"},
+    {"beyond Unicode", kWesternCape, "1c0c00000041001100000001f600", "ST=#1c0c00000041", nullptr, nullptr},
+};
+// clang-format on
+
+TEST(CertShow, NamesOfAnyKindAreShownAndDoNoHarm) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path("patched.der");
+    for (const NameCase &row : kNames) {
+        SCOPED_TRACE(row.reason);
+        const char *file =
+            row.from == kTestEe ? "certs/md5/test-ee-17.der" : "certs/md5/thawte-server-ca-96.der";
+        write_file(path, patched(vector_file(file), from_hex(row.from), from_hex(row.to)));
+        for (const char *detail : {"--batch", "--full"}) {
+            const Ran plain = qel({"cert", "show", detail, path});
+            EXPECT_EQ(plain.exit, 0) << plain.err;
+            EXPECT_TRUE(holds(plain.out, row.shown)) << plain.out;
+            EXPECT_EQ(plain.out.find('\x1b'), plain.out.npos);
+        }
+        How c;
+        c.locale = "C";
+        const char *in_c = row.shown_in_c != nullptr ? row.shown_in_c : row.shown;
+        EXPECT_TRUE(holds(qel({"cert", "show", path}, c).out, in_c)) << in_c;
+
+        const Ran json = qel({"cert", "show", "--json", path});
+        const Json cert = json.json()["certificates"][0];
+        const Json &names = cert[row.from == kTestEe ? "subject_name" : "issuer_name"]["rdns"];
+        const std::string keyword = std::string(row.shown).substr(0, 2);
+        for (const Json &rdn : names)
+            if (rdn[0]["keyword"] == keyword) {
+                EXPECT_EQ(rdn[0]["value"], row.value != nullptr ? Json(row.value) : Json(nullptr));
+                EXPECT_EQ(rdn[0].contains("hex"), row.value == nullptr);
+            }
+        EXPECT_TRUE(std::all_of(json.out.begin(), json.out.end(), [](unsigned char byte) {
+            return byte == '\n' || (byte >= 32 && byte < 127);
+        }));
+    }
+}
+
+TEST(CertShow, SaysWhatTheLibraryMakesOfAName) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path("patched.der");
+    // The common name becomes a given name, which has no keyword.
+    write_file(path,
+               patched(vector_file("certs/md5/test-ee-17.der"), from_hex("06035504030c0754657374"),
+                       from_hex("060355042a0c0754657374")));
+    const Ran full = qel({"cert", "show", "--full", path});
+    EXPECT_EQ(full.exit, 0) << full.err;
+    EXPECT_TRUE(holds(full.out, "2.5.4.42=Test EE")) << full.out;
+    EXPECT_TRUE(holds(full.out, "none (status 20 QEL_ERR_UNSUPPORTED_ATTR")) << full.out;
+    const Json name =
+        qel({"cert", "show", "--json", path}).json()["certificates"][0]["subject_name"];
+    EXPECT_EQ(name["library_text"], nullptr);
+    EXPECT_EQ(name["library_status"]["number"], 20);
+
+    const Json plain =
+        qel({"cert", "show", "--json", vector_path("certs/md5/root-agency-96.der")}).json();
+    EXPECT_EQ(plain["certificates"][0]["subject_name"]["library_text"], "CN=ROOT AGENCY");
+    EXPECT_EQ(plain["certificates"][0]["subject"], "CN=Root Agency");
+}
+
+} // namespace
