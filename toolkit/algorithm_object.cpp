@@ -72,6 +72,7 @@ void B_DestroyAlgorithmObject(B_ALGORITHM_OBJ *object) {
     end_operation(*object);
     drop_records(&(*object)->records);
     free_parameters(&(*object)->parameters);
+    explicit_bzero(*object, sizeof(AlgorithmObject));
     std::free(*object);
     *object = nullptr;
 }

@@ -34,7 +34,7 @@ void B_DestroyKeyObject(B_KEY_OBJ *object) {
     if (object == nullptr || *object == nullptr)
         return;
     clear_key(*object);
-    (*object)->~KeyObject();
+    explicit_bzero(*object, sizeof(KeyObject)); // it owns nothing any more
     std::free(*object);
     *object = nullptr;
 }

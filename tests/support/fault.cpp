@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/types.h>
 
 namespace fault {
@@ -20,6 +21,7 @@ struct Plan {
 };
 
 thread_local Plan plans[7];
+thread_local FreeWatcher free_watcher = nullptr;
 
 // Whether this call fails; errno is set then.
 bool strikes(Call call, int usual_error = ENOMEM) {
@@ -48,6 +50,8 @@ bool clear(Call call) {
     return struck;
 }
 
+void watch_free(FreeWatcher watcher) { free_watcher = watcher; }
+
 bool met() {
     return plans[static_cast<std::size_t>(Call::allocate)].met;
 }
@@ -73,6 +77,7 @@ extern "C" {
 void *__real_malloc(size_t size);
 void *__real_calloc(size_t count, size_t size);
 void *__real_realloc(void *block, size_t size);
+void __real_free(void *block);
 char *__real_strdup(const char *string);
 char *__real_strndup(const char *string, size_t size);
 int __real_open(const char *path, int flags, ...);
@@ -92,6 +97,12 @@ void *__wrap_calloc(size_t count, size_t size) {
 
 void *__wrap_realloc(void *block, size_t size) {
     return fault::strikes(Call::allocate) ? nullptr : __real_realloc(block, size);
+}
+
+void __wrap_free(void *block) {
+    if (block != nullptr && fault::free_watcher != nullptr)
+        fault::free_watcher(static_cast<const unsigned char *>(block), malloc_usable_size(block));
+    __real_free(block);
 }
 
 char *__wrap_strdup(const char *string) {

@@ -197,6 +197,8 @@ Bytes message_of(const Row &row, Samples &samples, std::size_t size) {
     return message;
 }
 
+constexpr uint32_t row_message_size = 44;
+
 class Through {
 public:
     Through(const Row &row, const Side &side) : side_(side), key_(make_key(side.secret)) {
@@ -342,6 +344,41 @@ TEST(EveryAlgorithm, ReportsEachAllocationThatFails) {
                 B_DestroyAlgorithmObject(&object);
                 EXPECT_EQ(error_name(error), fault::met() ? "BE_ALLOC" : "BE_OK");
             });
+        }
+    }
+}
+
+// Keys, schedules, chaining values, held-back plaintext, RSA blocks: all zero when they are freed,
+// in an ended message and in a broken-off one.
+TEST(EveryAlgorithm, LeavesNothingBehindInMemory) {
+    const Bytes message(row_message_size, 0x11);
+    Bytes out(4096);
+    for (const Row &row : rows()) {
+        for (const Side &side : {row.there, row.back}) {
+            if (side.type == nullptr || side.secret == Secret::rsa_public)
+                continue;
+            SCOPED_TRACE(row.name);
+            const std::vector<const AlgorithmMethod *> chooser = terminated(side.methods);
+            const std::unique_ptr<Key_> key = make_key(side.secret);
+            const Random_ random;
+            const FreedBlocksAreZero watch;
+            B_ALGORITHM_OBJ object = nullptr;
+            ASSERT_EQ(B_CreateAlgorithmObject(&object), BE_OK);
+            ASSERT_EQ(B_SetAlgorithmInfo(object, side.type, row.info), BE_OK);
+            POINTER info;
+            ASSERT_EQ(B_GetAlgorithmInfo(&info, object, side.type), BE_OK);
+            for (int i = 0; i < 2; ++i) {
+                uint32_t size;
+                ASSERT_EQ(begin(side.run, object,
+                                key != nullptr ? static_cast<B_KEY_OBJ>(*key) : nullptr,
+                                chooser.data()),
+                          BE_OK);
+                update(side.run, object, out.data(), &size, 4096, message.data(), row_message_size,
+                       random);
+                if (i == 0)
+                    finish(side.run, object, out.data(), &size, 4096, random);
+            }
+            B_DestroyAlgorithmObject(&object);
         }
     }
 }

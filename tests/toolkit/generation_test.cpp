@@ -136,6 +136,18 @@ TEST(KeyGeneration, ReportsEachAllocationThatFails) {
     });
 }
 
+TEST(KeyGeneration, LeavesNothingBehindInMemory) {
+    const Algorithm_ object(AI_RSAKeyGen, &params_512);
+    const Random_ random;
+    const Key_ public_key;
+    const FreedBlocksAreZero watch;
+    B_KEY_OBJ private_key = nullptr;
+    ASSERT_EQ(B_CreateKeyObject(&private_key), BE_OK);
+    ASSERT_EQ(B_GenerateInit(object, every_method, nullptr), BE_OK);
+    EXPECT_EQ(B_GenerateKeypair(object, public_key, private_key, random, nullptr), BE_OK);
+    B_DestroyKeyObject(&private_key);
+}
+
 // Key agreement.
 
 // The 768-bit prime of Oakley group 1 (RFC 2409, 6.1).

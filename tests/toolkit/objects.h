@@ -2,6 +2,7 @@
 #ifndef TESTS_TOOLKIT_OBJECTS_H
 #define TESTS_TOOLKIT_OBJECTS_H
 
+#include "support/fault.h"
 #include "support/files.h"
 
 #include <gtest/gtest.h>
@@ -174,6 +175,33 @@ inline const Bytes &sample_public_key() {
     static const Bytes key = public_key_info(openssl_key("pkcs8/unenc-rsa-pkcs8.pem").get());
     return key;
 }
+
+// Expects every block that the code under test frees, while one of these lives, to be zero. What a
+// block can hold beyond the size that was asked for (less than 16 bytes) is not looked at.
+class FreedBlocksAreZero {
+public:
+    FreedBlocksAreZero() {
+        blocks = 0;
+        fault::watch_free([](const unsigned char *block, std::size_t size) {
+            ++blocks;
+            const std::size_t used = size < 16 ? 0 : size - 15;
+            const auto is_zero = [](unsigned char byte) { return byte == 0; };
+            if (!std::all_of(block, block + used, is_zero)) {
+                fault::watch_free(nullptr); // the report allocates and frees
+                ADD_FAILURE() << "a block of " << size << " bytes";
+            }
+        });
+    }
+    FreedBlocksAreZero(const FreedBlocksAreZero &) = delete;
+    FreedBlocksAreZero &operator=(const FreedBlocksAreZero &) = delete;
+    ~FreedBlocksAreZero() {
+        fault::watch_free(nullptr);
+        EXPECT_NE(blocks, 0u);
+    }
+
+private:
+    inline static std::size_t blocks = 0;
+};
 
 // ---- A use from beginning to end ---------------------------------------------------------------
 
