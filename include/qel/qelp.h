@@ -102,7 +102,15 @@ QelStatus __qel_attrtype2name(const QelOid *oid, const char **name_out);
 
 /* ---- ASN.1 -------------------------------------------------------------------------------------- */
 
-/* The PDUs of the schema. Each decodes into, and is encoded from, the record named beside it. */
+/*
+ * Every value that the system writes or reads in ASN.1 is one of the PDUs below (X.509, PKCS#1, #5 to
+ * #10, the library's own), named by number. Each decodes into, and is encoded from, the record named
+ * beside it; "signed part" means that the members behind the signed part are left alone. What goes
+ * into an OctetString as an encoded value (open type) is passed on byte for byte.
+ *
+ * The context carries the ASN.1 environment: encoding rules (BER at first), flags, marked files. All
+ * functions with a context return QEL_ERR_BAD_PARAM when it has no environment.
+ */
 enum {
     QEL_PDU_Name = 1,                        /* QelName */
     QEL_PDU_CIG = 2,                         /* QelCaseIgnoreString */
@@ -142,20 +150,82 @@ enum {
     QEL_PDU_SignedPublicKeyAndChallenge = 36 /* QelNetscapeCertReq */
 };
 
+/*
+ * __qel_init_asn1 gives a context its ASN.1 environment; __qel_init and qel_init call it.
+ * QEL_ERR_BAD_PARAM: a null context. QEL_ERR_NO_MEMORY. QEL_ERR_ASN1_INIT: the runtime refuses.
+ */
 QelStatus __qel_init_asn1(QelContext *context);
+
+/*
+ * __qel_end_asn1 ends the environment. Its handles for files end with it, and temporary files of
+ * decoded values are removed. Always QEL_OK, also for a null context or one without environment.
+ */
 QelStatus __qel_end_asn1(QelContext *context);
+
+/*
+ * __qel_asn1_encode encodes one value.
+ *   value   the PDU's record. Lists that are there get their bit in the presence mask: extensions
+ *           (PDUs 5, 6), keypkgAttrs and tKeys (15, 16), certs, crls and both kinds of attributes
+ *           of every signer (25, 26). No bit is cleared. Other records are not written to.
+ *   buffer, length  by the rule for output bytes, but a buffer that is too small is
+ *           QEL_ERR_ASN1_ENCODE. A handle of __qel_mark_oss_file as the buffer: the encoding is
+ *           written to that file, whatever it held before. A failure changes neither.
+ * Name, CertificateInfo, Certificate, KeyPkgInfo, DigestInfo and CertificationRequestInfo are always
+ * encoded in DER (X.690), the others by the rules of the environment. Printable strings must keep to
+ * their alphabet, IA5 strings to 7 bits; years reach from 1969 to 2068.
+ * QEL_ERR_BAD_PARAM: a null argument; no buffer but a length. QEL_ERR_ASN1_ENCODE: anything else.
+ */
 QelStatus __qel_asn1_encode(QelContext *context, const void *value, int pdu, uint8_t **buffer,
                             uint32_t *length);
+
+/*
+ * __qel_asn1_decode decodes one value, in BER or DER, that ends where the data ends.
+ *   data       length bytes; or a handle of __qel_mark_oss_file, and the file is read.
+ *   value_out  a new record, all of whose parts are separate blocks. It is released with
+ *              __qel_asn1_free, or the free function of its kind.
+ * QEL_ERR_BAD_PARAM: a null argument. QEL_ERR_ASN1_DECODE: anything else, missing memory included.
+ */
 QelStatus __qel_asn1_decode(QelContext *context, const uint8_t *data, uint32_t length, int pdu,
                             void **value_out);
+
+/*
+ * __qel_mark_oss_file makes a handle for a file, which need not be there yet. As value of the
+ * OctetString that ContentInfoFm, SignedDataFm and PkcsDataFm keep in a file (content of the first
+ * two: the encoded content; of the last: the octets), it is where encoding reads the content. Decoding
+ * writes content to a new file of mode 0600 in TMPDIR or /tmp, and stores a handle of its own;
+ * releasing the record removes that file. Content passes in blocks; below 4 GiB.
+ *   marked_out  the handle, which belongs to the context.
+ * QEL_ERR_BAD_PARAM: a null argument. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_mark_oss_file(QelContext *context, const char *file_name, void **marked_out);
+
+/*
+ * __qel_unmark_oss_file forgets a handle. The file stays, a temporary one too.
+ *   result_out  the file's name, which the caller frees; null for what is no handle of this context.
+ * QEL_ERR_BAD_PARAM: a null argument.
+ */
 QelStatus __qel_unmark_oss_file(QelContext *context, void *marked, void **result_out);
+
+/* Constructed values get indefinite lengths from now on, except under DER. QEL_ERR_BAD_PARAM. */
 QelStatus __qel_set_encoding_flags_indefinite(QelContext *context);
+
+/* Every decoded value is printed to standard error from now on, keys and all. QEL_ERR_BAD_PARAM. */
 QelStatus __qel_set_decoding_flags_debugpdu(QelContext *context);
 
-/* Any PDU by number, for programs that show or rewrite values of every type. */
+/* __qel_asn1_pdu_name gives the name of a PDU's type, or null for a number that is none. */
 const char *__qel_asn1_pdu_name(int pdu);
+
+/*
+ * __qel_asn1_print writes a value of any PDU, in a form close to ASN.1 value notation.
+ * QEL_ERR_BAD_PARAM: a null argument, or no such PDU. QEL_ERR_OUTPUT: the stream reports an error.
+ */
 QelStatus __qel_asn1_print(QelContext *context, FILE *stream, const void *value, int pdu);
+
+/*
+ * __qel_asn1_free releases a value of any PDU; its strings, integers and open types are zeroed first.
+ * Parts with a bit in a presence mask are reached when the bit is set. Nothing happens when the value
+ * is null or the context has no environment. The functions below do the same for their PDU.
+ */
 void __qel_asn1_free(QelContext *context, void *value, int pdu);
 
 void __qel_free_keyinfo_pdu(QelContext *context, QelKeyInfo *value);
@@ -168,6 +238,7 @@ void __qel_free_sigdata_fm_pdu(QelContext *context, QelSignedData *value);
 void __qel_free_pkcsdata_pdu(QelContext *context, QelOctetString *value);
 void __qel_free_pkcsdata_fm_pdu(QelContext *context, QelOctetString *value);
 void __qel_free_private_key_info_pdu(QelContext *context, QelPrivateKeyInfo *value);
+/* SignedPublicKeyAndChallenge. */
 void __qel_free_netscape_certreq(QelContext *context, QelNetscapeCertReq *value);
 
 /* ---- Names -------------------------------------------------------------------------------------- */

@@ -26,8 +26,9 @@ bool is_always_der(int pdu) {
     }
 }
 
+// A record whose bits are right is not written to: it may be shared, or constant.
 void mark(uint8_t &mask, uint8_t bit, const void *list) {
-    if (list != nullptr)
+    if (list != nullptr && (mask & bit) == 0)
         mask |= bit;
 }
 

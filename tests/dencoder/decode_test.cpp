@@ -345,7 +345,7 @@ TEST(Decode, TakesLinearTime) {
         {"an open type of many values", kAny, "3080", "0500", "0000"},
         {"an open type of many small nests", kAny, "3080", "3080 3080 0000 0000", "0000"},
     };
-    constexpr std::size_t kSmall = 1 << 20, kLarge = 4 * kSmall;
+    constexpr std::size_t kSmall = 1 << 19, kLarge = 4 * kSmall;
     for (const Shape &shape : shapes) {
         SCOPED_TRACE(shape.reason);
         const auto run = [&](std::size_t size) {

@@ -23,7 +23,7 @@ struct OssEnvironment;
 
 constexpr unsigned OSS_ENVIRONMENT_SIZE = 1564;
 
-enum OssStatus {
+enum OssStatus : int {
     OSS_DONE = 0,
     OSS_NO_MEMORY,
     OSS_BAD_ARGUMENT, // null, unknown PDU or flag, environment not in use
@@ -38,7 +38,7 @@ enum OssStatus {
 };
 
 /* Encoding rules. There is no codec for the packed rules. */
-enum OssRules { OSS_BER = 0, OSS_PER_ALIGNED = 1, OSS_PER_UNALIGNED = 2, OSS_DER = 3 };
+enum OssRules : int { OSS_BER = 0, OSS_PER_ALIGNED = 1, OSS_PER_UNALIGNED = 2, OSS_DER = 3 };
 
 enum : uint32_t {
     OSS_INDEFINITE = 32, // encoding flag: indefinite lengths for constructed values; not under DER
