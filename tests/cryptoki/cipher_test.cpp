@@ -290,14 +290,27 @@ TEST_F(DataTest, Finals) {
     EXPECT_EQ(C_DecryptFinal(session.get(), out, nullptr), CKR_DATA_INVALID);
 }
 
-// An update leaves its capacity to the final, a single call's is its own: a final on its own has
-// none, and a padded block does not fit.
-TEST_F(DataTest, AFinalHasTheCapacityThatTheLastCallLeft) {
+// What the toolkit may write: it is set by every call but a final, which has what the last one left.
+TEST_F(DataTest, Capacities) {
     init(CKM_DES_CBC, des_key.get(), true);
-    EXPECT_EQ(C_EncryptFinal(session.get(), out, &length), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_EncryptFinal(session.get(), out, &length), CKR_OPERATION_NOT_INITIALIZED)
+        << "no room for a block of padding before any other call";
     EXPECT_EQ(C_EncryptUpdate(session.get(), data, 1, out, &length), CKR_OK);
+    EXPECT_EQ(session->capacity, 25u);
     EXPECT_EQ(C_EncryptFinal(session.get(), out, &length), CKR_OK);
     EXPECT_EQ(length, 8u);
+    EXPECT_EQ(C_Encrypt(session.get(), data, 9, out, &length), CKR_OK);
+    EXPECT_EQ(session->capacity, 17u);
+    init(CKM_RC4, des_key.get(), true);
+    EXPECT_EQ(C_Encrypt(session.get(), data, 9, out, &length), CKR_OK);
+    EXPECT_EQ(session->capacity, 9u);
+    init(CKM_RC4, des_key.get(), false);
+    EXPECT_EQ(C_DecryptUpdate(session.get(), data, 9, out, &length), CKR_OK);
+    EXPECT_EQ(session->capacity, 33u);
+    EXPECT_EQ(C_Decrypt(session.get(), data, 9, out, &length), CKR_OK);
+    EXPECT_EQ(session->capacity, 9u);
+    init(CKM_RSA_PKCS, rsa_public.get(), true);
+    EXPECT_EQ(session->capacity, 64u);
 }
 
 TEST_F(DataTest, RsaLengths) {
