@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <malloc.h>
@@ -50,7 +51,9 @@ bool clear(Call call) {
     return struck;
 }
 
-void watch_free(FreeWatcher watcher) { free_watcher = watcher; }
+void watch_free(FreeWatcher watcher) {
+    free_watcher = watcher;
+}
 
 bool met() {
     return plans[static_cast<std::size_t>(Call::allocate)].met;
@@ -87,16 +90,27 @@ int __real_close(int descriptor);
 time_t __real_time(time_t *result);
 ssize_t __real_getrandom(void *buffer, size_t size, unsigned flags);
 
+// A watcher must not see what the test itself left in this memory before: it is cleared, from the
+// given byte to the last that the block can hold.
+static void *cleared(void *block, size_t from) {
+    if (block != nullptr && fault::free_watcher != nullptr && from < malloc_usable_size(block))
+        std::memset(static_cast<char *>(block) + from, 0, malloc_usable_size(block) - from);
+    return block;
+}
+
 void *__wrap_malloc(size_t size) {
-    return fault::strikes(Call::allocate) ? nullptr : __real_malloc(size);
+    return fault::strikes(Call::allocate) ? nullptr : cleared(__real_malloc(size), 0);
 }
 
 void *__wrap_calloc(size_t count, size_t size) {
-    return fault::strikes(Call::allocate) ? nullptr : __real_calloc(count, size);
+    return fault::strikes(Call::allocate) ? nullptr : cleared(__real_calloc(count, size), 0);
 }
 
 void *__wrap_realloc(void *block, size_t size) {
-    return fault::strikes(Call::allocate) ? nullptr : __real_realloc(block, size);
+    if (fault::strikes(Call::allocate))
+        return nullptr;
+    const size_t before = block != nullptr ? malloc_usable_size(block) : 0;
+    return cleared(__real_realloc(block, size), before);
 }
 
 void __wrap_free(void *block) {

@@ -26,7 +26,7 @@ void each_allocation(const std::function<void()> &scenario);
 bool met();
 
 // Called with every block that free() is given by the code under test, until null is set: a secret
-// must be gone from it. size is what the block can hold, so its last bytes may never have been used.
+// must be gone from it. size is what the block can hold; what was not used of it is zero.
 using FreeWatcher = void (*)(const unsigned char *block, std::size_t size);
 void watch_free(FreeWatcher watcher);
 
