@@ -94,37 +94,28 @@ void portable_square(Limb *out, const Limb *a, const Modulus &m, Limb *scratch) 
     Portable<0>::square(out, a, m, scratch);
 }
 
-std::size_t portable_power_scratch(const Power *jobs, std::size_t count) {
-    std::size_t most = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::size_t needed = fixed_window_scratch(jobs[i]);
-        most = needed > most ? needed : most;
-    }
-    return most;
-}
-
-void portable_power(const Power *jobs, std::size_t count, Limb *scratch) {
-    for (std::size_t i = 0; i < count; ++i)
-        if (jobs[i].modulus->size == 4)
-            fixed_window_power<Portable<4>>(jobs[i], scratch);
-        else if (jobs[i].modulus->size == 8)
-            fixed_window_power<Portable<8>>(jobs[i], scratch);
-        else
-            fixed_window_power<Portable<0>>(jobs[i], scratch);
-}
-
 } // namespace
 
 const Arithmetic portable_arithmetic = {
-    "portable",        [] { return true; }, [](std::size_t limbs) { return limbs; },
-    portable_multiply, portable_square,     portable_power_scratch,
-    portable_power,
+    "portable",
+    [] { return true; },
+    [](std::size_t limbs) { return limbs; },
+    portable_multiply,
+    portable_square,
+    fixed_window_scratch,
+    power_by_size<Portable<4>, Portable<8>, Portable<0>>,
 };
 
 // ---- Choice
 // --------------------------------------------------------------------------------------
 
-const Arithmetic *const all_arithmetics[] = {&portable_arithmetic, nullptr};
+const Arithmetic *const all_arithmetics[] = {
+    &portable_arithmetic,
+#ifdef TOOLKIT_MULX
+    &mulx_arithmetic,
+#endif
+    nullptr,
+};
 
 namespace {
 std::atomic<const Arithmetic *> chosen{nullptr};

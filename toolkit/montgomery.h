@@ -53,7 +53,8 @@ constexpr std::size_t product_scratch(std::size_t size) {
 }
 
 extern const Arithmetic portable_arithmetic;
-#if defined(__x86_64__) && defined(__LP64__)
+#if defined(__x86_64__) && defined(__LP64__) && !defined(TOOLKIT_SMALL_LIMBS)
+#define TOOLKIT_MULX 1
 extern const Arithmetic mulx_arithmetic;
 #endif
 

@@ -33,43 +33,89 @@ inline void read_table(bn::Limb *out, const bn::Limb *table, std::size_t entries
     }
 }
 
-inline std::size_t fixed_window_scratch(const Power &job) {
-    const std::size_t entries = std::size_t{1} << window_width(job.exponent_bits);
-    return (entries + 1) * job.modulus->size + product_scratch(job.modulus->size);
+constexpr std::size_t most_powers = 2;
+
+// Powers that the same multiplications at the same time make, so that a processor can work on one
+// while the other waits for its carries.
+inline bool in_step(const Power *jobs, std::size_t count) {
+    return count == most_powers && jobs[0].modulus->size == jobs[1].modulus->size &&
+           jobs[0].exponent_bits == jobs[1].exponent_bits;
 }
 
-// Kernel gives multiply, square and read, as Arithmetic and read_table have them.
-template <class Kernel> void fixed_window_power(const Power &job, bn::Limb *scratch) {
-    const Modulus &m = *job.modulus;
-    const std::size_t size = m.size;
-    const unsigned width = window_width(job.exponent_bits);
+inline std::size_t fixed_window_scratch(const Power *jobs, std::size_t count) {
+    std::size_t most = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t size = jobs[i].modulus->size;
+        const std::size_t entries = std::size_t{1} << window_width(jobs[i].exponent_bits);
+        const std::size_t needed = (entries + 1) * size + product_scratch(size);
+        most = needed > most ? needed : most;
+    }
+    return in_step(jobs, count) ? count * most : most;
+}
+
+// jobs has `count` powers that are in step, or one. Kernel gives multiply, square and read, as
+// Arithmetic and read_table have them.
+template <class Kernel, std::size_t count>
+void fixed_window_power(const Power *jobs, bn::Limb *scratch) {
+    const std::size_t size = jobs[0].modulus->size, exponent_bits = jobs[0].exponent_bits;
+    const unsigned width = window_width(exponent_bits);
     const std::size_t entries = std::size_t{1} << width;
+    bn::Limb *table[count], *factor[count], *product[count];
     bn::Pieces pieces{scratch};
-    bn::Limb *const table = pieces.take(entries * size);
-    bn::Limb *const factor = pieces.take(size);
-    bn::Limb *const product = pieces.take(product_scratch(size));
-
-    montgomery_one(table, m, product);
-    bn::copy(table + size, job.base, size);
+    for (std::size_t i = 0; i < count; ++i) {
+        table[i] = pieces.take(entries * size);
+        factor[i] = pieces.take(size);
+        product[i] = pieces.take(product_scratch(size));
+        montgomery_one(table[i], *jobs[i].modulus, product[i]);
+        bn::copy(table[i] + size, jobs[i].base, size);
+    }
     for (std::size_t entry = 2; entry < entries; ++entry)
-        if (entry % 2 == 0)
-            Kernel::square(table + entry * size, table + entry / 2 * size, m, product);
-        else
-            Kernel::multiply(table + entry * size, table + (entry - 1) * size, table + size, m,
-                             product);
-
-    bn::Limb *const power = job.result;
-    std::size_t at = (job.exponent_bits - 1) / width * width;
-    Kernel::read(power, table, entries, size,
-                 window_at(job.exponent, job.exponent_bits, at, width));
+        for (std::size_t i = 0; i < count; ++i) {
+            bn::Limb *const out = table[i] + entry * size;
+            if (entry % 2 == 0)
+                Kernel::square(out, table[i] + entry / 2 * size, *jobs[i].modulus, product[i]);
+            else
+                Kernel::multiply(out, out - size, table[i] + size, *jobs[i].modulus, product[i]);
+        }
+    std::size_t at = (exponent_bits - 1) / width * width;
+    for (std::size_t i = 0; i < count; ++i)
+        Kernel::read(jobs[i].result, table[i], entries, size,
+                     window_at(jobs[i].exponent, exponent_bits, at, width));
     while (at > 0) {
         at -= width;
-        for (unsigned i = 0; i < width; ++i)
-            Kernel::square(power, power, m, product);
-        Kernel::read(factor, table, entries, size,
-                     window_at(job.exponent, job.exponent_bits, at, width));
-        Kernel::multiply(power, power, factor, m, product);
+        for (unsigned each = 0; each < width; ++each)
+            for (std::size_t i = 0; i < count; ++i)
+                Kernel::square(jobs[i].result, jobs[i].result, *jobs[i].modulus, product[i]);
+        for (std::size_t i = 0; i < count; ++i)
+            Kernel::read(factor[i], table[i], entries, size,
+                         window_at(jobs[i].exponent, exponent_bits, at, width));
+        for (std::size_t i = 0; i < count; ++i)
+            Kernel::multiply(jobs[i].result, jobs[i].result, factor[i], *jobs[i].modulus,
+                             product[i]);
     }
+}
+
+template <class Kernel>
+void fixed_window_powers(const Power *jobs, std::size_t count, bn::Limb *scratch) {
+    if (in_step(jobs, count))
+        return fixed_window_power<Kernel, most_powers>(jobs, scratch);
+    for (std::size_t i = 0; i < count; ++i)
+        fixed_window_power<Kernel, 1>(jobs + i, scratch);
+}
+
+// One or two powers by the kernel for the size of their moduli.
+template <class Kernel4, class Kernel8, class KernelAny>
+void power_by_size(const Power *jobs, std::size_t count, bn::Limb *scratch) {
+    const std::size_t size = jobs[0].modulus->size;
+    if (count == 2 && jobs[1].modulus->size != size) {
+        power_by_size<Kernel4, Kernel8, KernelAny>(jobs, 1, scratch);
+        return power_by_size<Kernel4, Kernel8, KernelAny>(jobs + 1, 1, scratch);
+    }
+    if (size == 4)
+        return fixed_window_powers<Kernel4>(jobs, count, scratch);
+    if (size == 8)
+        return fixed_window_powers<Kernel8>(jobs, count, scratch);
+    fixed_window_powers<KernelAny>(jobs, count, scratch);
 }
 
 } // namespace toolkit

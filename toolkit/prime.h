@@ -20,7 +20,7 @@ constexpr std::size_t prime_size(std::size_t bits) {
 }
 
 // A random prime p with its two highest bits set and p = 3 modulo 4, in prime_size(bits) limbs. No
-// factor below 2^13 of the odd number `coprime` (public; null: any) divides p - 1.
+// factor below 2000 of the odd number `coprime` (public; null: any) divides p - 1.
 // BE_ALLOC, BE_CANCEL, BE_RANDOM_OBJ.
 int random_prime(bn::Limb *prime, const PrimeRequest &request, const bn::Limb *coprime,
                  std::size_t coprime_size);
