@@ -1,7 +1,9 @@
 // The RSA operations, against libcrypto's numbers.
+#define OPENSSL_SUPPRESS_DEPRECATED
 #include "big_numbers.h"
 #include "support/fault.h"
 
+#include <openssl/objects.h>
 #include <toolkit/rsa.h>
 
 using namespace toolkit;
@@ -109,6 +111,222 @@ TEST(Rsa, OperationsAgreeAtEverySize) {
         if (HasFailure())
             return;
     }
+}
+
+// The primes of RFC 3526 and RFC 7919 save the making of long ones.
+TEST(Rsa, LongKeys) {
+    const Number f4 = number(65537);
+    DH *const dh = DH_new_by_nid(NID_ffdhe8192);
+    const Number ffdhe(BN_dup(DH_get0_p(dh)));
+    DH_free(dh);
+    const Number modp8192(BN_get_rfc3526_prime_8192(nullptr));
+    const Number modp6144(BN_get_rfc3526_prime_6144(nullptr));
+    const Number modp4096(BN_get_rfc3526_prime_4096(nullptr));
+    const Number modp2048(BN_get_rfc3526_prime_2048(nullptr));
+    const struct {
+        const char *why;
+        const Number &p, &q;
+    } rows[] = {{"the longest modulus", ffdhe, modp8192},
+                {"unequal long primes", modp6144, modp2048},
+                {"the second is longer", modp2048, modp4096}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.why);
+        const RsaNumbers numbers = rsa_numbers(row.p, row.q, f4);
+        const Number n = number(numbers.n);
+        with_each_arithmetic([&] {
+            const PrivateKey key = prepare_private(numbers);
+            const PublicKey public_key = prepare_public(numbers);
+            const Bytes block = bytes_of(random_below(n), numbers.n.size());
+            Bytes there(block.size()), back(block.size());
+            ASSERT_EQ(rsa_private_apply(key.get(), block.data(), there.data()), BE_OK);
+            ASSERT_EQ(rsa_public_apply(public_key.get(), there.data(), back.data()), BE_OK);
+            EXPECT_EQ(to_hex(back), to_hex(block));
+            const Number expected = power(number(block), f4, n);
+            ASSERT_EQ(rsa_public_apply(public_key.get(), block.data(), there.data()), BE_OK);
+            EXPECT_EQ(to_hex(there), to_hex(bytes_of(expected, block.size())));
+        });
+    }
+}
+
+// Any odd modulus serves the public operation.
+TEST(Rsa, PublicExponentsOfEveryLength) {
+    const Number n = random_odd(1000);
+    for (const char *e :
+         {"3", "15", "65537", "4294967297", "340282366920938463463374607431768211457"}) {
+        SCOPED_TRACE(e);
+        RsaNumbers numbers;
+        numbers.n = bytes_of(n);
+        numbers.e = bytes_of(decimal(e));
+        with_each_arithmetic([&] { check_public(numbers); });
+    }
+    RsaNumbers numbers;
+    numbers.n = bytes_of(n);
+    numbers.e = bytes_of(less(n, 2));
+    with_each_arithmetic([&] { check_public(numbers); });
+}
+
+TEST(Rsa, LeadingZerosAreAllowed) {
+    RsaNumbers numbers = new_rsa_numbers(256, 256, number(65537));
+    RsaNumbers padded = numbers;
+    for (Bytes *each :
+         {&padded.n, &padded.e, &padded.p, &padded.q, &padded.dp, &padded.dq, &padded.coefficient})
+        each->insert(each->begin(), 3, 0);
+    const PrivateKey key = prepare_private(padded);
+    const PublicKey public_key = prepare_public(padded);
+    ASSERT_EQ(rsa_private_size(key.get()), 64u);
+    ASSERT_EQ(rsa_public_size(public_key.get()), 64u);
+    Bytes block(64, 1), result(64);
+    ASSERT_EQ(rsa_private_apply(key.get(), block.data(), result.data()), BE_OK);
+    ASSERT_EQ(rsa_public_apply(public_key.get(), result.data(), result.data()), BE_OK);
+    EXPECT_EQ(result, block);
+}
+
+// The blinding is squared after each use and replaced after some.
+TEST(Rsa, ManyOperationsWithOneKey) {
+    const RsaNumbers numbers = new_rsa_numbers(256, 256, number(3));
+    const PrivateKey key = prepare_private(numbers);
+    const Number n = number(numbers.n), d = number(numbers.d);
+    for (int i = 0; i < 100; ++i) {
+        const Number input = random_below(n);
+        Bytes block = bytes_of(input, 64);
+        ASSERT_EQ(rsa_private_apply(key.get(), block.data(), block.data()), BE_OK);
+        ASSERT_EQ(to_hex(block), to_hex(bytes_of(power(input, d, n), 64))) << i;
+    }
+}
+
+struct NumberCase {
+    const char *why;
+    int expected;
+    std::function<void(RsaNumbers &)> change;
+};
+
+void even(Bytes &number) {
+    number.back() &= 0xfe;
+}
+
+const NumberCase kBadPublicNumbers[] = {
+    {"no modulus", BE_MODULUS_LEN, [](RsaNumbers &k) { k.n.clear(); }},
+    {"a modulus of zeros", BE_MODULUS_LEN, [](RsaNumbers &k) { k.n.assign(64, 0); }},
+    {"255 bits", BE_MODULUS_LEN, [](RsaNumbers &k) { k.n = bytes_of(random_odd(255)); }},
+    {"16385 bits", BE_MODULUS_LEN, [](RsaNumbers &k) { k.n = bytes_of(random_odd(16385)); }},
+    {"an even modulus", BE_KEY_INFO, [](RsaNumbers &k) { even(k.n); }},
+    {"no exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.e.clear(); }},
+    {"exponent 0", BE_KEY_INFO, [](RsaNumbers &k) { k.e = {0}; }},
+    {"exponent 1", BE_KEY_INFO,
+     [](RsaNumbers &k) {
+         k.e = {0, 1};
+     }},
+    {"an even exponent", BE_KEY_INFO,
+     [](RsaNumbers &k) {
+         k.e = {1, 0, 0};
+     }},
+    {"the modulus as exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.e = k.n; }},
+    {"a longer exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.e.assign(65, 1); }},
+};
+
+TEST(Rsa, PublicNumbersThatMakeNoKey) {
+    const RsaNumbers good = new_rsa_numbers(256, 256, number(65537));
+    for (const NumberCase &row : kBadPublicNumbers) {
+        SCOPED_TRACE(row.why);
+        RsaNumbers bad = good;
+        row.change(bad);
+        prepare_public(bad, row.expected);
+    }
+}
+
+const NumberCase kBadPrivateNumbers[] = {
+    {"no modulus", BE_MODULUS_LEN, [](RsaNumbers &k) { k.n.clear(); }},
+    {"an even modulus", BE_KEY_INFO, [](RsaNumbers &k) { even(k.n); }},
+    {"no first prime", BE_KEY_INFO, [](RsaNumbers &k) { k.p.clear(); }},
+    {"no second exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.dq.clear(); }},
+    {"no coefficient", BE_KEY_INFO, [](RsaNumbers &k) { k.coefficient.clear(); }},
+    {"prime 1", BE_KEY_INFO,
+     [](RsaNumbers &k) {
+         k.p = {1};
+         k.q = k.n;
+     }},
+    {"primes that are swapped alone", BE_KEY_INFO, [](RsaNumbers &k) { k.p.swap(k.q); }},
+    {"exponents that are swapped", BE_KEY_INFO, [](RsaNumbers &k) { k.dp.swap(k.dq); }},
+    {"one prime twice", BE_KEY_INFO,
+     [](RsaNumbers &k) {
+         k.q = k.p;
+         k.n = bytes_of(product(number(k.p), number(k.p)));
+     }},
+    {"an exponent that is not reduced", BE_KEY_INFO, [](RsaNumbers &k) { k.dp = k.d; }},
+    {"a coefficient that is not reduced", BE_KEY_INFO,
+     [](RsaNumbers &k) {
+         Number sum = number(k.coefficient);
+         BN_add(sum.get(), sum.get(), number(k.p).get());
+         k.coefficient = bytes_of(sum);
+     }},
+    {"exponents of 1", BE_KEY_INFO, [](RsaNumbers &k) { k.dp = k.dq = {1}; }},
+};
+
+TEST(Rsa, PrivateNumbersThatMakeNoKey) {
+    const RsaNumbers good = new_rsa_numbers(256, 256, number(65537));
+    for (const NumberCase &row : kBadPrivateNumbers) {
+        SCOPED_TRACE(row.why);
+        RsaNumbers bad = good;
+        row.change(bad);
+        prepare_private(bad, row.expected);
+    }
+}
+
+// No bit of the numbers may be wrong: a signature with one of them tells the primes.
+TEST(Rsa, DamagedNumbersGiveNoResult) {
+    const RsaNumbers good = new_rsa_numbers(128, 128, number(65537));
+    for (Bytes RsaNumbers::*part : {&RsaNumbers::n, &RsaNumbers::p, &RsaNumbers::q, &RsaNumbers::dp,
+                                    &RsaNumbers::dq, &RsaNumbers::coefficient})
+        each_spoiled(good.*part, [&](const Bytes &spoiled, const std::string &what) {
+            RsaNumbers bad = good;
+            bad.*part = spoiled;
+            RsaPrivate *key = nullptr;
+            const int error = rsa_private_new(&key, bad.private_key());
+            EXPECT_TRUE(error == BE_KEY_INFO || error == BE_MODULUS_LEN) << what << ": " << error;
+            EXPECT_EQ(key, nullptr);
+        });
+}
+
+// Numbers that fit each other, but of a "prime" that is none: the check of the result sees it.
+TEST(Rsa, CompositePrimesGiveNoResult) {
+    const Number p = product(random_prime(120), random_prime(136)), q = random_prime(256);
+    const RsaNumbers numbers = rsa_numbers(p, q, number(65537));
+    const PrivateKey key = prepare_private(numbers);
+    ASSERT_NE(key, nullptr);
+    Bytes block(64, 2), before = block;
+    EXPECT_EQ(rsa_private_apply(key.get(), block.data(), block.data()), BE_INTERNAL);
+    EXPECT_EQ(block, before);
+}
+
+TEST(Rsa, NoBlindingNoResult) {
+    const PrivateKey key = prepare_private(new_rsa_numbers(256, 256, number(65537)));
+    Bytes block(64, 2), before = block;
+    fault::fail_always(fault::Call::getrandom);
+    EXPECT_EQ(rsa_private_apply(key.get(), block.data(), block.data()), BE_RANDOM_OBJ);
+    EXPECT_TRUE(fault::clear(fault::Call::getrandom));
+    EXPECT_EQ(block, before);
+    EXPECT_EQ(rsa_private_apply(key.get(), block.data(), block.data()), BE_OK);
+}
+
+TEST(Rsa, EveryAllocationMayFail) {
+    RsaNumbers numbers = new_rsa_numbers(256, 256, number(65537));
+    fault::each_allocation([&] {
+        RsaPrivate *key = nullptr;
+        const int error = rsa_private_new(&key, numbers.private_key());
+        EXPECT_EQ(error, fault::met() ? BE_ALLOC : BE_OK);
+        EXPECT_EQ(key == nullptr, fault::met());
+        if (key != nullptr) { // using a key needs no memory
+            uint8_t block[64] = {};
+            EXPECT_EQ(rsa_private_apply(key, block, block), BE_OK);
+        }
+        rsa_private_free(key);
+    });
+    fault::each_allocation([&] {
+        RsaPublic *key = nullptr;
+        const int error = rsa_public_new(&key, numbers.public_key());
+        EXPECT_EQ(error, fault::met() ? BE_ALLOC : BE_OK);
+        rsa_public_free(key);
+    });
 }
 
 } // namespace
