@@ -104,8 +104,8 @@ int update(AlgorithmObject *object, Input input, Output *output, bool keep_last_
 // well formed. Neither time nor memory access depends on the block.
 uint32_t padding_size(const uint8_t block[cbc_block]) {
     const uint32_t last = block[cbc_block - 1];
-    // A number below 256 less one more than it has its upper bits set.
-    uint32_t wrong = (last - 1) >> 8 | (cbc_block - last) >> 8;
+    // Of the difference of two small numbers the upper bits are set when it is negative.
+    uint32_t wrong = (cbc_block - last) >> 8;
     for (uint32_t i = 1; i < cbc_block; ++i) {
         const uint32_t inside = (i - last) >> 8; // all ones from the last'th byte from the end on
         wrong |= inside & (block[cbc_block - 1 - i] ^ last);

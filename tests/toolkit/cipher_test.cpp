@@ -241,6 +241,38 @@ TEST_F(RsaObjects, HoldTheirInputToTheBlock) {
             << row.reason;
 }
 
+// Too much is refused by the update that brings it, and what came before still stands.
+TEST_F(RsaObjects, RefuseThePieceThatIsTooMuch) {
+    const struct {
+        B_INFO_TYPE type;
+        const Key_ &key;
+        uint32_t limit;
+    } cases[] = {
+        {AI_PKCS_RSAPrivate, private_key, 117},
+        {AI_RSAPublic, public_key, 128},
+    };
+    for (const auto &row : cases) {
+        const Algorithm_ object(row.type);
+        const Bytes message(128, 0x07);
+        Bytes whole;
+        uint32_t size;
+        out.resize(128);
+        ASSERT_EQ(B_EncryptInit(object, row.key, every_method, nullptr), BE_OK);
+        ASSERT_EQ(feed(Step::encrypt, object, Bytes(row.limit, 0x07), {row.limit}, nullptr, &whole),
+                  BE_OK);
+        const auto add = [&](uint32_t more) {
+            return error_name(B_EncryptUpdate(object, out.data(), &size, 128, message.data(), more,
+                                              nullptr, nullptr));
+        };
+        EXPECT_EQ(add(100), "BE_OK");
+        EXPECT_EQ(add(row.limit - 99), "BE_INPUT_LEN");
+        EXPECT_EQ(add(row.limit - 100), "BE_OK");
+        EXPECT_EQ(add(1), "BE_INPUT_LEN");
+        ASSERT_EQ(B_EncryptFinal(object, out.data(), &size, 128, nullptr, nullptr), BE_OK);
+        EXPECT_EQ(to_hex(out), to_hex(whole));
+    }
+}
+
 TEST_F(RsaObjects, TakeTheKeyThatTheOperationNeeds) {
     const Key_ empty;
     const Bytes bytes(8, 1);
@@ -294,6 +326,18 @@ TEST(Recoding, FitsTheRoomThatTheResultNeeds) {
             EXPECT_EQ(B_DecodeFinal(object, nullptr, &size, 0), BE_OK);
         }
     }
+}
+
+TEST(Recoding, FitsPaddingThatComesInTwoPieces) {
+    const Algorithm_ object(AI_RFC1113Recode);
+    uint8_t out[1];
+    uint32_t size;
+    ASSERT_EQ(B_DecodeInit(object), BE_OK);
+    ASSERT_EQ(B_DecodeUpdate(object, out, &size, 0, bytes_of("Zg=").data(), 3), BE_OK);
+    EXPECT_EQ(B_DecodeUpdate(object, out, &size, 0, bytes_of("=").data(), 1), BE_OUTPUT_LEN);
+    ASSERT_EQ(B_DecodeUpdate(object, out, &size, 1, bytes_of("=").data(), 1), BE_OK);
+    EXPECT_EQ(size, 1u);
+    EXPECT_EQ(out[0], 'f');
 }
 
 TEST(Recoding, LongInputOfBlanksNeedsNoRoom) {

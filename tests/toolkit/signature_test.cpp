@@ -101,6 +101,7 @@ TEST_F(Signatures, VerifyForTheirMessageAndAlgorithmOnly) {
     EXPECT_EQ(verify(AI_MD2WithRSAEncryption, message, md5), "BE_SIGNATURE");
     EXPECT_EQ(verify(AI_MD5WithRSAEncryption, message + Bytes{0}, md5), "BE_SIGNATURE");
     EXPECT_EQ(verify(AI_MD5WithRSAEncryption, message, Bytes{0} + md5), "BE_SIGNATURE");
+    EXPECT_EQ(verify(AI_MD5WithRSAEncryption, message, md5 + Bytes{0}), "BE_SIGNATURE");
     EXPECT_EQ(verify(AI_MD5WithRSAEncryption, message, Bytes(128, 0xff)), "BE_SIGNATURE");
     each_spoiled(md5, [&](const Bytes &spoiled, const std::string &what) {
         ASSERT_EQ(verify(AI_MD5WithRSAEncryption, message, spoiled), "BE_SIGNATURE") << what;

@@ -415,6 +415,7 @@ struct A_DESX_KEY {
 //   KI_RSAPublicBER        an ITEM: SubjectPublicKeyInfo (X.509) of rsaEncryption; the algorithm
 //                          2.5.8.1.1 of X.509's annex is read too
 //   KI_RSAPrivate          A_RSA_KEY: modulus and private exponent
+//                          (kept and read back; operations want the Chinese remainder numbers)
 //   KI_RSA_CRT             A_RSA_CRT_KEY
 //   KI_PKCS_RSAPrivate     A_PKCS_RSA_PRIVATE_KEY: all eight numbers
 //   KI_PKCS_RSAPrivateBER  an ITEM: PrivateKeyInfo (PKCS#8) of rsaEncryption; attributes are passed
