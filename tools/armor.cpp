@@ -4,7 +4,9 @@
 #include "credential.h"
 #include "text.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <iterator>
 
 namespace tool {
@@ -14,19 +16,18 @@ struct TypeRow {
     const char *name;
     const char *label; // between "-----BEGIN " and "-----"
     int pdu;           // which type auto tries, or 0
-    bool secret;
 };
 
 constexpr TypeRow kTypes[] = {
-    {"certificate", "CERTIFICATE", QEL_PDU_Certificate, false},
-    {"keypkg", "KEYPKG", QEL_PDU_KeyPkg, true},
-    {"request", "NEW CERTIFICATE REQUEST", QEL_PDU_CertificationRequest, false},
-    {"signature", "DIGITAL SIGNATURE", 0, false},
-    {"signature-and-data", "DIGITAL SIGNATURE AND DATA SIGNED", 0, false},
-    {"encrypted-data", "ENCRYPTED DATA", 0, false},
-    {"encryption-info", "ENCRYPTION INFO", 0, false},
-    {"encryption-info-and-data", "ENCRYPTION INFO AND ENCRYPTED DATA", 0, false},
-    {"none", "", 0, false},
+    {"certificate", "CERTIFICATE", QEL_PDU_Certificate},
+    {"keypkg", "KEYPKG", QEL_PDU_KeyPkg},
+    {"request", "NEW CERTIFICATE REQUEST", QEL_PDU_CertificationRequest},
+    {"signature", "DIGITAL SIGNATURE", 0},
+    {"signature-and-data", "DIGITAL SIGNATURE AND DATA SIGNED", 0},
+    {"encrypted-data", "ENCRYPTED DATA", 0},
+    {"encryption-info", "ENCRYPTION INFO", 0},
+    {"encryption-info-and-data", "ENCRYPTION INFO AND ENCRYPTED DATA", 0},
+    {"none", "", 0},
 };
 
 const TypeRow &type_named(const std::string &name) {
@@ -36,71 +37,73 @@ const TypeRow &type_named(const std::string &name) {
     return *std::prev(std::end(kTypes));
 }
 
-const TypeRow &type_of(const Bytes &bytes) {
-    const Context context;
+const TypeRow &type_of(const Context &context, const Bytes &bytes) {
     for (const TypeRow &row : kTypes)
         if (row.pdu != 0 && decode<void>(context, bytes, row.pdu))
             return row;
     return type_named("none");
 }
 
-bool secret_label(const std::string &label) {
-    return label.find("PRIVATE KEY") != label.npos || label == "KEYPKG";
-}
+constexpr const char *kSecretToTerminal =
+    "it holds a private key, which is not printed; give '--output FILE'";
 
 } // namespace
 
-std::string armour_lines(std::span<const uint8_t> bytes) {
+Bytes armoured(std::span<const uint8_t> bytes, const std::string &label) {
     constexpr std::size_t line = 64;
-    if (bytes.empty())
-        return "";
-    char *text = nullptr;
+    char *digits = nullptr;
     uint32_t length = 0;
     const QelStatus status =
-        __qel_binary_2_rfc1421(bytes.data(), static_cast<uint32_t>(bytes.size()), &text, &length);
+        __qel_binary_2_rfc1421(bytes.data(), static_cast<uint32_t>(bytes.size()), &digits, &length);
     if (status != QEL_OK)
         throw library_failure(status, "cannot armour the bytes");
-    const std::unique_ptr<char, FreeBlock> owner(text);
-    const std::string_view characters(text, length);
-    std::string lines;
-    for (std::size_t at = 0; at < characters.size(); at += line)
-        lines.append(characters.substr(at, line)).append("\n");
-    return lines;
-}
-
-std::string armoured(std::span<const uint8_t> bytes, const std::string &label) {
-    const std::string lines = armour_lines(bytes);
-    return label.empty()
-               ? lines
-               : "-----BEGIN " + label + "-----\n" + lines + "-----END " + label + "-----\n";
+    Bytes text;
+    text.reserve(length + length / line + 2 * label.size() + 64);
+    const auto add = [&](std::string_view piece) {
+        text.insert(text.end(), piece.begin(), piece.end());
+    };
+    if (!label.empty())
+        add("-----BEGIN " + label + "-----\n");
+    for (std::string_view rest(digits, length); !rest.empty();) {
+        add(rest.substr(0, line));
+        add("\n");
+        rest.remove_prefix(std::min(line, rest.size()));
+    }
+    if (!label.empty())
+        add("-----END " + label + "-----\n");
+    explicit_bzero(digits, length);
+    std::free(digits);
+    return text;
 }
 
 Exit run_armor(const Arguments &arguments) {
     const std::string path = arguments.operand_or_stdin();
+    const std::string output = arguments.value("output", "-");
     const std::string wanted = arguments.value("type", "auto");
     const Bytes bytes = read_whole(path);
     if (bytes.empty())
         throw Failure{Exit::input, "cannot armour " + display_name(path), "it is empty", ""};
-    const TypeRow &type = wanted == "auto" ? type_of(bytes) : type_named(wanted);
-    const std::string text = armoured(bytes, type.label);
-    if (arguments.has("output"))
-        write_file(arguments.value("output"), bytes_of(text),
-                   {type.secret, arguments.has("force")});
+    const Context context;
+    const TypeRow &type = wanted == "auto" ? type_of(context, bytes) : type_named(wanted);
+    const bool secret = holds_private_key(context, bytes);
+    if (secret && output == "-" && !arguments.json())
+        refuse_terminal(arguments.command().name, kSecretToTerminal);
+    const Bytes text = armoured(bytes, type.label);
+    const bool to_json = arguments.json() && output == "-";
+    if (!to_json)
+        write_file(output, text, {secret, arguments.has("force")});
     if (arguments.json()) {
         Json json = arguments.report();
         json["type"] = type.name;
-        json["output"] = arguments.has("output") ? Json(arguments.value("output")) : Json(nullptr);
-        if (!arguments.has("output") && !type.secret)
-            json["armor"] = text;
+        json["output"] = to_json ? Json(nullptr) : Json(utf8_or_latin1(output));
+        if (to_json && !secret)
+            json["armor"] = std::string(text.begin(), text.end());
         put_json(json);
-    } else if (!arguments.has("output")) {
-        put(text);
     }
     return Exit::yes;
 }
 
-// ---- dearmor
-// --------------------------------------------------------------------------------------
+// ---- dearmor -----------------------------------------------------------------------------------
 
 namespace {
 
@@ -164,15 +167,16 @@ Exit run_dearmor(const Arguments &arguments) {
     if (!item.problem.empty())
         throw Failure{Exit::input, "cannot decode " + input.name_of(item), item.problem,
                       "Get the text again; mail programs may have changed it."};
-    const bool secret = secret_label(item.label);
+    const Context context;
+    const bool secret = holds_private_key(context, item.bytes);
     const std::string path = arguments.value("output", "-");
     if (path == "-" && !arguments.json())
-        refuse_terminal(arguments.command().name, "give '--output FILE'");
+        refuse_terminal(arguments.command().name, "the result is binary; give '--output FILE'");
     if (path != "-" || !arguments.json())
         write_file(path, item.bytes, {secret, arguments.has("force")});
     if (arguments.json()) {
         Json json = arguments.report();
-        json["output"] = path != "-" ? Json(path) : Json(nullptr);
+        json["output"] = path != "-" ? Json(utf8_or_latin1(path)) : Json(nullptr);
         json["item"] = item_json(item, static_cast<std::size_t>(&item - input.items.data()) + 1);
         if (path == "-" && !secret)
             json["hex"] = hex(item.bytes);

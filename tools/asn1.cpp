@@ -156,7 +156,7 @@ Exit encode_value(const Arguments &arguments, const Context &context, const void
     const bool secret = peculiarity(pdu).secret;
     const std::string path = arguments.value("output", "-");
     if (path == "-" && !arguments.json())
-        refuse_terminal(arguments.command().name, "give '--output FILE'");
+        refuse_terminal(arguments.command().name, "the result is binary; give '--output FILE'");
     if (rules == "indefinite")
         __qel_set_encoding_flags_indefinite(context);
     const Bytes bytes = encode(context, value, pdu, "the " + pdu_name(pdu));

@@ -13,8 +13,7 @@ constexpr Option kCommon[] = {
     {"help", 'h', nullptr, nullptr, false, "print this help"},
 };
 
-// ---- digest, sign, verify
-// -------------------------------------------------------------------------
+// ---- digest, sign, verify ----------------------------------------------------------------------
 
 constexpr Option kDigestOptions[] = {ALGORITHM};
 constexpr Example kDigestExamples[] = {
@@ -45,8 +44,7 @@ constexpr Example kVerifyExamples[] = {
     {"qel verify -s report.sig -k signer.pub -a md2 - < report.txt", "an MD2 signature, by key"},
 };
 
-// ---- certificates
-// ---------------------------------------------------------------------------------
+// ---- certificates ------------------------------------------------------------------------------
 
 constexpr Option kCertShowOptions[] = {
     {"full", 'f', nullptr, nullptr, false, "show every field"},
@@ -69,8 +67,7 @@ constexpr Example kCertVerifyExamples[] = {
     {"qel cert verify user.pem -i root.pem --allow-expired", "an old certificate, by its issuer"},
 };
 
-// ---- names, armour, ASN.1
-// -------------------------------------------------------------------------
+// ---- names, armour, ASN.1 ----------------------------------------------------------------------
 
 constexpr Option kDnOptions[] = {
     {"der", 0, nullptr, nullptr, false, "print the DER encoding in hexadecimal instead"},
@@ -122,8 +119,7 @@ constexpr Example kExplainExamples[] = {
     {"qel explain key_expired", "by name"},
 };
 
-// ---- about the program
-// ----------------------------------------------------------------------------
+// ---- about the program -------------------------------------------------------------------------
 
 constexpr Option kManOptions[] = {
     {"directory", 'd', "FOLDER", nullptr, false, "write every page into a folder"},

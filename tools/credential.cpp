@@ -163,8 +163,7 @@ RsaKey as_rsa_key(const QelKeyInfo *key) {
     return rsa;
 }
 
-// ---- Private keys
-// ---------------------------------------------------------------------------------
+// ---- Private keys ------------------------------------------------------------------------------
 
 namespace {
 
@@ -222,6 +221,28 @@ PrivateKey read_private_key(QelContext *context, const std::string &path) {
                       labels_of(input),
                       "Give an unencrypted PKCS#8 private key (PrivateKeyInfo), DER or armoured."};
     throw bad_item(input, first, "a private key", QEL_ERR_ASN1_DECODE);
+}
+
+bool holds_private_key(QelContext *context, std::span<const uint8_t> bytes) {
+    if (is_rsa_private_key(bytes))
+        return true;
+    if (const auto key = decode<QelPrivateKeyInfo>(context, bytes, QEL_PDU_PrivateKeyInfo)) {
+        explicit_bzero(key->privateKey.value, key->privateKey.length);
+        return true;
+    }
+    if (decode<void>(context, bytes, QEL_PDU_KeyPkg))
+        return true;
+    // A DigestInfo has the same shape; the algorithm tells them apart.
+    const auto encrypted =
+        decode<QelEncryptedPrivateKeyInfo>(context, bytes, QEL_PDU_EncryptedPrivateKeyInfo);
+    if (!encrypted)
+        return false;
+    const QelOid *algorithm = encrypted->encryptionAlgorithm->algorithm;
+    int difference = 1;
+    __qel_cmp_oid(algorithm, QEL_PbeWithMD5AndDES3_CBC_OID, &difference);
+    const std::string dots = oid_text(algorithm);
+    return difference == 0 || dots.starts_with("1.2.840.113549.1.5.") || // PKCS#5
+           dots.starts_with("1.2.840.113549.1.12.1.");                   // PKCS#12
 }
 
 std::string fingerprint(QelContext *context, std::span<const uint8_t> bytes,

@@ -46,8 +46,7 @@ struct FreeBlock {
 };
 using LibraryBytes = std::unique_ptr<uint8_t, FreeBlock>;
 
-// ---- Records
-// --------------------------------------------------------------------------------------
+// ---- Records -----------------------------------------------------------------------------------
 
 struct ReleasePdu {
     QelContext *context = nullptr;
@@ -108,8 +107,10 @@ struct PrivateKey {
 };
 PrivateKey read_private_key(QelContext *context, const std::string &path);
 
-// ---- What people read
-// -----------------------------------------------------------------------------
+// Whether bytes are a private key, in PKCS#8, encrypted or not, or PKCS#1, or a key package.
+bool holds_private_key(QelContext *context, std::span<const uint8_t> bytes);
+
+// ---- What people read --------------------------------------------------------------------------
 
 std::string oid_text(const QelOid *oid);
 // The name of an algorithm, attribute type or extension that is known, else null.

@@ -141,8 +141,7 @@ Exit run_help(const Arguments &arguments) {
     return deliver(arguments, members.empty() ? help_text(command) : members);
 }
 
-// ---- Manual pages
-// -----------------------------------------------------------------------------------
+// ---- Manual pages ------------------------------------------------------------------------------
 
 namespace {
 
@@ -266,8 +265,7 @@ Exit run_man(const Arguments &arguments) {
     return Exit::yes;
 }
 
-// ---- Completion
-// -------------------------------------------------------------------------------------
+// ---- Completion --------------------------------------------------------------------------------
 
 namespace {
 
@@ -342,7 +340,7 @@ std::string bash_completion() {
            "    esac\n"
            "    if [[ $cur == -* || $words != --* ]]; then\n"
            "        COMPREPLY=($(compgen -W \"$words\" -- \"$cur\"))\n"
-           "    else\n        COMPREPLY=($(compgen -f -- \"$cur\"))\n    fi\n}\n"
+           "    else\n        mapfile -t COMPREPLY < <(compgen -f -- \"$cur\")\n    fi\n}\n"
            "complete -o filenames -F _qel qel\n";
 }
 

@@ -201,28 +201,28 @@ std::vector<Item> find_blocks(std::string_view text) {
     std::vector<Item> items;
     Lines lines(text);
     std::string_view line, label;
-    while (lines.next(line)) {
-        if (!marker(line, "BEGIN ", label))
-            continue;
-        Item item;
-        item.label = label;
-        item.line = lines.number();
-        const char *const begin = lines.position();
-        const char *end = begin;
-        bool closed = false;
-        while (!closed) {
-            end = lines.position();
-            if (!lines.next(line))
-                break;
-            closed = marker(line, "END ", label) && label == item.label;
+    const char *begin = nullptr; // of the body of the last item, while that is open
+    const char *end = lines.position();
+    for (; lines.next(line); end = lines.position()) {
+        if (marker(line, "BEGIN ", label)) {
+            if (begin != nullptr)
+                items.back().problem = "its END line is missing";
+            Item &item = items.emplace_back();
+            item.label = label;
+            item.line = lines.number();
+            begin = lines.position();
+        } else if (begin != nullptr && marker(line, "END ", label)) {
+            Item &item = items.back();
+            const std::string_view body(begin, static_cast<std::size_t>(end - begin));
+            if (label == item.label)
+                decode_body(item, without_headers(item, body));
+            else
+                item.problem = "its END line is another's";
+            begin = nullptr;
         }
-        const std::string_view body(begin, static_cast<std::size_t>(end - begin));
-        if (closed)
-            decode_body(item, without_headers(item, body));
-        else
-            item.problem = "its END line is missing";
-        items.push_back(std::move(item));
     }
+    if (begin != nullptr)
+        items.back().problem = "its END line is missing";
     return items;
 }
 

@@ -27,11 +27,16 @@ int write_all(int descriptor, std::span<const uint8_t> bytes) {
     return 0;
 }
 
+// Past the buffer, which keeps no copy of what may be secret.
+void write_through(std::span<const uint8_t> bytes) {
+    if (const int error = write_all(STDOUT_FILENO, bytes); error != 0)
+        throw OutputLost{system_failure(Exit::output, "cannot write to standard output", error)};
+}
+
 void flush() {
     const std::string text = std::move(waiting);
     waiting.clear();
-    if (const int error = write_all(STDOUT_FILENO, bytes_of(text)); error != 0)
-        throw OutputLost{system_failure(Exit::output, "cannot write to standard output", error)};
+    write_through(bytes_of(text));
 }
 
 int open_for_writing(const std::string &path, const FileOptions &options) {
@@ -101,7 +106,8 @@ Json failure_json(const Failure &failure) {
 void write_file(const std::string &path, std::span<const uint8_t> bytes,
                 const FileOptions &options) {
     if (path == "-") {
-        put({reinterpret_cast<const char *>(bytes.data()), bytes.size()});
+        flush();
+        write_through(bytes);
         return;
     }
     const int file = open_for_writing(path, options);
@@ -119,10 +125,9 @@ void write_file(const std::string &path, std::span<const uint8_t> bytes,
     throw system_failure(Exit::output, "cannot write " + in_quotes(path), error);
 }
 
-void refuse_terminal(const std::string &command, const std::string &advice) {
+void refuse_terminal(const std::string &command, const std::string &why) {
     if (isatty(STDOUT_FILENO))
-        throw UsageError{"the result is binary and standard output is a terminal: " + advice,
-                         command};
+        throw UsageError{"standard output is a terminal: " + why, command};
 }
 
 } // namespace tool

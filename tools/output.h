@@ -38,12 +38,12 @@ struct FileOptions {
     bool secret = false; // create with mode 0600, and refuse to overwrite
     bool force = false;  // overwrite a secret all the same
 };
-// Writes a whole file; "-" is standard output, which is refused for bytes that a terminal cannot
-// show. A file that could not be written to its end is removed. Throws Failure.
+// Writes a whole file; "-" is standard output. A file that could not be written to its end is
+// removed. Throws Failure.
 void write_file(const std::string &path, std::span<const uint8_t> bytes,
                 const FileOptions &options = {});
-// Throws UsageError where standard output is a terminal, naming the option to give instead.
-void refuse_terminal(const std::string &command, const std::string &advice);
+// Throws UsageError where standard output is a terminal. why names the option to give instead.
+void refuse_terminal(const std::string &command, const std::string &why);
 
 inline std::span<const uint8_t> bytes_of(std::string_view text) {
     return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};

@@ -67,7 +67,8 @@ Exit run_sign(const Arguments &arguments) {
     arguments.check_stdin_once({path, arguments.value("key")});
     const bool armor = arguments.has("armor");
     if (output == "-" && !armor && !arguments.json())
-        refuse_terminal(arguments.command().name, "give '--output FILE' or '--armor'");
+        refuse_terminal(arguments.command().name,
+                        "the result is binary; give '--output FILE' or '--armor'");
 
     const Algorithm &algorithm = algorithm_named(arguments.value("algorithm", "md5"));
     const Context context;
@@ -76,7 +77,7 @@ Exit run_sign(const Arguments &arguments) {
 
     const bool to_json = arguments.json() && output == "-";
     if (!to_json && armor)
-        write_file(output, bytes_of(armoured(signature, kRawSignatureLabel)));
+        write_file(output, armoured(signature, kRawSignatureLabel));
     else if (!to_json)
         write_file(output, signature);
     if (arguments.json()) {

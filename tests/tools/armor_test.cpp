@@ -71,22 +71,26 @@ TEST(Dearmor, FindsBlocksWhereverTheyStand) {
     for (const char c : certificate)
         crlf += c == '\n' ? "\r\n" : std::string(1, c);
     write_file(path, bytes_of("From: someone\n-----not a marker-----\n" + certificate + "--\n" +
-                              crlf + "-----BEGIN X-----\n-----END Y-----\n"));
+                              crlf + "-----BEGIN X-----\nAAAA\n-----END Y-----\n" +
+                              "-----BEGIN Z-----\nAAAA\n" + certificate + "-----BEGIN W-----\n"));
     const Json blocks = qel({"dearmor", "--list", "--json", path}).json()["blocks"];
-    ASSERT_EQ(blocks.size(), 3U);
+    ASSERT_EQ(blocks.size(), 6U);
     EXPECT_EQ(blocks[0]["line"], 3);
-    EXPECT_EQ(blocks[0]["problem"], nullptr);
     EXPECT_EQ(blocks[2]["label"], "X");
-    EXPECT_EQ(blocks[2]["problem"], "its END line is missing");
+    EXPECT_EQ(blocks[2]["problem"], "its END line is another's");
+    EXPECT_EQ(blocks[3]["problem"], "its END line is missing");
+    EXPECT_EQ(blocks[5]["problem"], "its END line is missing");
+    for (const int good : {0, 1, 4})
+        EXPECT_EQ(blocks[good]["problem"], nullptr);
 
     const Ran several = qel({"dearmor", path});
     EXPECT_EQ(several.exit, 2);
-    EXPECT_TRUE(holds(several.err, "3 blocks")) << several.err;
+    EXPECT_TRUE(holds(several.err, "6 blocks")) << several.err;
     const Ran first = qel({"dearmor", "-b", "1", path}), second = qel({"dearmor", "-b", "2", path});
     EXPECT_EQ(first.exit, 0) << first.err;
     EXPECT_EQ(first.out, second.out);
     EXPECT_EQ(qel({"dearmor", "-b", "3", path}).exit, 3);
-    EXPECT_EQ(qel({"dearmor", "-b", "4", path}).exit, 3);
+    EXPECT_EQ(qel({"dearmor", "-b", "7", path}).exit, 3);
 }
 
 TEST(Dearmor, PrivateKeysAreKeptPrivateAndNotOverwritten) {

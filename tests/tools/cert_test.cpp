@@ -207,7 +207,7 @@ TEST(CertShow, OffsetsOfTimesAreAppliedAndTheLibrarysReadingSaid) {
     EXPECT_FALSE(plain["certificates"][0]["validity"].contains("library_not_before"));
 }
 
-// ---- Names --------------------------------------------------------------------------------------
+// ---- Names -------------------------------------------------------------------------------------
 
 // A string in a certificate is replaced by one of the same size.
 struct NameCase {
