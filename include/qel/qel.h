@@ -117,18 +117,18 @@ enum { QEL_ALG_CIPHER = 0, QEL_ALG_PUBKEY = 1, QEL_ALG_DIGEST = 2, QEL_ALG_SIGNA
 
 /* What the parameters of an algorithm identifier are. */
 enum {
-    QEL_PARAM_NONE = 0,    /* absent */
-    QEL_PARAM_KEYSIZE = 1, /* INTEGER, the key size in bits */
-    QEL_PARAM_IV = 2,      /* OCTET STRING, a DES initialisation vector */
-    QEL_PARAM_NULL = 3,    /* NULL */
-    QEL_PARAM_RC2 = 4      /* RC2-CBCParameter (RFC 2268) */
+    QEL_PARM_NONE = 0,    /* absent */
+    QEL_PARM_KEYSIZE = 1, /* INTEGER, the key size in bits */
+    QEL_PARM_IV = 2,      /* OCTET STRING, a DES initialisation vector */
+    QEL_PARM_NULL = 3,    /* NULL */
+    QEL_PARM_RC2 = 4      /* RC2-CBCParameter (RFC 2268) */
 };
 
 typedef struct QelAlgListEntry {
     const QelOid *oid;      /* null in the closing row */
     const char *name;       /* such as "md5WithRSAEncryption" */
     uint32_t AlgType;       /* QEL_ALG_... */
-    uint32_t ParmType;      /* QEL_PARAM_... */
+    uint32_t ParmType;      /* QEL_PARM_... */
     uint32_t exportKeySize; /* bits; 0 for no limit */
 } QelAlgListEntry;
 

@@ -86,7 +86,7 @@ QelStatus __qel_find_dn_in_list(const char *const *strings, const QelName *name)
  *   function                     gives                                   when nothing is found
  *   __qel_alg2name               the algorithm's name                    null
  *   __qel_alg2AlgType            QEL_ALG_...                             0xFFFFFFFF
- *   __qel_alg2ParmType           QEL_PARAM_...                           0xFFFFFFFF
+ *   __qel_alg2ParmType           QEL_PARM_...                           0xFFFFFFFF
  *   __qel_name2alg               its object identifier                   null
  *   __qel_algname2ExportKeySize  its largest key, bits; 0 for no limit   0
  *   __qel_attrtype2name          the short name, such as "CN"            null

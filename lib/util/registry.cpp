@@ -10,8 +10,8 @@ namespace {
 
 constexpr uint32_t cipher = QEL_ALG_CIPHER, pubkey = QEL_ALG_PUBKEY, digest = QEL_ALG_DIGEST,
                    signature = QEL_ALG_SIGNATURE;
-constexpr uint32_t keysize = QEL_PARAM_KEYSIZE, iv = QEL_PARAM_IV, null = QEL_PARAM_NULL,
-                   rc2 = QEL_PARAM_RC2;
+constexpr uint32_t keysize = QEL_PARM_KEYSIZE, iv = QEL_PARM_IV, null = QEL_PARM_NULL,
+                   rc2 = QEL_PARM_RC2;
 
 // The first row with a given identifier wins, so the order of rows decides what shared values mean.
 // clang-format off
