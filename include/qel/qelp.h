@@ -251,7 +251,8 @@ QelStatus __qel_dn2str(QelContext *context, const QelName *name, int mode, char 
 
 /*
  * Writes a printable name as __qel_dn2str would write the name that it stands for, its assertions
- * in the order of DER. Strings for the same name give the same result. Statuses: those of
+ * in the order of DER. Strings for the same name give the same result, unless an attribute stands
+ * twice in one component in different case: DER orders before the value is capitalised. Statuses: of
  * qel_str2dn and qel_dn2str.
  */
 QelStatus __qel_normalize_DN(QelContext *context, const char *string, int mode, char **string_out);
@@ -381,7 +382,9 @@ void __qel_free2_item_list(QelItemList *record);
  *   serial   1 when the lengths differ, else the order of the bytes (memcmp).
  *   bstr     1 when the lengths differ, else the order of the whole bytes (memcmp), else 1 when the
  *            bits behind them differ; unused bits do not count.
- *   dn       the order of the printable forms, whatever the case of letters (strcasecmp).
+ *   dn       the order of the printable forms, whatever the case of letters (strcasecmp). Names that
+ *            print alike are equal, also where their values hold what the printable form uses between
+ *            values: equality does not prove that two names are the same.
  *
  * QEL_ERR_BAD_PARAM: a null result_out or context, or a record that counts values but has none. For
  * names also what encoding, decoding or qel_dn2str returns. *result_out is unset on failure.
@@ -436,7 +439,8 @@ QelStatus __qel_rfc1421_2_binary(const char *text, uint32_t length, uint8_t **by
 /*
  * The three conversions between files take a null or empty name for standard input or output. The
  * output file is opened with open_flags (those of open(2), O_CREAT and O_TRUNC among them) and mode
- * 0600. Memory is bounded whatever the size of the files. What was written before a failure stays.
+ * 0600; both are opened before anything is read, so that a file cannot be converted onto itself.
+ * Memory is bounded whatever the size of the files. What was written before a failure stays.
  * QEL_ERR_OPEN_FILE: a file cannot be opened. QEL_ERR_FILE_IO: a read, write or close failed, or a
  * write was short. QEL_ERR_NO_MEMORY.
  */
@@ -477,7 +481,8 @@ QelStatus __qel_hex_2_binary(const char *text, uint8_t **bytes_out, uint32_t *le
  * ends with the 32-bit clock, on 2038-01-19 at 03:14:07 UTC, where it would pass that. The number
  * of seconds in count days is a 32-bit product: an exact one up to 24855 days, beyond which it may
  * come out as any shorter time.
- *   unit  1: days.
+ *   unit   1: days.
+ *   count  0 or more. A negative one ends in the past, or where its product wraps, anywhere.
  * QEL_ERR_BAD_PARAM: another unit. QEL_ERR_GENERAL: the clock cannot be read. QEL_ERR_NO_MEMORY.
  */
 QelStatus __qel_set_validity(int unit, int32_t count, QelValidity **validity_out);

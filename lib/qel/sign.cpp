@@ -89,13 +89,6 @@ QelStatus __qel_sign1(QelContext *context, const uint8_t *data, uint32_t length,
     return QEL_OK;
 }
 
-// Signing by the key server with the key of the user who is logged in. No context holds a client of
-// the key server.
-QelStatus rpc_sign(QelContext *, const uint8_t *, uint32_t, const QelAlgId *, uint8_t **,
-                   uint32_t *) {
-    return QEL_ERR_SERV_CONNECT;
-}
-
 QelStatus sign_digest(QelContext *context, const QelAlgId *digest_algorithm, uint8_t *digest,
                       const SignerKey &key, uint8_t **signature, uint32_t *signature_length) {
     QelDigestInfo info = {};
@@ -106,10 +99,10 @@ QelStatus sign_digest(QelContext *context, const QelAlgId *digest_algorithm, uin
     const QelStatus status = qel::encode(context, &info, QEL_PDU_DigestInfo, &encoding, &length);
     if (status != QEL_OK)
         return status;
-    const QelAlgId *algorithm = context->signature_algorithm;
+    // Without a key the key server signs, for a context that holds a client of it: none does yet.
     if (!key.given())
-        return rpc_sign(context, encoding.get(), length, algorithm, signature, signature_length);
-    return __qel_sign1(context, encoding.get(), length, key, algorithm, signature,
+        return QEL_ERR_SERV_CONNECT;
+    return __qel_sign1(context, encoding.get(), length, key, context->signature_algorithm, signature,
                        signature_length);
 }
 

@@ -189,7 +189,7 @@ public:
 
     QelStatus open_output(const char *name, int flags) {
         owned_ = !is_standard(name);
-        descriptor_ = owned_ ? open(name, flags | O_LARGEFILE, 0600) : STDOUT_FILENO;
+        descriptor_ = owned_ ? open(name, flags | O_LARGEFILE | O_CLOEXEC, 0600) : STDOUT_FILENO;
         return descriptor_ >= 0 ? QEL_OK : QEL_ERR_OPEN_FILE;
     }
 

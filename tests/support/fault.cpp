@@ -165,6 +165,16 @@ time_t __wrap_time(time_t *result) {
     return __real_time(result);
 }
 
+#if __SIZEOF_POINTER__ == 4
+int64_t __real___time64(int64_t *result);
+
+int64_t __wrap___time64(int64_t *result) {
+    if (fault::strikes(Call::time))
+        return -1;
+    return __real___time64(result);
+}
+#endif
+
 ssize_t __wrap_getrandom(void *buffer, size_t size, unsigned flags) {
     if (fault::strikes(Call::getrandom, ENOSYS))
         return -1;
