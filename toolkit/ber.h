@@ -37,7 +37,7 @@ struct BerReader {
 
 // All of these move on behind the element and return true, or return false on anything else.
 bool ber_read(BerReader *reader, uint8_t tag, BerReader *contents);
-bool ber_read_unsigned(BerReader *reader, ITEM *number);                    // without leading zeros
+bool ber_read_unsigned(BerReader *reader, ITEM *number); // without leading zeros
 // The same, but a set sign bit belongs to the number.
 bool ber_read_magnitude(BerReader *reader, ITEM *number);
 bool ber_read_small(BerReader *reader, uint32_t *number);                   // below 2^32

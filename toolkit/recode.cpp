@@ -1,6 +1,12 @@
+// The portable look-ups depend on the data: timing through the data cache is not hidden. The vector
+// versions look up in registers.
+#include <toolkit/implementations.h>
 #include <toolkit/recode.h>
 
+#include "recode_groups.h"
+
 #include <array>
+#include <iterator>
 
 namespace toolkit {
 
@@ -29,17 +35,66 @@ void encode_group(uint8_t *out, const uint8_t *in) {
     out[3] = static_cast<uint8_t>(alphabet[group & 63]);
 }
 
-// Whole groups of three bytes. Returns how many bytes were read.
-std::size_t encode_groups(uint8_t *out, const uint8_t *in, std::size_t size) {
+constexpr unsigned finished = 4;
+
+// The bytes of a full group. False when bits that padding leaves over are not zero.
+[[gnu::always_inline]] inline bool close_group(RecodeDecoder *decoder, uint8_t **out) {
+    const uint32_t bits = decoder->bits;
+    *(*out)++ = static_cast<uint8_t>(bits >> 16);
+    if (decoder->padding == 2)
+        return (bits & 0xffff) == 0;
+    *(*out)++ = static_cast<uint8_t>(bits >> 8);
+    if (decoder->padding == 1)
+        return (bits & 0xff) == 0;
+    *(*out)++ = static_cast<uint8_t>(bits);
+    decoder->bits = 0;
+    decoder->count = 0;
+    return true;
+}
+
+// One character of a group that cannot be taken whole.
+[[gnu::always_inline]] inline bool decode_character(RecodeDecoder *decoder, uint8_t character,
+                                                    uint8_t **out) {
+    const uint8_t value = values[character];
+    if (value == white)
+        return true;
+    if (value == bad || decoder->count == finished)
+        return false;
+    if (value == pad) {
+        if (decoder->count < 2)
+            return false;
+        ++decoder->padding;
+    } else if (decoder->padding != 0) {
+        return false;
+    }
+    decoder->bits = decoder->bits << 6 | (value == pad ? 0 : value);
+    return ++decoder->count < 4 || close_group(decoder, out);
+}
+
+// A whole group that padding ends, the usual end of a text: how many characters were read, 4 or 0 when
+// it is anything else.
+std::size_t take_padded_group(RecodeDecoder *decoder, const uint8_t *in, uint8_t **out) {
+    const uint8_t a = values[in[0]], b = values[in[1]], c = values[in[2]];
+    if (in[3] != '=' || (a | b) >= 64 || (c >= 64 && c != pad))
+        return 0;
+    decoder->padding = c == pad ? 2 : 1;
+    decoder->bits = static_cast<uint32_t>(a << 18 | b << 12 | (c == pad ? 0 : c << 6));
+    decoder->count = finished;
+    return close_group(decoder, out) ? 4 : 0;
+}
+
+} // namespace
+
+// ---- Groups --------------------------------------------------------------------------------------
+
+std::size_t recode_encode_portable(uint8_t *out, const uint8_t *in, std::size_t size) {
     std::size_t done = 0;
     for (; size - done >= 3; done += 3, out += 4)
         encode_group(out, in + done);
     return done;
 }
 
-// Whole groups of four characters, up to the first that has anything but characters of the
-// alphabet. Returns how many characters were read.
-std::size_t decode_groups(uint8_t *out, const uint8_t *in, std::size_t size) {
+std::size_t recode_decode_portable(uint8_t *out, const uint8_t *in, std::size_t size) {
     std::size_t done = 0;
     for (; size - done >= 4; done += 4, out += 3) {
         const uint8_t a = values[in[done]], b = values[in[done + 1]];
@@ -53,44 +108,35 @@ std::size_t decode_groups(uint8_t *out, const uint8_t *in, std::size_t size) {
     return done;
 }
 
-constexpr unsigned finished = 4;
+namespace {
 
-// The bytes of a full group. False when bits that padding leaves over are not zero.
-bool close_group(RecodeDecoder *decoder, uint8_t *out, std::size_t *written) {
-    const uint8_t *const held = decoder->held;
-    const uint8_t bytes[3] = {static_cast<uint8_t>(held[0] << 2 | held[1] >> 4),
-                              static_cast<uint8_t>(held[1] << 4 | held[2] >> 2),
-                              static_cast<uint8_t>(held[2] << 6 | held[3])};
-    const unsigned count = 3 - decoder->padding;
-    if (count < 3 && bytes[count] != 0)
-        return false;
-    for (unsigned i = 0; i < count; ++i)
-        out[(*written)++] = bytes[i];
-    if (decoder->padding == 0)
-        decoder->count = 0;
+bool always() {
     return true;
 }
 
-// One character of a group that cannot be taken whole.
-bool decode_character(RecodeDecoder *decoder, uint8_t character, uint8_t *out,
-                      std::size_t *written) {
-    const uint8_t value = values[character];
-    if (value == white)
-        return true;
-    if (value == bad || decoder->count == finished)
-        return false;
-    if (value == pad) {
-        if (decoder->count < 2)
-            return false;
-        ++decoder->padding;
-    } else if (decoder->padding != 0) {
-        return false;
-    }
-    decoder->held[decoder->count++] = value == pad ? 0 : value;
-    return decoder->count < 4 || close_group(decoder, out, written);
+} // namespace
+
+const RecodeGroups recode_groups[] = {
+#if TOOLKIT_HAS_X86_VECTORS
+    {"AVX-512", has_avx512, recode_encode_avx512, recode_decode_avx512},
+    {"AVX2", has_avx2, recode_encode_avx2, recode_decode_avx2},
+#endif
+    {"portable", always, recode_encode_portable, recode_decode_portable},
+};
+const std::size_t recode_groups_count = std::size(recode_groups);
+
+namespace {
+
+const RecodeGroups &fastest() {
+    const RecodeGroups *row = recode_groups;
+    while (!row->available())
+        ++row;
+    return *row;
 }
 
 } // namespace
+
+// ---- Encoding ------------------------------------------------------------------------------------
 
 void recode_encode_init(RecodeEncoder *encoder) {
     *encoder = RecodeEncoder{};
@@ -112,10 +158,13 @@ std::size_t recode_encode_update(RecodeEncoder *encoder, uint8_t *out, const uin
         out += 4;
         encoder->count = 0;
     }
-    const std::size_t done = encode_groups(out, in, size);
+    const std::size_t done = fastest().encode(out, in, size);
     out += done / 3 * 4;
-    for (std::size_t i = done; i < size; ++i)
-        encoder->held[encoder->count++] = in[i];
+    encoder->count = static_cast<unsigned>(size - done);
+    if (encoder->count > 0)
+        encoder->held[0] = in[done];
+    if (encoder->count > 1)
+        encoder->held[1] = in[done + 1];
     return static_cast<std::size_t>(out - start);
 }
 
@@ -123,14 +172,16 @@ std::size_t recode_encode_final(RecodeEncoder *encoder, uint8_t *out) {
     const unsigned count = encoder->count;
     if (count == 0)
         return 0;
-    for (unsigned i = count; i < 3; ++i)
-        encoder->held[i] = 0;
-    encode_group(out, encoder->held);
-    for (unsigned i = count + 1; i < 4; ++i)
-        out[i] = '=';
+    const uint8_t group[3] = {encoder->held[0], count == 2 ? encoder->held[1] : uint8_t{0}, 0};
+    encode_group(out, group);
+    if (count == 1)
+        out[2] = '=';
+    out[3] = '=';
     *encoder = RecodeEncoder{};
     return 4;
 }
+
+// ---- Decoding ------------------------------------------------------------------------------------
 
 void recode_decode_init(RecodeDecoder *decoder) {
     *decoder = RecodeDecoder{};
@@ -138,20 +189,25 @@ void recode_decode_init(RecodeDecoder *decoder) {
 
 bool recode_decode_update(RecodeDecoder *decoder, uint8_t *out, std::size_t *out_size,
                           const uint8_t *in, std::size_t size) {
-    std::size_t written = 0;
+    const RecodeGroups &groups = fastest();
+    RecodeDecoder state = *decoder;
+    uint8_t *const start = out;
     *out_size = 0;
     for (std::size_t i = 0; i < size;) {
-        if (decoder->count == 0) {
-            const std::size_t done = decode_groups(out + written, in + i, size - i);
+        if (state.count == 0) {
+            const std::size_t done = groups.decode(out, in + i, size - i);
             i += done;
-            written += done / 4 * 3;
+            out += done / 4 * 3;
+            if (size - i >= 4)
+                i += take_padded_group(&state, in + i, &out);
             if (i == size)
                 break;
         }
-        if (!decode_character(decoder, in[i++], out, &written))
+        if (!decode_character(&state, in[i++], &out))
             return false;
     }
-    *out_size = written;
+    *decoder = state;
+    *out_size = static_cast<std::size_t>(out - start);
     return true;
 }
 

@@ -1,9 +1,12 @@
 #include "samples.h"
 
+#include <toolkit/implementations.h>
 #include <toolkit/recode.h>
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
+
+#include <iostream>
 
 using namespace toolkit;
 
@@ -143,5 +146,39 @@ TEST(Recode, Lines) {
             lines += text.substr(i, width) + (width % 2 != 0 ? "\r\n" : "\n");
         EXPECT_EQ(decode_hex(lines, {lines.size()}), to_hex(data)) << width;
         EXPECT_EQ(decode_hex(lines, samples.pieces(lines.size())), to_hex(data)) << width;
+    }
+}
+
+// The inner loops against the portable ones: every length around the vectors' sizes, buffers of exact
+// size, and for decoding a character outside the alphabet at every place.
+TEST(Recode, GroupImplementationsAgree) {
+    const RecodeGroups &portable = recode_groups[recode_groups_count - 1];
+    Samples samples;
+    for (std::size_t i = 0; i + 1 < recode_groups_count; ++i) {
+        const RecodeGroups &groups = recode_groups[i];
+        if (!groups.available()) {
+            std::cout << groups.name << " is not available here\n";
+            continue;
+        }
+        for (std::size_t size = 0; size <= 200; ++size) {
+            const Bytes data = samples.bytes(size);
+            Bytes text(size / 3 * 4), expected_text(size / 3 * 4);
+            EXPECT_EQ(groups.encode(text.data(), data.data(), size), size / 3 * 3) << groups.name;
+            portable.encode(expected_text.data(), data.data(), size);
+            EXPECT_EQ(text_of(text), text_of(expected_text)) << groups.name << " " << size;
+
+            for (std::size_t at = 0; at <= text.size(); ++at) {
+                Bytes input = text;
+                if (at < input.size())
+                    input[at] = static_cast<uint8_t>("\n=-\xc1\x80@[`{*"[samples.below(10)]);
+                Bytes ours(input.size() / 4 * 3), expected(input.size() / 4 * 3);
+                const std::size_t read = groups.decode(ours.data(), input.data(), input.size());
+                ASSERT_EQ(read, portable.decode(expected.data(), input.data(), input.size()))
+                    << groups.name << " " << size << " bad at " << at;
+                ours.resize(read / 4 * 3);
+                expected.resize(read / 4 * 3);
+                EXPECT_EQ(ours, expected) << groups.name << " " << size << " bad at " << at;
+            }
+        }
     }
 }

@@ -33,6 +33,18 @@ struct DesDecryption {
 extern const DesDecryption des_decryptions[];
 extern const std::size_t des_decryption_count;
 
+// The inner loops of base 64 on whole groups; see toolkit/recode_groups.h. Each returns how much of
+// the input it read.
+struct RecodeGroups {
+    const char *name;
+    bool (*available)();
+    std::size_t (*encode)(uint8_t *out, const uint8_t *in, std::size_t size);
+    std::size_t (*decode)(uint8_t *out, const uint8_t *in, std::size_t size);
+};
+
+extern const RecodeGroups recode_groups[];
+extern const std::size_t recode_groups_count;
+
 } // namespace toolkit
 
 #endif

@@ -26,9 +26,9 @@ std::size_t recode_encode_update(RecodeEncoder *encoder, uint8_t *out, const uin
 std::size_t recode_encode_final(RecodeEncoder *encoder, uint8_t *out);
 
 struct RecodeDecoder {
-    uint8_t held[4];
-    unsigned count;
-    unsigned padding;  // '=' seen so far
+    uint32_t bits;    // of the characters of the group so far, six each
+    unsigned count;   // of characters, 4 when padding has ended the text
+    unsigned padding; // '=' seen so far
 };
 
 void recode_decode_init(RecodeDecoder *decoder);
