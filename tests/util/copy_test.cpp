@@ -1,4 +1,5 @@
 #include "record_kinds.h"
+#include "support/asn1.h"
 #include "support/fault.h"
 
 #include <gtest/gtest.h>
@@ -226,6 +227,28 @@ TEST(Copy, LongListsDoNotExhaustTheStack) {
         ++count;
     EXPECT_EQ(count, 200'000);
     qel_free_dn(&copy);
+}
+
+// Real certificates: a copy encodes as its source does, and what the decoder made is released by the
+// functions for records.
+TEST(Copy, OfDecodedCertificates) {
+    Asn1Context context;
+    int copied = 0;
+    for (const std::string &name : vector_names("certs")) {
+        SCOPED_TRACE(name);
+        OwnedCert source(context.decode<QelCert>(vector_file(name), QEL_PDU_Certificate).release());
+        if (source == nullptr)
+            continue; // not of this schema
+        const Bytes expected = context.encode(source.get(), QEL_PDU_Certificate);
+        EXPECT_FALSE(expected.empty());
+        QelCert *copy = nullptr;
+        ASSERT_EQ(__qel_copy_cert(&copy, source.get()), QEL_OK);
+        source.reset();
+        EXPECT_EQ(context.encode(copy, QEL_PDU_Certificate), expected);
+        qel_free_cert(&copy);
+        ++copied;
+    }
+    EXPECT_GT(copied, 100);
 }
 
 } // namespace
