@@ -248,26 +248,6 @@ TEST_F(Binding, KeyPackagesMarkTheirLists) {
     }
 }
 
-TEST_F(Binding, SignedDataMarksItsListsAndThoseOfItsSigners) {
-    const auto content = context.decode<QelContentInfo>(vector_file("pkcs7/bc-SignedMSPkcs7.p7"),
-                                                        QEL_PDU_ContentInfo);
-    ASSERT_NE(content, nullptr);
-    const Bytes encoding(content->content->value,
-                         content->content->value + content->content->length);
-    const auto data = context.decode<QelSignedData>(encoding, QEL_PDU_SignedData);
-    ASSERT_NE(data, nullptr);
-    ASSERT_NE(data->certs, nullptr);
-    QelSignerInfo *const signer = data->signerInfos->signer;
-    ASSERT_NE(signer->authenticatedAttributes, nullptr);
-    const uint8_t data_mask = data->mask, signer_mask = signer->mask;
-    EXPECT_TRUE(data_mask & QEL_SIGNED_CERTS);
-    EXPECT_TRUE(signer_mask & QEL_SIGNER_AUTH_ATTRS);
-    data->mask = signer->mask = 0;
-    EXPECT_TRUE(context.encode(data.get(), QEL_PDU_SignedData) == encoding);
-    EXPECT_EQ(data->mask, data_mask);
-    EXPECT_EQ(signer->mask, signer_mask);
-}
-
 // ---- Faults -------------------------------------------------------------------------------------
 
 TEST_F(Binding, EachFailedAllocationIsADecodingOrEncodingFailure) {

@@ -1,6 +1,7 @@
 // The schema against real encodings, hand-made ones, and spoiled ones.
 #include "support/asn1.h"
 #include "support/ber.h"
+#include "support/fault.h"
 #include "support/tar.h"
 
 #include <asn1/pkcs.h>
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <set>
 
 namespace {
 
@@ -209,6 +211,10 @@ const std::vector<Sample> kSamples = {
     {QEL_PDU_SignedPublicKeyAndChallenge, "30{" + kChallenge + kOtherAlg + kBits + "}"},
 };
 
+const std::set<int> kAlwaysDer = {QEL_PDU_Name,        QEL_PDU_CertificateInfo,
+                                  QEL_PDU_Certificate, QEL_PDU_KeyPkgInfo,
+                                  QEL_PDU_DigestInfo,  QEL_PDU_CertificationRequestInfo};
+
 TEST_F(Pkcs, EveryPduComesBackUnderEveryRule) {
     std::vector<bool> seen(37);
     Asn1Context indefinite;
@@ -225,11 +231,75 @@ TEST_F(Pkcs, EveryPduComesBackUnderEveryRule) {
         if (sample.pdu == QEL_PDU_PkcsDataFm || sample.pdu == QEL_PDU_ContentInfoFm ||
             sample.pdu == QEL_PDU_SignedDataFm)
             continue;
-        const auto again = context.decode(indefinite.encode(value.get(), sample.pdu), sample.pdu);
+        const Bytes other = indefinite.encode(value.get(), sample.pdu);
+        const bool has_one_form = kAlwaysDer.count(sample.pdu) != 0 || (encoding[0] & 0x20) == 0;
+        EXPECT_EQ(other == encoding, has_one_form);
+        const auto again = context.decode(other, sample.pdu);
         ASSERT_NE(again, nullptr);
         EXPECT_EQ(to_hex(context.encode(again.get(), sample.pdu)), to_hex(encoding));
     }
     EXPECT_THAT(std::vector<bool>(seen.begin() + 1, seen.end()), ::testing::Each(true));
+}
+
+TEST_F(Pkcs, SignedDataMarksItsListsAndThoseOfItsSigners) {
+    const Bytes encoding = ber(kSigned);
+    for (const int pdu : {QEL_PDU_SignedData, QEL_PDU_SignedDataFm}) {
+        const auto data = context.decode<QelSignedData>(encoding, pdu);
+        ASSERT_NE(data, nullptr);
+        data->mask = data->signerInfos->signer->mask = 0;
+        EXPECT_EQ(to_hex(context.encode(data.get(), pdu)), to_hex(encoding));
+        EXPECT_EQ(data->mask, QEL_SIGNED_CERTS | QEL_SIGNED_CRLS);
+        EXPECT_EQ(data->signerInfos->signer->mask, QEL_SIGNER_AUTH_ATTRS | QEL_SIGNER_UNAUTH_ATTRS);
+    }
+}
+
+// ---- Releasing ----------------------------------------------------------------------------------
+
+int blocks = 0;
+
+int blocks_freed_by(const std::function<void()> &work) {
+    blocks = 0;
+    fault::watch_free([](const unsigned char *, std::size_t) { ++blocks; });
+    work();
+    fault::watch_free(nullptr);
+    return blocks;
+}
+
+template <auto release> void released_by(QelContext *context, void *value) {
+    [&]<class Record>(void (*)(QelContext *, Record *)) {
+        release(context, static_cast<Record *>(value));
+    }(release);
+}
+
+TEST_F(Pkcs, EachFreeFunctionReleasesItsPdu) {
+    const struct {
+        int pdu;
+        void (*release)(QelContext *, void *);
+    } functions[] = {
+        {QEL_PDU_SubjectPublicKeyInfo, released_by<__qel_free_keyinfo_pdu>},
+        {QEL_PDU_RC2_CBCParameter, released_by<__qel_free_rc2_cbc_params_pdu>},
+        {QEL_PDU_PBEParameter, released_by<__qel_free_pbe_paramater_pdu>},
+        {QEL_PDU_ContentInfoFm, released_by<__qel_free_content_info_fm_pdu>},
+        {QEL_PDU_EnvelopedData, released_by<__qel_free_envdata_pdu>},
+        {QEL_PDU_EncryptedData, released_by<__qel_free_encrdata_pdu>},
+        {QEL_PDU_SignedDataFm, released_by<__qel_free_sigdata_fm_pdu>},
+        {QEL_PDU_PkcsData, released_by<__qel_free_pkcsdata_pdu>},
+        {QEL_PDU_PkcsDataFm, released_by<__qel_free_pkcsdata_fm_pdu>},
+        {QEL_PDU_PrivateKeyInfo, released_by<__qel_free_private_key_info_pdu>},
+        {QEL_PDU_SignedPublicKeyAndChallenge, released_by<__qel_free_netscape_certreq>},
+    };
+    for (const Sample &sample : kSamples) {
+        for (const auto &each : functions) {
+            if (each.pdu != sample.pdu)
+                continue;
+            SCOPED_TRACE(__qel_asn1_pdu_name(sample.pdu));
+            void *first = context.decode(ber(sample.encoding), sample.pdu).release();
+            void *second = context.decode(ber(sample.encoding), sample.pdu).release();
+            const int expected =
+                blocks_freed_by([&] { __qel_asn1_free(context.get(), first, sample.pdu); });
+            EXPECT_EQ(blocks_freed_by([&] { each.release(context.get(), second); }), expected);
+        }
+    }
 }
 
 // ---- Components in the members that are theirs --------------------------------------------------
@@ -384,6 +454,7 @@ TEST_F(Pkcs, RefusesWhatTheTypesDoNotHave) {
         {"parameters twice", QEL_PDU_AlgID, "30{06022a03 0500 0500}"},
         {"an algorithm without identifier", QEL_PDU_AlgID, "30{0500}"},
         {"no algorithm at all", QEL_PDU_AlgID, "3000"},
+        {"a content without its tag", QEL_PDU_ContentInfo, "30{06022a03 0500}"},
         {"notAfter as GeneralizedTime", QEL_PDU_CertificateInfo,
          "30{020101" + kAlg + kName + "30{17{'960426133501Z'} 18{'20970426133501Z'}}" + kOther +
              kKey + "}"},

@@ -127,7 +127,7 @@ const Form kForms[] = {
     {"a tag number below 31 in many octets", kAny, "1f1e 00", nullptr},
     {"a tag number with a leading 0x80", kAny, "1f8021 00", nullptr},
     {"a tag number of 2^32 - 1", kAny, "1f8fffffff7f 00", "1f8fffffff7f 00"},
-    {"a tag number of 2^32", kAny, "1f9080808000 00", nullptr},
+    {"a tag number of 2^32 + 31, which 32 bits would cut to 31", kAny, "1f908080801f 00", nullptr},
     {"an end mark is no value", kAny, "0000", nullptr},
     {"what is open is not looked into when its length is known", kAny, "30{ffff}", "30{ffff}"},
     {"what is of indefinite length must be well-formed", kAny, "3080 ffff 0000", nullptr},
@@ -145,10 +145,10 @@ const Form kForms[] = {
     {"a component in another's place", kSample, "30{ 81{'t'} a0{020107} 0500 }", nullptr},
     {"an explicit tag around nothing", kSample, "30{ a000 }", nullptr},
     {"an explicit tag around two", kSample, "30{ a0{020107 020107} }", nullptr},
-    {"an explicit tag around another type", kSample, "30{ a0{0500} }", nullptr},
+    {"an explicit tag around another type", kSample, "30{ a0{0a0107} }", nullptr},
     {"an explicit tag in primitive form", kSample, "30{ 80{020107} }", nullptr},
     {"a list in primitive form", kSample, "30{ 82{020107} }", nullptr},
-    {"an element of another type", kSample, "30{ a2{020107 0500} }", nullptr},
+    {"an element of another type", kSample, "30{ a2{020107 0a0107} }", nullptr},
     {"a component longer than the sequence", kSample, "30{ 8103'ab' } 'c'", nullptr},
     {"a sequence in primitive form", kSample, "1000", nullptr},
     {"a sequence that never ends", kSample, "3080 0101ff", nullptr},
@@ -173,6 +173,12 @@ TEST(Decode, TakesEveryFormOrRefusesIt) {
             continue;
         EXPECT_EQ(to_hex(runtime.encode(value.get(), form.pdu)), to_hex(ber(form.der)));
     }
+}
+
+TEST(Decode, TakesTheLongestLengthButNotTheReservedOne) {
+    Runtime runtime;
+    EXPECT_NE(runtime.decode(ber("04fe") + Bytes(125, 0) + ber("01aa"), kOctets), nullptr);
+    EXPECT_EQ(runtime.decode(ber("04ff") + Bytes(126, 0) + ber("01aa"), kOctets), nullptr);
 }
 
 TEST(Decode, FillsTheRecords) {

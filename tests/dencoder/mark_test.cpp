@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -98,6 +99,16 @@ TEST_F(Marked, AnUnmarkedTemporaryFileStays) {
     const std::string name = unmark(value->value);
     value.reset();
     EXPECT_EQ(text_of(read_file(name)), "abc");
+}
+
+TEST_F(Marked, TheCallersHandleOutlivesTheRecord) {
+    auto value = runtime.decode<CountedBytes>(ber("04{'abc'}"), kOctetsFile);
+    const std::string name = unmark(value->value);
+    value->value = static_cast<uint8_t *>(ossMarkObj(runtime.get(), 1, name.c_str()));
+    uint8_t *const handle = value->value;
+    value.reset();
+    EXPECT_EQ(text_of(read_file(name)), "abc");
+    EXPECT_EQ(unmark(handle), name);
 }
 
 TEST_F(Marked, TheEndOfTheEnvironmentRemovesTemporaryFilesOnly) {
@@ -250,6 +261,17 @@ TEST_F(Marked, ReportsEachFailedCall) {
             ASSERT_LT(nth, 100u);
         }
         EXPECT_GE(failures, 2); // of the file that is written, and of the temporary one
+    }
+}
+
+TEST_F(Marked, AnInterruptedCallIsRepeated) {
+    const CountedBytes contents = file("contents", bytes_of("abc")), output = handle("output");
+    for (const fault::Call call : {fault::Call::read, fault::Call::write}) {
+        OssBuf target = buffer(output);
+        fault::fail(call, 1, EINTR);
+        EXPECT_EQ(ossEncode(runtime.get(), kOctetsFile, &contents, &target), OSS_DONE);
+        EXPECT_TRUE(fault::clear(call));
+        EXPECT_EQ(to_hex(read_file(folder.path("output"))), to_hex(ber("04{'abc'}")));
     }
 }
 
