@@ -30,10 +30,11 @@ inline Number number() {
 inline Number number(const Bytes &bytes) {
     return Number(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr));
 }
-inline Number number(unsigned long value) {
-    Number result = number();
-    BN_set_word(result.get(), value);
-    return result;
+inline Number number(uint64_t value) {
+    Bytes bytes;
+    for (int shift = 56; shift >= 0; shift -= 8)
+        bytes.push_back(static_cast<uint8_t>(value >> shift));
+    return number(bytes);
 }
 inline Number decimal(const std::string &digits) {
     BIGNUM *result = nullptr;
