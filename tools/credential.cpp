@@ -187,6 +187,9 @@ bool take_private_key(QelContext *context, const Input &input, const Item &item,
     key.record = decode_item<QelPrivateKeyInfo>(context, item, QEL_PDU_PrivateKeyInfo, &status);
     if (key.record) {
         QelOctetString &octets = key.record->privateKey;
+        if (octets.length == 0)
+            throw Failure{Exit::input, "cannot use the private key in " + input.name_of(item),
+                          "its PrivateKeyInfo holds no key", "Get the key again, whole."};
         key.octets.assign(octets.value, octets.value + octets.length);
         explicit_bzero(octets.value, octets.length);
         key.algorithm = key.record->privateKeyAlgorithm;

@@ -94,8 +94,9 @@ constexpr StatusRow kStatuses[] = {
     {ROW(QEL_ERR_ISSUER_NOT_TRUSTED), Exit::no, "No issuer in the chain is a trusted key.",
      "Add the issuer's key to the trusted keys once you have checked it."},
     {ROW(QEL_ERR_BAD_PARAM), Exit::internal, "An argument is missing, impossible or out of range.",
-     "In a name: check the lengths (C has 2 characters, CN, O and OU at most 64, L, ST and STREET "
-     "at most 128) and stray commas and plus signs."},
+     "Check what was given. In a name that is the lengths (C has 2 characters, CN, O and OU at "
+     "most 64, L, ST and STREET "
+     "at most 128), and commas and plus signs that stand first."},
     {ROW(QEL_ERR_TO_RFC1421), Exit::internal, "Bytes could not be put into printable armour.",
      "Check the input."},
     {ROW(QEL_ERR_FROM_RFC1421), Exit::input,

@@ -224,6 +224,7 @@ TEST(Failures, TellWhatFileWhyAndTheNextStep) {
     const TemporaryFolder folder;
     write_file(folder.path("garbage"), bytes_of("not a credential"));
     write_file(folder.path("empty"), {});
+    write_file(folder.path("hollow"), from_hex("3014020100300d06092a864886f70d01010105000400"));
     write_file(folder.path("cut.pem"), bytes_of("-----BEGIN CERTIFICATE-----\nMIIB\n"));
     write_file(folder.path("bad.pem"),
                bytes_of("-----BEGIN CERTIFICATE-----\nMI!B\n-----END CERTIFICATE-----\n"));
@@ -245,6 +246,9 @@ TEST(Failures, TellWhatFileWhyAndTheNextStep) {
          {"sign", "-k", vector_path("armour/01.pem"), "-o", folder.path("s"),
           folder.path("garbage")},
          "it holds CERTIFICATE"},
+        {"a private key of no octets",
+         {"sign", "-k", folder.path("hollow"), "-o", folder.path("s"), folder.path("garbage")},
+         "holds no key"},
         {"a certificate where a key is asked for",
          {"verify", "-k", vector_path("armour/01.pem"), "-s", folder.path("garbage"),
           folder.path("garbage")},
