@@ -1,8 +1,15 @@
+// The mashing rounds and the key schedule look up in tables by secret values: timing through the data
+// cache is not hidden. The vector version of decryption is constant-time.
+#include <toolkit/implementations.h>
 #include <toolkit/rc2.h>
+
+#include "cpu.h"
+#include "rc2_avx512.h"
 
 #include <array>
 #include <bit>
 #include <cstring>
+#include <iterator>
 #include <string.h>
 
 namespace toolkit {
@@ -215,6 +222,22 @@ bool rc2_set_key(Rc2Key *schedule, const uint8_t *key, std::size_t size, unsigne
     return true;
 }
 
+namespace {
+
+bool always() {
+    return true;
+}
+
+} // namespace
+
+const Rc2Decryption rc2_decryptions[] = {
+#if TOOLKIT_HAS_X86_VECTORS
+    {"AVX-512", has_avx512, 3, rc2_cbc_decrypt_avx512},
+#endif
+    {"portable", always, 0, cbc_decrypt},
+};
+const std::size_t rc2_decryption_count = std::size(rc2_decryptions);
+
 void rc2_cbc_encrypt(const Rc2Key *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
                      std::size_t blocks) {
     Block chain = load(iv);
@@ -228,7 +251,10 @@ void rc2_cbc_encrypt(const Rc2Key *key, uint8_t iv[8], const uint8_t *in, uint8_
 
 void rc2_cbc_decrypt(const Rc2Key *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
                      std::size_t blocks) {
-    cbc_decrypt(*key, iv, in, out, blocks);
+    const Rc2Decryption *row = rc2_decryptions;
+    while (blocks < row->least_blocks || !row->available())
+        ++row;
+    row->cbc_decrypt(*key, iv, in, out, blocks);
 }
 
 uint32_t rc2_version_from_bits(uint32_t effective_bits) {

@@ -1,15 +1,11 @@
 // Base 64 with AVX-512: the alphabet and its inverse are tables in registers, as in W. Mula and
 // D. Lemire, "Base64 encoding and decoding at almost the speed of a memory copy".
+#include "avx512.h"
 #include "recode_groups.h"
 
 #if TOOLKIT_HAS_X86_VECTORS
 
 #include <array>
-#include <immintrin.h>
-
-#if !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized" // of the intrinsics' undefined operands
-#endif
 
 namespace toolkit {
 

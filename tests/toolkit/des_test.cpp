@@ -2,6 +2,7 @@
 #include "support/vectors.h"
 
 #include <toolkit/des.h>
+#include <toolkit/implementations.h>
 
 using namespace toolkit;
 
@@ -35,15 +36,55 @@ void desx(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::s
     run(&schedule, iv, in, out, blocks);
 }
 
-const CbcCipher des_ciphers[] = {
-    {"DES", des<des_cbc_encrypt>, des<des_cbc_decrypt>},
+// What decrypts in place of the public functions' choice: a row of des_decryptions.
+const DesDecryption *decryption;
+
+void des_row(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
+    const uint8_t nothing[8] = {};
+    DesKey schedule;
+    des_set_key(&schedule, key.data());
+    decryption->cbc_decrypt({1, {{&schedule, true}}, nothing, nothing}, iv, in, out, blocks);
+}
+
+void ede3_row(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
+    const uint8_t nothing[8] = {};
+    DesEde3Key schedule;
+    des_ede3_set_key(&schedule, key.data());
+    const DesKey *const k = schedule.key;
+    const DesPasses passes = {3, {{&k[2], true}, {&k[1], false}, {&k[0], true}}, nothing, nothing};
+    decryption->cbc_decrypt(passes, iv, in, out, blocks);
+}
+
+void desx_row(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
+    DesKey schedule;
+    des_set_key(&schedule, key.data());
+    const DesPasses passes = {1, {{&schedule, true}}, key.data() + 16, key.data() + 8};
+    decryption->cbc_decrypt(passes, iv, in, out, blocks);
+}
+
+// One cipher with every way to decrypt that this processor has: the public function, then each row.
+class Ways {
+public:
+    Ways(const char *name, CbcRun encrypt, CbcRun decrypt, CbcRun row)
+        : name_(name), encrypt_(encrypt), decrypt_(decrypt), row_(row) {}
+
+    void each(const std::function<void(const CbcCipher &)> &check) const {
+        check({name_, encrypt_, decrypt_});
+        for (std::size_t i = 0; i < des_decryption_count; ++i) {
+            decryption = &des_decryptions[i];
+            if (decryption->available())
+                check({std::string(name_) + " " + decryption->name, encrypt_, row_});
+        }
+    }
+
+private:
+    const char *name_;
+    CbcRun encrypt_, decrypt_, row_;
 };
-const CbcCipher ede3_ciphers[] = {
-    {"EDE3", ede3<des_ede3_cbc_encrypt>, ede3<des_ede3_cbc_decrypt>},
-};
-const CbcCipher desx_ciphers[] = {
-    {"DESX", desx<desx_cbc_encrypt>, desx<desx_cbc_decrypt>},
-};
+
+const Ways des_ways("DES", des<des_cbc_encrypt>, des<des_cbc_decrypt>, des_row);
+const Ways ede3_ways("EDE3", ede3<des_ede3_cbc_encrypt>, ede3<des_ede3_cbc_decrypt>, ede3_row);
+const Ways desx_ways("DESX", desx<desx_cbc_encrypt>, desx<desx_cbc_decrypt>, desx_row);
 
 Bytes joined(const Bytes &a, const Bytes &b, const Bytes &c) {
     Bytes all = a;
@@ -84,10 +125,12 @@ TEST(Des, NistKnownAnswers) {
                 if (vector.has("IV")) {
                     ASSERT_EQ(to_hex(vector.bytes("IV")), "0000000000000000");
                 }
-                for (const CbcCipher &cipher : des_ciphers)
+                des_ways.each([&](const CbcCipher &cipher) {
                     check_ecb(cipher, key, plain, encrypted, vector.line);
-                for (const CbcCipher &cipher : ede3_ciphers)
+                });
+                ede3_ways.each([&](const CbcCipher &cipher) {
                     check_ecb(cipher, key3, plain, encrypted, vector.line);
+                });
                 ++cases;
             }
             EXPECT_GE(cases, 38) << name;
@@ -108,12 +151,12 @@ TEST(Des, NistMultiBlockMessages) {
                     joined(vector.bytes("KEY1"), vector.bytes("KEY2"), vector.bytes("KEY3"));
                 const Bytes plain = vector.bytes("PLAINTEXT"),
                             encrypted = vector.bytes("CIPHERTEXT");
-                for (const CbcCipher &cipher : ede3_ciphers) {
+                ede3_ways.each([&](const CbcCipher &cipher) {
                     if (vector.has("IV"))
                         check_cbc(cipher, key, vector.bytes("IV"), plain, encrypted, vector.line);
                     else
                         check_ecb(cipher, key, plain, encrypted, vector.line);
-                }
+                });
                 ++cases;
             }
             EXPECT_EQ(cases, 20) << name;
@@ -130,11 +173,13 @@ TEST(Des, Botan) {
             key.insert(key.end(), key.begin(), key.begin() + 8);
         const Bytes plain = vector.bytes("In"), encrypted = vector.bytes("Out");
         if (single) {
-            for (const CbcCipher &cipher : des_ciphers)
+            des_ways.each([&](const CbcCipher &cipher) {
                 check_ecb(cipher, key, plain, encrypted, vector.line);
+            });
         } else {
-            for (const CbcCipher &cipher : ede3_ciphers)
+            ede3_ways.each([&](const CbcCipher &cipher) {
                 check_ecb(cipher, key, plain, encrypted, vector.line);
+            });
         }
         ++cases;
     }
@@ -151,14 +196,17 @@ TEST(Des, OpenSsl) {
                     encrypted = vector.bytes("Ciphertext");
         const std::string name = vector.text("Cipher");
         if (name == "DES-ECB") {
-            for (const CbcCipher &cipher : des_ciphers)
+            des_ways.each([&](const CbcCipher &cipher) {
                 check_ecb(cipher, key, plain, encrypted, vector.line);
+            });
         } else if (name == "DES-CBC") {
-            for (const CbcCipher &cipher : des_ciphers)
+            des_ways.each([&](const CbcCipher &cipher) {
                 check_cbc(cipher, key, vector.bytes("IV"), plain, encrypted, vector.line);
+            });
         } else if (name == "DESX-CBC") {
-            for (const CbcCipher &cipher : desx_ciphers)
+            desx_ways.each([&](const CbcCipher &cipher) {
                 check_cbc(cipher, key, vector.bytes("IV"), plain, encrypted, vector.line);
+            });
         } else {
             FAIL() << name;
         }
@@ -170,16 +218,17 @@ TEST(Des, OpenSsl) {
 // Keys without correct parity among them.
 TEST(Des, PeerOnRandomInput) {
     const struct {
-        std::span<const CbcCipher> ciphers;
+        const Ways &ways;
         CbcRun peer;
         std::size_t key_size;
     } rows[] = {
-        {des_ciphers, peer_des, 8},
-        {ede3_ciphers, peer_ede3, 24},
-        {desx_ciphers, peer_desx, 24},
+        {des_ways, peer_des, 8},
+        {ede3_ways, peer_ede3, 24},
+        {desx_ways, peer_desx, 24},
     };
     for (const auto &row : rows)
-        for (const CbcCipher &cipher : row.ciphers)
+        row.ways.each([&](const CbcCipher &cipher) {
             check_cbc_peer(cipher, row.peer,
                            [&](Samples &samples) { return samples.bytes(row.key_size); });
+        });
 }

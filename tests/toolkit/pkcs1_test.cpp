@@ -339,8 +339,8 @@ TEST(Pkcs1Vectors, WycheproofDecryptions) {
         ++checked[value];
         SCOPED_TRACE(checked["valid"] + checked["invalid"]);
         // Some are of another length, or above the modulus.
-        bool good = sent.size() == modulus_size(key) &&
-                    BN_cmp(number(sent).get(), number(key.n).get()) < 0;
+        bool good =
+            sent.size() == modulus_size(key) && BN_cmp(number(sent).get(), number(key.n).get()) < 0;
         if (good) {
             const Bytes opened = apply_private(key, sent);
             uint32_t start = 0;

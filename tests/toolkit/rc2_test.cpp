@@ -1,6 +1,7 @@
 #include "cbc.h"
 #include "support/vectors.h"
 
+#include <toolkit/implementations.h>
 #include <toolkit/rc2.h>
 
 #include <sstream>
@@ -27,9 +28,24 @@ void rc2(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::si
     run(&schedule, iv, in, out, blocks);
 }
 
-const CbcCipher ciphers[] = {
-    {"RC2", rc2<rc2_cbc_encrypt>, rc2<rc2_cbc_decrypt>},
-};
+// What decrypts in place of the public function's choice.
+const Rc2Decryption *decryption;
+
+void rc2_row(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
+    Rc2Key schedule;
+    ASSERT_TRUE(rc2_set_key(&schedule, key.data() + 2, key.size() - 2, bits_of(key)));
+    decryption->cbc_decrypt(schedule, iv, in, out, blocks);
+}
+
+// RC2 with every way to decrypt that this processor has: the public function, then each row.
+void each_way(const std::function<void(const CbcCipher &)> &check) {
+    check({"RC2", rc2<rc2_cbc_encrypt>, rc2<rc2_cbc_decrypt>});
+    for (std::size_t i = 0; i < rc2_decryption_count; ++i) {
+        decryption = &rc2_decryptions[i];
+        if (decryption->available())
+            check({std::string("RC2 ") + decryption->name, rc2<rc2_cbc_encrypt>, rc2_row});
+    }
+}
 
 void peer_encrypt(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out,
                   std::size_t blocks) {
@@ -49,9 +65,10 @@ TEST(Rc2, Rfc2268) {
         std::string key, plain, encrypted;
         if (!(words >> bits >> key >> plain >> encrypted))
             continue;
-        for (const CbcCipher &cipher : ciphers)
+        each_way([&](const CbcCipher &cipher) {
             check_ecb(cipher, with_bits(bits, from_hex(key)), from_hex(plain), from_hex(encrypted),
                       cases);
+        });
         ++cases;
     }
     EXPECT_EQ(cases, 8u);
@@ -81,12 +98,12 @@ TEST(Rc2, OpenSsl) {
                 bits = static_cast<unsigned>(vector.number("KeyBits"));
             const Bytes key = with_bits(bits, vector.bytes("Key"));
             const Bytes plain = vector.bytes("Plaintext"), encrypted = vector.bytes("Ciphertext");
-            for (const CbcCipher &cipher : ciphers) {
+            each_way([&](const CbcCipher &cipher) {
                 if (row.chained)
                     check_cbc(cipher, key, vector.bytes("IV"), plain, encrypted, vector.line);
                 else
                     check_ecb(cipher, key, plain, encrypted, vector.line);
-            }
+            });
             ++cases;
         }
     }
@@ -94,11 +111,12 @@ TEST(Rc2, OpenSsl) {
 }
 
 TEST(Rc2, PeerOnRandomInput) {
-    for (const CbcCipher &cipher : ciphers)
+    each_way([](const CbcCipher &cipher) {
         check_cbc_peer(cipher, peer_encrypt, [](Samples &samples) {
             const unsigned bits = static_cast<unsigned>(1 + samples.below(1024));
             return with_bits(bits, samples.bytes(1 + samples.below(128)));
         });
+    });
 }
 
 // Every effective size gives the peer's schedule, whatever its remainder modulo 8.

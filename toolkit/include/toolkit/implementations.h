@@ -33,6 +33,17 @@ struct DesDecryption {
 extern const DesDecryption des_decryptions[];
 extern const std::size_t des_decryption_count;
 
+struct Rc2Decryption {
+    const char *name;
+    bool (*available)();
+    std::size_t least_blocks;
+    void (*cbc_decrypt)(const Rc2Key &key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
+                        std::size_t blocks);
+};
+
+extern const Rc2Decryption rc2_decryptions[];
+extern const std::size_t rc2_decryption_count;
+
 // The inner loops of base 64 on whole groups; see toolkit/recode_groups.h. Each returns how much of
 // the input it read.
 struct RecodeGroups {
