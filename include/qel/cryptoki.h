@@ -11,8 +11,9 @@
  *    of an update or a final is CKR_OPERATION_NOT_INITIALIZED, as is one without its Init.
  *  - Lengths count bytes. *length_out receives the number of bytes written; what it held before is
  *    not read. Room for output is the caller's to provide: each function says how much.
- *  - An Init replaces the operation in its session, and a failed one leaves none that works. After
- *    it, the operation serves any number of calls until another Init, or the end of the session.
+ *  - An Init replaces the operation in its session; one that fails leaves none, unless it was refused
+ *    for a null or unknown argument. The operation then serves any number of calls until another
+ *    Init, or the end of the session.
  */
 #ifndef QEL_CRYPTOKI_H
 #define QEL_CRYPTOKI_H
@@ -265,8 +266,8 @@ CK_RV C_Sign(CK_SESSION_HANDLE session, const uint8_t *data, uint32_t length, ui
  * C_VerifyInit sets up CKM_RSA_PKCS with a public key (or a private one's modulus and exponent),
  * C_Verify checks a signature. It is good when the opened block begins with data, or else is an
  * encoded DigestInfo whose digest begins with data: so data may be all that was signed or the bare
- * digest. Data and signature are looked at before the session; in a session whose operation is not
- * CKM_RSA_PKCS any signature passes.
+ * digest. Data and signature are looked at before the session; in a session whose operation with a
+ * key is not of CKM_RSA_PKCS any signature passes.
  * CKR_SIGNATURE_INVALID: the block says something else. CKR_OPERATION_NOT_INITIALIZED: also a block
  * that does not open. CKR_DATA_INVALID: also a signature of another length than the modulus.
  * CKR_HOST_MEMORY, CKR_DEVICE_ERROR: memory ran out.

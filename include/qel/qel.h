@@ -214,8 +214,9 @@ void qel_free_cert_list(QelCert **array, int count);
  * Data come in one call of mode QEL_MODE_FINAL, or in any number of calls of mode QEL_MODE_UPDATE
  * and a last one of QEL_MODE_FINAL, whose data may be none (null, 0). With QEL_MODE_DIGEST, for
  * signatures only, data are the 16 bytes of the digest itself. The context holds what is under way:
- * one digest, signature or verification at a time. It ends with the final call, whatever that
- * returns, and with any failure but that of an argument (QEL_ERR_BAD_PARAM).
+ * one digest, signature, verification or cipher at a time. It ends with the final call and with any
+ * failure, but a call that is refused for its arguments (QEL_ERR_BAD_PARAM) leaves it as it is. An
+ * update without data is refused; within a signature or verification it is a failure that ends it.
  */
 enum { QEL_MODE_UPDATE = 1, QEL_MODE_FINAL = 2, QEL_MODE_DIGEST = 3 };
 
@@ -256,7 +257,8 @@ QelStatus qel_sign(QelContext *context, const uint8_t *data, uint32_t length, ui
  * included.
  *   key_algorithm        rsaEncryption; key_parameters: its parameters as encoded; key_bits: the
  *                        public key as it stands in a SubjectPublicKeyInfo (X.509).
- *   signature_algorithm  as for qel_sign.
+ *   signature_algorithm  md2WithRSAEncryption or md5WithRSAEncryption; after the first update its
+ *                        kind is checked and no more.
  *   signature_length     bytes, as many as the modulus has.
  * A signature is good when its block holds a DigestInfo with this digest, whatever algorithm that
  * names, or begins with the bare digest.

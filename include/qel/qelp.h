@@ -112,42 +112,42 @@ QelStatus __qel_attrtype2name(const QelOid *oid, const char **name_out);
  * functions with a context return QEL_ERR_BAD_PARAM when it has no environment.
  */
 enum {
-    QEL_PDU_Name = 1,                        /* QelName */
-    QEL_PDU_CIG = 2,                         /* QelCaseIgnoreString */
-    QEL_PDU_PT = 3,                          /* char[] */
-    QEL_PDU_CertificatePair = 4,             /* QelCertPair */
-    QEL_PDU_CertificateInfo = 5,             /* QelCert, its signed part */
-    QEL_PDU_Certificate = 6,                 /* QelCert */
-    QEL_PDU_OctetString = 7,                 /* QelOctetString */
-    QEL_PDU_BitString = 8,                   /* QelBitString */
-    QEL_PDU_CertificateVersion = 9,          /* int32_t */
-    QEL_PDU_SubjectPublicKeyInfo = 10,       /* QelKeyInfo */
-    QEL_PDU_AlgID = 11,                      /* QelAlgId */
-    QEL_PDU_CertificateList = 12,            /* QelCrl */
-    QEL_PDU_RC2_CBCParameter = 13,           /* QelRC2CBCParameter */
-    QEL_PDU_INT = 14,                        /* int32_t */
-    QEL_PDU_KeyPkgInfo = 15,                 /* QelKeyPkg, its signed part */
-    QEL_PDU_KeyPkg = 16,                     /* QelKeyPkg */
-    QEL_PDU_QelServKeyInfo = 17,             /* QelServKeyInfo */
-    QEL_PDU_DigestInfo = 18,                 /* QelDigestInfo */
+    QEL_PDU_Name = 1,                           /* QelName */
+    QEL_PDU_CIG = 2,                            /* QelCaseIgnoreString */
+    QEL_PDU_PT = 3,                             /* char[] */
+    QEL_PDU_CertificatePair = 4,                /* QelCertPair */
+    QEL_PDU_CertificateInfo = 5,                /* QelCert, its signed part */
+    QEL_PDU_Certificate = 6,                    /* QelCert */
+    QEL_PDU_OctetString = 7,                    /* QelOctetString */
+    QEL_PDU_BitString = 8,                      /* QelBitString */
+    QEL_PDU_CertificateVersion = 9,             /* int32_t */
+    QEL_PDU_SubjectPublicKeyInfo = 10,          /* QelKeyInfo */
+    QEL_PDU_AlgID = 11,                         /* QelAlgId */
+    QEL_PDU_CertificateList = 12,               /* QelCrl */
+    QEL_PDU_RC2_CBCParameter = 13,              /* QelRC2CBCParameter */
+    QEL_PDU_INT = 14,                           /* int32_t */
+    QEL_PDU_KeyPkgInfo = 15,                    /* QelKeyPkg, its signed part */
+    QEL_PDU_KeyPkg = 16,                        /* QelKeyPkg */
+    QEL_PDU_QelServKeyInfo = 17,                /* QelServKeyInfo */
+    QEL_PDU_DigestInfo = 18,                    /* QelDigestInfo */
     QEL_PDU_CertificateRevocationListInfo = 19, /* QelCrl, its signed part */
-    QEL_PDU_PBEParameter = 20,               /* QelPBEParameter */
-    QEL_PDU_ContentInfo = 21,                /* QelContentInfo */
-    QEL_PDU_ContentInfoFm = 22,              /* QelContentInfo, content in a marked file */
-    QEL_PDU_EnvelopedData = 23,              /* QelEnvelopedData */
-    QEL_PDU_EncryptedData = 24,              /* QelEncryptedData */
-    QEL_PDU_SignedData = 25,                 /* QelSignedData */
-    QEL_PDU_SignedDataFm = 26,               /* QelSignedData, content in a marked file */
-    QEL_PDU_PkcsData = 27,                   /* QelOctetString */
-    QEL_PDU_PkcsDataFm = 28,                 /* QelOctetString in a marked file */
-    QEL_PDU_PrivateKeyInfo = 29,             /* QelPrivateKeyInfo */
-    QEL_PDU_EncryptedPrivateKeyInfo = 30,    /* QelEncryptedPrivateKeyInfo */
-    QEL_PDU_CertificationRequestInfo = 31,   /* QelCertReq, its signed part */
-    QEL_PDU_CertificationRequest = 32,       /* QelCertReq */
-    QEL_PDU_ChallengePassword = 33,          /* QelChallengePassword */
-    QEL_PDU_EmailAddress = 34,               /* char[] */
-    QEL_PDU_PublicKeyAndChallenge = 35,      /* QelNetscapeCertReq, its signed part */
-    QEL_PDU_SignedPublicKeyAndChallenge = 36 /* QelNetscapeCertReq */
+    QEL_PDU_PBEParameter = 20,                  /* QelPBEParameter */
+    QEL_PDU_ContentInfo = 21,                   /* QelContentInfo */
+    QEL_PDU_ContentInfoFm = 22,                 /* QelContentInfo, content in a marked file */
+    QEL_PDU_EnvelopedData = 23,                 /* QelEnvelopedData */
+    QEL_PDU_EncryptedData = 24,                 /* QelEncryptedData */
+    QEL_PDU_SignedData = 25,                    /* QelSignedData */
+    QEL_PDU_SignedDataFm = 26,                  /* QelSignedData, content in a marked file */
+    QEL_PDU_PkcsData = 27,                      /* QelOctetString */
+    QEL_PDU_PkcsDataFm = 28,                    /* QelOctetString in a marked file */
+    QEL_PDU_PrivateKeyInfo = 29,                /* QelPrivateKeyInfo */
+    QEL_PDU_EncryptedPrivateKeyInfo = 30,       /* QelEncryptedPrivateKeyInfo */
+    QEL_PDU_CertificationRequestInfo = 31,      /* QelCertReq, its signed part */
+    QEL_PDU_CertificationRequest = 32,          /* QelCertReq */
+    QEL_PDU_ChallengePassword = 33,             /* QelChallengePassword */
+    QEL_PDU_EmailAddress = 34,                  /* char[] */
+    QEL_PDU_PublicKeyAndChallenge = 35,         /* QelNetscapeCertReq, its signed part */
+    QEL_PDU_SignedPublicKeyAndChallenge = 36    /* QelNetscapeCertReq */
 };
 
 /*
@@ -412,7 +412,7 @@ enum {
     QEL_ARMOUR_SIGNATURE = 4,          /* PKCS#7 signed data without its content */
     QEL_ARMOUR_SIGNATURE_AND_DATA = 8, /* PKCS#7 signed data with its content */
     QEL_ARMOUR_ENCRYPTED_DATA = 16,
-    QEL_ARMOUR_ENCRYPTION_INFO = 32,   /* recipients and keys without the content */
+    QEL_ARMOUR_ENCRYPTION_INFO = 32, /* recipients and keys without the content */
     QEL_ARMOUR_ENCRYPTION_INFO_AND_DATA = 64
 };
 
@@ -543,17 +543,17 @@ QelStatus __qel_get_effective_keysize(QelContext *context, const QelOctetString 
  * Each signs or verifies a structure over the DER encoding of its signed part.
  *
  * Signing releases the signature that the structure has, and stores the new one. The key arguments
- * are those of qel_sign; a null signature_algorithm means the one that the structure names. The
- * structure's own algorithm fields are the caller's to set, before.
+ * are those of qel_sign. The structure's own algorithm counts, since it is verified by that;
+ * signature_algorithm counts, and must be given, where the structure names none.
  * Verifying uses the structure's algorithm and the given public key.
  * QEL_ERR_ASN1_ENCODE: a structure that is incomplete; what qel_sign or qel_verify returns.
  */
 QelStatus __qel_sign_certreq(QelContext *context, QelCertReq *request,
                              const QelAlgId *key_algorithm, const uint8_t *key_bytes,
                              uint32_t key_length, const QelAlgId *signature_algorithm);
-QelStatus __qel_sign_cert(QelContext *context, QelCert *certificate,
-                          const QelAlgId *key_algorithm, const uint8_t *key_bytes,
-                          uint32_t key_length, const QelAlgId *signature_algorithm);
+QelStatus __qel_sign_cert(QelContext *context, QelCert *certificate, const QelAlgId *key_algorithm,
+                          const uint8_t *key_bytes, uint32_t key_length,
+                          const QelAlgId *signature_algorithm);
 QelStatus __qel_sign_keypkg(QelContext *context, QelKeyPkg *key_package,
                             const QelAlgId *key_algorithm, const uint8_t *key_bytes,
                             uint32_t key_length, const QelAlgId *signature_algorithm);

@@ -8,7 +8,8 @@
  * the malloc family, zero-filled.
  *
  * Presence. An absent optional pointer is null. Where a record starts with a mask, the mask and not
- * the pointer decides about the fields whose bit is named beside them. A field with a default value
+ * the pointer decides about the fields whose bit is named beside them; __qel_asn1_encode first sets
+ * the bits of what certificates, key packages and signed data have. A field with a default value
  * is encoded when its bit is set or its value is not the default; a decoder sets the bit when the
  * field was there, so that what a signer wrote comes back byte for byte.
  *

@@ -81,9 +81,13 @@ CK_RV set_secret_key(CK_SESSION_HANDLE session, const CipherMechanism &cipher,
     const POINTER info = cipher.key_length == 0 ? static_cast<POINTER>(octets) : octets->data;
     if (cipher.key_length != 0 && octets->len != cipher.key_length)
         return CKR_KEY_HANDLE_INVALID;
+    // Where both are bad, RC2 answers for its algorithm and the others for their key.
+    const CK_RV set = set_cipher(session->algorithm, cipher, mechanism);
+    if (cipher.number == CKM_RC2_CBC && set != CKR_OK)
+        return set;
     if (B_SetKeyInfo(session->key, *cipher.key, info) != 0)
         return CKR_KEY_HANDLE_INVALID;
-    return set_cipher(session->algorithm, cipher, mechanism);
+    return set;
 }
 
 CK_RV set_rsa_encryption_key(CK_SESSION_HANDLE session, const CK_ATTRIBUTE *attributes,

@@ -8,7 +8,10 @@ uint32_t mechanism_of(const QelAlgId *digest) {
     return digest == QEL_MD2_AID ? CKM_MD2 : CKM_MD5;
 }
 
+// A session without a digest algorithm is a cipher's.
 void end_digest(QelContext *context) {
+    if (context->digest_algorithm == nullptr)
+        return;
     C_CloseSession(context->session);
     context->session = nullptr;
     context->digest_algorithm = nullptr;
@@ -46,7 +49,6 @@ CK_RV finish_in_token(QelContext *context, const uint8_t *data, uint32_t length,
 
 QelStatus finish_digest(QelContext *context, const uint8_t *data, uint32_t length, uint8_t **digest,
                         uint32_t *digest_length) {
-    // A session without a digest algorithm is a cipher's.
     if (context->digest_algorithm == nullptr)
         return QEL_ERR_UNSUPPORTED_ALG;
     qel::Owned<uint8_t> allocated;
@@ -82,6 +84,11 @@ QelStatus run_digest(QelContext *context, const uint8_t *data, uint32_t length, 
 }
 
 } // namespace
+
+void qel::end_operation(QelContext *context) {
+    end_digest(context);
+    context->signature_algorithm = nullptr;
+}
 
 QelStatus qel_digest(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
                      const QelAlgId *algorithm, uint8_t **digest, uint32_t *digest_length) {

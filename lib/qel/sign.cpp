@@ -102,8 +102,8 @@ QelStatus sign_digest(QelContext *context, const QelAlgId *digest_algorithm, uin
     // Without a key the key server signs, for a context that holds a client of it: none does yet.
     if (!key.given())
         return QEL_ERR_SERV_CONNECT;
-    return __qel_sign1(context, encoding.get(), length, key, context->signature_algorithm, signature,
-                       signature_length);
+    return __qel_sign1(context, encoding.get(), length, key, context->signature_algorithm,
+                       signature, signature_length);
 }
 
 QelStatus sign_part(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
@@ -145,8 +145,9 @@ QelStatus sign_structure(QelContext *context, const void *structure, int signed_
     return QEL_OK;
 }
 
-const QelAlgId *either(const QelAlgId *given, const QelAlgId *own) {
-    return given != nullptr ? given : own;
+// The algorithm that the structure names, by which it is going to be verified, or what was given.
+const QelAlgId *either(const QelAlgId *own, const QelAlgId *given) {
+    return own != nullptr ? own : given;
 }
 
 } // namespace
@@ -167,12 +168,11 @@ QelStatus qel_sign(QelContext *context, const uint8_t *data, uint32_t length, ui
     if (mode == QEL_MODE_DIGEST && length != qel::digest_size)
         return QEL_ERR_BAD_PARAM;
     QelStatus status = qel::store_algorithms(context, signature_algorithm);
-    if (status != QEL_OK)
-        return status;
-    status = sign_part(context, data, length, mode, key, signature, signature_length);
+    if (status == QEL_OK)
+        status = sign_part(context, data, length, mode, key, signature, signature_length);
     // A digest that was given, and signed, leaves the algorithms stored.
     if (mode == QEL_MODE_FINAL || status != QEL_OK)
-        qel::forget_algorithms(context);
+        qel::end_operation(context);
     return status;
 }
 
@@ -183,7 +183,7 @@ QelStatus __qel_sign_certreq(QelContext *context, QelCertReq *request,
         return QEL_ERR_BAD_PARAM;
     return sign_structure(context, request, QEL_PDU_CertificationRequestInfo,
                           {key_algorithm, key_bytes, key_length},
-                          either(signature_algorithm, request->algorithm), &request->signature);
+                          either(request->algorithm, signature_algorithm), &request->signature);
 }
 
 QelStatus __qel_sign_cert(QelContext *context, QelCert *certificate, const QelAlgId *key_algorithm,
@@ -193,7 +193,7 @@ QelStatus __qel_sign_cert(QelContext *context, QelCert *certificate, const QelAl
         return QEL_ERR_BAD_PARAM;
     return sign_structure(
         context, certificate, QEL_PDU_CertificateInfo, {key_algorithm, key_bytes, key_length},
-        either(signature_algorithm, certificate->algorithm), &certificate->sigBits);
+        either(certificate->algorithm, signature_algorithm), &certificate->sigBits);
 }
 
 QelStatus __qel_sign_keypkg(QelContext *context, QelKeyPkg *key_package,
@@ -203,5 +203,5 @@ QelStatus __qel_sign_keypkg(QelContext *context, QelKeyPkg *key_package,
         return QEL_ERR_BAD_PARAM;
     return sign_structure(
         context, key_package, QEL_PDU_KeyPkgInfo, {key_algorithm, key_bytes, key_length},
-        either(signature_algorithm, key_package->algorithm), &key_package->signature);
+        either(key_package->algorithm, signature_algorithm), &key_package->signature);
 }

@@ -67,11 +67,6 @@ QelStatus store_algorithms(QelContext *context, const QelAlgId *signature_algori
     return QEL_OK;
 }
 
-void forget_algorithms(QelContext *context) {
-    context->digest_algorithm = nullptr;
-    context->signature_algorithm = nullptr;
-}
-
 QelStatus digest_part(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
                       uint8_t *digest) {
     if (mode == QEL_MODE_DIGEST) {

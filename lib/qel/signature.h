@@ -29,7 +29,8 @@ QelStatus check_key_algorithm(const QelOid *algorithm);
 // Stores the algorithms of a signature in the context, unless one is under way there. A null
 // algorithm leaves what is stored. QEL_ERR_UNSUPPORTED_ALG.
 QelStatus store_algorithms(QelContext *context, const QelAlgId *signature_algorithm);
-void forget_algorithms(QelContext *context);
+// Ends the digest and the signature under way. A cipher's session is left alone.
+void end_operation(QelContext *context);
 
 // Feeds data to the stored digest algorithm, or with QEL_MODE_DIGEST takes them as the digest.
 // digest receives digest_size bytes in all modes but QEL_MODE_UPDATE.

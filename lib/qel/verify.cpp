@@ -138,12 +138,11 @@ QelStatus qel_verify(QelContext *context, const uint8_t *data, uint32_t length, 
     QelStatus status = check_signature_algorithm(signature_algorithm);
     if (status == QEL_OK)
         status = qel::store_algorithms(context, signature_algorithm);
-    if (status != QEL_OK)
-        return status;
     const VerifierKey key = {key_algorithm, key_parameters, key_bits};
-    status = verify_part(context, data, length, mode, key, signature, signature_length);
+    if (status == QEL_OK)
+        status = verify_part(context, data, length, mode, key, signature, signature_length);
     if (mode != QEL_MODE_UPDATE || status != QEL_OK)
-        qel::forget_algorithms(context);
+        qel::end_operation(context);
     return status;
 }
 

@@ -197,6 +197,16 @@ TEST_F(SignTest, AfterADigestOnly) {
               rsa().sign_md5(md5(text)));
 }
 
+// Nothing of a signature that failed may get into the next one.
+TEST_F(SignTest, AnUpdateWithoutDataEndsTheSignature) {
+    const QelAlgId *const with_md2 = QEL_MD2WithRSAEncryption_AID;
+    ASSERT_EQ(key.sign(context, text, QEL_MODE_UPDATE, with_md2, &out, &length), QEL_OK);
+    EXPECT_EQ(key.sign(context, {}, QEL_MODE_UPDATE, with_md2, &out, &length), QEL_ERR_BAD_PARAM);
+    EXPECT_TRUE(context.idle());
+    EXPECT_EQ(key.signature(context, text, QEL_MODE_FINAL, QEL_MD5WithRSAEncryption_AID),
+              rsa().sign_md5(md5(text)));
+}
+
 TEST_F(SignTest, EachAllocation) {
     fault::each_allocation([&] {
         out = nullptr;
