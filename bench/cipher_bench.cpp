@@ -51,8 +51,7 @@ void openssl(const std::string &name, std::size_t size, const char *cipher, bool
     EVP_CIPHER_CTX_set_padding(context, 0);
     row(name + "openssl", size, [context, data = sample(size), out = Bytes(size + 8)]() mutable {
         int written = 0;
-        EVP_CipherUpdate(context, out.data(), &written, data.data(),
-                         static_cast<int>(data.size()));
+        EVP_CipherUpdate(context, out.data(), &written, data.data(), static_cast<int>(data.size()));
     });
 }
 
@@ -66,9 +65,11 @@ void nettle(const std::string &name, std::size_t size, bool encrypt, Set set,
     row(name + "nettle", size,
         [context, encrypt, block, data = sample(size), out = Bytes(size)]() mutable {
             if (encrypt)
-                nettle_cbc_encrypt(context.get(), block, 8, chain, data.size(), out.data(), data.data());
+                nettle_cbc_encrypt(context.get(), block, 8, chain, data.size(), out.data(),
+                                   data.data());
             else
-                nettle_cbc_decrypt(context.get(), block, 8, chain, data.size(), out.data(), data.data());
+                nettle_cbc_decrypt(context.get(), block, 8, chain, data.size(), out.data(),
+                                   data.data());
         });
 }
 
@@ -98,13 +99,12 @@ void gnutls(const std::string &name, std::size_t size, gnutls_cipher_algorithm_t
     gnutls_datum_t iv = {chain, 8};
     if (gnutls_cipher_init(&handle, cipher, &key, &iv) != 0)
         return; // it does not carry this cipher
-    row(name + "gnutls", size,
-        [handle, encrypt, data = sample(size), out = Bytes(size)]() mutable {
-            if (encrypt)
-                gnutls_cipher_encrypt2(handle, data.data(), data.size(), out.data(), out.size());
-            else
-                gnutls_cipher_decrypt2(handle, data.data(), data.size(), out.data(), out.size());
-        });
+    row(name + "gnutls", size, [handle, encrypt, data = sample(size), out = Bytes(size)]() mutable {
+        if (encrypt)
+            gnutls_cipher_encrypt2(handle, data.data(), data.size(), out.data(), out.size());
+        else
+            gnutls_cipher_decrypt2(handle, data.data(), data.size(), out.data(), out.size());
+    });
 }
 
 std::string name_of(const char *cipher, bool encrypt, std::size_t size) {

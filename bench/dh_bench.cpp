@@ -56,4 +56,6 @@ void agreement(int bits) {
 
 } // namespace
 
-void register_dh() { agreement(512); }
+void register_dh() {
+    agreement(512);
+}

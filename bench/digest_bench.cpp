@@ -29,11 +29,12 @@ void md5_rows(std::size_t size) {
         toolkit::md5_update(&md5, data.data(), data.size());
         toolkit::md5_final(&md5, digest);
     });
-    row(work + "openssl", size, [data, context = EVP_MD_CTX_new(), md5 = EVP_MD_fetch(nullptr, "MD5", nullptr)] {
-        EVP_DigestInit_ex(context, md5, nullptr);
-        EVP_DigestUpdate(context, data.data(), data.size());
-        EVP_DigestFinal_ex(context, digest, nullptr);
-    });
+    row(work + "openssl", size,
+        [data, context = EVP_MD_CTX_new(), md5 = EVP_MD_fetch(nullptr, "MD5", nullptr)] {
+            EVP_DigestInit_ex(context, md5, nullptr);
+            EVP_DigestUpdate(context, data.data(), data.size());
+            EVP_DigestFinal_ex(context, digest, nullptr);
+        });
     row(work + "nettle", size, [data] {
         md5_ctx context;
         nettle_md5_init(&context);
@@ -46,9 +47,8 @@ void md5_rows(std::size_t size) {
         md5_process(&state, data.data(), data.size());
         md5_done(&state, digest);
     });
-    row(work + "gnutls", size, [data] {
-        gnutls_hash_fast(GNUTLS_DIG_MD5, data.data(), data.size(), digest);
-    });
+    row(work + "gnutls", size,
+        [data] { gnutls_hash_fast(GNUTLS_DIG_MD5, data.data(), data.size(), digest); });
 }
 
 void md2_rows(std::size_t size) {

@@ -52,7 +52,9 @@ toolkit::ITEM item(const Bytes &bytes) {
 
 } // namespace
 
-toolkit::A_RSA_KEY BenchKey::public_numbers() const { return {item(modulus), item(exponent)}; }
+toolkit::A_RSA_KEY BenchKey::public_numbers() const {
+    return {item(modulus), item(exponent)};
+}
 
 toolkit::A_RSA_CRT_KEY BenchKey::private_numbers() const {
     return {item(modulus),

@@ -9,9 +9,9 @@
 
 struct BenchKey {
     EVP_PKEY *openssl;
-    Bytes pkcs8;  // PrivateKeyInfo
-    Bytes pkcs1;  // RSAPrivateKey
-    Bytes spki;   // SubjectPublicKeyInfo
+    Bytes pkcs8; // PrivateKeyInfo
+    Bytes pkcs1; // RSAPrivateKey
+    Bytes spki;  // SubjectPublicKeyInfo
     Bytes modulus, exponent, prime[2], prime_exponent[2], coefficient, private_exponent;
 
     toolkit::A_RSA_KEY public_numbers() const;

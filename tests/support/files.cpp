@@ -17,9 +17,13 @@ namespace {
 
 } // namespace
 
-std::string vector_path(const std::string &name) { return std::string(QEL_TEST_VECTORS) + "/" + name; }
+std::string vector_path(const std::string &name) {
+    return std::string(QEL_TEST_VECTORS) + "/" + name;
+}
 
-Bytes vector_file(const std::string &name) { return read_file(vector_path(name)); }
+Bytes vector_file(const std::string &name) {
+    return read_file(vector_path(name));
+}
 
 std::vector<std::string> vector_names(const std::string &folder) {
     std::vector<std::string> names;
@@ -48,9 +52,13 @@ void write_file(const std::string &path, const Bytes &contents) {
         give_up("cannot write " + path);
 }
 
-Bytes bytes_of(const std::string &text) { return {text.begin(), text.end()}; }
+Bytes bytes_of(const std::string &text) {
+    return {text.begin(), text.end()};
+}
 
-std::string text_of(const Bytes &bytes) { return {bytes.begin(), bytes.end()}; }
+std::string text_of(const Bytes &bytes) {
+    return {bytes.begin(), bytes.end()};
+}
 
 Bytes from_hex(const std::string &digits) {
     Bytes bytes;
@@ -89,7 +97,9 @@ std::string to_hex(const uint8_t *bytes, std::size_t size) {
     return text;
 }
 
-std::string to_hex(const Bytes &bytes) { return to_hex(bytes.data(), bytes.size()); }
+std::string to_hex(const Bytes &bytes) {
+    return to_hex(bytes.data(), bytes.size());
+}
 
 TemporaryFolder::TemporaryFolder() {
     std::string name = (std::filesystem::temp_directory_path() / "qel-test-XXXXXX").string();
@@ -103,7 +113,9 @@ TemporaryFolder::~TemporaryFolder() {
     std::filesystem::remove_all(folder_, ignored);
 }
 
-std::string TemporaryFolder::path(const std::string &name) const { return folder_ + "/" + name; }
+std::string TemporaryFolder::path(const std::string &name) const {
+    return folder_ + "/" + name;
+}
 
 void each_spoiled(const Bytes &good,
                   const std::function<void(const Bytes &, const std::string &)> &check) {

@@ -15,7 +15,9 @@ std::string trimmed(const std::string &text) {
 
 } // namespace
 
-bool VectorCase::has(const std::string &name) const { return values_.count(name) != 0; }
+bool VectorCase::has(const std::string &name) const {
+    return values_.count(name) != 0;
+}
 
 std::string VectorCase::text(const std::string &name) {
     const auto found = values_.find(name);
@@ -34,7 +36,9 @@ Bytes VectorCase::bytes(const std::string &name) {
     return from_hex(value);
 }
 
-unsigned long VectorCase::number(const std::string &name) { return std::stoul(text(name)); }
+unsigned long VectorCase::number(const std::string &name) {
+    return std::stoul(text(name));
+}
 
 std::vector<std::string> VectorCase::unread() const {
     std::vector<std::string> names;
@@ -44,7 +48,9 @@ std::vector<std::string> VectorCase::unread() const {
     return names;
 }
 
-void VectorCase::set(const std::string &name, const std::string &value) { values_[name].text = value; }
+void VectorCase::set(const std::string &name, const std::string &value) {
+    values_[name].text = value;
+}
 
 std::vector<VectorCase> vector_cases(const std::string &name) {
     std::vector<VectorCase> cases;

@@ -15,7 +15,7 @@ struct QelContext {
     char *certificate_directory;
     char *spare_string; /* released by qel_end, set by nobody */
     char *key_identifier;
-    char *host_address; /* dotted IPv4 */
+    char *host_address;        /* dotted IPv4 */
     CK_SESSION_HANDLE session; /* token session of a multi-part digest or cipher */
     void *spare_word;
     const QelAlgId *signature_algorithm; /* of the multi-part signature under way */

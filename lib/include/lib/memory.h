@@ -47,7 +47,9 @@ template <std::size_t size> struct SecretArray {
 };
 
 // A zero-filled T, or null.
-template <class T> T *allocate() { return static_cast<T *>(std::calloc(1, sizeof(T))); }
+template <class T> T *allocate() {
+    return static_cast<T *>(std::calloc(1, sizeof(T)));
+}
 
 // size zero-filled bytes (at least one is allocated), or null.
 inline uint8_t *allocate_bytes(std::size_t size) {

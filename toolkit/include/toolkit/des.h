@@ -53,6 +53,6 @@ void desx_cbc_encrypt(const DesxKey *key, uint8_t iv[8], const uint8_t *in, uint
 void desx_cbc_decrypt(const DesxKey *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
                       std::size_t blocks);
 
-}  // namespace toolkit
+} // namespace toolkit
 
 #endif

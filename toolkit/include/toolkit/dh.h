@@ -33,6 +33,6 @@ int dh_generate_parameters(ITEM *prime_out, ITEM *base_out, uint32_t prime_bits,
                            uint32_t exponent_bits, const RandomSource &random,
                            const SurrenderContext *surrender);
 
-}  // namespace toolkit
+} // namespace toolkit
 
 #endif

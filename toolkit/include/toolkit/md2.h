@@ -13,7 +13,7 @@ struct Md2 {
     uint8_t state[16];
     uint8_t checksum[16];
     uint8_t block[16];
-    std::size_t held;  // bytes in block
+    std::size_t held; // bytes in block
 };
 
 void md2_init(Md2 *md2);
@@ -21,6 +21,6 @@ void md2_update(Md2 *md2, const uint8_t *data, std::size_t size);
 // Writes 16 bytes and zeroes the state.
 void md2_final(Md2 *md2, uint8_t *digest);
 
-}  // namespace toolkit
+} // namespace toolkit
 
 #endif

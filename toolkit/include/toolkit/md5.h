@@ -11,7 +11,7 @@ constexpr std::size_t md5_digest_size = 16;
 
 struct Md5 {
     uint32_t state[4];
-    uint64_t length;  // bytes taken so far
+    uint64_t length; // bytes taken so far
     uint8_t block[64];
 };
 
@@ -20,6 +20,6 @@ void md5_update(Md5 *md5, const uint8_t *data, std::size_t size);
 // Writes 16 bytes and zeroes the state.
 void md5_final(Md5 *md5, uint8_t *digest);
 
-}  // namespace toolkit
+} // namespace toolkit
 
 #endif

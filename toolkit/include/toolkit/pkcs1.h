@@ -24,6 +24,6 @@ int pkcs1_open_type1(const uint8_t *block, uint32_t size, uint32_t *start_out);
 // Type 2 blocks are secret: time does not depend on their contents, only the one verdict does.
 int pkcs1_open_type2(const uint8_t *block, uint32_t size, uint32_t *start_out);
 
-}  // namespace toolkit
+} // namespace toolkit
 
 #endif

@@ -18,7 +18,7 @@ struct DigestRandom {
     RandomDigest digest;
     uint8_t state[16];
     uint8_t output[16];
-    std::size_t left;  // bytes of output not handed out yet
+    std::size_t left; // bytes of output not handed out yet
 };
 
 void digest_random_init(DigestRandom *random, RandomDigest digest);
@@ -36,6 +36,6 @@ struct RandomSource {
 RandomSource system_random();
 RandomSource digest_random_source(DigestRandom *random);
 
-}  // namespace toolkit
+} // namespace toolkit
 
 #endif

@@ -26,6 +26,6 @@ void rc2_cbc_decrypt(const Rc2Key *key, uint8_t iv[8], const uint8_t *in, uint8_
 uint32_t rc2_version_from_bits(uint32_t effective_bits);
 uint32_t rc2_bits_from_version(uint32_t version);
 
-}  // namespace toolkit
+} // namespace toolkit
 
 #endif

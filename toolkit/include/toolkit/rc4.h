@@ -19,6 +19,6 @@ bool rc4_set_key(Rc4 *rc4, const uint8_t *key, std::size_t size);
 // in and out may be the same buffer.
 void rc4_crypt(Rc4 *rc4, const uint8_t *in, uint8_t *out, std::size_t size);
 
-}  // namespace toolkit
+} // namespace toolkit
 
 #endif

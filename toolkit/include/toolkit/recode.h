@@ -39,6 +39,6 @@ bool recode_decode_update(RecodeDecoder *decoder, uint8_t *out, std::size_t *out
 // False when a group was left unfinished.
 bool recode_decode_final(RecodeDecoder *decoder);
 
-}  // namespace toolkit
+} // namespace toolkit
 
 #endif

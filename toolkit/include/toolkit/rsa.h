@@ -38,6 +38,6 @@ int rsa_generate(A_PKCS_RSA_PRIVATE_KEY *key_out, uint32_t modulus_bits, const I
                  const RandomSource &random, const SurrenderContext *surrender);
 void rsa_key_free(A_PKCS_RSA_PRIVATE_KEY *key);
 
-}  // namespace toolkit
+} // namespace toolkit
 
 #endif
