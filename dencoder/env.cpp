@@ -61,6 +61,7 @@ void ossterm(OssEnvironment *environment) {
         return;
     while (environment->marked != nullptr)
         drop_marked(*environment, environment->marked);
+    free_retired(*environment);
     explicit_bzero(environment, sizeof *environment);
 }
 

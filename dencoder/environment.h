@@ -44,6 +44,7 @@ struct MarkedFile {
 MarkedFile *find_marked(const OssEnvironment &environment, const void *handle);
 // Takes the handle out of the environment, with its file if that is temporary.
 void drop_marked(OssEnvironment &environment, MarkedFile *marked);
+void free_retired(OssEnvironment &environment);
 
 // ---- Environment --------------------------------------------------------------------------------
 
@@ -82,6 +83,9 @@ struct OssEnvironment {
     FILE *print_stream;
     FILE *trace_stream;
     dencoder::MarkedFile *marked;
+    // Unmarked handles: kept to the end, so that none of their addresses comes to stand for another
+    // file while a record still holds it.
+    dencoder::MarkedFile *retired;
     dencoder::Failure failure;
     char message[256];
     uint32_t lengths[dencoder::kLengthsAtHand];

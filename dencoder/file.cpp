@@ -87,10 +87,11 @@ bool read_file(OssEnvironment &environment, const MarkedFile &marked, FileInput 
 }
 
 MarkedFile *mark_temporary(OssEnvironment &environment, FileDescriptor &descriptor) {
+    // A relative folder would be another one after a change of directory.
     const char *folder = secure_getenv("TMPDIR");
     char name[4096];
     const int length = snprintf(name, sizeof name, "%s/asn1-XXXXXX",
-                                folder != nullptr && *folder != 0 ? folder : "/tmp");
+                                folder != nullptr && *folder == '/' ? folder : "/tmp");
     if (length < 0 || static_cast<std::size_t>(length) >= sizeof name) {
         file_failure(environment, "the folder for temporary files has too long a name");
         return nullptr;

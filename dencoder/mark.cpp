@@ -20,6 +20,14 @@ MarkedFile *unlink_marked(OssEnvironment &environment, const void *handle) {
 
 } // namespace
 
+void free_retired(OssEnvironment &environment) {
+    while (environment.retired != nullptr) {
+        MarkedFile *first = environment.retired;
+        environment.retired = first->next;
+        std::free(first);
+    }
+}
+
 MarkedFile *find_marked(const OssEnvironment &environment, const void *handle) {
     for (MarkedFile *marked = environment.marked; marked != nullptr; marked = marked->next)
         if (marked == handle)
@@ -65,6 +73,8 @@ void *ossUnmarkObj(OssEnvironment *environment, void *handle) {
     if (marked == nullptr)
         return nullptr;
     char *name = marked->name;
-    std::free(marked);
+    marked->name = nullptr;
+    marked->next = environment->retired;
+    environment->retired = marked;
     return name;
 }

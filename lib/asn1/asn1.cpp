@@ -88,6 +88,7 @@ QelStatus __qel_init_asn1(QelContext *context) {
         return QEL_ERR_NO_MEMORY;
     if (ossinit(static_cast<OssEnvironment *>(block.get()), &pkcs) != OSS_DONE)
         return QEL_ERR_ASN1_INIT;
+    __qel_end_asn1(context);
     context->asn1 = block.release();
     return QEL_OK;
 }

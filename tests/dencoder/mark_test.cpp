@@ -101,6 +101,18 @@ TEST_F(Marked, AnUnmarkedTemporaryFileStays) {
     EXPECT_EQ(text_of(read_file(name)), "abc");
 }
 
+// The address of an unmarked handle must not come to stand for a later file.
+TEST_F(Marked, ARecordWithAnUnmarkedHandleTouchesNoOtherFile) {
+    auto first = runtime.decode<CountedBytes>(ber("04{'abc'}"), kOctetsFile);
+    auto second = runtime.decode<CountedBytes>(ber("04{'def'}"), kOctetsFile);
+    unmark(first->value);
+    unmark(second->value);
+    auto third = runtime.decode<CountedBytes>(ber("04{'ghi'}"), kOctetsFile);
+    first.reset();
+    second.reset();
+    EXPECT_EQ(runtime.encode(third.get(), kOctetsFile), ber("04{'ghi'}"));
+}
+
 TEST_F(Marked, TheCallersHandleOutlivesTheRecord) {
     auto value = runtime.decode<CountedBytes>(ber("04{'abc'}"), kOctetsFile);
     const std::string name = unmark(value->value);

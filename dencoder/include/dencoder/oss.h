@@ -7,7 +7,8 @@
  * says more. PDU numbers start at 1.
  *
  * Values are the records that the control table describes. Each block in a decoded value comes from
- * malloc and owns what it points to, so that a caller may also take a value apart with free().
+ * malloc and owns what it points to, so that a caller may also take a value apart with free(),
+ * unless contents of it are in a marked file.
  */
 #ifndef DENCODER_OSS_H
 #define DENCODER_OSS_H
