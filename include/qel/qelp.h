@@ -151,7 +151,8 @@ enum {
 };
 
 /*
- * __qel_init_asn1 gives a context its ASN.1 environment; __qel_init and qel_init call it.
+ * __qel_init_asn1 gives a context its ASN.1 environment, and ends the one that it has; __qel_init
+ * calls it.
  * QEL_ERR_BAD_PARAM: a null context. QEL_ERR_NO_MEMORY. QEL_ERR_ASN1_INIT: the runtime refuses.
  */
 QelStatus __qel_init_asn1(QelContext *context);
@@ -169,7 +170,8 @@ QelStatus __qel_end_asn1(QelContext *context);
  *           of every signer (25, 26). No bit is cleared. Other records are not written to.
  *   buffer, length  by the rule for output bytes, but a buffer that is too small is
  *           QEL_ERR_ASN1_ENCODE. A handle of __qel_mark_oss_file as the buffer: the encoding is
- *           written to that file, whatever it held before. A failure changes neither.
+ *           written to that file, whatever it held before. A failure changes neither, but leaves such a
+ *           file empty.
  * Name, CertificateInfo, Certificate, KeyPkgInfo, DigestInfo and CertificationRequestInfo are always
  * encoded in DER (X.690), the others by the rules of the environment. Printable strings must keep to
  * their alphabet, IA5 strings to 7 bits; years reach from 1969 to 2068.
@@ -182,7 +184,8 @@ QelStatus __qel_asn1_encode(QelContext *context, const void *value, int pdu, uin
  * __qel_asn1_decode decodes one value, in BER or DER, that ends where the data ends.
  *   data       length bytes; or a handle of __qel_mark_oss_file, and the file is read.
  *   value_out  a new record, all of whose parts are separate blocks. It is released with
- *              __qel_asn1_free, or the free function of its kind.
+ *              __qel_asn1_free, or the free function of its kind; one with content in a file only
+ *              with __qel_asn1_free or its function of the context (__qel_free_..._fm_pdu).
  * QEL_ERR_BAD_PARAM: a null argument. QEL_ERR_ASN1_DECODE: anything else, missing memory included.
  */
 QelStatus __qel_asn1_decode(QelContext *context, const uint8_t *data, uint32_t length, int pdu,
@@ -382,7 +385,7 @@ void __qel_free2_item_list(QelItemList *record);
  *   serial   1 when the lengths differ, else the order of the bytes (memcmp).
  *   bstr     1 when the lengths differ, else the order of the whole bytes (memcmp), else 1 when the
  *            bits behind them differ; unused bits do not count.
- *   dn       the order of the printable forms, whatever the case of letters (strcasecmp). Names that
+ *   dn       the order of the printable forms, whatever the case of the letters a to z. Names that
  *            print alike are equal, also where their values hold what the printable form uses between
  *            values: equality does not prove that two names are the same.
  *

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <strings.h>
 
 #include <lib/memory.h>
 
@@ -32,6 +31,19 @@ QelStatus compare_parameters(const QelOctetString *a, const QelOctetString *b, i
         return QEL_ERR_BAD_PARAM;
     *result_out = a->length != b->length ? 1 : compare_bytes(a->value, b->value, a->length);
     return QEL_OK;
+}
+
+// strcasecmp as in the C locale: the letters A to Z alone have two cases.
+int compare_ignoring_case(const char *a, const char *b) {
+    const auto lower = [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte >= 'A' && byte <= 'Z' ? byte + ('a' - 'A') : int{byte};
+    };
+    while (*a != '\0' && lower(*a) == lower(*b)) {
+        ++a;
+        ++b;
+    }
+    return lower(*a) - lower(*b);
 }
 
 // The printable form of a name after a passage through its encoding, which makes its order of
@@ -148,6 +160,6 @@ QelStatus __qel_cmp_dn(QelContext *context, const QelName *a, const QelName *b, 
     const qel::Owned<char> owner_b(string_b);
     if (status != QEL_OK)
         return status;
-    *result_out = strcasecmp(string_a, string_b);
+    *result_out = compare_ignoring_case(string_a, string_b);
     return QEL_OK;
 }
