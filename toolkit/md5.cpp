@@ -142,7 +142,9 @@ void take_blocks(uint32_t state[4], const uint8_t *data, std::size_t blocks) {
 } // namespace
 
 void md5_init(Md5 *md5) {
-    *md5 = Md5{{0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476}, 0, {}};
+    constexpr uint32_t start[4] = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
+    std::memcpy(md5->state, start, sizeof start);
+    md5->length = 0;
 }
 
 void md5_update(Md5 *md5, const uint8_t *data, std::size_t size) {

@@ -193,9 +193,11 @@ bool recode_decode_update(RecodeDecoder *decoder, uint8_t *out, std::size_t *out
     RecodeDecoder state = *decoder;
     uint8_t *const start = out;
     *out_size = 0;
+    // A group that ends in padding is no work for the groups: where they end is then known beforehand.
+    const std::size_t body = size >= 4 && in[size - 1] == '=' ? size - 4 : size;
     for (std::size_t i = 0; i < size;) {
         if (state.count == 0) {
-            const std::size_t done = groups.decode(out, in + i, size - i);
+            const std::size_t done = i < body ? groups.decode(out, in + i, body - i) : 0;
             i += done;
             out += done / 4 * 3;
             if (size - i >= 4)
@@ -212,7 +214,9 @@ bool recode_decode_update(RecodeDecoder *decoder, uint8_t *out, std::size_t *out
 }
 
 bool recode_decode_final(RecodeDecoder *decoder) {
-    return decoder->count == 0 || decoder->count == finished;
+    const bool whole = decoder->count == 0 || decoder->count == finished;
+    *decoder = RecodeDecoder{};
+    return whole;
 }
 
 } // namespace toolkit

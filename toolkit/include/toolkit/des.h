@@ -3,6 +3,10 @@
 // The CBC functions take whole blocks of 8 bytes. iv holds the chaining value: it is read at the
 // start and left ready for the next run of blocks. in and out may be the same buffer, but must not
 // overlap otherwise.
+//
+// The schedules are made, and short runs and all encryption done, by look-ups that depend on secrets:
+// their timing is not hidden. Longer runs of decryption are constant-time where the processor has
+// AVX-512.
 #ifndef TOOLKIT_DES_H
 #define TOOLKIT_DES_H
 
@@ -21,7 +25,7 @@ struct DesKey {
     uint64_t rounds[18];
 };
 
-// The parity bits of key are ignored.
+// The parity bits of key are ignored; weak keys are taken like any other.
 void des_set_key(DesKey *schedule, const uint8_t key[8]);
 void des_cbc_encrypt(const DesKey *key, uint8_t iv[8], const uint8_t *in, uint8_t *out,
                      std::size_t blocks);

@@ -1,4 +1,4 @@
-// rc2.h: RC2 (RFC 2268) in CBC mode. For iv, in and out see des.h.
+// rc2.h: RC2 (RFC 2268) in CBC mode. For iv, in and out, and for timing, see des.h.
 #ifndef TOOLKIT_RC2_H
 #define TOOLKIT_RC2_H
 

@@ -16,7 +16,8 @@ struct Rc4 {
 
 // key: 1 to 256 bytes. False when size is out of range.
 bool rc4_set_key(Rc4 *rc4, const uint8_t *key, std::size_t size);
-// in and out may be the same buffer.
+// Encrypts or decrypts size bytes, going on where the call before ended. in and out may be the same
+// buffer, but must not overlap otherwise. Timing depends on the key stream.
 void rc4_crypt(Rc4 *rc4, const uint8_t *in, uint8_t *out, std::size_t size);
 
 } // namespace toolkit

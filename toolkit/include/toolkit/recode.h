@@ -18,11 +18,13 @@ struct RecodeEncoder {
 };
 
 void recode_encode_init(RecodeEncoder *encoder);
-// Exact number of characters that an update with this many bytes writes.
-std::size_t recode_encode_size(const RecodeEncoder *encoder, std::size_t size);
+// Encodes what can be encoded in whole groups of three bytes, and holds the rest. Returns the number
+// of characters written.
 std::size_t recode_encode_update(RecodeEncoder *encoder, uint8_t *out, const uint8_t *in,
                                  std::size_t size);
-// Writes 0 or 4 characters.
+// Exact number of characters that an update with this many bytes writes.
+std::size_t recode_encode_size(const RecodeEncoder *encoder, std::size_t size);
+// Writes the last group, padded: 0 or 4 characters, the number returned. The encoder starts afresh.
 std::size_t recode_encode_final(RecodeEncoder *encoder, uint8_t *out);
 
 struct RecodeDecoder {
@@ -33,10 +35,10 @@ struct RecodeDecoder {
 
 void recode_decode_init(RecodeDecoder *decoder);
 // Writes at most (held + size) / 4 * 3 bytes. False at the first bad character; what was written
-// before it is to be thrown away.
+// before it is to be thrown away. All of the room named may be written to.
 bool recode_decode_update(RecodeDecoder *decoder, uint8_t *out, std::size_t *out_size,
                           const uint8_t *in, std::size_t size);
-// False when a group was left unfinished.
+// False when a group was left unfinished. The decoder starts afresh.
 bool recode_decode_final(RecodeDecoder *decoder);
 
 } // namespace toolkit
