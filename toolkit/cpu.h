@@ -1,12 +1,13 @@
-// cpu.h: what the processor at hand can do. The system's support for the wide registers is included.
+// cpu.h: what the processor at hand can do. The system's support for the wide registers is
+// included.
 #ifndef TOOLKIT_CPU_H
 #define TOOLKIT_CPU_H
 
 #if defined(__x86_64__)
 #define TOOLKIT_HAS_X86_VECTORS 1
 
-// Functions that use these instructions carry the attribute, and nothing else in their file does: no
-// instruction of theirs may run before available() said so.
+// Functions that use these instructions carry the attribute, and nothing else in their file does:
+// no instruction of theirs may run before available() said so.
 #define TOOLKIT_AVX2   [[gnu::target("avx2")]]
 #define TOOLKIT_AVX512 [[gnu::target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,gfni")]]
 

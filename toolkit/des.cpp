@@ -1,5 +1,5 @@
-// Encryption and the portable decryption look up in tables by secret values: timing through the data
-// cache is not hidden. The vector versions of decryption are constant-time.
+// Encryption and the portable decryption look up in tables by secret values: timing through the
+// data cache is not hidden. The vector versions of decryption are constant-time.
 #include <toolkit/des.h>
 #include <toolkit/implementations.h>
 
@@ -38,8 +38,8 @@ constexpr auto round_table = [] {
     return table;
 }();
 
-// Keeps the compiler from reordering a sum of exclusive ors, what is in it so far being one term, and
-// from moving halves to vector registers and back.
+// Keeps the compiler from reordering a sum of exclusive ors, what is in it so far being one term,
+// and from moving halves to vector registers and back.
 inline uint64_t term(uint64_t sum) {
 #if defined(__x86_64__)
     asm("" : "+r"(sum));

@@ -1,10 +1,11 @@
 // CBC decryption with AVX-512: 64 blocks at a time, a byte of each block in each register.
 //
-// A register holds the input of one S-box for 64 blocks, so a byte permutation looks 64 of them up in
-// the S-box's table. The table gives all of the six bits that the S-box contributes to the next
-// round's inputs (two of its four output bits go to two S-boxes each). An input gathers its six bits
-// from six S-boxes; the order of bits within the inputs is chosen so that each S-box gives, and each
-// input takes, one bit in each of six places. So what an input takes is put together by masks alone.
+// A register holds the input of one S-box for 64 blocks, so a byte permutation looks 64 of them up
+// in the S-box's table. The table gives all of the six bits that the S-box contributes to the next
+// round's inputs (two of its four output bits go to two S-boxes each). An input gathers its six
+// bits from six S-boxes; the order of bits within the inputs is chosen so that each S-box gives,
+// and each input takes, one bit in each of six places. So what an input takes is put together by
+// masks alone.
 //
 // Nothing depends on key or data but the contents of registers: this is constant-time.
 #include <toolkit/implementations.h>
@@ -23,7 +24,7 @@ namespace toolkit {
 
 namespace {
 
-// ---- The order of bits -----------------------------------------------------------------------------
+// ---- The order of bits --------------------------------------------------------------------------
 
 // Bit n of a half (1 to 32) as bit i (0 to 5, the first the most significant) of the input of box.
 constexpr unsigned expanded_bit(unsigned box, unsigned i) {
@@ -43,7 +44,8 @@ struct Layout {
     uint8_t source_at[8][6]; // and which box it comes from
 };
 
-// A set of S-boxes to inputs, one to one, over bits that have no place yet; found by augmenting paths.
+// A set of S-boxes to inputs, one to one, over bits that have no place yet; found by augmenting
+// paths.
 struct Matching {
     bool placed[8][6] = {}; // bits of inputs that have their place
     int bit_of_box[8];      // the bit of each input that this matching takes
@@ -116,9 +118,10 @@ constexpr Tables tables = [] {
     return made;
 }();
 
-// ---- Matrices --------------------------------------------------------------------------------------
+// ---- Matrices -----------------------------------------------------------------------------------
 
-// An 8 by 8 matrix of bits for GF2P8AFFINEQB: bit i of a result is the parity of row i with the byte.
+// An 8 by 8 matrix of bits for GF2P8AFFINEQB: bit i of a result is the parity of row i with the
+// byte.
 struct Matrix {
     uint8_t row[8] = {};
     constexpr uint64_t word() const {
@@ -181,14 +184,15 @@ constexpr Matrices matrices = [] {
     return made;
 }();
 
-// ---- Rounds ----------------------------------------------------------------------------------------
+// ---- Rounds -------------------------------------------------------------------------------------
 
 // The inputs of the eight S-boxes, of 64 blocks.
 struct Half {
     __m512i box[8];
 };
 
-// A schedule with each byte in the order of the layout, the bytes of an entry in the order of boxes.
+// A schedule with each byte in the order of the layout, the bytes of an entry in the order of
+// boxes.
 struct Keys {
     uint8_t entry[18][8];
 };
@@ -268,7 +272,7 @@ TOOLKIT_AVX512 [[gnu::noinline]] void run_pass(Half &left, Half &right, const Ke
     right = a;
 }
 
-// ---- Blocks ----------------------------------------------------------------------------------------
+// ---- Blocks -------------------------------------------------------------------------------------
 
 // Transposes the words of eight registers.
 TOOLKIT_AVX512 [[gnu::always_inline]] inline void transpose(__m512i row[8]) {

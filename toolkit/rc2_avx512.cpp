@@ -1,6 +1,6 @@
-// CBC decryption with AVX-512: the four words of 32 blocks in four registers, up to four such groups
-// side by side. The mashing rounds' look-ups are permutations of the schedule in two registers, so
-// this is constant-time.
+// CBC decryption with AVX-512: the four words of 32 blocks in four registers, up to four such
+// groups side by side. The mashing rounds' look-ups are permutations of the schedule in two
+// registers, so this is constant-time.
 #include "rc2_avx512.h"
 
 #include "avx512.h"

@@ -71,8 +71,8 @@ constexpr unsigned finished = 4;
     return ++decoder->count < 4 || close_group(decoder, out);
 }
 
-// A whole group that padding ends, the usual end of a text: how many characters were read, 4 or 0 when
-// it is anything else.
+// A whole group that padding ends, the usual end of a text: how many characters were read, 4 or 0
+// when it is anything else.
 std::size_t take_padded_group(RecodeDecoder *decoder, const uint8_t *in, uint8_t **out) {
     const uint8_t a = values[in[0]], b = values[in[1]], c = values[in[2]];
     if (in[3] != '=' || (a | b) >= 64 || (c >= 64 && c != pad))
@@ -85,7 +85,7 @@ std::size_t take_padded_group(RecodeDecoder *decoder, const uint8_t *in, uint8_t
 
 } // namespace
 
-// ---- Groups --------------------------------------------------------------------------------------
+// ---- Groups -------------------------------------------------------------------------------------
 
 std::size_t recode_encode_portable(uint8_t *out, const uint8_t *in, std::size_t size) {
     std::size_t done = 0;
@@ -136,7 +136,7 @@ const RecodeGroups &fastest() {
 
 } // namespace
 
-// ---- Encoding ------------------------------------------------------------------------------------
+// ---- Encoding -----------------------------------------------------------------------------------
 
 void recode_encode_init(RecodeEncoder *encoder) {
     *encoder = RecodeEncoder{};
@@ -181,7 +181,7 @@ std::size_t recode_encode_final(RecodeEncoder *encoder, uint8_t *out) {
     return 4;
 }
 
-// ---- Decoding ------------------------------------------------------------------------------------
+// ---- Decoding -----------------------------------------------------------------------------------
 
 void recode_decode_init(RecodeDecoder *decoder) {
     *decoder = RecodeDecoder{};
@@ -193,7 +193,8 @@ bool recode_decode_update(RecodeDecoder *decoder, uint8_t *out, std::size_t *out
     RecodeDecoder state = *decoder;
     uint8_t *const start = out;
     *out_size = 0;
-    // A group that ends in padding is no work for the groups: where they end is then known beforehand.
+    // A group that ends in padding is no work for the groups: where they end is then known
+    // beforehand.
     const std::size_t body = size >= 4 && in[size - 1] == '=' ? size - 4 : size;
     for (std::size_t i = 0; i < size;) {
         if (state.count == 0) {

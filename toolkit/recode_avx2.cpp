@@ -1,5 +1,6 @@
-// Base 64 with AVX2: characters by ranges, since its shuffles look up sixteen values only. The method
-// is that of W. Mula and D. Lemire, "Faster Base64 Encoding and Decoding Using AVX2 Instructions".
+// Base 64 with AVX2: characters by ranges, since its shuffles look up sixteen values only. The
+// method is that of W. Mula and D. Lemire, "Faster Base64 Encoding and Decoding Using AVX2
+// Instructions".
 #include "recode_groups.h"
 
 #if TOOLKIT_HAS_X86_VECTORS
@@ -13,7 +14,8 @@ namespace {
 // Both halves of a vector alike.
 #define BOTH(...) _mm256_setr_epi8(__VA_ARGS__, __VA_ARGS__)
 
-// Half bytes h and l make a character h l outside the alphabet exactly when a class of h is one of l.
+// Half bytes h and l make a character h l outside the alphabet exactly when a class of h is one of
+// l.
 struct Classes {
     alignas(16) uint8_t of_high[16], of_low[16];
 };

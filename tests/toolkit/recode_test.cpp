@@ -149,8 +149,8 @@ TEST(Recode, Lines) {
     }
 }
 
-// The inner loops against the portable ones: every length around the vectors' sizes, buffers of exact
-// size, and for decoding a character outside the alphabet at every place.
+// The inner loops against the portable ones: every length around the vectors' sizes, buffers of
+// exact size, and for decoding a character outside the alphabet at every place.
 TEST(Recode, GroupImplementationsAgree) {
     const RecodeGroups &portable = recode_groups[recode_groups_count - 1];
     Samples samples;

@@ -4,9 +4,8 @@
 // start and left ready for the next run of blocks. in and out may be the same buffer, but must not
 // overlap otherwise.
 //
-// The schedules are made, and short runs and all encryption done, by look-ups that depend on secrets:
-// their timing is not hidden. Longer runs of decryption are constant-time where the processor has
-// AVX-512.
+// Encryption, and decryption of short runs, look up in tables by secrets: their timing is not
+// hidden. Longer runs of decryption are constant-time where the processor has AVX-512.
 #ifndef TOOLKIT_DES_H
 #define TOOLKIT_DES_H
 
@@ -18,9 +17,9 @@ namespace toolkit {
 constexpr std::size_t des_block_size = 8;
 constexpr std::size_t des_key_size = 8;
 
-// A key schedule: secret, to be zeroed by its owner. The keys of rounds 1 and 2, then for rounds 3 to
-// 16 what to add to get from the key two rounds before to this one, then the keys of rounds 15 and
-// 16; a byte of an entry has the six bits for one S-box. Decryption walks it from the end.
+// A key schedule: secret, to be zeroed by its owner. The keys of rounds 1 and 2, then for rounds 3
+// to 16 what to add to get from the key two rounds before to this one, then the keys of rounds 15
+// and 16; a byte of an entry has the six bits for one S-box. Decryption walks it from the end.
 struct DesKey {
     uint64_t rounds[18];
 };

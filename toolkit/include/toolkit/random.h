@@ -12,8 +12,9 @@ enum class RandomDigest { md2, md5 };
 // Generator state: secret, to be zeroed by its owner.
 //
 // The state is a 128-bit big-endian number, at first 0. Seeding adds the digest of the seed to it
-// modulo 2^128; each 16 bytes of output are the digest of the state, which is then increased by one.
-// Bytes of a digest that were not asked for serve the next request, unless a seed comes in between.
+// modulo 2^128; each 16 bytes of output are the digest of the state, which is then increased by
+// one. Bytes of a digest that were not asked for serve the next request, unless a seed comes in
+// between.
 struct DigestRandom {
     RandomDigest digest;
     uint8_t state[16];

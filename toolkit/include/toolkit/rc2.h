@@ -1,4 +1,5 @@
-// rc2.h: RC2 (RFC 2268) in CBC mode. For iv, in and out, and for timing, see des.h.
+// rc2.h: RC2 (RFC 2268) in CBC mode. For iv, in and out, and for timing, see des.h; the
+// key schedule looks up by secrets too.
 #ifndef TOOLKIT_RC2_H
 #define TOOLKIT_RC2_H
 
@@ -22,7 +23,8 @@ void rc2_cbc_decrypt(const Rc2Key *key, uint8_t iv[8], const uint8_t *in, uint8_
                      std::size_t blocks);
 
 // The number that stands for an effective key size in RC2-CBC parameters (RFC 2268 section 6), and
-// back. 0 for a size that is not 1 to 1024, and for a version of none. Version 0 stands for 93 bits.
+// back. 0 for a size that is not 1 to 1024, and for a version of none. Version 0 stands for 93
+// bits.
 uint32_t rc2_version_from_bits(uint32_t effective_bits);
 uint32_t rc2_bits_from_version(uint32_t version);
 

@@ -1,9 +1,9 @@
 // recode.h: the printable encoding of RFC 1113 and RFC 1421 (base 64).
 //
-// The encoder writes one unbroken run of characters. The decoder passes over white space (blank, tab,
-// CR, LF) anywhere, keeps a partial group between calls, and refuses every other character outside
-// the alphabet, padding anywhere but at the end, anything after it, and pad bits that are not zero.
-// Neither direction takes place in the buffer of its input.
+// The encoder writes one unbroken run of characters. The decoder passes over white space (blank,
+// tab, CR, LF) anywhere, keeps a partial group between calls, and refuses every other character
+// outside the alphabet, padding anywhere but at the end, anything after it, and pad bits that are
+// not zero. Neither direction takes place in the buffer of its input.
 #ifndef TOOLKIT_RECODE_H
 #define TOOLKIT_RECODE_H
 
@@ -18,8 +18,8 @@ struct RecodeEncoder {
 };
 
 void recode_encode_init(RecodeEncoder *encoder);
-// Encodes what can be encoded in whole groups of three bytes, and holds the rest. Returns the number
-// of characters written.
+// Encodes what can be encoded in whole groups of three bytes, and holds the rest. Returns the
+// number of characters written.
 std::size_t recode_encode_update(RecodeEncoder *encoder, uint8_t *out, const uint8_t *in,
                                  std::size_t size);
 // Exact number of characters that an update with this many bytes writes.
