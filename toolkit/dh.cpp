@@ -75,18 +75,20 @@ int dh_group_new(DhGroup **group_out, const ITEM &prime, const ITEM &base, uint3
     if ((prime.data[prime.len - 1] & 1) == 0 || exponent_bits >= bits || bits_of(base) > bits)
         return BE_ALGORITHM_INFO;
     const std::size_t size = best_arithmetic()->padded_size(bn::limbs_for_bits(bits));
-    auto *const group = static_cast<DhGroup *>(malloc(sizeof(DhGroup) + 3 * size * bn::limb_bytes));
+    const std::size_t constants = best_arithmetic()->constants_size(size, bits);
+    auto *const group =
+        static_cast<DhGroup *>(malloc(sizeof(DhGroup) + (2 * size + constants) * bn::limb_bytes));
     if (group == nullptr)
         return BE_ALLOC;
     Handle<DhGroup, dh_group_free> owner(group);
     bn::Pieces pieces{reinterpret_cast<Limb *>(group + 1)};
-    Limb *const p = pieces.take(size), *const r_squared = pieces.take(size);
+    Limb *const p = pieces.take(size), *const r_squared = pieces.take(constants);
     group->base = pieces.take(size);
     group->size = static_cast<uint32_t>((bits + 7) / 8);
     group->exponent_bits = exponent_bits;
     bn::load(p, size, prime.data, prime.len);
     bn::load(group->base, size, base.data, base.len);
-    Limb scratch[product_scratch(most_limbs)];
+    Limb scratch[most_limbs + 1 + product_scratch(most_limbs)];
     modulus_init(&group->p, best_arithmetic(), p, size, bits, r_squared, scratch);
     if (!in_range(group->base, group->p))
         return BE_ALGORITHM_INFO;
@@ -146,11 +148,12 @@ bool put(ITEM *item, const Limb *a, std::size_t count) {
 int find_base(Limb *base, const Limb *prime, std::size_t bits, const Limb *q, std::size_t q_size) {
     const std::size_t limbs = bn::limbs_for_bits(bits);
     const std::size_t size = best_arithmetic()->padded_size(limbs);
-    const bn::Secret room = bn::allocate_limbs(6 * size + 2 * size + product_scratch(size));
+    const std::size_t constants = best_arithmetic()->constants_size(size, bits);
+    const bn::Secret room = bn::allocate_limbs(7 * size + constants + product_scratch(size));
     if (room == nullptr)
         return BE_ALLOC;
     bn::Pieces pieces{room.get()};
-    Limb *const m = pieces.take(size), *const r_squared = pieces.take(size);
+    Limb *const m = pieces.take(size), *const r_squared = pieces.take(constants);
     Limb *const h = pieces.take(size), *const factor = pieces.take(size);
     Limb *const divisor = pieces.take(size), *const power = pieces.take(size);
     Limb *const scratch = pieces.next;

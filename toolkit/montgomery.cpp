@@ -100,10 +100,14 @@ const Arithmetic portable_arithmetic = {
     "portable",
     [] { return true; },
     [](std::size_t limbs) { return limbs; },
+    [](std::size_t size, std::size_t) { return size; },
+    [](Modulus *, Limb *) {},
     portable_multiply,
     portable_square,
     fixed_window_scratch,
     power_by_size<Portable<4>, Portable<8>, Portable<0>>,
+    limb_public_power_scratch,
+    limb_public_power,
 };
 
 // ---- Choice
@@ -113,6 +117,7 @@ const Arithmetic *const all_arithmetics[] = {
     &portable_arithmetic,
 #ifdef TOOLKIT_MULX
     &mulx_arithmetic,
+    &ifma_arithmetic,
 #endif
     nullptr,
 };
@@ -157,6 +162,7 @@ void modulus_init(Modulus *modulus, const Arithmetic *arithmetic, Limb *m, std::
         if (r_bits >> place & 1)
             bn::add_modulo(r_squared, r_squared, r_squared, m, size);
     }
+    arithmetic->prepare(modulus, scratch);
 }
 
 void montgomery_one(Limb *out, const Modulus &m, Limb *scratch) {
@@ -187,8 +193,12 @@ void montgomery_enter(Limb *out, const Limb *a, std::size_t count, const Modulus
     }
 }
 
-void montgomery_public_power(Limb *out, const Limb *base, const Limb *exponent,
-                             std::size_t exponent_bits, const Modulus &m, Limb *scratch) {
+std::size_t limb_public_power_scratch(const Modulus &m) {
+    return 2 * m.size + product_scratch(m.size);
+}
+
+void limb_public_power(Limb *out, const Limb *base, const Limb *exponent, std::size_t exponent_bits,
+                       const Modulus &m, Limb *scratch) {
     bn::Pieces pieces{scratch};
     Limb *const power = pieces.take(m.size), *const entered = pieces.take(m.size);
     Limb *const product = pieces.take(product_scratch(m.size));

@@ -19,7 +19,7 @@ struct Modulus {
     std::size_t bits;
     bn::Limb negative_inverse; // -1 / m modulo 2^limb_bits
     bn::Limb *m;
-    bn::Limb *r_squared; // R^2 mod m
+    bn::Limb *r_squared; // R^2 mod m, and behind it what else the implementation keeps
 };
 
 // result = base ^ exponent mod m. base and result are in Montgomery form, size limbs each, and may
@@ -38,14 +38,22 @@ struct Arithmetic {
     bool (*works_here)();
     // The least size that a modulus of this many limbs may be given.
     std::size_t (*padded_size)(std::size_t limbs);
-    // out = a b / R mod m, below m. a is below R, b below m; all may overlap. scratch:
-    // product_scratch.
+    // Limbs that the constants of a modulus take, and how they are made once R^2 is there.
+    std::size_t (*constants_size)(std::size_t size, std::size_t bits);
+    void (*prepare)(Modulus *modulus, bn::Limb *scratch);
+    // out = a b / R mod m, below m. a is below R, b below m; all may overlap. scratch: product_scratch.
     void (*multiply)(bn::Limb *out, const bn::Limb *a, const bn::Limb *b, const Modulus &m,
                      bn::Limb *scratch);
     void (*square)(bn::Limb *out, const bn::Limb *a, const Modulus &m, bn::Limb *scratch);
     // One or two powers, two faster than one after the other where the implementation can.
     std::size_t (*power_scratch)(const Power *jobs, std::size_t count);
     void (*power)(const Power *jobs, std::size_t count, bn::Limb *scratch);
+    // out = base ^ exponent mod m, neither in Montgomery form, for an odd public exponent above 1:
+    // takes time by its value. base is below m; no overlap. The scratch is never more than 4 * size +
+    // product_scratch(size) limbs.
+    std::size_t (*public_power_scratch)(const Modulus &m);
+    void (*public_power)(bn::Limb *out, const bn::Limb *base, const bn::Limb *exponent,
+                         std::size_t exponent_bits, const Modulus &m, bn::Limb *scratch);
 };
 
 constexpr std::size_t product_scratch(std::size_t size) {
@@ -55,7 +63,7 @@ constexpr std::size_t product_scratch(std::size_t size) {
 extern const Arithmetic portable_arithmetic;
 #if defined(__x86_64__) && defined(__LP64__) && !defined(TOOLKIT_SMALL_LIMBS)
 #define TOOLKIT_MULX 1
-extern const Arithmetic mulx_arithmetic;
+extern const Arithmetic mulx_arithmetic, ifma_arithmetic;
 #endif
 
 // Every implementation of this build, null-terminated, the best last.
@@ -64,8 +72,8 @@ extern const Arithmetic *const all_arithmetics[];
 const Arithmetic *best_arithmetic();
 void prefer_arithmetic(const Arithmetic *arithmetic); // null: the best
 
-// m: the number, odd and above 1, of its padded size; r_squared: room for as many limbs. Both stay
-// the caller's and must outlive the modulus. scratch: product_scratch(size) limbs.
+// m: the number, odd and above 1, of its padded size; r_squared: room for constants_size limbs. Both
+// stay the caller's and must outlive the modulus. scratch: size + 1 + product_scratch(size) limbs.
 void modulus_init(Modulus *modulus, const Arithmetic *arithmetic, bn::Limb *m, std::size_t size,
                   std::size_t bits, bn::Limb *r_squared, bn::Limb *scratch);
 
@@ -85,11 +93,10 @@ void montgomery_leave(bn::Limb *out, const bn::Limb *a, const Modulus &m, bn::Li
 // scratch: size + product_scratch(size) limbs.
 void montgomery_enter(bn::Limb *out, const bn::Limb *a, std::size_t count, const Modulus &m,
                       bn::Limb *scratch);
-// out = base ^ exponent mod m, all out of Montgomery form, for an odd public exponent above 1:
-// takes time by the exponent's value. base is below m; no overlap. scratch: 2 * size +
-// product_scratch(size) limbs.
-void montgomery_public_power(bn::Limb *out, const bn::Limb *base, const bn::Limb *exponent,
-                             std::size_t exponent_bits, const Modulus &m, bn::Limb *scratch);
+// Arithmetic's public_power by its own products. scratch: limb_public_power_scratch(m) limbs.
+std::size_t limb_public_power_scratch(const Modulus &m);
+void limb_public_power(bn::Limb *out, const bn::Limb *base, const bn::Limb *exponent,
+                       std::size_t exponent_bits, const Modulus &m, bn::Limb *scratch);
 
 } // namespace toolkit
 

@@ -6,8 +6,9 @@
 #ifdef TOOLKIT_MULX
 
 #include "montgomery_power.h"
+#include "montgomery_x86.h"
 
-#include <cpuid.h>
+#include <immintrin.h>
 
 namespace toolkit {
 
@@ -350,29 +351,7 @@ void square_any(Limb *out, const Limb *a, const Modulus &m, Limb *scratch) {
 // --------------------------------------------------------------------------
 
 bool works_here() {
-    constexpr unsigned bmi2 = 1u << 8, adx = 1u << 19;
-    unsigned a, b, c, d;
-    return __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & bmi2) != 0 && (b & adx) != 0;
-}
-
-std::size_t padded_size(std::size_t limbs) {
-    return (limbs + 3) / 4 * 4;
-}
-
-void multiply(Limb *out, const Limb *a, const Limb *b, const Modulus &m, Limb *scratch) {
-    if (m.size == 4)
-        return multiply4(out, a, b, m, scratch);
-    if (m.size == 8)
-        return multiply8(out, a, b, m, scratch);
-    multiply_any(out, a, b, m, scratch);
-}
-
-void square(Limb *out, const Limb *a, const Modulus &m, Limb *scratch) {
-    if (m.size == 4)
-        return square4(out, a, m, scratch);
-    if (m.size == 8)
-        return square8(out, a, m, scratch);
-    square_any(out, a, m, scratch);
+    return x86_has(x86_bmi2 | x86_adx | x86_avx2);
 }
 
 template <auto multiply_function, auto square_function> struct Kernel {
@@ -382,31 +361,67 @@ template <auto multiply_function, auto square_function> struct Kernel {
     static void square(Limb *out, const Limb *a, const Modulus &m, Limb *scratch) {
         square_function(out, a, m, scratch);
     }
-    // Four limbs at a time.
-    static void read(Limb *out, const Limb *table, std::size_t entries, std::size_t size,
-                     Limb index) {
-        typedef Limb Vector __attribute__((vector_size(32), aligned(8), may_alias));
+    // Four limbs of every entry at a time.
+    __attribute__((target("avx2"))) static void
+    read(Limb *out, const Limb *table, std::size_t entries, std::size_t size, Limb index) {
+        const __m256i wanted = _mm256_set1_epi64x(static_cast<long long>(index));
+        const __m256i one = _mm256_set1_epi64x(1);
         for (std::size_t i = 0; i < size; i += 4) {
-            Vector sum = {};
-            for (std::size_t entry = 0; entry < entries; ++entry)
-                sum |= *reinterpret_cast<const Vector *>(table + entry * size + i) &
-                       bn::mask_if_equal(entry, index);
-            *reinterpret_cast<Vector *>(out + i) = sum;
+            __m256i sum = _mm256_setzero_si256(), entry = _mm256_setzero_si256();
+            for (const Limb *at = table + i, *end = at + entries * size; at != end; at += size) {
+                const __m256i four = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(at));
+                sum =
+                    _mm256_or_si256(sum, _mm256_and_si256(four, _mm256_cmpeq_epi64(entry, wanted)));
+                entry = _mm256_add_epi64(entry, one);
+            }
+            _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + i), sum);
         }
     }
 };
 
 } // namespace
 
+std::size_t mulx_padded_size(std::size_t limbs) {
+    return (limbs + 3) / 4 * 4;
+}
+
+void mulx_multiply(Limb *out, const Limb *a, const Limb *b, const Modulus &m, Limb *scratch) {
+    if (m.size == 4)
+        return multiply4(out, a, b, m, scratch);
+    if (m.size == 8)
+        return multiply8(out, a, b, m, scratch);
+    multiply_any(out, a, b, m, scratch);
+}
+
+void mulx_square(Limb *out, const Limb *a, const Modulus &m, Limb *scratch) {
+    if (m.size == 4)
+        return square4(out, a, m, scratch);
+    if (m.size == 8)
+        return square8(out, a, m, scratch);
+    square_any(out, a, m, scratch);
+}
+
+void mulx_reduce(Limb *out, Limb *t, const Modulus &m) {
+    reduce(out, t, m);
+}
+
+void mulx_power(const Power *jobs, std::size_t count, Limb *scratch) {
+    power_by_size<Kernel<multiply4, square4>, Kernel<multiply8, square8>,
+                  Kernel<multiply_any, square_any>>(jobs, count, scratch);
+}
+
 const Arithmetic mulx_arithmetic = {
     "mulx",
     works_here,
-    padded_size,
-    multiply,
-    square,
+    mulx_padded_size,
+    [](std::size_t size, std::size_t) { return size; },
+    [](Modulus *, Limb *) {},
+    mulx_multiply,
+    mulx_square,
     fixed_window_scratch,
-    power_by_size<Kernel<multiply4, square4>, Kernel<multiply8, square8>,
-                  Kernel<multiply_any, square_any>>,
+    mulx_power,
+    limb_public_power_scratch,
+    limb_public_power,
 };
 
 } // namespace toolkit

@@ -141,15 +141,17 @@ bool new_tester(Tester *tester, std::size_t bits) {
     m.bits = bits;
     const Power power = test_power(*tester, m);
     std::size_t work = m.arithmetic->power_scratch(&power, 1);
-    work = work > product_scratch(size) ? work : product_scratch(size);
+    const std::size_t least_work = size + 1 + product_scratch(size);
+    work = work > least_work ? work : least_work;
+    const std::size_t constants = m.arithmetic->constants_size(size, bits);
     tester->size = size;
-    tester->limbs = bn::allocate_limbs(5 * size + work);
+    tester->limbs = bn::allocate_limbs(4 * size + constants + work);
     if (tester->limbs == nullptr)
         return false;
     bn::Pieces pieces{tester->limbs.get()};
-    for (Limb **piece :
-         {&tester->m, &tester->r_squared, &tester->exponent, &tester->base, &tester->one})
+    for (Limb **piece : {&tester->m, &tester->exponent, &tester->base, &tester->one})
         *piece = pieces.take(size);
+    tester->r_squared = pieces.take(constants);
     tester->work = pieces.take(work);
     return true;
 }

@@ -74,19 +74,20 @@ int rsa_public_new(RsaPublic **key_out, const A_RSA_KEY &numbers) {
     if (!exponent.odd() || exponent.bits() < 2 || exponent.bits() > modulus.bits())
         return BE_KEY_INFO;
     const std::size_t size = padded_size(modulus);
-    auto *const key =
-        static_cast<RsaPublic *>(malloc(sizeof(RsaPublic) + alignment + 3 * size * bn::limb_bytes));
+    const std::size_t constants = best_arithmetic()->constants_size(size, modulus.bits());
+    auto *const key = static_cast<RsaPublic *>(
+        malloc(sizeof(RsaPublic) + alignment + (2 * size + constants) * bn::limb_bytes));
     if (key == nullptr)
         return BE_ALLOC;
     Handle<RsaPublic, rsa_public_free> owner(key);
     bn::Pieces pieces{aligned(key + 1)};
-    Limb *const n = pieces.take(size), *const r_squared = pieces.take(size);
+    Limb *const n = pieces.take(size), *const r_squared = pieces.take(constants);
     Limb *const e = pieces.take(size);
     bn::load(n, size, modulus.octets, modulus.size);
     bn::load(e, size, exponent.octets, exponent.size);
     if (!bn::is_less(e, n, size))
         return BE_KEY_INFO;
-    Limb scratch[product_scratch(most_limbs)];
+    Limb scratch[most_limbs + 1 + product_scratch(most_limbs)];
     modulus_init(&key->n, best_arithmetic(), n, size, modulus.bits(), r_squared, scratch);
     key->size = static_cast<uint32_t>(modulus.size);
     key->exponent = e;
@@ -108,11 +109,12 @@ int rsa_public_apply(const RsaPublic *key, const uint8_t *in, uint8_t *out) {
     Limb limbs[4 * most_limbs + product_scratch(most_limbs)];
     bn::Pieces pieces{limbs};
     Limb *const base = pieces.take(size), *const power = pieces.take(size);
-    Limb *const scratch = pieces.take(2 * size + product_scratch(size));
+    Limb *const scratch = pieces.take(key->n.arithmetic->public_power_scratch(key->n));
     bn::load(base, size, in, key->size);
     const bool in_range = bn::is_less(base, key->n.m, size) != 0;
     if (in_range) {
-        montgomery_public_power(power, base, key->exponent, key->exponent_bits, key->n, scratch);
+        key->n.arithmetic->public_power(power, base, key->exponent, key->exponent_bits, key->n,
+                                        scratch);
         bn::store(out, key->size, power, size);
     }
     // What is encrypted is secret.
@@ -183,7 +185,8 @@ std::size_t work_size(const RsaPrivate *key) {
     const std::size_t longer = greater(key->prime[0].modulus.size, key->prime[1].modulus.size);
     const Power powers[2] = {private_power(key, 0), private_power(key, 1)};
     std::size_t size = key->n.arithmetic->power_scratch(powers, 2);
-    size = greater(size, 2 * n + product_scratch(n));
+    size = greater(size, key->n.arithmetic->public_power_scratch(key->n));
+    size = greater(size, n + 1 + product_scratch(n));
     return greater(size,
                    4 * longer + greater(bn::inverse_scratch(longer), product_scratch(longer)));
 }
@@ -206,13 +209,14 @@ std::size_t lay_out(RsaPrivate *key, Limb *base) {
     key->residue[1] = take(size[1]);
     key->scratch_size = used;
     key->n.m = take(n);
-    key->n.r_squared = take(n);
+    key->n.r_squared = take(key->n.arithmetic->constants_size(n, key->n.bits));
     key->coefficient = take(size[0]);
     key->exponent = take(greater(size[0], size[1]));
     for (int i = 0; i < 2; ++i) {
         Prime &prime = key->prime[i];
         prime.modulus.m = take(size[i]);
-        prime.modulus.r_squared = take(size[i]);
+        prime.modulus.r_squared =
+            take(key->n.arithmetic->constants_size(size[i], prime.modulus.bits));
         prime.exponent = take(size[i]);
         prime.blind = take(size[i]);
         prime.unblind = take(size[i]);
@@ -330,6 +334,7 @@ int rsa_private_new(RsaPrivate **key_out, const A_RSA_CRT_KEY &numbers) {
     RsaPrivate plan = {};
     plan.n.arithmetic = best_arithmetic();
     plan.n.size = padded_size(from.modulus);
+    plan.n.bits = from.modulus.bits();
     for (int i = 0; i < 2; ++i) {
         plan.prime[i].modulus.size = padded_size(from.prime[i]);
         plan.prime[i].modulus.bits = from.prime[i].bits();
@@ -450,8 +455,8 @@ void recombine(const RsaPrivate *key) {
 }
 
 bool message_is_right(const RsaPrivate *key) {
-    montgomery_public_power(key->check, key->message, key->exponent, key->exponent_bits, key->n,
-                            key->work);
+    key->n.arithmetic->public_power(key->check, key->message, key->exponent, key->exponent_bits,
+                                    key->n, key->work);
     return bn::is_equal(key->check, key->input, key->n.size) != 0;
 }
 

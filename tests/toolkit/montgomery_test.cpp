@@ -19,7 +19,7 @@ struct Ring {
         const auto bits = static_cast<std::size_t>(BN_num_bits(m.get()));
         size = best_arithmetic()->padded_size(bn::limbs_for_bits(bits));
         limbs = load(m);
-        r_squared.resize(size);
+        r_squared.resize(best_arithmetic()->constants_size(size, bits));
         scratch.resize(3 * size + product_scratch(size));
         modulus_init(&modulus, best_arithmetic(), limbs.data(), size, bits, r_squared.data(),
                      scratch.data());
