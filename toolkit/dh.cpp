@@ -88,7 +88,7 @@ int dh_group_new(DhGroup **group_out, const ITEM &prime, const ITEM &base, uint3
     group->exponent_bits = exponent_bits;
     bn::load(p, size, prime.data, prime.len);
     bn::load(group->base, size, base.data, base.len);
-    Limb scratch[most_limbs + 1 + product_scratch(most_limbs)];
+    Limb scratch[2 * most_limbs + 1 + product_scratch(most_limbs)];
     modulus_init(&group->p, best_arithmetic(), p, size, bits, r_squared, scratch);
     if (!in_range(group->base, group->p))
         return BE_ALGORITHM_INFO;

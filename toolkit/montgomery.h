@@ -56,8 +56,9 @@ struct Arithmetic {
                          std::size_t exponent_bits, const Modulus &m, bn::Limb *scratch);
 };
 
+// Room for a product of two numbers and for what its making takes.
 constexpr std::size_t product_scratch(std::size_t size) {
-    return 2 * size + 2;
+    return 4 * size + 16;
 }
 
 extern const Arithmetic portable_arithmetic;
@@ -73,7 +74,8 @@ const Arithmetic *best_arithmetic();
 void prefer_arithmetic(const Arithmetic *arithmetic); // null: the best
 
 // m: the number, odd and above 1, of its padded size; r_squared: room for constants_size limbs. Both
-// stay the caller's and must outlive the modulus. scratch: size + 1 + product_scratch(size) limbs.
+// stay the caller's and must outlive the modulus. scratch: 2 * size + 1 + product_scratch(size)
+// limbs.
 void modulus_init(Modulus *modulus, const Arithmetic *arithmetic, bn::Limb *m, std::size_t size,
                   std::size_t bits, bn::Limb *r_squared, bn::Limb *scratch);
 

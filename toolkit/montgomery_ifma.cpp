@@ -34,10 +34,9 @@ constexpr Limb digit_mask = (Limb(1) << digit_bits) - 1;
 constexpr std::size_t lanes = 8;
 constexpr std::size_t most_vectors = 10;
 
-// R is at least 2^(bits + 54), and not below the R of limbs.
+// R is at least 2^(bits + 54).
 std::size_t digits_for(const Modulus &m) {
-    const std::size_t spare = m.bits + 54, limbs = m.size * bn::limb_bits;
-    return ((spare > limbs ? spare : limbs) + digit_bits - 1) / digit_bits;
+    return (m.bits + 54 + digit_bits - 1) / digit_bits;
 }
 std::size_t vectors_for(const Modulus &m) {
     return (digits_for(m) + lanes - 1) / lanes;
@@ -89,7 +88,7 @@ void from_digits(Limb *a, std::size_t limbs, const Limb *digits, std::size_t wid
     }
 }
 
-// ---- Products ------------------------------------------------------------------------------------
+// ---- Products -----------------------------------------------------------------------------------
 
 WITH_IFMA inline __m512i load(const Limb *at) {
     return _mm512_loadu_si512(at);
@@ -176,7 +175,7 @@ WITH_IFMA inline void multiply(const Product *products, std::size_t digits) {
     }
 }
 
-// ---- Powers --------------------------------------------------------------------------------------
+// ---- Powers -------------------------------------------------------------------------------------
 
 // out = table[index], reading every entry.
 template <std::size_t vectors>
@@ -279,7 +278,7 @@ WITH_IFMA void public_power_of(Limb *out, const Limb *base, const Limb *exponent
     leave_digits(out, power, m, pieces.next);
 }
 
-// ---- By size -------------------------------------------------------------------------------------
+// ---- By size ------------------------------------------------------------------------------------
 
 using WindowPower = void (*)(const Power *, Limb *);
 using PublicPower = void (*)(Limb *, const Limb *, const Limb *, std::size_t, const Modulus &,
@@ -365,16 +364,19 @@ void prepare(Modulus *modulus, Limb *scratch) {
     bn::add_small(value, m.size + 1, 1);
     bn::shift_right(value, m.size + 1, digit_bits);
     to_digits(const_cast<Limb *>(constants.n), width, value, m.size + 1);
-    // With L the R of limbs and L r = R: r^2 L, then r^2 L^2 = R^2, then L.
-    const std::size_t shift = 2 * (digit_bits * digits_for(m) - bn::limb_bits * m.size);
+    // With L the R of limbs: L, then R^2 / L, then R^2.
+    Limb *const one = pieces.take(m.size);
+    montgomery_one(one, m, pieces.next);
+    to_digits(const_cast<Limb *>(constants.leave), width, one, m.size);
+    const std::size_t l_bits = bn::limb_bits * m.size, r_bits = digit_bits * digits_for(m);
+    const bool above = r_bits >= l_bits;
+    const std::size_t place = above ? 2 * (r_bits - l_bits) : 2 * r_bits - l_bits;
     bn::set_small(value, m.size, 0);
-    value[shift / bn::limb_bits] = Limb(1) << shift % bn::limb_bits;
-    mulx_multiply(value, value, m.r_squared, m, pieces.next);
+    value[place / bn::limb_bits] = Limb(1) << place % bn::limb_bits;
+    mulx_multiply(value, value, above ? m.r_squared : one, m, pieces.next);
     to_digits(const_cast<Limb *>(constants.enter_form), width, value, m.size);
     mulx_multiply(value, value, m.r_squared, m, pieces.next);
     to_digits(const_cast<Limb *>(constants.enter), width, value, m.size);
-    montgomery_one(value, m, pieces.next);
-    to_digits(const_cast<Limb *>(constants.leave), width, value, m.size);
 }
 
 bool works_here() {

@@ -16,8 +16,7 @@ using bn::Limb;
 
 namespace {
 
-// ---- Four and eight limbs
-// ------------------------------------------------------------------------
+// ---- Four and eight limbs -----------------------------------------------------------------------
 //
 // A product's limb k is in register k modulo 8 (four limbs) or modulo 9 (eight limbs). Registers:
 // rdx the row's factor, rax and rbx a product's halves, rsi the other factor or the modulus.
@@ -206,149 +205,222 @@ void multiply8(Limb *out, const Limb *a, const Limb *b, const Modulus &m, Limb *
 }
 
 #define SQUARE_ROW8(offset, top) "movq " #offset "(%%rsi), %%rdx\n\t" CLEAR(top)
-#define DIAGONAL8(limb, from, to, low, high)                                                       \
-    "movq " #limb "(%%rsi), %%rdx\n\t" from DIAGONAL(low, high) to
-
-void square8(Limb *out, const Limb *a, const Modulus &m, Limb *scratch) {
-    const Limb *const modulus = m.m;
-    const Limb k = m.negative_inverse;
-    __asm__ volatile(
-        // The products of different limbs, once each; two limbs are done after each row.
-        "movq 0(%%rsi), %%rdx\n\t"
-        FIRST(8, LIMB1, LIMB2)
-        CHAIN("addq", 16, LIMB2, LIMB3) CHAIN("adcq", 24, LIMB3, LIMB4)
-        CHAIN("adcq", 32, LIMB4, LIMB5) CHAIN("adcq", 40, LIMB5, LIMB6)
-        CHAIN("adcq", 48, LIMB6, LIMB7) CHAIN("adcq", 56, LIMB7, LIMB8) CARRY(LIMB8)
-        STORE(LIMB1, 8) STORE(LIMB2, 16)
-        SQUARE_ROW8(8, LIMB0)
-        STEP(16, LIMB3, LIMB4) STEP(24, LIMB4, LIMB5) STEP(32, LIMB5, LIMB6)
-        STEP(40, LIMB6, LIMB7) STEP(48, LIMB7, LIMB8) STEP(56, LIMB8, LIMB0) CARRY(LIMB0)
-        STORE(LIMB3, 24) STORE(LIMB4, 32)
-        SQUARE_ROW8(16, LIMB1)
-        STEP(24, LIMB5, LIMB6) STEP(32, LIMB6, LIMB7) STEP(40, LIMB7, LIMB8)
-        STEP(48, LIMB8, LIMB0) STEP(56, LIMB0, LIMB1) CARRY(LIMB1)
-        STORE(LIMB5, 40) STORE(LIMB6, 48)
-        SQUARE_ROW8(24, LIMB2)
-        STEP(32, LIMB7, LIMB8) STEP(40, LIMB8, LIMB0) STEP(48, LIMB0, LIMB1)
-        STEP(56, LIMB1, LIMB2) CARRY(LIMB2)
-        STORE(LIMB7, 56) STORE(LIMB8, 64)
-        SQUARE_ROW8(32, LIMB3)
-        STEP(40, LIMB0, LIMB1) STEP(48, LIMB1, LIMB2) STEP(56, LIMB2, LIMB3) CARRY(LIMB3)
-        STORE(LIMB0, 72) STORE(LIMB1, 80)
-        SQUARE_ROW8(40, LIMB4)
-        STEP(48, LIMB2, LIMB3) STEP(56, LIMB3, LIMB4) CARRY(LIMB4)
-        STORE(LIMB2, 88) STORE(LIMB3, 96)
-        SQUARE_ROW8(48, LIMB5)
-        STEP(56, LIMB4, LIMB5) CARRY(LIMB5)
-        STORE(LIMB4, 104) STORE(LIMB5, 112)
-        // Twice that, and the squares of the limbs.
-        "movq 0(%%rsi), %%rdx\n\t" LOAD(LIMB1, 8) CLEAR(LIMB8)
-        "mulxq %%rdx, " LIMB0 ", %%rbx\n\t"
-        "adcxq " LIMB1 ", " LIMB1 "\n\tadoxq %%rbx, " LIMB1 "\n\t"
-        DIAGONAL8(8, LOAD(LIMB2, 16) LOAD(LIMB3, 24), "", LIMB2, LIMB3)
-        DIAGONAL8(16, LOAD(LIMB4, 32) LOAD(LIMB5, 40), "", LIMB4, LIMB5)
-        DIAGONAL8(24, LOAD(LIMB6, 48) LOAD(LIMB7, 56), "", LIMB6, LIMB7)
+#define DIAGONAL8(limb, load, low, high) "movq " #limb "(%%rsi), %%rdx\n\t" load DIAGONAL(low, high)
 #define HIGH8(limb, low, high)                                                                     \
     "movq " #limb "(%%rsi), %%rdx\n\t" LOAD("%%rcx", low)                                          \
     "mulxq %%rdx, %%rax, %%rbx\n\t"                                                                \
     "adcxq %%rcx, %%rcx\n\tadoxq %%rax, %%rcx\n\t" STORE("%%rcx", low)                             \
     LOAD("%%rcx", high) "adcxq %%rcx, %%rcx\n\tadoxq %%rbx, %%rcx\n\t" STORE("%%rcx", high)
-        HIGH8(32, 64, 72) HIGH8(40, 80, 88) HIGH8(48, 96, 104)
-        "movq $0, 120(%%rdi)\n\t" HIGH8(56, 112, 120)
-        REDUCE8
+
+// The square of eight limbs at rsi: limbs 0 to 7 in registers, 8 to 15 at rdi. First the products of
+// different limbs, once each, of which two limbs are done after each row; then twice that, and the
+// squares of the limbs.
+#define SQUARE8                                                                                    \
+    "movq 0(%%rsi), %%rdx\n\t"                                                                     \
+    FIRST(8, LIMB1, LIMB2)                                                                         \
+    CHAIN("addq", 16, LIMB2, LIMB3) CHAIN("adcq", 24, LIMB3, LIMB4)                                \
+    CHAIN("adcq", 32, LIMB4, LIMB5) CHAIN("adcq", 40, LIMB5, LIMB6)                                \
+    CHAIN("adcq", 48, LIMB6, LIMB7) CHAIN("adcq", 56, LIMB7, LIMB8) CARRY(LIMB8)                   \
+    STORE(LIMB1, 8) STORE(LIMB2, 16)                                                               \
+    SQUARE_ROW8(8, LIMB0)                                                                          \
+    STEP(16, LIMB3, LIMB4) STEP(24, LIMB4, LIMB5) STEP(32, LIMB5, LIMB6)                           \
+    STEP(40, LIMB6, LIMB7) STEP(48, LIMB7, LIMB8) STEP(56, LIMB8, LIMB0) CARRY(LIMB0)              \
+    STORE(LIMB3, 24) STORE(LIMB4, 32)                                                              \
+    SQUARE_ROW8(16, LIMB1)                                                                         \
+    STEP(24, LIMB5, LIMB6) STEP(32, LIMB6, LIMB7) STEP(40, LIMB7, LIMB8)                           \
+    STEP(48, LIMB8, LIMB0) STEP(56, LIMB0, LIMB1) CARRY(LIMB1)                                     \
+    STORE(LIMB5, 40) STORE(LIMB6, 48)                                                              \
+    SQUARE_ROW8(24, LIMB2)                                                                         \
+    STEP(32, LIMB7, LIMB8) STEP(40, LIMB8, LIMB0) STEP(48, LIMB0, LIMB1)                           \
+    STEP(56, LIMB1, LIMB2) CARRY(LIMB2)                                                            \
+    STORE(LIMB7, 56) STORE(LIMB8, 64)                                                              \
+    SQUARE_ROW8(32, LIMB3)                                                                         \
+    STEP(40, LIMB0, LIMB1) STEP(48, LIMB1, LIMB2) STEP(56, LIMB2, LIMB3) CARRY(LIMB3)              \
+    STORE(LIMB0, 72) STORE(LIMB1, 80)                                                              \
+    SQUARE_ROW8(40, LIMB4)                                                                         \
+    STEP(48, LIMB2, LIMB3) STEP(56, LIMB3, LIMB4) CARRY(LIMB4)                                     \
+    STORE(LIMB2, 88) STORE(LIMB3, 96)                                                              \
+    SQUARE_ROW8(48, LIMB5)                                                                         \
+    STEP(56, LIMB4, LIMB5) CARRY(LIMB5)                                                            \
+    STORE(LIMB4, 104) STORE(LIMB5, 112)                                                            \
+    "movq 0(%%rsi), %%rdx\n\t" LOAD(LIMB1, 8) CLEAR(LIMB8)                                         \
+    "mulxq %%rdx, " LIMB0 ", %%rbx\n\t"                                                            \
+    "adcxq " LIMB1 ", " LIMB1 "\n\tadoxq %%rbx, " LIMB1 "\n\t"                                     \
+    DIAGONAL8(8, LOAD(LIMB2, 16) LOAD(LIMB3, 24), LIMB2, LIMB3)                                    \
+    DIAGONAL8(16, LOAD(LIMB4, 32) LOAD(LIMB5, 40), LIMB4, LIMB5)                                   \
+    DIAGONAL8(24, LOAD(LIMB6, 48) LOAD(LIMB7, 56), LIMB6, LIMB7)                                   \
+    HIGH8(32, 64, 72) HIGH8(40, 80, 88) HIGH8(48, 96, 104)                                         \
+    "movq $0, 120(%%rdi)\n\t" HIGH8(56, 112, 120)
+
+void square8(Limb *out, const Limb *a, const Modulus &m, Limb *scratch) {
+    const Limb *const modulus = m.m;
+    const Limb k = m.negative_inverse;
+    __asm__ volatile(
+        SQUARE8 REDUCE8
         : "+S"(a)
         : "D"(scratch), [m] "m"(modulus), [k] "m"(k), [out] "m"(out)
         : CLOBBERED);
 }
-// clang-format on
 
-// ---- Any number of limbs, a multiple of four
-// -----------------------------------------------------
+// ---- Any multiple of eight limbs ----------------------------------------------------------------
+//
+// Numbers are blocks of eight limbs; a block's product runs through registers as above.
 
-// t += a * factor over count limbs, a positive multiple of four; the limb that is carried out.
-Limb multiply_add(Limb *t, const Limb *a, std::size_t count, Limb factor) {
-    Limb carry = 0;
+constexpr std::size_t block = 8;
+
+#define LOAD_AT(pointer, limb, offset) "movq " #offset "(" pointer "), " limb "\n\t"
+#define STORE_AT(pointer, limb, offset) "movq " limb ", " #offset "(" pointer ")\n\t"
+#define ROW8_PLUS(offset, a, b, c, d, e, f, g, h, i)                                               \
+    "movq %[b], %%rdx\n\tmovq " #offset "(%%rdx), %%rdx\n\t" CLEAR(i)                              \
+    "adoxq " #offset "(%%rdi), " a "\n\t"                                                          \
+    STEP(0, a, b) STEP(8, b, c) STEP(16, c, d) STEP(24, d, e)                                      \
+    STEP(32, e, f) STEP(40, f, g) STEP(48, g, h) STEP(56, h, i) CARRY(i) STORE(a, offset)
+
+// The eight limbs of `carried` after eight rows.
+#define STORE_CARRIED                                                                              \
+    "movq %[carried], %%rdx\n\t"                                                                   \
+    STORE_AT("%%rdx", LIMB8, 0) STORE_AT("%%rdx", LIMB0, 8) STORE_AT("%%rdx", LIMB1, 16)           \
+    STORE_AT("%%rdx", LIMB2, 24) STORE_AT("%%rdx", LIMB3, 32) STORE_AT("%%rdx", LIMB4, 40)         \
+    STORE_AT("%%rdx", LIMB5, 48) STORE_AT("%%rdx", LIMB6, 56)
+
+// (t, carried) = t + carried + a b: the low block to t, the high one to carried.
+void multiply_block(Limb *t, const Limb *a, const Limb *b, Limb *carried) {
+    __asm__ volatile(
+        "movq %[carried], %%rdx\n\t"
+        LOAD_AT("%%rdx", LIMB0, 0) LOAD_AT("%%rdx", LIMB1, 8) LOAD_AT("%%rdx", LIMB2, 16)
+        LOAD_AT("%%rdx", LIMB3, 24) LOAD_AT("%%rdx", LIMB4, 32) LOAD_AT("%%rdx", LIMB5, 40)
+        LOAD_AT("%%rdx", LIMB6, 48) LOAD_AT("%%rdx", LIMB7, 56)
+        ROW8_PLUS(0, LIMB0, LIMB1, LIMB2, LIMB3, LIMB4, LIMB5, LIMB6, LIMB7, LIMB8)
+        ROW8_PLUS(8, LIMB1, LIMB2, LIMB3, LIMB4, LIMB5, LIMB6, LIMB7, LIMB8, LIMB0)
+        ROW8_PLUS(16, LIMB2, LIMB3, LIMB4, LIMB5, LIMB6, LIMB7, LIMB8, LIMB0, LIMB1)
+        ROW8_PLUS(24, LIMB3, LIMB4, LIMB5, LIMB6, LIMB7, LIMB8, LIMB0, LIMB1, LIMB2)
+        ROW8_PLUS(32, LIMB4, LIMB5, LIMB6, LIMB7, LIMB8, LIMB0, LIMB1, LIMB2, LIMB3)
+        ROW8_PLUS(40, LIMB5, LIMB6, LIMB7, LIMB8, LIMB0, LIMB1, LIMB2, LIMB3, LIMB4)
+        ROW8_PLUS(48, LIMB6, LIMB7, LIMB8, LIMB0, LIMB1, LIMB2, LIMB3, LIMB4, LIMB5)
+        ROW8_PLUS(56, LIMB7, LIMB8, LIMB0, LIMB1, LIMB2, LIMB3, LIMB4, LIMB5, LIMB6)
+        STORE_CARRIED
+        : "+S"(a)
+        : "D"(t), [b] "m"(b), [carried] "m"(carried)
+        : CLOBBERED);
+}
+
+#define QUOTIENT_ROW8(offset, a, b, c, d, e, f, g, h, i)                                           \
+    "movq " a ", %%rdx\n\timulq %[k], %%rdx\n\tmovq %%rdx, " #offset "(%%rdi)\n\t"                 \
+    ROW8(a, b, c, d, e, f, g, h, i)
+
+// The eight quotient limbs that clear the block at t, in its place, and what the lowest block of the
+// modulus times them carries.
+void quotient_block(Limb *t, const Modulus &m, Limb *carried) {
+    const Limb *modulus = m.m;
+    const Limb k = m.negative_inverse;
+    __asm__ volatile(
+        LOAD(LIMB0, 0) LOAD(LIMB1, 8) LOAD(LIMB2, 16) LOAD(LIMB3, 24)
+        LOAD(LIMB4, 32) LOAD(LIMB5, 40) LOAD(LIMB6, 48) LOAD(LIMB7, 56)
+        QUOTIENT_ROW8(0, LIMB0, LIMB1, LIMB2, LIMB3, LIMB4, LIMB5, LIMB6, LIMB7, LIMB8)
+        QUOTIENT_ROW8(8, LIMB1, LIMB2, LIMB3, LIMB4, LIMB5, LIMB6, LIMB7, LIMB8, LIMB0)
+        QUOTIENT_ROW8(16, LIMB2, LIMB3, LIMB4, LIMB5, LIMB6, LIMB7, LIMB8, LIMB0, LIMB1)
+        QUOTIENT_ROW8(24, LIMB3, LIMB4, LIMB5, LIMB6, LIMB7, LIMB8, LIMB0, LIMB1, LIMB2)
+        QUOTIENT_ROW8(32, LIMB4, LIMB5, LIMB6, LIMB7, LIMB8, LIMB0, LIMB1, LIMB2, LIMB3)
+        QUOTIENT_ROW8(40, LIMB5, LIMB6, LIMB7, LIMB8, LIMB0, LIMB1, LIMB2, LIMB3, LIMB4)
+        QUOTIENT_ROW8(48, LIMB6, LIMB7, LIMB8, LIMB0, LIMB1, LIMB2, LIMB3, LIMB4, LIMB5)
+        QUOTIENT_ROW8(56, LIMB7, LIMB8, LIMB0, LIMB1, LIMB2, LIMB3, LIMB4, LIMB5, LIMB6)
+        STORE_CARRIED
+        : "+S"(modulus)
+        : "D"(t), [k] "m"(k), [carried] "m"(carried)
+        : CLOBBERED);
+}
+
+// t (sixteen limbs) = a ^ 2
+void square_block(Limb *t, const Limb *a) {
+    __asm__ volatile(
+        SQUARE8
+        STORE(LIMB0, 0) STORE(LIMB1, 8) STORE(LIMB2, 16) STORE(LIMB3, 24)
+        STORE(LIMB4, 32) STORE(LIMB5, 40) STORE(LIMB6, 48) STORE(LIMB7, 56)
+        : "+S"(a)
+        : "D"(t)
+        : CLOBBERED);
+}
+
+#define DOUBLE_PLUS(offset)                                                                        \
+    "movq " #offset "(%[t]), %%rax\n\t"                                                            \
+    "adcxq %%rax, %%rax\n\t"                                                                       \
+    "adoxq " #offset "(%[s]), %%rax\n\t"                                                           \
+    "movq %%rax, " #offset "(%[t])\n\t"
+
+// t = 2 t + s over count limbs, a multiple of four.
+void double_and_add(Limb *t, const Limb *s, std::size_t count) {
     std::size_t rounds = count / 4;
-    // clang-format off
-#define ROW_STEP(offset, low, previous, high)                                                      \
-    "mulxq " #offset "(%[a]), " low ", " high "\n\t"                                               \
-    "adcxq " previous ", " low "\n\t"                                                              \
-    "adoxq " #offset "(%[t]), " low "\n\t"                                                         \
-    "movq " low ", " #offset "(%[t])\n\t"
     __asm__ volatile(
         "xorl %%eax, %%eax\n"
         "1:\n\t"
-        ROW_STEP(0, "%%r8", "%[carry]", "%%r9")
-        ROW_STEP(8, "%%r8", "%%r9", "%%r10")
-        ROW_STEP(16, "%%r8", "%%r10", "%%r9")
-        ROW_STEP(24, "%%r8", "%%r9", "%[carry]")
-        "leaq 32(%[a]), %[a]\n\t"
+        DOUBLE_PLUS(0) DOUBLE_PLUS(8) DOUBLE_PLUS(16) DOUBLE_PLUS(24)
         "leaq 32(%[t]), %[t]\n\t"
+        "leaq 32(%[s]), %[s]\n\t"
         "leaq -1(%%rcx), %%rcx\n\t"
         "jrcxz 2f\n\t"
         "jmp 1b\n"
         "2:\n\t"
-        "adcxq %%rax, %[carry]\n\t"
-        "adoxq %%rax, %[carry]\n\t"
-        : [t] "+r"(t), [a] "+r"(a), "+c"(rounds), [carry] "+r"(carry)
-        : "d"(factor)
-        : "rax", "r8", "r9", "r10", "cc", "memory");
-    // clang-format on
+        : [t] "+r"(t), [s] "+r"(s), "+c"(rounds)
+        :
+        : "rax", "cc", "memory");
+}
+// clang-format on
+
+unsigned char add_block(Limb *t, const Limb *a, unsigned char carry) {
+    for (std::size_t i = 0; i < block; ++i) {
+        unsigned long long sum;
+        carry = _addcarry_u64(carry, t[i], a[i], &sum);
+        t[i] = sum;
+    }
     return carry;
 }
 
+// As mulx_reduce.
 void reduce(Limb *out, Limb *t, const Modulus &m) {
     const std::size_t n = m.size;
-    bn::Wide top = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-        top += multiply_add(t + i, m.m, n, t[i] * m.negative_inverse);
-        top += t[n + i];
-        t[n + i] = static_cast<Limb>(top);
-        top >>= bn::limb_bits;
+    Limb *const carried = t + 4 * n;
+    unsigned char top = 0;
+    for (std::size_t j = 0; j < n; j += block) {
+        quotient_block(t + j, m, carried);
+        for (std::size_t i = block; i < n; i += block)
+            multiply_block(t + i + j, m.m + i, t + j, carried);
+        top = add_block(t + n + j, carried, top);
     }
-    const Limb borrow = bn::subtract(t, t + n, m.m, n);
-    bn::select(out, bn::mask_of_bit(borrow & ~static_cast<Limb>(top)), t + n, t, n);
+    unsigned char borrow = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        unsigned long long difference;
+        borrow = _subborrow_u64(borrow, t[n + i], m.m[i], &difference);
+        t[i] = difference;
+    }
+    bn::select(out, bn::mask_of_bit(Limb(borrow) & ~Limb(top)), t + n, t, n);
 }
 
 void multiply_any(Limb *out, const Limb *a, const Limb *b, const Modulus &m, Limb *scratch) {
     const std::size_t n = m.size;
     bn::set_small(scratch, n, 0);
-    for (std::size_t i = 0; i < n; ++i)
-        scratch[n + i] = multiply_add(scratch + i, a, n, b[i]);
+    for (std::size_t j = 0; j < n; j += block) {
+        Limb *const carried = scratch + n + j;
+        bn::set_small(carried, block, 0);
+        for (std::size_t i = 0; i < n; i += block)
+            multiply_block(scratch + i + j, a + i, b + j, carried);
+    }
     reduce(out, scratch, m);
 }
 
 void square_any(Limb *out, const Limb *a, const Modulus &m, Limb *scratch) {
     const std::size_t n = m.size;
+    Limb *const squares = scratch + 2 * n;
     bn::set_small(scratch, 2 * n, 0);
-    for (std::size_t i = 0; i + 1 < n; ++i) {
-        // The few limbs before a multiple of four, then the rest of the row.
-        const std::size_t from = i + 1, odd = (n - from) % 4;
-        Limb *const row = scratch + i + from;
-        Limb carry = odd != 0 ? bn::multiply_add(row, a + from, odd, a[i]) : 0;
-        if (from + odd < n) {
-            const Limb high = multiply_add(row + odd, a + from + odd, n - from - odd, a[i]);
-            carry = bn::add_small(row + odd, n - from - odd, carry) + high;
-        }
-        scratch[n + i] = carry;
+    for (std::size_t j = 0; j < n; j += block) {
+        for (std::size_t i = j + block; i < n; i += block)
+            multiply_block(scratch + i + j, a + i, a + j, scratch + n + j);
+        square_block(squares + 2 * j, a + j);
     }
-    Limb carry = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-        const bn::Wide diagonal = bn::Wide{a[i]} * a[i];
-        const Limb low = scratch[2 * i], high = scratch[2 * i + 1];
-        const bn::Wide first = bn::Wide{low << 1} + static_cast<Limb>(diagonal) + carry;
-        scratch[2 * i] = static_cast<Limb>(first);
-        const bn::Wide second = bn::Wide{high << 1 | low >> (bn::limb_bits - 1)} +
-                                static_cast<Limb>(diagonal >> bn::limb_bits) +
-                                static_cast<Limb>(first >> bn::limb_bits);
-        scratch[2 * i + 1] = static_cast<Limb>(second);
-        carry = static_cast<Limb>(second >> bn::limb_bits) + (high >> (bn::limb_bits - 1));
-    }
+    double_and_add(scratch, squares, 2 * n);
     reduce(out, scratch, m);
 }
 
-// ---- The implementation
-// --------------------------------------------------------------------------
+// ---- The implementation -------------------------------------------------------------------------
 
 bool works_here() {
     return x86_has(x86_bmi2 | x86_adx | x86_avx2);
@@ -382,7 +454,7 @@ template <auto multiply_function, auto square_function> struct Kernel {
 } // namespace
 
 std::size_t mulx_padded_size(std::size_t limbs) {
-    return (limbs + 3) / 4 * 4;
+    return limbs <= 4 ? 4 : (limbs + block - 1) / block * block;
 }
 
 void mulx_multiply(Limb *out, const Limb *a, const Limb *b, const Modulus &m, Limb *scratch) {

@@ -15,8 +15,7 @@ using bn::Limb;
 
 namespace {
 
-// ---- Small primes
-// --------------------------------------------------------------------------------
+// ---- Small primes -------------------------------------------------------------------------------
 
 constexpr uint32_t small_limit = 1 << 13;
 constexpr std::size_t small_count = 1027;
@@ -66,8 +65,7 @@ void small_residues(uint16_t *residue, std::size_t primes, const Limb *a, std::s
     }
 }
 
-// ---- The search
-// ----------------------------------------------------------------------------------
+// ---- The search ---------------------------------------------------------------------------------
 
 struct Progression {
     Limb *candidate;  // the start; then the prime
@@ -141,7 +139,7 @@ bool new_tester(Tester *tester, std::size_t bits) {
     m.bits = bits;
     const Power power = test_power(*tester, m);
     std::size_t work = m.arithmetic->power_scratch(&power, 1);
-    const std::size_t least_work = size + 1 + product_scratch(size);
+    const std::size_t least_work = 2 * size + 1 + product_scratch(size);
     work = work > least_work ? work : least_work;
     const std::size_t constants = m.arithmetic->constants_size(size, bits);
     tester->size = size;

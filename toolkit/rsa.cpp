@@ -56,8 +56,7 @@ std::size_t greater(std::size_t a, std::size_t b) {
 
 } // namespace
 
-// ---- Public keys
-// ---------------------------------------------------------------------------------
+// ---- Public keys --------------------------------------------------------------------------------
 
 struct RsaPublic {
     uint32_t size;
@@ -87,7 +86,7 @@ int rsa_public_new(RsaPublic **key_out, const A_RSA_KEY &numbers) {
     bn::load(e, size, exponent.octets, exponent.size);
     if (!bn::is_less(e, n, size))
         return BE_KEY_INFO;
-    Limb scratch[most_limbs + 1 + product_scratch(most_limbs)];
+    Limb scratch[2 * most_limbs + 1 + product_scratch(most_limbs)];
     modulus_init(&key->n, best_arithmetic(), n, size, modulus.bits(), r_squared, scratch);
     key->size = static_cast<uint32_t>(modulus.size);
     key->exponent = e;
@@ -122,8 +121,7 @@ int rsa_public_apply(const RsaPublic *key, const uint8_t *in, uint8_t *out) {
     return in_range ? BE_OK : BE_DATA;
 }
 
-// ---- Private keys
-// --------------------------------------------------------------------------------
+// ---- Private keys -------------------------------------------------------------------------------
 
 namespace {
 
@@ -186,7 +184,7 @@ std::size_t work_size(const RsaPrivate *key) {
     const Power powers[2] = {private_power(key, 0), private_power(key, 1)};
     std::size_t size = key->n.arithmetic->power_scratch(powers, 2);
     size = greater(size, key->n.arithmetic->public_power_scratch(key->n));
-    size = greater(size, n + 1 + product_scratch(n));
+    size = greater(size, 2 * n + 1 + product_scratch(n));
     return greater(size,
                    4 * longer + greater(bn::inverse_scratch(longer), product_scratch(longer)));
 }

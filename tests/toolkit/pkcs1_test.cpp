@@ -128,7 +128,7 @@ TEST(Pkcs1, BlocksOpenToWhatWasPutIn) {
     EXPECT_EQ(Bytes(block, block + kSize), Bytes(kSize));
 }
 
-// ---- Published vectors ---------------------------------------------------------------------------
+// ---- Published vectors --------------------------------------------------------------------------
 
 Bytes digest_info(const char *digest, const Bytes &message) {
     const EVP_MD *const md = EVP_get_digestbyname(digest);
