@@ -11,7 +11,7 @@ constexpr std::size_t md5_digest_size = 16;
 
 struct Md5 {
     uint32_t state[4];
-    uint64_t length; // bytes taken so far
+    uint64_t length;   // bytes taken so far
     uint8_t block[64]; // the first length % 64 bytes of it
 };
 
