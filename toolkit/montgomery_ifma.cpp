@@ -322,10 +322,12 @@ void power(const Power *jobs, std::size_t count, Limb *scratch) {
     bool served = true;
     for (std::size_t i = 0; i < count; ++i)
         served = served && serves(*jobs[i].modulus);
-    if (served && side_by_side(jobs, count))
-        return by_vectors[vectors_for(*jobs[0].modulus)].two(jobs, scratch);
-    if (!served)
+    const bool together = served && side_by_side(jobs, count);
+    // Alone, a power of eight limbs waits too long for its digits.
+    if (!served || (!together && jobs[0].modulus->size == 8))
         return mulx_power(jobs, count, scratch);
+    if (together)
+        return by_vectors[vectors_for(*jobs[0].modulus)].two(jobs, scratch);
     for (std::size_t i = 0; i < count; ++i)
         by_vectors[vectors_for(*jobs[i].modulus)].one(jobs + i, scratch);
 }
