@@ -7,7 +7,7 @@ required_packages=(
     libcli11-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     openssl libssl-dev nettle-dev libgmp-dev libtomcrypt-dev libgnutls28-dev libtasn1-6-dev
-    python3 libc-dev-bin
+    python3 libc-dev-bin valgrind
 )
 
 as_root() {

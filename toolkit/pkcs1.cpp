@@ -81,7 +81,7 @@ int pkcs1_open_type2(const uint8_t *block, uint32_t size, uint32_t *start_out) {
     const Limb too_short = bn::mask_of_bit((zero_at - least) >> (bn::limb_bits - 1));
     const Limb good = typed & ~too_short;
     *start_out = static_cast<uint32_t>((zero_at + 1) & good);
-    return good != 0 ? BE_OK : BE_PADDING;
+    return static_cast<int>(~good & BE_PADDING);
 }
 
 } // namespace toolkit

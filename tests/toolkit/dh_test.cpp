@@ -134,6 +134,14 @@ TEST(Dh, NothingComesOutWithoutRandomNumbers) {
     EXPECT_EQ(secret, Bytes(secret.size()));
 }
 
+TEST(Dh, NothingOfASecretIsLeftBehind) {
+    const Group group = new_group(bytes_of(random_odd(1024)), {2}, 0);
+    uint8_t secret[128], value[128], agreed[128];
+    const OnlyZerosAreFreed watch;
+    EXPECT_EQ(dh_generate(group.get(), secret, value, system_random()), BE_OK);
+    EXPECT_EQ(dh_agree(group.get(), secret, value, sizeof value, agreed), BE_OK);
+}
+
 struct ParameterCase {
     const char *why;
     uint32_t prime_bits, exponent_bits, subgroup_bits;

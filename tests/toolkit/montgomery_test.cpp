@@ -90,9 +90,34 @@ void check_products(const Number &m) {
                  "product above the modulus");
 }
 
+// Two powers, one by one and side by side.
+void check_power(Ring *const (&rings)[2], const Number (&base)[2], const Number (&exponent)[2],
+                 std::size_t exponent_bits) {
+    Power jobs[2];
+    std::vector<Limb> bases[2], results[2], exponents[2];
+    for (int i = 0; i < 2; ++i) {
+        bases[i] = rings[i]->load(rings[i]->entered(base[i]));
+        results[i].resize(rings[i]->size);
+        exponents[i].resize(bn::limbs_for_bits(exponent_bits));
+        const Bytes bytes = bytes_of(exponent[i]);
+        bn::load(exponents[i].data(), exponents[i].size(), bytes.data(), bytes.size());
+        jobs[i] = {&rings[i]->modulus, results[i].data(), bases[i].data(), exponents[i].data(),
+                   exponent_bits};
+    }
+    for (const std::size_t count : {1, 2}) {
+        // The scratch is of its exact size, so that a sanitizer sees a write past it.
+        std::vector<Limb> scratch(best_arithmetic()->power_scratch(jobs, count));
+        best_arithmetic()->power(jobs, count, scratch.data());
+        for (std::size_t i = 0; i < count; ++i)
+            expect_equal(rings[i]->store(results[i]),
+                         rings[i]->entered(power(base[i], exponent[i], rings[i]->m)), "power");
+    }
+}
+
 // Exponents with windows of every value, all bits set, or hardly any.
 void check_powers(const Number &m, int exponent_bits) {
     Ring ring(m), other(random_odd(BN_num_bits(m.get())));
+    Ring *const rings[2] = {&ring, &other};
     for (int kind = 0; kind < 3; ++kind) {
         Number e[2];
         for (Number &each : e) {
@@ -103,29 +128,12 @@ void check_powers(const Number &m, int exponent_bits) {
                 for (int i = 0; i < exponent_bits; ++i)
                     BN_set_bit(each.get(), i);
         }
-        Power jobs[2];
-        std::vector<Limb> bases[2], results[2], exponents[2];
-        Number base[2];
-        Ring *const rings[2] = {&ring, &other};
-        for (int i = 0; i < 2; ++i) {
-            base[i] = random_below(rings[i]->m);
-            bases[i] = rings[i]->load(rings[i]->entered(base[i]));
-            results[i].resize(ring.size);
-            exponents[i].resize(bn::limbs_for_bits(static_cast<std::size_t>(exponent_bits)));
-            const Bytes bytes = bytes_of(e[i]);
-            bn::load(exponents[i].data(), exponents[i].size(), bytes.data(), bytes.size());
-            jobs[i] = {&rings[i]->modulus, results[i].data(), bases[i].data(), exponents[i].data(),
-                       static_cast<std::size_t>(exponent_bits)};
-        }
-        for (const std::size_t count : {1, 2}) {
-            // The scratch is of its exact size, so that a sanitizer sees a write past it.
-            std::vector<Limb> scratch(best_arithmetic()->power_scratch(jobs, count));
-            best_arithmetic()->power(jobs, count, scratch.data());
-            for (std::size_t i = 0; i < count; ++i)
-                expect_equal(rings[i]->store(results[i]),
-                             rings[i]->entered(power(base[i], e[i], rings[i]->m)), "power");
-        }
+        const Number base[2] = {random_below(ring.m), random_below(other.m)};
+        check_power(rings, base, e, static_cast<std::size_t>(exponent_bits));
     }
+    const Number small[2] = {number(3), number(2)};
+    for (const Number &a : operands(m))
+        check_power(rings, {Number(BN_dup(a.get())), less(other.m, 1)}, small, 2);
 }
 
 TEST(Montgomery, AgreesWithLibcryptoAtEverySize) {

@@ -308,6 +308,22 @@ TEST(Rsa, NoBlindingNoResult) {
     EXPECT_EQ(rsa_private_apply(key.get(), block.data(), block.data()), BE_OK);
 }
 
+TEST(Rsa, PrivateKeysAreZeroedBeforeTheyAreFreed) {
+    RsaNumbers numbers = new_rsa_numbers(512, 512, number(3));
+    RsaNumbers damaged = numbers;
+    damaged.dp[7] ^= 1;
+    const A_RSA_CRT_KEY good = numbers.private_key(), bad = damaged.private_key();
+    uint8_t block[128] = {1};
+    with_each_arithmetic([&] {
+        const OnlyZerosAreFreed watch;
+        RsaPrivate *key = nullptr;
+        EXPECT_EQ(rsa_private_new(&key, bad), BE_KEY_INFO);
+        EXPECT_EQ(rsa_private_new(&key, good), BE_OK);
+        EXPECT_EQ(rsa_private_apply(key, block, block), BE_OK);
+        rsa_private_free(key);
+    });
+}
+
 TEST(Rsa, EveryAllocationMayFail) {
     RsaNumbers numbers = new_rsa_numbers(256, 256, number(65537));
     fault::each_allocation([&] {
