@@ -57,8 +57,8 @@ void round4(uint32_t &a, uint32_t b, uint32_t c, uint32_t d, uint32_t w, int shi
 // nothing but a, b, c and d goes from block to block.
 void take_blocks(uint32_t state[4], const uint8_t *data, std::size_t blocks) {
     uint32_t a = state[0], b = state[1], c = state[2], d = state[3];
+    uint32_t w[16];
     for (; blocks != 0; --blocks, data += block_size) {
-        uint32_t w[16];
         for (int i = 0; i < 16; ++i)
             w[i] = load_le(data + 4 * i);
         const uint32_t a_before = a, b_before = b, c_before = c, d_before = d;
@@ -137,6 +137,7 @@ void take_blocks(uint32_t state[4], const uint8_t *data, std::size_t blocks) {
     state[1] = b;
     state[2] = c;
     state[3] = d;
+    explicit_bzero(w, sizeof w); // a pass phrase or a seed may have gone through
 }
 
 } // namespace
