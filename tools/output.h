@@ -38,8 +38,9 @@ struct FileOptions {
     bool secret = false; // create with mode 0600, and refuse to overwrite
     bool force = false;  // overwrite a secret all the same
 };
-// Writes a whole file; "-" is standard output. A file that could not be written to its end is
-// removed. Throws Failure.
+// Writes a whole file; "-" is standard output. The file takes its place only when it is complete: a
+// write that fails leaves what was there. A file that holds a private key or key package is replaced
+// with force only. Throws Failure.
 void write_file(const std::string &path, std::span<const uint8_t> bytes,
                 const FileOptions &options = {});
 // Throws UsageError where standard output is a terminal. why names the option to give instead.

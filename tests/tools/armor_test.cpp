@@ -1,6 +1,7 @@
 // qel armor and qel dearmor
 #include "tools/run.h"
 
+#include <filesystem>
 #include <sys/stat.h>
 
 namespace {
@@ -115,6 +116,21 @@ TEST(Dearmor, PrivateKeysAreKeptPrivateAndNotOverwritten) {
     ASSERT_EQ(stat(out.c_str(), &about), 0);
     EXPECT_EQ(about.st_mode & 0777, 0600U);
     EXPECT_FALSE(qel({"dearmor", "--json", key}).json().contains("hex"));
+}
+
+TEST(Dearmor, AKeyIsNotLostToOtherOutput) {
+    const TemporaryFolder folder;
+    const std::string certificate = vector_path("armour/testx509.pem"), out = folder.path("kept");
+    for (const char *key : {"pkcs8/unenc-rsa-pkcs8.pem", "pkcs8/pkcs8v1_rsa_md5_des1.der"}) {
+        const Bytes good = vector_file(key);
+        write_file(out, good);
+        EXPECT_EQ(qel({"dearmor", "-o", out, certificate}).exit, 7) << key;
+        EXPECT_EQ(read_file(out), good) << key;
+    }
+    EXPECT_EQ(qel({"dearmor", "--force", "-o", out, certificate}).exit, 0);
+    EXPECT_EQ(qel({"dearmor", "-o", out, certificate}).exit, 0) << "a certificate may be replaced";
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("")), {}), 1)
+        << "nothing is left beside it";
 }
 
 } // namespace
