@@ -163,8 +163,7 @@ int B_GetKeyInfo(POINTER *info, B_KEY_OBJ object, B_KEY_INFO_TYPE type);
 // Encryption and decryption.
 //   output    may be the input itself, or overlap it anyhow; an update writes whole blocks, at most
 //             inputLen plus one block less one byte.
-//   random    an algorithm object in random use, for RSA public-key encryption (PKCS#1 block type
-//   2)
+//   random    an algorithm object in random use, for RSA public-key encryption (PKCS#1 block type 2)
 //             and for secret sharing; elsewhere null will do.
 // BE_OUTPUT_LEN. BE_INPUT_LEN: at Final, ciphertext, or plaintext without padding, that is no
 // multiple of the block; with RSA, more than a block holds, or less where a block is opened.
@@ -197,7 +196,7 @@ int B_DigestFinal(B_ALGORITHM_OBJ object, uint8_t *digest, uint32_t *digestLen,
 
 // Signatures (PKCS#1: a type 1 block of the DigestInfo), as long as the modulus. Signing takes a
 // private key that has its Chinese remainder numbers, verification any key with a public exponent.
-// BE_MODULUS_LEN at Init: the block has no room for the DigestInfo (less than 360 bits).
+// BE_MODULUS_LEN at Init: the block has no room for the DigestInfo (less than 353 bits).
 int B_SignInit(B_ALGORITHM_OBJ object, B_KEY_OBJ key, B_ALGORITHM_CHOOSER chooser,
                const SurrenderContext *surrender);
 int B_SignUpdate(B_ALGORITHM_OBJ object, const uint8_t *input, uint32_t inputLen,
@@ -343,10 +342,12 @@ struct A_SECRET_SHARING_PARAMS {
 //   AI_RC4_BER               BER          1.2.840.113549.3.4
 //   AI_RSAPublic             (none)       RSA with the public key on one block, no formatting
 //   AI_RSAPrivate            (none)       and with the private key
-//   AI_PKCS_RSAPublic        (none)       PKCS#1: encrypt makes a type 2 block, decrypt opens type
-//   1 AI_PKCS_RSAPublicBER     BER          1.2.840.113549.1.1.1 AI_PKCS_RSAPublicPEM     PEM "RSA"
-//   AI_PKCS_RSAPrivate       (none)       PKCS#1: encrypt makes a type 1 block, decrypt opens type
-//   2 AI_PKCS_RSAPrivateBER    BER          1.2.840.113549.1.1.1 AI_PKCS_RSAPrivatePEM    PEM "RSA"
+//   AI_PKCS_RSAPublic        (none)       PKCS#1: encrypt makes a type 2 block, decrypt opens type 1
+//   AI_PKCS_RSAPublicBER     BER          1.2.840.113549.1.1.1
+//   AI_PKCS_RSAPublicPEM     PEM          "RSA"
+//   AI_PKCS_RSAPrivate       (none)       PKCS#1: encrypt makes a type 1 block, decrypt opens type 2
+//   AI_PKCS_RSAPrivateBER    BER          1.2.840.113549.1.1.1
+//   AI_PKCS_RSAPrivatePEM    PEM          "RSA"
 //   AI_MD2WithDES_CBCPad     A_PBE_PARAMS      PKCS#5 v1.5; the key is the password, as KI_Item
 //   AI_MD2WithDES_CBCPadBER  BER               1.2.840.113549.1.5.1
 //   AI_MD5WithDES_CBCPad     A_PBE_PARAMS
