@@ -41,7 +41,8 @@ struct Arithmetic {
     // Limbs that the constants of a modulus take, and how they are made once R^2 is there.
     std::size_t (*constants_size)(std::size_t size, std::size_t bits);
     void (*prepare)(Modulus *modulus, bn::Limb *scratch);
-    // out = a b / R mod m, below m. a is below R, b below m; all may overlap. scratch: product_scratch.
+    // out = a b / R mod m, below m. a is below R, b below m; all may overlap. scratch:
+    // product_scratch.
     void (*multiply)(bn::Limb *out, const bn::Limb *a, const bn::Limb *b, const Modulus &m,
                      bn::Limb *scratch);
     void (*square)(bn::Limb *out, const bn::Limb *a, const Modulus &m, bn::Limb *scratch);
@@ -49,8 +50,8 @@ struct Arithmetic {
     std::size_t (*power_scratch)(const Power *jobs, std::size_t count);
     void (*power)(const Power *jobs, std::size_t count, bn::Limb *scratch);
     // out = base ^ exponent mod m, neither in Montgomery form, for an odd public exponent above 1:
-    // takes time by its value. base is below m; no overlap. The scratch is never more than 4 * size +
-    // product_scratch(size) limbs.
+    // takes time by its value. base is below m; no overlap. The scratch is never more than 4 *
+    // size + product_scratch(size) limbs.
     std::size_t (*public_power_scratch)(const Modulus &m);
     void (*public_power)(bn::Limb *out, const bn::Limb *base, const bn::Limb *exponent,
                          std::size_t exponent_bits, const Modulus &m, bn::Limb *scratch);
@@ -73,9 +74,9 @@ extern const Arithmetic *const all_arithmetics[];
 const Arithmetic *best_arithmetic();
 void prefer_arithmetic(const Arithmetic *arithmetic); // null: the best
 
-// m: the number, odd and above 1, of its padded size; r_squared: room for constants_size limbs. Both
-// stay the caller's and must outlive the modulus. scratch: 2 * size + 1 + product_scratch(size)
-// limbs.
+// m: the number, odd and above 1, of its padded size; r_squared: room for constants_size limbs.
+// Both stay the caller's and must outlive the modulus. scratch: 2 * size + 1 +
+// product_scratch(size) limbs.
 void modulus_init(Modulus *modulus, const Arithmetic *arithmetic, bn::Limb *m, std::size_t size,
                   std::size_t bits, bn::Limb *r_squared, bn::Limb *scratch);
 

@@ -1,11 +1,11 @@
 // Montgomery arithmetic for x86-64 processors with AVX-512 IFMA, whose 52-bit multiply-add works on
 // eight digits at a time: for powers modulo numbers of about 500 to 4100 bits.
 //
-// Numbers are digits of 52 bits, R = 2^(52 * digits). Instead of m the loop reduces modulo a multiple
-// M of it that is -1 modulo 2^52: then the quotient digit is the lowest digit itself, and taking
-// M = 2^52 N - 1 times it away is a shift by one digit and N times it added. M has 52 bits more than
-// m. With two bits yet to spare (see digits_for) products stay below 2^(bits + 53) without a
-// comparison, and the step back to limbs reduces them modulo m.
+// Numbers are digits of 52 bits, R = 2^(52 * digits). Instead of m the loop reduces modulo a
+// multiple M of it that is -1 modulo 2^52: then the quotient digit is the lowest digit itself, and
+// taking M = 2^52 N - 1 times it away is a shift by one digit and N times it added. M has 52 bits
+// more than m. With two bits yet to spare (see digits_for) products stay below 2^(bits + 53)
+// without a comparison, and the step back to limbs reduces them modulo m.
 #include "montgomery.h"
 
 #ifdef TOOLKIT_MULX
@@ -27,7 +27,13 @@ using bn::Limb;
 
 namespace {
 
+// GCC before 14 puts vectors at the wrong alignment when the address sanitizer moves them off the
+// stack.
+#if defined(__SANITIZE_ADDRESS__) && !defined(__clang__)
+#define WITH_IFMA __attribute__((target("avx512f,avx512ifma"), no_sanitize("address")))
+#else
 #define WITH_IFMA __attribute__((target("avx512f,avx512ifma")))
+#endif
 
 constexpr std::size_t digit_bits = 52;
 constexpr Limb digit_mask = (Limb(1) << digit_bits) - 1;

@@ -86,9 +86,13 @@ namespace {
     "cmovcq " LIMB6 ", " LIMB1 "\n\tmovq " LIMB1 ", 16(%%rdi)\n\t"                                 \
     "cmovcq " LIMB7 ", " LIMB2 "\n\tmovq " LIMB2 ", 24(%%rdi)\n\t"
 
+// Sanitizers would address a function's variables through a register of their own.
+#define ALL_REGISTERS __attribute__((no_sanitize("address", "undefined")))
+
 #define CLOBBERED                                                                                  \
     "rax", "rbx", "rcx", "rdx", "r8", "r9", "r10", "r11", "r12", "r13", "r14", "r15", "cc", "memory"
 
+ALL_REGISTERS
 void multiply4(Limb *out, const Limb *a, const Limb *b, const Modulus &m, Limb *) {
     const Limb *const modulus = m.m;
     const Limb k = m.negative_inverse;
@@ -107,6 +111,7 @@ void multiply4(Limb *out, const Limb *a, const Limb *b, const Modulus &m, Limb *
         : CLOBBERED);
 }
 
+ALL_REGISTERS
 void square4(Limb *out, const Limb *a, const Modulus &m, Limb *) {
     const Limb *const modulus = m.m;
     const Limb k = m.negative_inverse;
@@ -177,6 +182,7 @@ void square4(Limb *out, const Limb *a, const Modulus &m, Limb *) {
     CHOOSE8(LIMB8, 0) CHOOSE8(LIMB0, 8) CHOOSE8(LIMB1, 16) CHOOSE8(LIMB2, 24)                      \
     CHOOSE8(LIMB3, 32) CHOOSE8(LIMB4, 40) CHOOSE8(LIMB5, 48) CHOOSE8(LIMB6, 56)
 
+ALL_REGISTERS
 void multiply8(Limb *out, const Limb *a, const Limb *b, const Modulus &m, Limb *scratch) {
     const Limb *const modulus = m.m;
     const Limb k = m.negative_inverse;
@@ -212,9 +218,9 @@ void multiply8(Limb *out, const Limb *a, const Limb *b, const Modulus &m, Limb *
     "adcxq %%rcx, %%rcx\n\tadoxq %%rax, %%rcx\n\t" STORE("%%rcx", low)                             \
     LOAD("%%rcx", high) "adcxq %%rcx, %%rcx\n\tadoxq %%rbx, %%rcx\n\t" STORE("%%rcx", high)
 
-// The square of eight limbs at rsi: limbs 0 to 7 in registers, 8 to 15 at rdi. First the products of
-// different limbs, once each, of which two limbs are done after each row; then twice that, and the
-// squares of the limbs.
+// The square of eight limbs at rsi: limbs 0 to 7 in registers, 8 to 15 at rdi. First the products
+// of different limbs, once each, of which two limbs are done after each row; then twice that, and
+// the squares of the limbs.
 #define SQUARE8                                                                                    \
     "movq 0(%%rsi), %%rdx\n\t"                                                                     \
     FIRST(8, LIMB1, LIMB2)                                                                         \
@@ -252,6 +258,7 @@ void multiply8(Limb *out, const Limb *a, const Limb *b, const Modulus &m, Limb *
     HIGH8(32, 64, 72) HIGH8(40, 80, 88) HIGH8(48, 96, 104)                                         \
     "movq $0, 120(%%rdi)\n\t" HIGH8(56, 112, 120)
 
+ALL_REGISTERS
 void square8(Limb *out, const Limb *a, const Modulus &m, Limb *scratch) {
     const Limb *const modulus = m.m;
     const Limb k = m.negative_inverse;
@@ -284,6 +291,7 @@ constexpr std::size_t block = 8;
     STORE_AT("%%rdx", LIMB5, 48) STORE_AT("%%rdx", LIMB6, 56)
 
 // (t, carried) = t + carried + a b: the low block to t, the high one to carried.
+ALL_REGISTERS
 void multiply_block(Limb *t, const Limb *a, const Limb *b, Limb *carried) {
     __asm__ volatile(
         "movq %[carried], %%rdx\n\t"
@@ -308,8 +316,9 @@ void multiply_block(Limb *t, const Limb *a, const Limb *b, Limb *carried) {
     "movq " a ", %%rdx\n\timulq %[k], %%rdx\n\tmovq %%rdx, " #offset "(%%rdi)\n\t"                 \
     ROW8(a, b, c, d, e, f, g, h, i)
 
-// The eight quotient limbs that clear the block at t, in its place, and what the lowest block of the
-// modulus times them carries.
+// The eight quotient limbs that clear the block at t, in its place, and what the lowest block of
+// the modulus times them carries.
+ALL_REGISTERS
 void quotient_block(Limb *t, const Modulus &m, Limb *carried) {
     const Limb *modulus = m.m;
     const Limb k = m.negative_inverse;
@@ -331,6 +340,7 @@ void quotient_block(Limb *t, const Modulus &m, Limb *carried) {
 }
 
 // t (sixteen limbs) = a ^ 2
+ALL_REGISTERS
 void square_block(Limb *t, const Limb *a) {
     __asm__ volatile(
         SQUARE8

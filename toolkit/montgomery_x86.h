@@ -13,8 +13,8 @@ void mulx_multiply(bn::Limb *out, const bn::Limb *a, const bn::Limb *b, const Mo
                    bn::Limb *scratch);
 void mulx_square(bn::Limb *out, const bn::Limb *a, const Modulus &m, bn::Limb *scratch);
 void mulx_power(const Power *jobs, std::size_t count, bn::Limb *scratch);
-// out = t / R mod m for t (2 * size limbs, with room for product_scratch) below R m, size above 4; t is
-// used up.
+// out = t / R mod m for t (2 * size limbs, with room for product_scratch) below R m, size above 4;
+// t is used up.
 void mulx_reduce(bn::Limb *out, bn::Limb *t, const Modulus &m);
 
 } // namespace toolkit

@@ -80,22 +80,22 @@ struct SizeCase {
 };
 
 const SizeCase kSizeCases[] = {
-    {"the least modulus", 128, 128, false, 65537},
-    {"export-grade keys", 256, 256, false, 65537},
-    {"one bit short of the octet", 256, 256, true, 3},
-    {"half an octet short", 254, 254, false, 15},
-    {"a whole octet more", 260, 260, false, 65537},
-    {"a limb more than it seems", 257, 256, false, 3},
-    {"limbs that are no power of two", 339, 339, false, 3},
-    {"bits that fill no limb", 500, 500, false, 65537},
-    {"one bit short of the limb", 512, 512, true, 5},
-    {"one limb count, one implementation's step", 512, 512, false, 65537},
-    {"primes of unequal length", 300, 212, false, 65537},
-    {"the second prime is longer", 200, 400, false, 17},
-    {"one short prime", 64, 448, false, 65537},
-    {"three halves of a step", 768, 768, false, 65537},
-    {"the ordinary key", 1024, 1024, false, 65537},
-    {"a small unusual exponent", 256, 256, false, 11},
+    {"the least modulus", 128, 128, false, "65537"},
+    {"export-grade keys", 256, 256, false, "65537"},
+    {"one bit short of the octet", 256, 256, true, "3"},
+    {"half an octet short", 254, 254, false, "15"},
+    {"a whole octet more", 260, 260, false, "65537"},
+    {"a limb more than it seems", 257, 256, false, "3"},
+    {"limbs that are no power of two", 339, 339, false, "3"},
+    {"bits that fill no limb", 500, 500, false, "65537"},
+    {"one bit short of the limb", 512, 512, true, "5"},
+    {"one limb count, one implementation's step", 512, 512, false, "65537"},
+    {"primes of unequal length", 300, 212, false, "65537"},
+    {"the second prime is longer", 200, 400, false, "17"},
+    {"one short prime", 64, 448, false, "65537"},
+    {"three halves of a step", 768, 768, false, "65537"},
+    {"the ordinary key", 1024, 1024, false, "65537"},
+    {"a small unusual exponent", 256, 256, false, "11"},
     {"an exponent above 32 bits", 256, 256, false, 0x100000000f},
 };
 
@@ -103,7 +103,7 @@ TEST(Rsa, OperationsAgreeAtEverySize) {
     for (const SizeCase &row : kSizeCases) {
         SCOPED_TRACE(row.why);
         const RsaNumbers numbers =
-            new_rsa_numbers(row.p_bits, row.q_bits, number(row.e), row.one_short);
+            new_rsa_numbers(row.p_bits, row.q_bits, decimal(row.e), row.one_short);
         with_each_arithmetic([&] {
             check_public(numbers);
             check_private(numbers);

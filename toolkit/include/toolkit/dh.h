@@ -1,7 +1,7 @@
 // dh.h: Diffie-Hellman key agreement (PKCS#3).
 //
-// The prime is odd, 256 to 16384 bits; numbers are big-endian octets; "size" is the prime's length in
-// bytes. Exponentiation with the private value runs in time that depends on sizes alone.
+// The prime is odd, 256 to 16384 bits; numbers are big-endian octets; "size" is the prime's length
+// in bytes. Exponentiation with the private value runs in time that depends on sizes alone.
 #ifndef TOOLKIT_DH_H
 #define TOOLKIT_DH_H
 
@@ -12,8 +12,8 @@ namespace toolkit {
 
 struct DhGroup;
 
-// A group, to be released by dh_group_free (null is ignored); any number of threads may use it at once.
-// That the prime is one is the caller's word.
+// A group, to be released by dh_group_free (null is ignored); any number of threads may use it at
+// once. That the prime is one is the caller's word.
 //   base           above 1, below prime - 1.
 //   exponent_bits  length of private values, below the prime's; 0: the prime's length less one.
 // BE_MODULUS_LEN: a prime out of range. BE_ALGORITHM_INFO: an even prime, a base or length out of
@@ -37,9 +37,9 @@ int dh_generate(const DhGroup *group, uint8_t *private_out, uint8_t *public_out,
 int dh_agree(const DhGroup *group, const uint8_t *private_value, const uint8_t *peer,
              uint32_t peer_size, uint8_t *secret_out);
 
-// Generates a prime p of exactly prime_bits and a base of prime order q, where q divides (p - 1) / 2 and
-// has at least exponent_bits bits, and 160; where those leave less than 32 bits between them, q is
-// (p - 1) / 2 itself, which takes long for long primes.
+// Generates a prime p of exactly prime_bits and a base of prime order q, where q divides (p - 1) /
+// 2 and has at least exponent_bits bits, and 160; where those leave less than 32 bits between
+// them, q is (p - 1) / 2 itself, which takes long for long primes.
 //   prime_out, base_out  allocated by malloc; left empty on failure.
 //   exponent_bits        below prime_bits; 0: prime_bits less one.
 //   surrender            asked before each candidate is tested; may be null.

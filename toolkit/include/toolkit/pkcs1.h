@@ -14,9 +14,9 @@ namespace toolkit {
 
 constexpr uint32_t pkcs1_overhead = 11;
 
-// Fill a block of size bytes around length bytes of data. Padding of type 2 is drawn from random, again
-// for each octet that is zero. BE_INPUT_LEN: the data do not fit. BE_RANDOM_OBJ: random failed; the
-// block is zeroed.
+// Fill a block of size bytes around length bytes of data. Padding of type 2 is drawn from random,
+// again for each octet that is zero. BE_INPUT_LEN: the data do not fit. BE_RANDOM_OBJ: random
+// failed; the block is zeroed.
 int pkcs1_pad_type1(uint8_t *block, uint32_t size, const uint8_t *data, uint32_t length);
 int pkcs1_pad_type2(uint8_t *block, uint32_t size, const uint8_t *data, uint32_t length,
                     const RandomSource &random);

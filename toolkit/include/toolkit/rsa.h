@@ -1,14 +1,14 @@
 // rsa.h: the RSA primitives (PKCS#1 v1.5) on prepared keys.
 //
 // Numbers are big-endian octets, leading zeros allowed. A modulus has 256 to 16384 bits and is odd.
-// "size" of a key is the length of its modulus in bytes, without leading zeros; blocks in and out have
-// exactly that many bytes. Preparing a key copies its numbers into one block of memory and computes
-// what every use would compute again; using it allocates nothing.
+// "size" of a key is the length of its modulus in bytes, without leading zeros; blocks in and out
+// have exactly that many bytes. Preparing a key copies its numbers into one block of memory and
+// computes what every use would compute again; using it allocates nothing.
 //
-// Private operations are blinded, run in time that depends on the lengths of the key's numbers alone,
-// use the Chinese remainder form, and check the result against the public operation before it is
-// handed out: a result that fails the check is BE_INTERNAL and leaves nothing behind. Blinding draws
-// on the system.
+// Private operations are blinded, run in time that depends on the lengths of the key's numbers
+// alone, use the Chinese remainder form, and check the result against the public operation before
+// it is handed out: a result that fails the check is BE_INTERNAL and leaves nothing behind.
+// Blinding draws on the system.
 #ifndef TOOLKIT_RSA_H
 #define TOOLKIT_RSA_H
 
@@ -20,7 +20,8 @@ namespace toolkit {
 struct RsaPublic;
 struct RsaPrivate;
 
-// Prepares a public key, to be released by rsa_public_free. Any number of threads may use it at once.
+// Prepares a public key, to be released by rsa_public_free. Any number of threads may use it at
+// once.
 //   numbers  the modulus; an odd exponent above 1 and below the modulus.
 // BE_MODULUS_LEN: a modulus out of range. BE_KEY_INFO: numbers that make no key. BE_ALLOC.
 int rsa_public_new(RsaPublic **key_out, const A_RSA_KEY &numbers);
@@ -30,8 +31,8 @@ uint32_t rsa_public_size(const RsaPublic *key);
 // BE_DATA: in is not below n; out is left alone.
 int rsa_public_apply(const RsaPublic *key, const uint8_t *in, uint8_t *out);
 
-// Prepares a private key, to be released by rsa_private_free, which zeroes it. A key serves one thread
-// at a time: it keeps its blinding and its working memory.
+// Prepares a private key, to be released by rsa_private_free, which zeroes it. A key serves one
+// thread at a time: it keeps its blinding and its working memory.
 //   numbers  modulus; two odd primes, in either order and of any lengths; their exponents, reduced;
 //            coefficient = 1 / prime[1] mod prime[0], reduced.
 // The public exponent is recovered from the primes' exponents; it must be shorter than both primes.
@@ -45,9 +46,10 @@ uint32_t rsa_private_size(const RsaPrivate *key);
 // result was wrong, by a fault or because a "prime" is none.
 int rsa_private_apply(const RsaPrivate *key, const uint8_t *in, uint8_t *out);
 
-// Generates a key. Both primes have their top two bits set, so that the modulus has its full length;
-// the first is the greater one; they differ in the upper half of their bits; they are 3 modulo 4, and
-// prime with an error below 2^-100. The private exponent is the inverse of e modulo (p - 1)(q - 1).
+// Generates a key. Both primes have their top two bits set, so that the modulus has its full
+// length; the first is the greater one; they differ in the upper half of their bits; they are 3
+// modulo 4, and prime with an error below 2^-100. The private exponent is the inverse of e modulo
+// (p - 1)(q - 1).
 //   key_out       each ITEM allocated by malloc; rsa_key_free zeroes and frees them.
 //   modulus_bits  256 to 16384.
 //   exponent      odd, above 1, at least an octet shorter than the primes.
