@@ -76,7 +76,7 @@ struct SizeCase {
     const char *why;
     int p_bits, q_bits;
     bool one_short;
-    uint64_t e;
+    const char *e; // decimal
 };
 
 const SizeCase kSizeCases[] = {
@@ -96,7 +96,7 @@ const SizeCase kSizeCases[] = {
     {"three halves of a step", 768, 768, false, "65537"},
     {"the ordinary key", 1024, 1024, false, "65537"},
     {"a small unusual exponent", 256, 256, false, "11"},
-    {"an exponent above 32 bits", 256, 256, false, 0x100000000f},
+    {"an exponent above 32 bits", 256, 256, false, "4294967311"},
 };
 
 TEST(Rsa, OperationsAgreeAtEverySize) {
