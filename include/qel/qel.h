@@ -292,6 +292,56 @@ QelStatus qel_verify_keypkg_return_digest(QelContext *context, const QelKeyPkg *
                                           const QelKeyInfo *public_key, uint8_t **digest_info,
                                           uint32_t *digest_info_length);
 
+/* ---- Encryption ---------------------------------------------------------------------------------- */
+
+/*
+ * qel_encrypt and qel_decrypt work with DES-CBC, RC2-CBC and RC4, in one call or several.
+ */
+QelStatus qel_encrypt(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
+                      const QelAlgId *key_algorithm, const uint8_t *key, uint32_t key_length,
+                      const QelAlgId *algorithm, uint8_t **output, uint32_t *output_length);
+QelStatus qel_decrypt(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
+                      const QelAlgId *key_algorithm, const uint8_t *key, uint32_t key_length,
+                      const QelAlgId *algorithm, uint8_t **output, uint32_t *output_length);
+
+/* ---- Key wrapping -------------------------------------------------------------------------------- */
+
+/* qel_wrap_key wraps nothing: QEL_ERR_EXPORT, whatever the arguments. */
+QelStatus qel_wrap_key(QelContext *context, const uint8_t *key, uint32_t key_length,
+                       const QelAlgId *key_algorithm, const QelBitString *public_key_bits,
+                       const QelOctetString *public_key_parameters,
+                       const QelAlgId *public_key_algorithm, uint8_t **wrapped,
+                       uint32_t *wrapped_length);
+
+/* qel_unwrap_key recovers a wrapped key. */
+QelStatus qel_unwrap_key(QelContext *context, const uint8_t *wrapped, uint32_t wrapped_length,
+                         const QelAlgId *private_key_algorithm, const uint8_t *private_key,
+                         uint32_t private_key_length, const QelAlgId *wrapping_algorithm,
+                         uint8_t **key, uint32_t *key_length);
+
+/* ---- Random bytes and keys ----------------------------------------------------------------------- */
+
+/* qel_random gives count random bytes. */
+QelStatus qel_random(uint16_t count, uint8_t **buffer);
+
+/* Symmetric keys, with the parameters of the algorithm identifier that they are used with. */
+QelStatus qel_gen_des_key(QelContext *context, uint8_t **key, QelOctetString **parameters);
+QelStatus qel_gen_des3_key(QelContext *context, uint8_t **key, QelOctetString **parameters);
+QelStatus qel_gen_rc2_key(QelContext *context, uint32_t key_length, uint32_t effective_bits,
+                          uint8_t **key, QelOctetString **parameters);
+QelStatus qel_gen_rc4_key(QelContext *context, uint32_t key_length, uint8_t **key);
+
+/* What an RSA key pair is to be. */
+typedef struct QelRsaKeypairParams {
+    uint32_t modulusBits;
+    QelOctetString publicExponent; /* unsigned, big-endian */
+} QelRsaKeypairParams;
+
+/* qel_gen_rsa_keypair makes an RSA key pair. */
+QelStatus qel_gen_rsa_keypair(QelContext *context, const QelRsaKeypairParams *parameters,
+                              uint8_t **public_key, uint32_t *public_key_bits,
+                              uint8_t **private_key, uint32_t *private_key_length);
+
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

@@ -567,6 +567,142 @@ QelStatus __qel_verify_netscape_certreq(QelContext *context, const QelNetscapeCe
 QelStatus __qel_verify_keypkg(QelContext *context, const QelKeyPkg *key_package,
                               const QelKeyInfo *public_key);
 
+/* ---- Encryption without the export policy --------------------------------------------------------- */
+
+/* The encryption (kvdsaivqa) and the decryption (kdlsdkspd) behind qel_encrypt and qel_decrypt. */
+QelStatus kvdsaivqa(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
+                    const QelAlgId *key_algorithm, const uint8_t *key, uint32_t key_length,
+                    const QelAlgId *algorithm, uint8_t **output, uint32_t *output_length);
+QelStatus kdlsdkspd(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
+                    const QelAlgId *key_algorithm, const uint8_t *key, uint32_t key_length,
+                    const QelAlgId *algorithm, uint8_t **output, uint32_t *output_length);
+
+/* Triple DES in one call: aksksfdq encrypts, glhrahhi decrypts. */
+QelStatus aksksfdq(QelContext *context, const uint8_t *data, uint32_t length, const uint8_t *key,
+                   uint32_t key_length, const uint8_t *iv, uint32_t iv_length, uint8_t **output,
+                   uint32_t *output_length);
+QelStatus glhrahhi(QelContext *context, const uint8_t *data, uint32_t length, const uint8_t *key,
+                   uint32_t key_length, const uint8_t *iv, uint32_t iv_length, uint8_t **output,
+                   uint32_t *output_length);
+
+/* ---- Key wrapping and key agreement --------------------------------------------------------------- */
+
+/* vfeqjfkkj wraps a symmetric key under an RSA public key. */
+QelStatus vfeqjfkkj(QelContext *context, const uint8_t *key, uint32_t key_length,
+                    const QelAlgId *key_algorithm, const QelBitString *public_key_bits,
+                    const QelOctetString *public_key_parameters,
+                    const QelAlgId *public_key_algorithm, uint8_t **wrapped,
+                    uint32_t *wrapped_length);
+
+/* Diffie-Hellman (PKCS#3) in two phases. */
+QelStatus __qel_dh_part1(QelContext *context, uint32_t exponent_bits, uint32_t prime_length,
+                         const uint8_t *prime, uint32_t base_length, const uint8_t *base,
+                         const uint8_t *seed, uint32_t seed_length, uint8_t *public_value,
+                         uint32_t public_value_capacity);
+QelStatus __qel_dh_part2(QelContext *context, uint8_t *secret, uint32_t *secret_length,
+                         uint32_t secret_capacity, const uint8_t *other_public_value,
+                         uint32_t other_length);
+
+/* ---- RSA keys ------------------------------------------------------------------------------------- */
+
+/* Kinds of key for __qel_get_rsa_keysize. */
+enum { QEL_RSA_PUBLIC = 1, QEL_RSA_PRIVATE = 2 };
+
+QelStatus __qel_get_rsa_keysize(QelContext *context, int kind, const uint8_t *key,
+                                uint32_t key_length, uint32_t *size_out);
+QelStatus __qel_get_rsa_pubkey_components(const uint8_t *key, uint32_t key_length,
+                                          uint8_t **modulus, uint32_t *modulus_length,
+                                          uint8_t **exponent, uint32_t *exponent_length);
+
+/* ---- Key packages ---------------------------------------------------------------------------------- */
+
+/* What a key is derived from. */
+typedef struct PassPhraseKeyInput {
+    uint8_t *salt;
+    uint32_t salt_length;
+    char *pass_phrase;
+    uint32_t iteration_count;
+} PassPhraseKeyInput;
+
+QelStatus __qel_gen_des3_key_from_pwd(QelContext *context, PassPhraseKeyInput *input, uint8_t **key,
+                                      uint32_t *key_length, uint8_t **iv, uint32_t *iv_length);
+QelStatus __qel_gen_des_key_from_pwd(QelContext *context, const QelAlgId *algorithm,
+                                     const char *pass_phrase, uint8_t **key,
+                                     QelOctetString **parameters);
+QelStatus __qel_validate_keypkg_with_pwd(QelContext *context, const uint8_t *package_der,
+                                         uint32_t package_length, const char *pass_phrase,
+                                         QelKeyPkg **package, uint8_t **private_key_der,
+                                         uint32_t *private_key_length);
+QelStatus __qel_validate_keypkg_with_privkey(QelContext *context, const uint8_t *package_der,
+                                             uint32_t package_length, const uint8_t *key_bytes,
+                                             uint32_t key_length, const uint8_t *key_algorithm_der,
+                                             uint32_t key_algorithm_length);
+QelStatus __qel_verify_keypkg_sig(QelContext *context, const uint8_t *package_der,
+                                  uint32_t package_length, QelKeyPkg **package);
+QelStatus __qel_change_pass_phrase(QelContext *context, const char *new_pass_phrase,
+                                   const uint8_t *private_key_der, uint32_t private_key_length,
+                                   QelKeyPkg *package);
+
+/* ---- Pass phrases ---------------------------------------------------------------------------------- */
+
+/* Which pass phrase the user is asked for. */
+enum {
+    QEL_PHRASE_NEW = 1,      /* "your NEW key package password", asked twice */
+    QEL_PHRASE_OLD = 2,      /* "your OLD key package password" */
+    QEL_PHRASE_OWN = 3,      /* "your own key package password" */
+    QEL_PHRASE_PACKAGES = 4, /* "key package password for new key packages" */
+    QEL_PHRASE_HOST = 5      /* "host key package password"; any other number: "password" */
+};
+
+QelStatus __qel_get_encryption_phrase(const char *program_name, int kind, char **phrase_out);
+char *__qel_getpass(void);
+
+/* ---- Input and output ------------------------------------------------------------------------------- */
+
+/* Forms of data outside. */
+enum { QEL_FORM_RAW = 1, QEL_FORM_ARMOUR = 2, QEL_FORM_HEX = 3 };
+
+/* Kinds of item between marker lines; any other has none. */
+enum { QEL_ITEM_CERTIFICATE = 1, QEL_ITEM_KEYPKG = 2 };
+
+/* An item of a data set. Length 0: removed. */
+typedef struct QelDataSetItem {
+    uint8_t *data;
+    uint32_t length;
+} QelDataSetItem;
+
+/* A list of certificates. */
+typedef struct QelCertList {
+    struct QelCertList *next;
+    QelCert *cert;
+} QelCertList;
+
+QelStatus __qel_format_output(const uint8_t *data, uint32_t length, uint32_t indent,
+                              uint32_t line_width, char **text_out, uint32_t *text_length_out);
+QelStatus __qel_dump_output(const char *file_name, int form, const uint8_t *data, uint32_t length,
+                            uint32_t indent, uint32_t line_width);
+QelStatus __qel_fdump_output(FILE *stream, int form, const uint8_t *data, uint32_t length,
+                             uint32_t indent, uint32_t line_width);
+QelStatus __qel_dump_append(const char *file_name, int form, const uint8_t *data, uint32_t length);
+QelStatus __qel_dump_append_and_delimit(int kind, const char *file_name, int form,
+                                        const uint8_t *data, uint32_t length);
+QelStatus __qel_dump_data_set(int kind, const char *file_name, int form, uint32_t item_count,
+                              const QelDataSetItem *items);
+QelStatus __qel_dump_keypkg(QelContext *context, const char *file_name, const QelKeyPkg *package,
+                            uint32_t indent);
+QelStatus __qel_dump_cert(QelContext *context, const char *file_name, const QelCert *certificate,
+                          uint32_t indent, int binary);
+QelStatus __qel_dump_certreq(QelContext *context, const char *file_name, const QelCertReq *request,
+                             uint32_t indent, int delimit);
+QelStatus __qel_read_ostr_file(const char *file_name, uint8_t **buffer_out, uint32_t *length_out);
+QelStatus __qel_read_input(const char *file_name, int form, uint8_t **buffer_out,
+                           uint32_t *length_out);
+QelStatus __qel_parse_hex(const char *text, uint32_t length, char **digits_out);
+QelStatus __qel_file_2_certlist(QelContext *context, const char *file_name, QelCertList **list_out);
+QelStatus __qel_read_next_cert(QelContext *context, const char **text, uint32_t *remaining,
+                               QelCert **cert_out);
+void __qel_itoa(int32_t number, char *text);
+
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }
