@@ -4,7 +4,6 @@
 #include "text.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace tool {
 namespace {
@@ -28,17 +27,11 @@ std::string version_text(int32_t version) {
                                         : "unknown (encoded as " + std::to_string(version) + ")";
 }
 
-// In decimal digits, as people know it, unless it is large.
-std::string exponent_text(const std::string &digits) {
-    return digits.size() <= 8 ? std::to_string(std::strtoul(digits.c_str(), nullptr, 16))
-                              : "0x" + digits;
-}
-
 std::string key_text(const QelKeyInfo *key) {
     const RsaNumbers rsa = rsa_numbers(key);
     std::string text = key != nullptr ? algorithm_text(key->algorithm) : "(none)";
     if (rsa.bits != 0)
-        text += ", " + std::to_string(rsa.bits) + " bits, exponent " + exponent_text(rsa.exponent);
+        text += ", " + std::to_string(rsa.bits) + " bits, exponent " + exponent_text(rsa);
     return text;
 }
 
@@ -77,8 +70,10 @@ std::string short_text(const Context &context, const QelCert &cert, const Bytes 
         line("Serial", serial_text(cert.serial)) + line("Validity", validity_text(cert.validity));
     if (has_offset(cert.validity))
         text += line("", offset_note(cert.validity));
-    text +=
-        line("Key", key_text(cert.pubKeyInfo)) + line("Signature", algorithm_text(cert.algorithm));
+    text += line("Key", key_text(cert.pubKeyInfo));
+    if (const std::string note = small_exponent_note(cert.pubKeyInfo); !note.empty())
+        text += line("", note);
+    text += line("Signature", algorithm_text(cert.algorithm));
     std::size_t all;
     if (const std::size_t critical = count_critical(cert, all); critical != 0)
         text += line("Extensions", std::to_string(all) + ", of which " + std::to_string(critical) +
@@ -153,7 +148,7 @@ Json certificate_json(const Context &context, const QelCert &cert, bool full) {
     const Bytes encoded = encode(context, &cert, QEL_PDU_Certificate, "the certificate");
     const RsaNumbers rsa = rsa_numbers(cert.pubKeyInfo);
     Json json;
-    json["version"] = cert.version + 1;
+    json["version"] = int64_t{cert.version} + 1;
     json["serial"] = serial_text(cert.serial);
     json["subject"] = name_text(cert.subject, Charset::utf8);
     json["issuer"] = name_text(cert.issuer, Charset::utf8);
@@ -163,11 +158,14 @@ Json certificate_json(const Context &context, const QelCert &cert, bool full) {
     json["public_key"] = algorithm_json(cert.pubKeyInfo->algorithm);
     if (rsa.bits != 0) {
         json["public_key"]["bits"] = rsa.bits;
-        json["public_key"]["exponent"] = exponent_text(rsa.exponent);
+        json["public_key"]["exponent"] = exponent_text(rsa);
     }
     json["signature_algorithm"] = algorithm_json(cert.algorithm);
     json["md5_fingerprint"] = fingerprint(context, encoded, algorithm_named("md5"));
     json["extensions"] = extensions_json(cert);
+    json["notes"] = Json::array();
+    if (const std::string note = small_exponent_note(cert.pubKeyInfo); !note.empty())
+        json["notes"].push_back(note);
     if (!full)
         return json;
     json["md2_fingerprint"] = fingerprint(context, encoded, algorithm_named("md2"));
@@ -230,6 +228,7 @@ struct Verdict {
     QelStatus status = QEL_OK;
     bool yes = false;
     std::vector<std::string> notes;
+    std::string unsupported; // why the library knows no such signature, or empty
 };
 
 // The signature over the certificate information, and nothing else.
@@ -247,6 +246,18 @@ QelStatus verify_signature(const Context &context, const QelCert &cert, const Qe
 bool names_differ(const Context &context, const QelName *a, const QelName *b) {
     int difference = 0;
     return __qel_cmp_dn(context, a, b, &difference) == QEL_OK && difference != 0;
+}
+
+// Why the library refuses the certificate's signature algorithm, or empty if it knows it.
+std::string unsupported_algorithm(const QelCert &cert) {
+    for (const QelOid *known : {QEL_MD2WithRSAEncryption_OID, QEL_MD5WithRSAEncryption_OID}) {
+        int difference = 1;
+        __qel_cmp_oid(cert.algorithm->algorithm, known, &difference);
+        if (difference == 0)
+            return "";
+    }
+    return "the signature algorithm " + algorithm_text(cert.algorithm) +
+           " is not supported; only MD2 and MD5 with RSA are";
 }
 
 // What is odd about a certificate and the key that it is checked with, whatever the verdict.
@@ -279,6 +290,8 @@ Verdict judge(const Arguments &arguments, const Context &context, const QelCert 
         verdict.status = qel_verify_cert(context, &cert, key);
     }
     verdict.yes = verdict.status == QEL_OK;
+    if (verdict.status == QEL_ERR_BAD_PARAM || verdict.status == QEL_ERR_UNSUPPORTED_ALG)
+        verdict.unsupported = unsupported_algorithm(cert);
     if (verdict.status == QEL_ERR_KEY_EXPIRED) {
         verdict.notes.push_back("the signature is good; the validity is " +
                                 validity_text(cert.validity));
@@ -299,7 +312,9 @@ void print_verdict(const Arguments &arguments, const Verdict &verdict, const std
     for (const std::string &note : verdict.notes)
         put("  " + note + "\n");
     const StatusRow *row = find_status(verdict.status);
-    if (!verdict.yes && row != nullptr)
+    if (!verdict.unsupported.empty())
+        print_failure(arguments.command().name, {Exit::no, verdict.unsupported, "", ""});
+    else if (!verdict.yes && row != nullptr)
         print_failure(arguments.command().name, {Exit::no, row->meaning, "", row->advice});
 }
 
@@ -319,7 +334,14 @@ Exit run_cert_verify(const Arguments &arguments) {
     if (certificates.size() > 1)
         verdict.notes.push_back("only the first of " + std::to_string(certificates.size()) +
                                 " certificates in the file was looked at");
+    const QelKeyInfo *key = arguments.has("issuer") ? issuer.key() : subject.record->pubKeyInfo;
+    const std::string weakness = small_exponent_note(key);
+    if (!weakness.empty())
+        warn(weakness);
     if (arguments.json()) {
+        for (const std::string &note : {weakness, verdict.unsupported})
+            if (!note.empty())
+                verdict.notes.push_back(note);
         Json json = arguments.report();
         json["file"] = utf8_or_latin1(path);
         json["verified"] = verdict.yes;
@@ -327,6 +349,7 @@ Exit run_cert_verify(const Arguments &arguments) {
         json["subject"] = name_text(subject.record->subject, Charset::utf8);
         json["issuer"] = name_text(subject.record->issuer, Charset::utf8);
         json["validity"] = validity_json(subject.record->validity);
+        json["key_exponent"] = exponent_json(key);
         json["status"] = status_json(verdict.status);
         json["notes"] = verdict.notes;
         put_json(json);

@@ -151,6 +151,14 @@ struct RsaNumbers {
 };
 RsaNumbers rsa_numbers(const QelKeyInfo *key);
 
+// In decimal digits, as people know it, unless it is large.
+std::string exponent_text(const RsaNumbers &rsa);
+// exponent_text, or null where the key is no RSA key.
+Json exponent_json(const QelKeyInfo *key);
+// A warning where the public exponent of an RSA key is below 65537, else empty: under the smallest
+// ones anybody can make a block that begins with a digest, which the library takes for a signature.
+std::string small_exponent_note(const QelKeyInfo *key);
+
 // MD2 or MD5 of bytes, in hexadecimal.
 std::string fingerprint(QelContext *context, std::span<const uint8_t> bytes,
                         const Algorithm &algorithm);

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <iterator>
 
 namespace tool {
@@ -313,6 +314,27 @@ RsaNumbers rsa_numbers(const QelKeyInfo *key) {
     numbers.modulus = hex(digits);
     numbers.exponent = hex(without_zeroes(exponent.contents));
     return numbers;
+}
+
+std::string exponent_text(const RsaNumbers &rsa) {
+    return rsa.exponent.size() <= 8
+               ? std::to_string(std::strtoul(rsa.exponent.c_str(), nullptr, 16))
+               : "0x" + rsa.exponent;
+}
+
+Json exponent_json(const QelKeyInfo *key) {
+    const RsaNumbers rsa = rsa_numbers(key);
+    return rsa.bits != 0 ? Json(exponent_text(rsa)) : Json(nullptr);
+}
+
+std::string small_exponent_note(const QelKeyInfo *key) {
+    constexpr unsigned long kUsual = 65537;
+    const RsaNumbers rsa = rsa_numbers(key);
+    if (rsa.bits == 0 || rsa.exponent.size() > 8 ||
+        std::strtoul(rsa.exponent.c_str(), nullptr, 16) >= kUsual)
+        return "";
+    return "the key has the public exponent " + exponent_text(rsa) +
+           ": signatures under keys with small exponents can be forged, see SECURITY.md";
 }
 
 } // namespace tool

@@ -106,6 +106,9 @@ Exit run_verify(const Arguments &arguments) {
     const Bytes signature = read_signature(arguments.value("signature"));
     const QelStatus status = verify_file(context, path, rsa, signature, algorithm);
     const Exit exit = verdict_exit(status);
+    const std::string weakness = small_exponent_note(key.key());
+    if (!weakness.empty())
+        warn(key.where + ": " + weakness);
 
     if (arguments.json()) {
         Json json = arguments.report();
@@ -113,7 +116,11 @@ Exit run_verify(const Arguments &arguments) {
         json["verified"] = exit == Exit::yes;
         json["algorithm"] = algorithm.signature_name;
         json["key_bits"] = rsa_numbers(key.key()).bits;
-        json["note"] = rsa.note.empty() ? Json(nullptr) : Json(rsa.note);
+        json["key_exponent"] = exponent_json(key.key());
+        json["notes"] = Json::array();
+        for (const std::string &note : {rsa.note, weakness})
+            if (!note.empty())
+                json["notes"].push_back(note);
         json["status"] = status_json(status);
         put_json(json);
         return exit;

@@ -139,8 +139,96 @@ TEST(CertVerify, VerdictIsTheLibrarysUnlessAnOptionAsksForLess) {
         const Ran plain = qel(words);
         EXPECT_EQ(plain.exit, row.exit);
         EXPECT_EQ(holds(plain.out, ": NOT verified"), row.exit != 0) << plain.out;
-        EXPECT_EQ(plain.err.empty(), row.exit == 0) << plain.err;
+        EXPECT_EQ(holds(plain.err, "qel: cert verify: "), row.exit != 0) << plain.err;
     }
+}
+
+struct ExponentCase {
+    const char *reason;
+    const char *certificate, *issuer; // in certs/md5
+    const char *exponent;             // of the key that is used
+    bool warned;
+};
+
+const ExponentCase kExponents[] = {
+    {"own key", "entrust-demo-web-ca-96", "self", "3", true},
+    {"the issuer's key, not the certificate's", "paul-a-cooke-96", "entrust-demo-web-ca-96", "3",
+     true},
+    {"the usual exponent", "dodgy-ca-97", "self", "65537", false},
+};
+
+TEST(CertVerify, SmallExponentsAreWarnedOf) {
+    for (const ExponentCase &row : kExponents) {
+        SCOPED_TRACE(row.reason);
+        const auto path = [](const std::string &name) {
+            return name == "self" ? name : "certs/md5/" + name + ".der";
+        };
+        const std::string told = std::string("the key has the public exponent ") + row.exponent;
+        for (const char *option : {"--allow-expired", "--signature-only"}) {
+            auto words = verify_words({path(row.certificate), path(row.issuer), ""});
+            words.push_back(option);
+            const Ran json = qel(words);
+            EXPECT_EQ(json.exit, 0) << json.err;
+            EXPECT_EQ(json.json()["key_exponent"], row.exponent);
+            EXPECT_EQ(holds(json.json()["notes"].dump(), told), row.warned) << json.out;
+            words.erase(std::find(words.begin(), words.end(), "--json"));
+            const Ran plain = qel(words);
+            EXPECT_EQ(holds(plain.err, "warning: " + told), row.warned) << plain.err;
+        }
+    }
+    const std::string path = vector_path("certs/md5/entrust-demo-web-ca-96.der");
+    EXPECT_TRUE(holds(qel({"cert", "show", path}).out, "can be forged"));
+    const Json shown = qel({"cert", "show", "--json", path}).json()["certificates"][0];
+    EXPECT_EQ(shown["notes"].size(), 1U) << shown;
+}
+
+TEST(CertVerify, UnknownSignatureAlgorithmIsNamed) {
+    const TemporaryFolder folder;
+    Bytes cert = vector_file("certs/md5/root-agency-96.der");
+    const Bytes md5 = from_hex("06092a864886f70d010104");
+    for (auto at = cert.begin();
+         (at = std::search(at, cert.end(), md5.begin(), md5.end())) != cert.end();)
+        at[10] = 99;
+    write_file(folder.path("99.der"), cert);
+    const struct {
+        const char *reason;
+        std::string path;
+        const char *option, *algorithm;
+    } rows[] = {
+        {"with a name", vector_path("certs/sha256/gnutls-test-ca-11.der"), "--signature-only",
+         "sha256WithRSAEncryption"},
+        {"without", folder.path("99.der"), "--signature-only", "1.2.840.113549.1.1.99"},
+        {"whole certificate", folder.path("99.der"), "--allow-expired", "1.2.840.113549.1.1.99"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.reason);
+        const std::string told =
+            std::string("the signature algorithm ") + row.algorithm + " is not supported";
+        const Ran plain = qel({"cert", "verify", row.option, row.path});
+        EXPECT_EQ(plain.exit, 1);
+        EXPECT_TRUE(holds(plain.err, told)) << plain.err;
+        EXPECT_FALSE(holds(plain.err, "In a name")) << plain.err;
+        const Ran json = qel({"cert", "verify", "--json", row.option, row.path});
+        EXPECT_TRUE(holds(json.json()["notes"].dump(), told)) << json.out;
+    }
+}
+
+TEST(CertShow, LargestVersionDoesNotOverflow) {
+    Bytes cert = vector_file("certs/md5/test-ee-17.der");
+    const Bytes version = from_hex("a003020102"), largest = from_hex("a00602047fffffff");
+    const auto found = std::search(cert.begin(), cert.end(), version.begin(), version.end());
+    ASSERT_EQ(found - cert.begin(), 8); // behind two headers with lengths of two bytes
+    cert.insert(cert.erase(found, found + 5), largest.begin(), largest.end());
+    for (const std::size_t at : {2U, 6U}) {
+        const unsigned length = cert[at] * 256U + cert[at + 1] + 3;
+        cert[at] = static_cast<uint8_t>(length / 256);
+        cert[at + 1] = static_cast<uint8_t>(length % 256);
+    }
+    const TemporaryFolder folder;
+    write_file(folder.path("cert.der"), cert);
+    const Ran ran = qel({"cert", "show", "--json", folder.path("cert.der")});
+    ASSERT_EQ(ran.exit, 0) << ran.err;
+    EXPECT_EQ(ran.json()["certificates"][0]["version"], 2147483648LL);
 }
 
 TEST(CertVerify, NoFlippedBitVerifies) {

@@ -107,6 +107,28 @@ TEST_F(Sign, EveryFormOfPublicKeyAndSignatureVerifies) {
               to_hex(read_file(path("good.sig"))));
 }
 
+TEST_F(Sign, SmallExponentsAreWarnedOf) {
+    for (const auto &[exponent, warned] :
+         {std::pair("3", true), {"17", true}, {"65535", true}, {"65537", false}}) {
+        SCOPED_TRACE(exponent);
+        openssl({"genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:1024", "-pkeyopt",
+                 std::string("rsa_keygen_pubexp:") + exponent, "-out", path("small.pem")});
+        openssl({"pkey", "-in", path("small.pem"), "-pubout", "-out", path("small-public.pem")});
+        openssl(
+            {"dgst", "-md5", "-sign", path("small.pem"), "-out", path("small.sig"), path("data")});
+        const std::string told = std::string("public exponent ") + exponent + ":";
+        const std::vector<std::string> words = {
+            "verify", "-s", path("small.sig"), "-k", path("small-public.pem"), path("data")};
+        auto json_words = words;
+        json_words.push_back("--json");
+        const Ran plain = qel(words), json = qel(json_words);
+        EXPECT_EQ(plain.exit, 0) << plain.err;
+        EXPECT_EQ(holds(plain.err, told), warned) << plain.err;
+        EXPECT_EQ(json.json()["key_exponent"], exponent);
+        EXPECT_EQ(holds(json.json()["notes"].dump(), told), warned) << json.out;
+    }
+}
+
 TEST_F(Sign, WhatDoesNotBelongTogetherIsRefused) {
     Bytes data = read_file(path("data")), signature = read_file(path("good.sig"));
     data[299999] ^= 1;
