@@ -21,70 +21,6 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// A file that is read, or standard input.
-class Source {
-public:
-    explicit Source(const std::string &path)
-        : path_(path),
-          descriptor_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
-        if (descriptor_ < 0)
-            throw system_failure(Exit::input, "cannot open " + display_name(path), errno);
-    }
-    ~Source() {
-        if (descriptor_ > STDERR_FILENO)
-            close(descriptor_);
-    }
-    Source(const Source &) = delete;
-    Source &operator=(const Source &) = delete;
-
-    // The number of bytes read; 0 at the end.
-    std::size_t read_into(std::span<uint8_t> buffer) {
-        for (;;) {
-            const ssize_t count = read(descriptor_, buffer.data(), buffer.size());
-            if (count >= 0)
-                return static_cast<std::size_t>(count);
-            if (errno != EINTR)
-                throw system_failure(Exit::input, "cannot read " + display_name(path_), errno);
-        }
-    }
-
-private:
-    std::string path_;
-    int descriptor_;
-};
-
-// How far long work has come, on a terminal only.
-class Progress {
-public:
-    explicit Progress(const std::string &path)
-        : shown_to_(isatty(STDERR_FILENO) != 0), name_(display_name(path)), next_(now() + second) {}
-    ~Progress() {
-        if (written_)
-            std::fputs("\r\033[K", stderr);
-    }
-    Progress(const Progress &) = delete;
-    Progress &operator=(const Progress &) = delete;
-
-    void add(std::size_t bytes) {
-        total_ += bytes;
-        if (!shown_to_ || now() < next_)
-            return;
-        next_ = now() + second;
-        written_ = true;
-        std::fprintf(stderr, "\r\033[K%s: %llu MiB", name_.c_str(),
-                     static_cast<unsigned long long>(total_ >> 20));
-    }
-
-private:
-    static constexpr std::chrono::seconds second{1};
-    static std::chrono::steady_clock::time_point now() { return std::chrono::steady_clock::now(); }
-    bool shown_to_;
-    bool written_ = false;
-    std::string name_;
-    std::chrono::steady_clock::time_point next_;
-    uint64_t total_ = 0;
-};
-
 std::string_view view(const Bytes &bytes) {
     return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
 }
@@ -232,15 +168,78 @@ std::string display_name(const std::string &path) {
     return path == "-" ? "standard input" : in_quotes(path);
 }
 
+// How far long work has come, on a terminal only.
+struct Source::Progress {
+    explicit Progress(const std::string &path)
+        : shown_to_(isatty(STDERR_FILENO) != 0), name_(display_name(path)), next_(now() + second) {}
+    ~Progress() {
+        if (written_)
+            std::fputs("\r\033[K", stderr);
+    }
+    Progress(const Progress &) = delete;
+    Progress &operator=(const Progress &) = delete;
+
+    void add(std::size_t bytes) {
+        total_ += bytes;
+        if (!shown_to_ || now() < next_)
+            return;
+        next_ = now() + second;
+        written_ = true;
+        std::fprintf(stderr, "\r\033[K%s: %llu MiB", name_.c_str(),
+                     static_cast<unsigned long long>(total_ >> 20));
+    }
+
+private:
+    static constexpr std::chrono::seconds second{1};
+    static std::chrono::steady_clock::time_point now() { return std::chrono::steady_clock::now(); }
+    bool shown_to_;
+    bool written_ = false;
+    std::string name_;
+    std::chrono::steady_clock::time_point next_;
+    uint64_t total_ = 0;
+};
+
+Source::Source(const std::string &path)
+    : path_(path),
+      descriptor_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)),
+      progress_(std::make_unique<Progress>(path)) {
+    if (descriptor_ < 0)
+        throw system_failure(Exit::input, "cannot open " + display_name(path), errno);
+}
+
+Source::~Source() {
+    if (descriptor_ > STDERR_FILENO)
+        close(descriptor_);
+}
+
+std::size_t Source::read_into(std::span<uint8_t> buffer) {
+    for (;;) {
+        const ssize_t count = read(descriptor_, buffer.data(), buffer.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throw system_failure(Exit::input, "cannot read " + display_name(path_), errno);
+        progress_->add(static_cast<std::size_t>(count));
+        return static_cast<std::size_t>(count);
+    }
+}
+
+std::optional<uint64_t> Source::size() const {
+    struct stat about;
+    if (fstat(descriptor_, &about) != 0 || !S_ISREG(about.st_mode))
+        return std::nullopt;
+    const off_t position = lseek(descriptor_, 0, SEEK_CUR);
+    if (position < 0 || position > about.st_size)
+        return std::nullopt;
+    return static_cast<uint64_t>(about.st_size - position);
+}
+
 void each_block(const std::string &path,
                 const std::function<void(std::span<const uint8_t>)> &take) {
     Source source(path);
-    Progress progress(path);
     Bytes buffer(std::size_t{256} << 10);
-    while (const std::size_t count = source.read_into(buffer)) {
+    while (const std::size_t count = source.read_into(buffer))
         take(std::span(buffer).first(count));
-        progress.add(count);
-    }
 }
 
 Bytes read_whole(const std::string &path) {

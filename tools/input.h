@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string.h>
 #include <string>
@@ -32,8 +33,29 @@ constexpr std::size_t kMostBytes = std::size_t{64} << 20;
 // "standard input" for "-", else the name in quotes; safe to print.
 std::string display_name(const std::string &path);
 
-// Hands the bytes of a file ("-" is standard input) to take, block by block. On a terminal long
-// work shows its progress. Throws Failure, Exit::input, where the file cannot be read to its end.
+// A file that is read from its beginning, or standard input ("-"). On a terminal long work shows its
+// progress. Throws Failure, Exit::input, where the file cannot be read to its end.
+class Source {
+public:
+    explicit Source(const std::string &path);
+    ~Source();
+    Source(const Source &) = delete;
+    Source &operator=(const Source &) = delete;
+
+    // The number of bytes read; 0 at the end.
+    std::size_t read_into(std::span<uint8_t> buffer);
+    // How many bytes there are to read, where that is known beforehand: in a regular file.
+    std::optional<uint64_t> size() const;
+    const std::string &path() const { return path_; }
+
+private:
+    struct Progress;
+    std::string path_;
+    int descriptor_;
+    std::unique_ptr<Progress> progress_;
+};
+
+// Hands the bytes of a file to take, block by block, as a Source reads them.
 void each_block(const std::string &path, const std::function<void(std::span<const uint8_t>)> &take);
 
 // All bytes of a file of at most kMostBytes.

@@ -52,6 +52,12 @@ Failure would_replace(const std::string &path, const std::string &what, const ch
     return {Exit::output, "cannot write " + in_quotes(path), what, next};
 }
 
+Failure secret_over(const std::string &path) {
+    return would_replace(path,
+                         "it exists, and it would be replaced by a private key or key package",
+                         "Give another name, or --force to replace it.");
+}
+
 // Whether a file holds a private key or a key package in any form that the commands read.
 bool file_holds_key(const std::string &path) {
     try {
@@ -70,61 +76,6 @@ mode_t mode_of_new_files() {
     umask(mask);
     return 0666 & ~mask;
 }
-
-// Writes to what is no regular file, a device or a pipe.
-void write_into(const std::string &path, std::span<const uint8_t> bytes) {
-    const int file = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    if (file < 0)
-        throw cannot_write(path, errno);
-    int error = write_all(file, bytes);
-    if (close(file) != 0 && error == 0)
-        error = errno;
-    if (error != 0)
-        throw cannot_write(path, error);
-}
-
-// A file beside the one to be written, under a name of its own; removed unless it took the place.
-class NewFile {
-public:
-    explicit NewFile(const std::string &target) : target_(target), name_(target + ".XXXXXX") {
-        descriptor_ = mkostemp(name_.data(), O_CLOEXEC);
-        if (descriptor_ < 0)
-            throw cannot_write(target_, errno);
-    }
-    NewFile(const NewFile &) = delete;
-    NewFile &operator=(const NewFile &) = delete;
-    ~NewFile() {
-        if (descriptor_ >= 0)
-            close(descriptor_);
-        unlink(name_.c_str());
-    }
-
-    void fill(std::span<const uint8_t> bytes, mode_t mode) {
-        int error = fchmod(descriptor_, mode) != 0 ? errno : write_all(descriptor_, bytes);
-        if (error == 0 && fsync(descriptor_) != 0)
-            error = errno;
-        if (close(std::exchange(descriptor_, -1)) != 0 && error == 0)
-            error = errno;
-        if (error != 0)
-            throw cannot_write(target_, error);
-    }
-
-    // exclusive: only where there is no file yet. False where there is.
-    bool take_place(bool exclusive) {
-        if (exclusive && link(name_.c_str(), target_.c_str()) == 0)
-            return true;
-        if (exclusive && errno == EEXIST)
-            return false;
-        if (rename(name_.c_str(), target_.c_str()) != 0)
-            throw cannot_write(target_, errno);
-        return true;
-    }
-
-private:
-    std::string target_;
-    std::string name_;
-    int descriptor_ = -1;
-};
 
 // What the path leads to: symbolic links are followed to the file that is there.
 std::string resolved(const std::string &path) {
@@ -184,27 +135,78 @@ Json failure_json(const Failure &failure) {
     return json;
 }
 
-void write_file(const std::string &path, std::span<const uint8_t> bytes,
-                const FileOptions &options) {
+Output::Output(const std::string &path, const FileOptions &options)
+    : path_(path), options_(options) {
     if (path == "-") {
         flush();
-        write_through(bytes);
         return;
     }
     struct stat about;
     const bool exists = stat(path.c_str(), &about) == 0;
-    if (exists && !S_ISREG(about.st_mode))
-        return write_into(path, bytes);
+    if (exists && !S_ISREG(about.st_mode)) {
+        descriptor_ = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+        if (descriptor_ < 0)
+            throw cannot_write(path, errno);
+        return;
+    }
+    if (exists && options.secret && !options.force)
+        throw secret_over(path);
     if (exists && !options.force && !options.secret && file_holds_key(path))
         throw would_replace(path, "it holds a private key or key package, which would be lost",
                             "Give another name, or remove that file first.");
     const mode_t mode = options.secret ? 0600 : exists ? about.st_mode & 0777 : mode_of_new_files();
-    NewFile file(resolved(path));
-    file.fill(bytes, mode);
-    if (!file.take_place(options.secret && !options.force))
-        throw would_replace(path,
-                            "it exists, and it would be replaced by a private key or key package",
-                            "Give another name, or --force to replace it.");
+    target_ = resolved(path);
+    temporary_ = target_ + ".XXXXXX";
+    descriptor_ = mkostemp(temporary_.data(), O_CLOEXEC);
+    if (descriptor_ < 0)
+        throw cannot_write(path, errno);
+    if (fchmod(descriptor_, mode) != 0) {
+        const int error = errno;
+        unlink(temporary_.c_str());
+        close(descriptor_);
+        throw cannot_write(path, error);
+    }
+}
+
+Output::~Output() {
+    if (descriptor_ >= 0)
+        close(descriptor_);
+    if (!temporary_.empty())
+        unlink(temporary_.c_str());
+}
+
+void Output::write(std::span<const uint8_t> bytes) {
+    written_ += bytes.size();
+    if (path_ == "-")
+        return write_through(bytes);
+    if (const int error = write_all(descriptor_, bytes); error != 0)
+        throw cannot_write(path_, error);
+}
+
+void Output::finish() {
+    if (path_ == "-")
+        return;
+    int error = !temporary_.empty() && fsync(descriptor_) != 0 ? errno : 0;
+    if (close(std::exchange(descriptor_, -1)) != 0 && error == 0)
+        error = errno;
+    if (error != 0)
+        throw cannot_write(path_, error);
+    if (temporary_.empty())
+        return;
+    if (options_.secret && !options_.force && link(temporary_.c_str(), target_.c_str()) == 0)
+        return; // the other name goes with this
+    if (options_.secret && !options_.force && errno == EEXIST)
+        throw secret_over(path_);
+    if (rename(temporary_.c_str(), target_.c_str()) != 0)
+        throw cannot_write(path_, errno);
+    temporary_.clear();
+}
+
+void write_file(const std::string &path, std::span<const uint8_t> bytes,
+                const FileOptions &options) {
+    Output output(path, options);
+    output.write(bytes);
+    output.finish();
 }
 
 void refuse_terminal(const std::string &command, const std::string &why) {

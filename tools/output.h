@@ -38,9 +38,31 @@ struct FileOptions {
     bool secret = false; // create with mode 0600, and refuse to overwrite
     bool force = false;  // overwrite a secret all the same
 };
-// Writes a whole file; "-" is standard output. The file takes its place only when it is complete: a
-// write that fails leaves what was there. A file that holds a private key or key package is replaced
-// with force only. Throws Failure.
+// A file that is written piece by piece; "-" is standard output. The file takes its place only when
+// it is complete: a write that fails, or an Output that goes without finish, leaves what was there.
+// What goes to standard output, a device or a pipe goes at once. A file that holds a private key or
+// key package is replaced with force only. Throws Failure.
+class Output {
+public:
+    explicit Output(const std::string &path, const FileOptions &options = {});
+    ~Output();
+    Output(const Output &) = delete;
+    Output &operator=(const Output &) = delete;
+
+    void write(std::span<const uint8_t> bytes);
+    void finish();
+    uint64_t written() const { return written_; }
+
+private:
+    std::string path_;
+    FileOptions options_;
+    std::string target_;    // the file that path leads to
+    std::string temporary_; // the file beside it, or empty
+    int descriptor_ = -1;
+    uint64_t written_ = 0;
+};
+
+// Writes a whole file, as an Output does.
 void write_file(const std::string &path, std::span<const uint8_t> bytes,
                 const FileOptions &options = {});
 // Throws UsageError where standard output is a terminal. why names the option to give instead.
