@@ -4,6 +4,7 @@
 #include "text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <getopt.h>
 
 namespace tool {
@@ -105,8 +106,10 @@ void Arguments::take_option(const Option &option, const char *value) {
                in_quotes(text));
     if (option.value != nullptr && text.empty())
         misuse("option " + name + " needs a value that is not empty");
-    if (!values_.emplace(option.name, text).second && option.value != nullptr)
+    std::vector<std::string> &given = values_[option.name];
+    if (!given.empty() && option.value != nullptr && !option.repeats)
         misuse("option " + name + " is given twice");
+    given.push_back(text);
 }
 
 void Arguments::check() const {
@@ -124,7 +127,26 @@ void Arguments::check() const {
 
 std::string Arguments::value(const char *option, const char *otherwise) const {
     const auto found = values_.find(option);
-    return found != values_.end() ? found->second : otherwise;
+    return found != values_.end() ? found->second.front() : otherwise;
+}
+
+std::vector<std::string> Arguments::values(const char *option) const {
+    const auto found = values_.find(option);
+    return found != values_.end() ? found->second : std::vector<std::string>();
+}
+
+uint32_t Arguments::number(const char *option, uint32_t otherwise, uint32_t least,
+                           uint32_t most) const {
+    if (!has(option))
+        return otherwise;
+    const std::string text = value(option);
+    uint32_t number = 0;
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (read.ec != std::errc() || read.ptr != text.data() + text.size() || number < least ||
+        number > most)
+        misuse(std::string("option '--") + option + "' takes a number from " +
+               std::to_string(least) + " to " + std::to_string(most) + ", not " + in_quotes(text));
+    return number;
 }
 
 std::string Arguments::operand_or_stdin(std::size_t index) const {

@@ -6,6 +6,7 @@
 #include "output.h"
 #include "status.h"
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <span>
@@ -21,6 +22,7 @@ struct Option {
     const char *choices; // the values that are allowed, separated by '|'; null for any
     bool required;
     const char *text;
+    bool repeats = false; // may be given several times
 };
 
 struct Example {
@@ -57,6 +59,10 @@ public:
     const std::vector<std::string> &operands() const { return operands_; }
     bool has(const char *option) const { return values_.count(option) != 0; }
     std::string value(const char *option, const char *otherwise = "") const;
+    // Every value of an option that may be given several times, in order.
+    std::vector<std::string> values(const char *option) const;
+    // The value as a decimal number. Throws a UsageError unless it is one from least to most.
+    uint32_t number(const char *option, uint32_t otherwise, uint32_t least, uint32_t most) const;
     bool json() const { return has("json"); }
     bool wants_help() const { return has("help"); }
 
@@ -79,7 +85,7 @@ private:
 
     const Command *command_;
     std::vector<std::string> operands_;
-    std::map<std::string, std::string> values_;
+    std::map<std::string, std::vector<std::string>> values_; // of options that were given
 };
 
 // Collects what failed for one of several inputs, so that the others are still worked on: prints
