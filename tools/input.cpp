@@ -201,10 +201,10 @@ private:
 
 Source::Source(const std::string &path)
     : path_(path),
-      descriptor_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)),
-      progress_(std::make_unique<Progress>(path)) {
+      descriptor_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (descriptor_ < 0)
         throw system_failure(Exit::input, "cannot open " + display_name(path), errno);
+    progress_ = std::make_unique<Progress>(path);
 }
 
 Source::~Source() {
