@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <charconv>
 #include <getopt.h>
 
 namespace tool {
