@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <charconv>
 #include <getopt.h>
 
 namespace tool {
