@@ -93,7 +93,7 @@ Exit run_command(const Arguments &arguments) {
     }
 }
 
-Exit run(std::vector<std::string> words) {
+Exit run_words(std::vector<std::string> words) {
     if (words.empty())
         throw UsageError{"no command is given", ""};
     if (words[0] == "--help" || words[0] == "-h")
@@ -117,16 +117,38 @@ Exit run(std::vector<std::string> words) {
                      first};
 }
 
+// Whether a command line that may be wrong asks for JSON, if by a beginning of the option.
+bool asks_for_json(const std::vector<std::string> &words) {
+    const auto end = std::find(words.begin(), words.end(), "--");
+    return std::any_of(words.begin(), end, [](const std::string &word) {
+        return word.size() > 2 && std::string_view("--json").starts_with(word);
+    });
+}
+
+Exit run(const std::vector<std::string> &words) {
+    try {
+        return run_words(words);
+    } catch (const UsageError &error) {
+        const std::string &name = error.command;
+        const std::string next =
+            "Try 'qel help" + (name.empty() ? "" : " " + name) + "' for what it takes.";
+        if (asks_for_json(words)) {
+            Json json;
+            json["schema"] = 1;
+            json["command"] = name.empty() ? Json(nullptr) : Json(name);
+            json["error"] = failure_json({Exit::usage, error.what, "", next});
+            put_json(json);
+        }
+        say("qel: " + (name.empty() ? "" : name + ": ") + error.what + "\n" + next + "\n");
+        return Exit::usage;
+    }
+}
+
 Exit guarded(const std::vector<std::string> &words) {
     try {
         const Exit exit = run(words);
         finish_output();
         return exit;
-    } catch (const UsageError &error) {
-        const std::string prefix = error.command.empty() ? "qel: " : "qel: " + error.command + ": ";
-        std::fprintf(stderr, "%s%s\nTry 'qel help%s%s' for what it takes.\n", prefix.c_str(),
-                     error.what.c_str(), error.command.empty() ? "" : " ", error.command.c_str());
-        return Exit::usage;
     } catch (const Failure &failure) {
         print_failure("", failure);
         return failure.exit;

@@ -103,16 +103,22 @@ void finish_output() {
         throw OutputLost{system_failure(Exit::output, "cannot write to standard output", errno)};
 }
 
+void say(const std::string &text) {
+    flush();
+    std::fputs(text.c_str(), stderr);
+}
+
 void warn(const std::string &text) {
-    std::fprintf(stderr, "qel: warning: %s\n", text.c_str());
+    say("qel: warning: " + text + "\n");
 }
 
 void print_failure(const std::string &command, const Failure &failure) {
     const std::string prefix = command.empty() ? "qel: " : "qel: " + command + ": ";
-    std::fprintf(stderr, "%s%s%s%s\n", prefix.c_str(), failure.what.c_str(),
-                 failure.why.empty() ? "" : ": ", failure.why.c_str());
+    std::string text =
+        prefix + failure.what + (failure.why.empty() ? "" : ": ") + failure.why + "\n";
     if (!failure.next.empty())
-        std::fprintf(stderr, "%s%s\n", prefix.c_str(), failure.next.c_str());
+        text += prefix + failure.next + "\n";
+    say(text);
 }
 
 Json status_json(QelStatus status) {

@@ -24,9 +24,12 @@ void finish_output();
 // One JSON object, in ASCII, as the whole of the output.
 void put_json(const Json &object);
 
-// "qel: warning: ..." on standard error. text is safe to print.
+// Words on standard error, behind everything that was put before: where both lead to one terminal
+// or file, they stand in order. text is safe to print.
+void say(const std::string &text);
+// "qel: warning: ..."
 void warn(const std::string &text);
-// "qel: COMMAND: what: why" and the next step, on standard error.
+// "qel: COMMAND: what: why" and the next step.
 void print_failure(const std::string &command, const Failure &failure);
 
 // {"number": 10, "name": "QEL_ERR_ASN1_DECODE", "text": "..."}

@@ -24,7 +24,7 @@ const UsageCase kUsage[] = {
     {"unknown command, near a known one", {"singn"}, "did you mean 'sign'"},
     {"half of a command of two words", {"cert"}, "second word"},
     {"wrong second word", {"cert", "sow"}, "'cert sow'"},
-    {"option before the command", {"--json", "digest"}, "options follow the command"},
+    {"option before the command", {"--batch", "digest"}, "options follow the command"},
     {"unknown long option", {"digest", "--nonsense"}, "'--nonsense'"},
     {"unknown letter among known ones", {"cert", "show", "-fx"}, "'-x'"},
     {"ambiguous abbreviation", {"sign", "--a"}, "'--a'"},
@@ -57,13 +57,19 @@ TEST(CommandLine, MisuseIsTwoLinesAndStatusTwo) {
         SCOPED_TRACE(row.reason);
         const Ran ran = qel(row.words);
         EXPECT_EQ(ran.exit, 2) << ran.err;
-        EXPECT_EQ(ran.out, "");
         EXPECT_EQ(std::count(ran.err.begin(), ran.err.end(), '\n'), 2) << ran.err;
         const std::string first = ran.err.substr(0, ran.err.find('\n'));
         EXPECT_TRUE(holds(first, row.told)) << first;
         EXPECT_TRUE(holds(ran.err, "\nTry 'qel help")) << ran.err;
         EXPECT_EQ(ran.err.find('\x1b'), ran.err.npos);
+
+        auto words = row.words;
+        const bool two_words = words.size() > 1 && words[0] == "cert";
+        words.insert(words.begin() + (words.empty() ? 0 : two_words ? 2 : 1), "--json");
+        EXPECT_EQ(qel(words).json()["error"]["exit_status"], 2);
+        EXPECT_EQ(ran.out, "");
     }
+    EXPECT_EQ(qel({"digest", "--", "--json", ""}).out, "") << "a file of that name";
 }
 
 TEST(CommandLine, OptionsEndAtTwoDashes) {
@@ -180,6 +186,17 @@ TEST(Output, LostOutputIsStatusSevenEvenAtTheLastFlush) {
         closed.close_output = true;
         EXPECT_EQ(qel(words, closed).exit, 7);
     }
+}
+
+TEST(Output, WordsStandBehindWhatWasPutBeforeThem) {
+    const TemporaryFolder folder;
+    write_file(folder.path("data"), bytes_of("abc"));
+    How how;
+    how.together = true;
+    const Ran ran = qel({"digest", folder.path("data"), "absent", folder.path("data")}, how);
+    EXPECT_EQ(ran.exit, 3);
+    EXPECT_LT(ran.out.find("900150983cd2"), ran.out.find("absent")) << ran.out;
+    EXPECT_LT(ran.out.find("absent"), ran.out.rfind("900150983cd2")) << ran.out;
 }
 
 TEST(Explain, NumberAndNameFindTheSameStatus) {

@@ -28,6 +28,7 @@ struct How {
     Bytes input;               // standard input
     std::string output_file;   // where standard output goes instead of Ran::out
     bool close_output = false; // standard output is closed
+    bool together = false;     // standard error goes where standard output goes
     std::string locale = "C.UTF-8";
 };
 
@@ -38,7 +39,7 @@ struct How {
     dup2(open(in.c_str(), O_RDONLY), STDIN_FILENO);
     const std::string &target = how.output_file.empty() ? out : how.output_file;
     dup2(open(target.c_str(), O_WRONLY | O_CREAT, 0600), STDOUT_FILENO);
-    dup2(open(err.c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
+    dup2(how.together ? STDOUT_FILENO : open(err.c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
     closefrom(3);
     if (how.close_output)
         close(STDOUT_FILENO);
