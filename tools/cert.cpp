@@ -64,21 +64,46 @@ std::size_t count_critical(const QelCert &cert, std::size_t &all) {
     return critical;
 }
 
-std::string short_text(const Context &context, const QelCert &cert, const Bytes &encoded) {
+// Says where the library, which signs and verifies what it encodes, sees other bytes than were read.
+std::string encoding_note(const Context &context, const Certificate &certificate) {
+    try {
+        const Bytes encoded =
+            encode(context, certificate.record.get(), QEL_PDU_Certificate, "the certificate");
+        if (encoded == certificate.bytes)
+            return "";
+        return "the bytes are not the DER encoding of the certificate, over which the library "
+               "checks the signature";
+    } catch (const Failure &failure) {
+        return "the library cannot encode the certificate again: " + failure.why;
+    }
+}
+
+std::vector<std::string> certificate_notes(const Context &context, const Certificate &certificate) {
+    std::vector<std::string> notes;
+    for (const std::string &note :
+         {small_exponent_note(certificate.record->pubKeyInfo), encoding_note(context, certificate)})
+        if (!note.empty())
+            notes.push_back(note);
+    return notes;
+}
+
+std::string short_text(const Context &context, const Certificate &certificate) {
+    const QelCert &cert = *certificate.record;
     std::string text =
         line("Subject", name_text(cert.subject)) + line("Issuer", name_text(cert.issuer)) +
         line("Serial", serial_text(cert.serial)) + line("Validity", validity_text(cert.validity));
     if (has_offset(cert.validity))
         text += line("", offset_note(cert.validity));
-    text += line("Key", key_text(cert.pubKeyInfo));
-    if (const std::string note = small_exponent_note(cert.pubKeyInfo); !note.empty())
-        text += line("", note);
-    text += line("Signature", algorithm_text(cert.algorithm));
+    text +=
+        line("Key", key_text(cert.pubKeyInfo)) + line("Signature", algorithm_text(cert.algorithm));
     std::size_t all;
     if (const std::size_t critical = count_critical(cert, all); critical != 0)
         text += line("Extensions", std::to_string(all) + ", of which " + std::to_string(critical) +
                                        " critical (the library refuses such a certificate)");
-    return text + line("MD5 fingerprint", fingerprint(context, encoded, algorithm_named("md5")));
+    for (const std::string &note : certificate_notes(context, certificate))
+        text += line("Note", note);
+    return text +
+           line("MD5 fingerprint", fingerprint(context, certificate.bytes, algorithm_named("md5")));
 }
 
 std::string name_lines(const Context &context, const char *label, const QelName *name) {
@@ -90,9 +115,11 @@ std::string name_lines(const Context &context, const char *label, const QelName 
     return text;
 }
 
-std::string full_text(const Context &context, const QelCert &cert, const Bytes &encoded) {
-    std::string text = short_text(context, cert, encoded);
-    text += line("MD2 fingerprint", fingerprint(context, encoded, algorithm_named("md2")));
+std::string full_text(const Context &context, const Certificate &certificate) {
+    const QelCert &cert = *certificate.record;
+    std::string text = short_text(context, certificate);
+    text +=
+        line("MD2 fingerprint", fingerprint(context, certificate.bytes, algorithm_named("md2")));
     text += line("Version", version_text(cert.version));
     text +=
         name_lines(context, "Subject", cert.subject) + name_lines(context, "Issuer", cert.issuer);
@@ -144,8 +171,25 @@ Json algorithm_json(const QelAlgId *algorithm) {
     return json;
 }
 
-Json certificate_json(const Context &context, const QelCert &cert, bool full) {
-    const Bytes encoded = encode(context, &cert, QEL_PDU_Certificate, "the certificate");
+// What --full adds, in the order of full_text.
+void add_full_json(const Context &context, const Certificate &certificate, Json &json) {
+    const QelCert &cert = *certificate.record;
+    const auto unique_id = [](const QelUid *id) {
+        return id != nullptr ? Json(bits_text(*id)) : Json(nullptr);
+    };
+    json["md2_fingerprint"] = fingerprint(context, certificate.bytes, algorithm_named("md2"));
+    if (const RsaNumbers rsa = rsa_numbers(cert.pubKeyInfo); rsa.bits != 0)
+        json["public_key"]["modulus"] = rsa.modulus;
+    json["public_key"]["encoded"] = bits_text(cert.pubKeyInfo->pubKey);
+    json["issuer_unique_id"] = unique_id(cert.issuerUID);
+    json["subject_unique_id"] = unique_id(cert.subjectUID);
+    json["inner_algorithm"] = algorithm_json(cert.signature);
+    json["signature"] = bits_text(cert.sigBits);
+    json["der"] = hex(certificate.bytes);
+}
+
+Json certificate_json(const Context &context, const Certificate &certificate, bool full) {
+    const QelCert &cert = *certificate.record;
     const RsaNumbers rsa = rsa_numbers(cert.pubKeyInfo);
     Json json;
     json["version"] = int64_t{cert.version} + 1;
@@ -161,36 +205,31 @@ Json certificate_json(const Context &context, const QelCert &cert, bool full) {
         json["public_key"]["exponent"] = exponent_text(rsa);
     }
     json["signature_algorithm"] = algorithm_json(cert.algorithm);
-    json["md5_fingerprint"] = fingerprint(context, encoded, algorithm_named("md5"));
+    json["md5_fingerprint"] = fingerprint(context, certificate.bytes, algorithm_named("md5"));
     json["extensions"] = extensions_json(cert);
-    json["notes"] = Json::array();
-    if (const std::string note = small_exponent_note(cert.pubKeyInfo); !note.empty())
-        json["notes"].push_back(note);
-    if (!full)
-        return json;
-    json["md2_fingerprint"] = fingerprint(context, encoded, algorithm_named("md2"));
-    json["public_key"]["encoded"] = bits_text(cert.pubKeyInfo->pubKey);
-    json["signature"] = bits_text(cert.sigBits);
-    json["der"] = hex(encoded);
+    json["notes"] = certificate_notes(context, certificate);
+    if (full)
+        add_full_json(context, certificate, json);
     return json;
 }
 
-void show(const Arguments &arguments, const std::string &path, Json &list) {
+// Shows what can be read of a file, and returns what cannot.
+std::vector<Failure> show(const Arguments &arguments, const std::string &path, Json &list) {
     const Context context;
-    for (const Certificate &certificate : read_certificates(context, path)) {
-        const QelCert &cert = *certificate.record;
+    const bool full = arguments.has("full");
+    std::vector<Failure> unreadable;
+    for (const Certificate &certificate : read_certificates(context, path, &unreadable)) {
         if (arguments.json()) {
             Json one;
             one["file"] = utf8_or_latin1(path);
-            one.update(certificate_json(context, cert, arguments.has("full")));
+            one.update(certificate_json(context, certificate, full));
             list.push_back(one);
-            continue;
+        } else {
+            put(certificate.where + ":\n" +
+                (full ? full_text(context, certificate) : short_text(context, certificate)));
         }
-        const Bytes encoded = encode(context, &cert, QEL_PDU_Certificate, "the certificate");
-        put(certificate.where + ":\n" +
-            (arguments.has("full") ? full_text(context, cert, encoded)
-                                   : short_text(context, cert, encoded)));
     }
+    return unreadable;
 }
 
 } // namespace
@@ -203,11 +242,15 @@ Exit run_cert_show(const Arguments &arguments) {
     json["certificates"] = Json::array();
     json["errors"] = Json::array();
     for (const std::string &path : paths) {
+        std::vector<Failure> failures;
         try {
-            show(arguments, path, json["certificates"]);
+            failures = show(arguments, path, json["certificates"]);
         } catch (const OutputLost &) {
             throw;
         } catch (const Failure &failure) {
+            failures = {failure};
+        }
+        for (const Failure &failure : failures) {
             Json error = failure_json(failure);
             error["file"] = utf8_or_latin1(path);
             json["errors"].push_back(error);
@@ -225,6 +268,7 @@ namespace {
 
 // What was found out about a certificate's signature.
 struct Verdict {
+    const PublicKey *issuer = nullptr; // whose key was used; null for the certificate's own
     QelStatus status = QEL_OK;
     bool yes = false;
     std::vector<std::string> notes;
@@ -241,6 +285,10 @@ QelStatus verify_signature(const Context &context, const QelCert &cert, const Qe
     return qel_verify(context, info.data(), static_cast<uint32_t>(info.size()), QEL_MODE_FINAL,
                       rsa.algorithm, &rsa.parameters, rsa.bits, cert.algorithm, cert.sigBits.value,
                       cert.sigBits.length / 8);
+}
+
+bool signature_is_good(QelStatus status) {
+    return status == QEL_OK || status == QEL_ERR_KEY_EXPIRED;
 }
 
 bool names_differ(const Context &context, const QelName *a, const QelName *b) {
@@ -261,8 +309,9 @@ std::string unsupported_algorithm(const QelCert &cert) {
 }
 
 // What is odd about a certificate and the key that it is checked with, whatever the verdict.
-std::vector<std::string> oddities(const Context &context, const QelCert &cert,
+std::vector<std::string> oddities(const Context &context, const Certificate &certificate,
                                   const PublicKey *issuer) {
+    const QelCert &cert = *certificate.record;
     std::vector<std::string> notes;
     const bool own = issuer == nullptr;
     const bool certified = !own && issuer->certificate.record != nullptr;
@@ -275,13 +324,17 @@ std::vector<std::string> oddities(const Context &context, const QelCert &cert,
     int difference = 0;
     if (__qel_cmp_algid(cert.signature, cert.algorithm, &difference) == QEL_OK && difference != 0)
         notes.push_back("the algorithm beside the signature is not the signed one");
+    if (const std::string note = encoding_note(context, certificate); !note.empty())
+        notes.push_back(note);
     return notes;
 }
 
-Verdict judge(const Arguments &arguments, const Context &context, const QelCert &cert,
+Verdict judge(const Arguments &arguments, const Context &context, const Certificate &certificate,
               const PublicKey *issuer) {
+    const QelCert &cert = *certificate.record;
     Verdict verdict;
-    verdict.notes = oddities(context, cert, issuer);
+    verdict.issuer = issuer;
+    verdict.notes = oddities(context, certificate, issuer);
     const QelKeyInfo *key = issuer != nullptr ? issuer->key() : cert.pubKeyInfo;
     if (arguments.has("signature-only")) {
         verdict.status = verify_signature(context, cert, key, verdict.notes);
@@ -300,9 +353,30 @@ Verdict judge(const Arguments &arguments, const Context &context, const QelCert 
     return verdict;
 }
 
-void print_verdict(const Arguments &arguments, const Verdict &verdict, const std::string &where,
-                   const std::string &key) {
+// The verdict under the first issuer's key whose signature it is, or else under the first one.
+// Certificates of others than the named issuer are tried only where there is nothing else.
+Verdict judge_by(const Arguments &arguments, const Context &context, const Certificate &certificate,
+                 const std::vector<PublicKey> &issuers) {
+    std::vector<const PublicKey *> fitting;
+    for (const PublicKey &issuer : issuers)
+        if (!issuer.certificate.record ||
+            !names_differ(context, certificate.record->issuer, issuer.certificate.record->subject))
+            fitting.push_back(&issuer);
+    if (fitting.empty())
+        fitting.push_back(issuers.empty() ? nullptr : &issuers.front());
+    Verdict first = judge(arguments, context, certificate, fitting.front());
+    for (std::size_t i = 1; i < fitting.size() && !signature_is_good(first.status); ++i) {
+        Verdict next = judge(arguments, context, certificate, fitting[i]);
+        if (signature_is_good(next.status))
+            return next;
+    }
+    return first;
+}
+
+void print_verdict(const Arguments &arguments, const Verdict &verdict, const std::string &where) {
     const std::string status = status_words(verdict.status);
+    const std::string key =
+        verdict.issuer != nullptr ? "the key of " + verdict.issuer->where : "its own key";
     if (verdict.yes)
         put(where + ": verified with " + key +
             (verdict.status != QEL_OK ? ", expired certificates allowed (" + status + ")\n"
@@ -326,15 +400,15 @@ Exit run_cert_verify(const Arguments &arguments) {
     const Context context;
     const std::vector<Certificate> certificates = read_certificates(context, path);
     const Certificate &subject = certificates.front();
-    PublicKey issuer;
+    std::vector<PublicKey> issuers;
     if (arguments.has("issuer"))
-        issuer = read_public_key(context, arguments.value("issuer"), KeySource::either);
-    Verdict verdict =
-        judge(arguments, context, *subject.record, arguments.has("issuer") ? &issuer : nullptr);
+        issuers = read_public_keys(context, arguments.value("issuer"), KeySource::either);
+    Verdict verdict = judge_by(arguments, context, subject, issuers);
     if (certificates.size() > 1)
         verdict.notes.push_back("only the first of " + std::to_string(certificates.size()) +
                                 " certificates in the file was looked at");
-    const QelKeyInfo *key = arguments.has("issuer") ? issuer.key() : subject.record->pubKeyInfo;
+    const QelKeyInfo *key =
+        verdict.issuer != nullptr ? verdict.issuer->key() : subject.record->pubKeyInfo;
     const std::string weakness = small_exponent_note(key);
     if (!weakness.empty())
         warn(weakness);
@@ -349,13 +423,13 @@ Exit run_cert_verify(const Arguments &arguments) {
         json["subject"] = name_text(subject.record->subject, Charset::utf8);
         json["issuer"] = name_text(subject.record->issuer, Charset::utf8);
         json["validity"] = validity_json(subject.record->validity);
+        json["key_from"] = verdict.issuer != nullptr ? Json(verdict.issuer->where) : Json(nullptr);
         json["key_exponent"] = exponent_json(key);
         json["status"] = status_json(verdict.status);
         json["notes"] = verdict.notes;
         put_json(json);
     } else {
-        print_verdict(arguments, verdict, subject.where,
-                      arguments.has("issuer") ? "the key of " + issuer.where : "its own key");
+        print_verdict(arguments, verdict, subject.where);
     }
     return verdict.yes ? Exit::yes : verdict_exit(verdict.status);
 }

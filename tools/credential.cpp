@@ -34,13 +34,6 @@ bool certificate_label(const std::string &label) {
            !contains(label, "PAIR");
 }
 
-Failure bad_item(const Input &input, const Item &item, const std::string &what, QelStatus status) {
-    const std::string name = "cannot read " + what + " from " + input.name_of(item);
-    if (!item.problem.empty())
-        return {Exit::input, name, item.problem, "Get the text again, whole."};
-    return library_failure(status, name);
-}
-
 // "it holds CERTIFICATE, RSA PRIVATE KEY"
 std::string labels_of(const Input &input) {
     std::string text;
@@ -60,6 +53,55 @@ Decoded<T> decode_item(QelContext *context, const Item &item, int pdu, QelStatus
 bool decodes(QelContext *context, const Item &item, int pdu) {
     QelStatus status;
     return decode_item<void>(context, item, pdu, &status) != nullptr;
+}
+
+// Whether the validity of a certificate holds a GeneralizedTime, which dates from 2050 on take and
+// X.509 of the library's time does not have.
+bool has_generalized_time(std::span<const uint8_t> bytes) {
+    Element element, part;
+    if (!take_element(bytes, element) || !take_element(element.contents, element))
+        return false;
+    // The version, which may be left out, serial number, algorithm and issuer; then the validity.
+    std::span<const uint8_t> rest = element.contents;
+    const unsigned before = !rest.empty() && rest[0] == 0xa0 ? 4 : 3;
+    for (unsigned i = 0; i <= before; ++i)
+        if (!take_element(rest, element))
+            return false;
+    for (unsigned left = 2; left != 0 && take_element(element.contents, part); --left)
+        if (part.tag == 0x18)
+            return true;
+    return false;
+}
+
+// What can be seen of bytes that did not decode, or empty.
+std::string decoding_hint(std::span<const uint8_t> bytes) {
+    Header header;
+    if (!read_header(bytes, header) || header.tag != 0x30 || header.indefinite)
+        return "";
+    const std::size_t there = bytes.size() - header.size;
+    if (header.length > there)
+        return "; it is cut: " + std::to_string(header.length - there) + " bytes are missing";
+    if (header.length < there)
+        return "; " + std::to_string(there - header.length) + " bytes follow the value";
+    return has_generalized_time(bytes) ? "; its validity is in GeneralizedTime" : "";
+}
+
+// An RSAPublicKey (PKCS#1) is two integers; a SubjectPublicKeyInfo is put around it.
+Bytes in_key_info(std::span<const uint8_t> key) {
+    constexpr uint8_t rsa_encryption[] = {0x30, 0x0d, 0x06, 0x09, 0x2a, 0x86, 0x48, 0x86,
+                                          0xf7, 0x0d, 0x01, 0x01, 0x01, 0x05, 0x00};
+    std::span<const uint8_t> rest = key;
+    Element sequence, modulus, exponent;
+    if (!take_element(rest, sequence) || !rest.empty() || sequence.tag != 0x30 ||
+        !take_element(sequence.contents, modulus) || modulus.tag != 0x02 ||
+        !take_element(sequence.contents, exponent) || exponent.tag != 0x02 ||
+        !sequence.contents.empty())
+        return {};
+    Bytes bits = {0}, contents(std::begin(rsa_encryption), std::end(rsa_encryption)), info;
+    bits.insert(bits.end(), key.begin(), key.end());
+    append_element(contents, 0x03, bits);
+    append_element(info, 0x30, contents);
+    return info;
 }
 
 // Why no public key was found, where the reason can be told.
@@ -99,49 +141,84 @@ Bytes encode(QelContext *context, const void *value, int pdu, const std::string 
     return bytes;
 }
 
-std::vector<Certificate> read_certificates(QelContext *context, const std::string &path) {
+Failure bad_item(const Input &input, const Item &item, const std::string &what, QelStatus status) {
+    const std::string name = "cannot read " + what + " from " + input.name_of(item);
+    if (!item.problem.empty())
+        return {Exit::input, name, item.problem, "Get the text again, whole."};
+    Failure failure = library_failure(status, name);
+    if (status == QEL_ERR_ASN1_DECODE)
+        failure.why += decoding_hint(item.bytes);
+    return failure;
+}
+
+std::vector<Certificate> read_certificates(QelContext *context, const std::string &path,
+                                           std::vector<Failure> *unreadable) {
     const Input input = read_input(path);
     std::vector<Certificate> certificates;
+    std::vector<Failure> failures;
     for (const Item &item : input.items) {
         QelStatus status;
         auto record = decode_item<QelCert>(context, item, QEL_PDU_Certificate, &status);
         if (record)
-            certificates.push_back({input.name_of(item), std::move(record)});
+            certificates.push_back({input.name_of(item), std::move(record), item.bytes});
         else if (!input.armoured || certificate_label(item.label))
-            throw bad_item(input, item, "a certificate", status);
+            failures.push_back(bad_item(input, item, "a certificate", status));
     }
+    if (!failures.empty() && (unreadable == nullptr || certificates.empty()))
+        throw failures.front();
+    if (unreadable != nullptr)
+        *unreadable = std::move(failures);
     if (certificates.empty())
         throw Failure{Exit::input, "cannot find a certificate in " + display_name(path),
                       labels_of(input), "Give a file that holds a certificate, DER or armoured."};
     return certificates;
 }
 
-PublicKey read_public_key(QelContext *context, const std::string &path, KeySource source) {
+namespace {
+
+bool take_public_key(QelContext *context, const Item &item, KeySource source, PublicKey &key,
+                     QelStatus *status) {
+    if (source != KeySource::key) {
+        auto record = decode_item<QelCert>(context, item, QEL_PDU_Certificate, status);
+        if (record) {
+            key.certificate = {key.where, std::move(record), item.bytes};
+            return true;
+        }
+    }
+    if (source == KeySource::certificate)
+        return false;
+    key.info = decode_item<QelKeyInfo>(context, item, QEL_PDU_SubjectPublicKeyInfo, status);
+    if (!key.info && item.problem.empty())
+        key.info =
+            decode<QelKeyInfo>(context, in_key_info(item.bytes), QEL_PDU_SubjectPublicKeyInfo);
+    return key.info != nullptr;
+}
+
+} // namespace
+
+std::vector<PublicKey> read_public_keys(QelContext *context, const std::string &path,
+                                        KeySource source) {
     const Input input = read_input(path);
     QelStatus status = QEL_ERR_ASN1_DECODE;
+    std::vector<PublicKey> keys;
     for (const Item &item : input.items) {
         PublicKey key;
         key.where = input.name_of(item);
-        if (source != KeySource::key) {
-            auto record = decode_item<QelCert>(context, item, QEL_PDU_Certificate, &status);
-            if (record) {
-                key.certificate = {key.where, std::move(record)};
-                return key;
-            }
-        }
-        if (source != KeySource::certificate) {
-            key.info =
-                decode_item<QelKeyInfo>(context, item, QEL_PDU_SubjectPublicKeyInfo, &status);
-            if (key.info)
-                return key;
-        }
+        if (take_public_key(context, item, source, key, &status))
+            keys.push_back(std::move(key));
     }
+    if (!keys.empty())
+        return keys;
     const char *wanted = source == KeySource::certificate ? "a certificate" : "a public key";
     const std::string instead = what_it_is_instead(context, input);
     if (instead.empty())
         throw bad_item(input, input.items.front(), wanted, status);
     throw Failure{Exit::input, std::string("cannot find ") + wanted + " in " + display_name(path),
                   instead, "Give DER or armour of a certificate or of a SubjectPublicKeyInfo."};
+}
+
+PublicKey read_public_key(QelContext *context, const std::string &path, KeySource source) {
+    return std::move(read_public_keys(context, path, source).front());
 }
 
 RsaKey as_rsa_key(const QelKeyInfo *key) {
@@ -168,12 +245,13 @@ RsaKey as_rsa_key(const QelKeyInfo *key) {
 namespace {
 
 // A bare RSAPrivateKey (PKCS#1) begins with its version and the modulus; in PKCS#8 an
-// AlgorithmIdentifier follows the version.
+// AlgorithmIdentifier follows the version, and an RSAPublicKey has no version.
 bool is_rsa_private_key(std::span<const uint8_t> bytes) {
     Element sequence, version, next;
     return take_element(bytes, sequence) && bytes.empty() && sequence.tag == 0x30 &&
            take_element(sequence.contents, version) && version.tag == 0x02 &&
-           take_element(sequence.contents, next) && next.tag == 0x02;
+           version.contents.size() == 1 && take_element(sequence.contents, next) &&
+           next.tag == 0x02;
 }
 
 Failure encrypted_key(const std::string &where, const std::string &how) {
@@ -233,9 +311,15 @@ bool holds_private_key(QelContext *context, std::span<const uint8_t> bytes) {
         explicit_bzero(key->privateKey.value, key->privateKey.length);
         return true;
     }
-    if (decode<void>(context, bytes, QEL_PDU_KeyPkg))
+    if (const auto held = decode<QelServKeyInfo>(context, bytes, QEL_PDU_QelServKeyInfo)) {
+        explicit_bzero(held->privKey.value, held->privKey.length);
         return true;
-    // A DigestInfo has the same shape; the algorithm tells them apart.
+    }
+    if (decode<void>(context, bytes, QEL_PDU_KeyPkg) ||
+        decode<void>(context, bytes, QEL_PDU_KeyPkgInfo))
+        return true;
+    // A DigestInfo has the same shape; the algorithm and the size tell them apart.
+    constexpr uint32_t longest_digest = 64;
     const auto encrypted =
         decode<QelEncryptedPrivateKeyInfo>(context, bytes, QEL_PDU_EncryptedPrivateKeyInfo);
     if (!encrypted)
@@ -244,8 +328,14 @@ bool holds_private_key(QelContext *context, std::span<const uint8_t> bytes) {
     int difference = 1;
     __qel_cmp_oid(algorithm, QEL_PbeWithMD5AndDES3_CBC_OID, &difference);
     const std::string dots = oid_text(algorithm);
-    return difference == 0 || dots.starts_with("1.2.840.113549.1.5.") || // PKCS#5
-           dots.starts_with("1.2.840.113549.1.12.1.");                   // PKCS#12
+    return difference == 0 || encrypted->encryptedData.length > longest_digest ||
+           dots.starts_with("1.2.840.113549.1.5.") ||  // PKCS#5
+           dots.starts_with("1.2.840.113549.1.12.1."); // PKCS#12
+}
+
+bool is_secret(QelContext *context, const Item &item) {
+    return item.encrypted || contains(item.label, "PRIVATE KEY") || item.label == "KEYPKG" ||
+           holds_private_key(context, item.bytes);
 }
 
 std::string fingerprint(QelContext *context, std::span<const uint8_t> bytes,

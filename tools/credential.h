@@ -5,6 +5,7 @@
 
 #include "input.h"
 #include "output.h"
+#include "status.h"
 #include "text.h"
 
 #include <array>
@@ -70,14 +71,22 @@ Decoded<T> decode(QelContext *context, std::span<const uint8_t> bytes, int pdu,
 // The encoding of a record. Throws Failure naming what.
 Bytes encode(QelContext *context, const void *value, int pdu, const std::string &what);
 
+// Why what ("a certificate") could not be had from an item that has a problem or gave status; for
+// QEL_ERR_ASN1_DECODE also what can be seen of the bytes: that they are cut, that others follow.
+Failure bad_item(const Input &input, const Item &item, const std::string &what, QelStatus status);
+
 struct Certificate {
     std::string where; // file, and block where there are several; safe to print
     Decoded<QelCert> record;
+    Bytes bytes; // as they were read, which need not be its DER encoding
 };
-// All certificates of a file, at least one. Blocks that hold something else are passed over.
-std::vector<Certificate> read_certificates(QelContext *context, const std::string &path);
+// All certificates of a file, at least one. Blocks that hold something else are passed over. Throws
+// Failure at a certificate that cannot be read; but where unreadable is given, the failure goes
+// there as long as another certificate can be read.
+std::vector<Certificate> read_certificates(QelContext *context, const std::string &path,
+                                           std::vector<Failure> *unreadable = nullptr);
 
-// A public key, from a SubjectPublicKeyInfo or a certificate.
+// A public key, from a SubjectPublicKeyInfo, an RSAPublicKey (PKCS#1) or a certificate.
 struct PublicKey {
     std::string where;
     Decoded<QelKeyInfo> info;
@@ -87,6 +96,9 @@ struct PublicKey {
     }
 };
 enum class KeySource { key, certificate, either };
+// All keys of a file that come from source, at least one, and the first of them.
+std::vector<PublicKey> read_public_keys(QelContext *context, const std::string &path,
+                                        KeySource source);
 PublicKey read_public_key(QelContext *context, const std::string &path, KeySource source);
 
 // The parts of an RSA key that qel_verify takes. A key under the identifier of X.509's annex
@@ -107,8 +119,11 @@ struct PrivateKey {
 };
 PrivateKey read_private_key(QelContext *context, const std::string &path);
 
-// Whether bytes are a private key, in PKCS#8, encrypted or not, or PKCS#1, or a key package.
+// Whether bytes are a private key, in PKCS#8, encrypted or not, or PKCS#1, or a key package, or what
+// a key server holds of one.
 bool holds_private_key(QelContext *context, std::span<const uint8_t> bytes);
+// The same of an item, whose label or header lines may say it of bytes that cannot be read.
+bool is_secret(QelContext *context, const Item &item);
 
 // ---- What people read --------------------------------------------------------------------------
 

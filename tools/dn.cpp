@@ -13,12 +13,8 @@ struct Parsed {
     Bytes der;
 };
 
-// A failure of parsing is one of the name that was given, whatever the status is called.
 Failure bad_name(QelStatus status, const std::string &text) {
-    Failure failure = library_failure(status, "cannot read the name " + in_quotes(text));
-    if (status != QEL_ERR_NO_MEMORY)
-        failure.exit = Exit::input;
-    return failure;
+    return library_failure(status, "cannot read the name " + in_quotes(text));
 }
 
 Parsed parse_name(const Context &context, const std::string &text) {

@@ -10,13 +10,17 @@ Json row_json(const StatusRow &row) {
     json["meaning"] = row.meaning;
     json["advice"] = row.advice;
     json["exit_status"] = static_cast<int>(row.exit);
+    json["verification_exit_status"] = static_cast<int>(verdict_exit(row.status));
     return json;
 }
 
 std::string row_text(const StatusRow &row) {
-    return status_words(row.status) + "\n  " + row.meaning + "\n  " + row.advice +
-           "\n  A command that stops at it exits with " +
-           std::to_string(static_cast<int>(row.exit)) + ".\n";
+    const auto digits = [](Exit exit) { return std::to_string(static_cast<int>(exit)); };
+    std::string text = status_words(row.status) + "\n  " + row.meaning + "\n  " + row.advice +
+                       "\n  A command that stops at it exits with " + digits(row.exit);
+    if (const Exit verdict = verdict_exit(row.status); verdict != row.exit)
+        text += ", a verification with " + digits(verdict);
+    return text + ".\n";
 }
 
 } // namespace

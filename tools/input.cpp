@@ -1,5 +1,6 @@
 #include "input.h"
 
+#include "der.h"
 #include "output.h"
 #include "status.h"
 #include "text.h"
@@ -36,20 +37,9 @@ bool is_base64(char c) {
 
 // Whether bytes are one element of BER as far as its outermost tag and length can tell.
 bool looks_like_ber(const Bytes &bytes) {
-    if (bytes.size() < 2 || bytes[0] != 0x30)
-        return false;
-    const uint8_t first = bytes[1];
-    if (first < 0x80)
-        return bytes.size() == std::size_t{2} + first;
-    if (first == 0x80)
-        return true;
-    const std::size_t count = first & 0x7f;
-    if (count > 4 || bytes.size() < 2 + count)
-        return false;
-    uint64_t length = 0;
-    for (std::size_t i = 0; i < count; ++i)
-        length = length << 8 | bytes[2 + i];
-    return length == bytes.size() - 2 - count;
+    Header header;
+    return read_header(bytes, header) && header.tag == 0x30 &&
+           (header.indefinite || header.length == bytes.size() - header.size);
 }
 
 // Base 64 of the lines of a block, without their blanks.
@@ -108,9 +98,16 @@ private:
     std::size_t number_ = 0;
 };
 
+// Some editors begin a text with a mark of its byte order, which is no part of it.
+std::string_view without_byte_order_mark(std::string_view text) {
+    constexpr std::string_view mark = "\xef\xbb\xbf";
+    return text.starts_with(mark) ? text.substr(mark.size()) : text;
+}
+
 // The label of a line "-----BEGIN label-----"; false for other lines.
 bool marker(std::string_view line, std::string_view verb, std::string_view &label) {
     constexpr std::string_view dashes = "-----";
+    line = without_byte_order_mark(line);
     if (line.size() <= 2 * dashes.size() + verb.size() || !line.starts_with(dashes) ||
         !line.ends_with(dashes) || line.substr(dashes.size(), verb.size()) != verb)
         return false;
@@ -271,7 +268,7 @@ Input parse_input(const std::string &path, Bytes contents) {
         input.armoured = !input.items.empty();
         if (input.armoured)
             return input;
-        const std::string_view text = view(contents);
+        const std::string_view text = without_byte_order_mark(view(contents));
         if (std::all_of(text.begin(), text.end(),
                         [](char c) { return is_base64(c) || is_blank(c); })) {
             Item item;

@@ -63,7 +63,7 @@ bool file_holds_key(const std::string &path) {
     try {
         const Context context;
         for (const Item &item : read_input(path).items)
-            if (item.encrypted || holds_private_key(context, item.bytes))
+            if (is_secret(context, item))
                 return true;
     } catch (const Failure &) {
         // not readable, or too large: no credential

@@ -50,13 +50,39 @@ QelStatus verify_file(const Context &context, const std::string &path, const Rsa
     return fed ? step({}, QEL_MODE_FINAL) : step(algorithm.digest_of_nothing, QEL_MODE_DIGEST);
 }
 
-Bytes read_signature(const std::string &path) {
+// What an item is that cannot be a raw signature, or null.
+const char *other_than_signature(const Context &context, const Item &item) {
+    if (is_secret(context, item))
+        return "a private key";
+    constexpr struct {
+        int pdu;
+        const char *name;
+    } rows[] = {
+        {QEL_PDU_Certificate, "a certificate"},
+        {QEL_PDU_SubjectPublicKeyInfo, "a public key"},
+        {QEL_PDU_ContentInfo, "a PKCS#7 message, which holds more than a raw signature"},
+    };
+    for (const auto &row : rows)
+        if (decode<void>(context, item.bytes, row.pdu))
+            return row.name;
+    return nullptr;
+}
+
+// The first item that may be a signature: a certificate may stand before it.
+Bytes read_signature(const Context &context, const std::string &path) {
     const Input input = read_input(path);
-    const Item &item = input.items.front();
-    if (!item.problem.empty())
-        throw Failure{Exit::input, "cannot read the signature from " + input.name_of(item),
-                      item.problem, "Get the text again, whole."};
-    return item.bytes;
+    const char *other = nullptr;
+    for (const Item &item : input.items) {
+        if (!item.problem.empty())
+            throw bad_item(input, item, "the signature", QEL_ERR_FROM_RFC1421);
+        const char *what = other_than_signature(context, item);
+        if (what == nullptr)
+            return item.bytes;
+        other = other == nullptr ? what : other;
+    }
+    throw Failure{Exit::input, "cannot find a signature in " + display_name(path),
+                  std::string("it holds ") + other,
+                  "Give the file that 'qel sign' wrote, or one of as many bytes as the modulus."};
 }
 
 } // namespace
@@ -103,7 +129,7 @@ Exit run_verify(const Arguments &arguments) {
     const PublicKey key = read_public_key(
         context, source, arguments.has("key") ? KeySource::key : KeySource::certificate);
     const RsaKey rsa = as_rsa_key(key.key());
-    const Bytes signature = read_signature(arguments.value("signature"));
+    const Bytes signature = read_signature(context, arguments.value("signature"));
     const QelStatus status = verify_file(context, path, rsa, signature, algorithm);
     const Exit exit = verdict_exit(status);
     const std::string weakness = small_exponent_note(key.key());

@@ -47,7 +47,9 @@ constexpr StatusRow kStatuses[] = {
      "Check the value for missing or impossible parts."},
     {ROW(QEL_ERR_ASN1_DECODE), Exit::input,
      "The bytes are not the ASN.1 value that was expected: cut, damaged, or of another type.",
-     "Check that it is the right file; 'qel asn1 --list' names the types that can be looked at."},
+     "Check that it is the right file, whole, and with nothing behind the value. In a certificate, "
+     "a validity in GeneralizedTime is not read. 'qel asn1 --list' names the types that can be "
+     "looked at."},
     {ROW(QEL_ERR_BAD_KEY), Exit::input, "The key is not well formed, or its parts do not fit.",
      "Get the key again from where it came."},
     {ROW(QEL_ERR_KEYGEN), Exit::internal, "A key could not be generated.",
@@ -93,10 +95,11 @@ constexpr StatusRow kStatuses[] = {
      "Get a current certificate, or accept this one with 'qel cert verify --allow-expired'."},
     {ROW(QEL_ERR_ISSUER_NOT_TRUSTED), Exit::no, "No issuer in the chain is a trusted key.",
      "Add the issuer's key to the trusted keys once you have checked it."},
-    {ROW(QEL_ERR_BAD_PARAM), Exit::internal, "An argument is missing, impossible or out of range.",
-     "Check what was given. In a name that is the lengths (C has 2 characters, CN, O and OU at "
-     "most 64, L, ST and STREET "
-     "at most 128), and commas and plus signs that stand first."},
+    {ROW(QEL_ERR_BAD_PARAM), Exit::input, "An argument is missing, impossible or out of range.",
+     "Check what was given. In a certificate that is the signature algorithm: only MD2 and MD5 "
+     "with "
+     "RSA are supported. In a name that is the lengths (C has 2 characters, CN, O and OU at most "
+     "64, L, ST and STREET at most 128), and commas and plus signs that stand first."},
     {ROW(QEL_ERR_TO_RFC1421), Exit::internal, "Bytes could not be put into printable armour.",
      "Check the input."},
     {ROW(QEL_ERR_FROM_RFC1421), Exit::input,
@@ -129,8 +132,8 @@ constexpr StatusRow kStatuses[] = {
     {ROW(QEL_ERR_UNWRAP), Exit::input, "A session key could not be unwrapped.",
      "Check that the private key is the recipient's."},
     {ROW(QEL_ERR_KEY_TYPE), Exit::input, "The key is not an rsaEncryption key.",
-     "Use an RSA key under 1.2.840.113549.1.1.1; 'qel cert verify --signature-only' also takes one "
-     "under 2.5.8.1.1."},
+     "Use an RSA key under 1.2.840.113549.1.1.1; 'qel verify' and 'qel cert verify "
+     "--signature-only' also take one under 2.5.8.1.1."},
     {ROW(QEL_ERR_DH_PHASE1), Exit::input, "The first step of the key agreement failed.",
      "Check the Diffie-Hellman parameters."},
     {ROW(QEL_ERR_DH_PHASE2), Exit::input, "The second step of the key agreement failed.",
@@ -199,15 +202,13 @@ std::string status_words(QelStatus status) {
 
 Exit verdict_exit(QelStatus status) {
     switch (status) {
-    case QEL_OK:
-        return Exit::yes;
-    case QEL_ERR_NO_MEMORY:
-    case QEL_ERR_ASN1_ENCODE:
-    case QEL_ERR_DIGEST:
-    case QEL_ERR_GENERAL:
-        return Exit::internal;
-    default:
+    case QEL_ERR_UNSUPPORTED_ALG:
+    case QEL_ERR_BAD_KEY:
+    case QEL_ERR_BAD_PARAM:
+    case QEL_ERR_KEY_TYPE:
         return Exit::no;
+    default:
+        return status < std::size(kStatuses) ? kStatuses[status].exit : Exit::internal;
     }
 }
 

@@ -50,8 +50,8 @@ const StatusRow *find_status(std::string_view number_or_name);
 // "status 10 QEL_ERR_ASN1_DECODE: ASN1 Decoding error"
 std::string status_words(QelStatus status);
 
-// How a verification ends that the library answered with status: yes only for QEL_OK, and no for
-// all but the statuses that say nothing about the signature (memory, token session).
+// How a verification ends that the library answered with status: yes only for QEL_OK; no for what
+// says that signature, key or algorithm are not good; else as any command that stops at it.
 Exit verdict_exit(QelStatus status);
 
 // A command cannot go on. Thrown; main prints it and exits with exit.

@@ -30,6 +30,8 @@ TEST(Dn, NamesAreNormalisedOrRefusedWithTheReason) {
         } else {
             EXPECT_EQ(ran.out, "");
             EXPECT_TRUE(holds(ran.err, row.told)) << ran.err;
+            const std::string status = std::string(row.told).substr(7, 2);
+            EXPECT_EQ(qel({"explain", "--json", status}).json()["statuses"][0]["exit_status"], 3);
         }
     }
 }
