@@ -166,6 +166,18 @@ void Arguments::check_stdin_once(const std::vector<std::string> &paths) const {
         misuse("standard input can be read for one of the files only");
 }
 
+void Arguments::check_output(const std::string &path, bool binary, bool secret) const {
+    constexpr const char *kept =
+        "it holds a private key, which is not printed; give '--output FILE'";
+    if (path != "-")
+        return;
+    if (secret && json())
+        misuse(kept);
+    if (!json() && (binary || secret))
+        refuse_terminal(command_->name,
+                        secret ? kept : "the result is binary; give '--output FILE'");
+}
+
 Json Arguments::report() const {
     Json json;
     json["schema"] = 1;

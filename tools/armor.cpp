@@ -44,8 +44,17 @@ const TypeRow &type_of(const Context &context, const Bytes &bytes) {
     return type_named("none");
 }
 
-constexpr const char *kSecretToTerminal =
-    "it holds a private key, which is not printed; give '--output FILE'";
+// Armour is put around text that is armour already only where no type is promised of it.
+void refuse_armour(const std::string &path, const Bytes &bytes) {
+    const Input input = parse_input(path, bytes);
+    if (!input.armoured)
+        return;
+    const Item &item = input.items.front();
+    throw Failure{Exit::input, "cannot armour " + display_name(path),
+                  "it is armoured text already (" + escaped(item.label) + ", line " +
+                      std::to_string(item.line) + ")",
+                  "'qel dearmor' takes the bytes out; '--type none' encodes the text itself."};
+}
 
 } // namespace
 
@@ -83,11 +92,12 @@ Exit run_armor(const Arguments &arguments) {
     const Bytes bytes = read_whole(path);
     if (bytes.empty())
         throw Failure{Exit::input, "cannot armour " + display_name(path), "it is empty", ""};
+    if (wanted != "none")
+        refuse_armour(path, bytes);
     const Context context;
     const TypeRow &type = wanted == "auto" ? type_of(context, bytes) : type_named(wanted);
     const bool secret = holds_private_key(context, bytes);
-    if (secret && output == "-" && !arguments.json())
-        refuse_terminal(arguments.command().name, kSecretToTerminal);
+    arguments.check_output(output, false, secret);
     const Bytes text = armoured(bytes, type.label);
     const bool to_json = arguments.json() && output == "-";
     if (!to_json)
@@ -96,7 +106,7 @@ Exit run_armor(const Arguments &arguments) {
         Json json = arguments.report();
         json["type"] = type.name;
         json["output"] = to_json ? Json(nullptr) : Json(utf8_or_latin1(output));
-        if (to_json && !secret)
+        if (to_json)
             json["armor"] = std::string(text.begin(), text.end());
         put_json(json);
     }
@@ -168,17 +178,16 @@ Exit run_dearmor(const Arguments &arguments) {
         throw Failure{Exit::input, "cannot decode " + input.name_of(item), item.problem,
                       "Get the text again; mail programs may have changed it."};
     const Context context;
-    const bool secret = holds_private_key(context, item.bytes);
+    const bool secret = is_secret(context, item);
     const std::string path = arguments.value("output", "-");
-    if (path == "-" && !arguments.json())
-        refuse_terminal(arguments.command().name, "the result is binary; give '--output FILE'");
+    arguments.check_output(path, true, secret);
     if (path != "-" || !arguments.json())
         write_file(path, item.bytes, {secret, arguments.has("force")});
     if (arguments.json()) {
         Json json = arguments.report();
         json["output"] = path != "-" ? Json(utf8_or_latin1(path)) : Json(nullptr);
         json["item"] = item_json(item, static_cast<std::size_t>(&item - input.items.data()) + 1);
-        if (path == "-" && !secret)
+        if (path == "-")
             json["hex"] = hex(item.bytes);
         put_json(json);
     }

@@ -18,7 +18,7 @@ constexpr int kLastPdu = QEL_PDU_SignedPublicKeyAndChallenge;
 struct Peculiarity {
     int pdu;
     bool der;     // the library encodes it under DER whatever it was told
-    bool in_file; // its content goes through a file that a program names
+    bool in_file; // its content goes through a file that a program names: refused here
     bool secret;  // a key or key package
 };
 
@@ -50,6 +50,12 @@ std::string pdu_name(int pdu) {
     return name != nullptr ? name : "";
 }
 
+// The type of the same value that has its content in it: the name without "Fm".
+std::string whole_type(int pdu) {
+    const std::string name = pdu_name(pdu);
+    return name.substr(0, name.size() - 2);
+}
+
 int find_pdu(const Arguments &arguments, const std::string &text) {
     int number = 0;
     const char *const end = text.data() + text.size();
@@ -69,9 +75,11 @@ Exit list_types(const Arguments &arguments) {
         Json one;
         one["number"] = pdu;
         one["name"] = pdu_name(pdu);
+        one["refused"] = peculiarity(pdu).in_file;
         json["types"].push_back(one);
         if (!arguments.json())
-            put((pdu < 10 ? " " : "") + std::to_string(pdu) + "  " + pdu_name(pdu) + "\n");
+            put((pdu < 10 ? " " : "") + std::to_string(pdu) + "  " + pdu_name(pdu) +
+                (peculiarity(pdu).in_file ? " (refused: give " + whole_type(pdu) + ")\n" : "\n"));
     }
     if (arguments.json())
         put_json(json);
@@ -155,8 +163,7 @@ Exit encode_value(const Arguments &arguments, const Context &context, const void
     const std::string rules = arguments.value("encode");
     const bool secret = peculiarity(pdu).secret;
     const std::string path = arguments.value("output", "-");
-    if (path == "-" && !arguments.json())
-        refuse_terminal(arguments.command().name, "the result is binary; give '--output FILE'");
+    arguments.check_output(path, true, secret);
     if (rules == "indefinite")
         __qel_set_encoding_flags_indefinite(context);
     const Bytes bytes = encode(context, value, pdu, "the " + pdu_name(pdu));
@@ -169,11 +176,19 @@ Exit encode_value(const Arguments &arguments, const Context &context, const void
         json["rules"] = rules;
         json["output"] = path != "-" ? Json(utf8_or_latin1(path)) : Json(nullptr);
         json["bytes"] = bytes.size();
-        if (path == "-" && !secret)
+        if (path == "-")
             json["hex"] = hex(bytes);
         put_json(json);
     }
     return Exit::yes;
+}
+
+// Under another type's name a private key would be printed with all that is in it.
+void refuse_private_key(const Context &context, const Input &input, const Item &item, int pdu) {
+    if (!peculiarity(pdu).secret && is_secret(context, item))
+        throw Failure{Exit::input, "cannot take " + input.name_of(item) + " for a " + pdu_name(pdu),
+                      "it is a private key, encrypted or not, or a key package",
+                      "Give its own type: PrivateKeyInfo, EncryptedPrivateKeyInfo or KeyPkg."};
 }
 
 Decoded<void> read_value(const Context &context, const Input &input, int pdu) {
@@ -182,14 +197,12 @@ Decoded<void> read_value(const Context &context, const Input &input, int pdu) {
         if (!item.problem.empty())
             continue;
         auto value = decode<void>(context, item.bytes, pdu, &status);
-        if (value)
-            return value;
+        if (!value)
+            continue;
+        refuse_private_key(context, input, item, pdu);
+        return value;
     }
-    const Item &first = input.items.front();
-    const std::string what = "cannot decode a " + pdu_name(pdu) + " from " + input.name_of(first);
-    if (!first.problem.empty())
-        throw Failure{Exit::input, what, first.problem, "Get the text again, whole."};
-    throw library_failure(status, what);
+    throw bad_item(input, input.items.front(), "a " + pdu_name(pdu), status);
 }
 
 } // namespace
@@ -207,8 +220,7 @@ Exit run_asn1(const Arguments &arguments) {
     const int pdu = find_pdu(arguments, arguments.operands()[0]);
     if (peculiarity(pdu).in_file)
         arguments.misuse("the content of " + pdu_name(pdu) +
-                         " lies in a file of a program's own: give " +
-                         pdu_name(pdu).substr(0, pdu_name(pdu).size() - 2));
+                         " lies in a file of a program's own: give " + whole_type(pdu));
     check_rules(arguments, pdu);
     const Context context;
     const Input input = read_input(arguments.operand_or_stdin(1));

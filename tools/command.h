@@ -75,6 +75,9 @@ public:
     [[noreturn]] void misuse(const std::string &what) const;
     // At most one of these inputs may be standard input.
     void check_stdin_once(const std::vector<std::string> &paths) const;
+    // A result that goes to path ("-" is standard output): no terminal gets bytes or a secret, and
+    // no JSON a secret. "give '--output FILE'" is the advice.
+    void check_output(const std::string &path, bool binary, bool secret) const;
 
     // {"schema": 1, "command": name}
     Json report() const;

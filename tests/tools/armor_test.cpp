@@ -72,7 +72,7 @@ TEST(Dearmor, FindsBlocksWhereverTheyStand) {
     for (const char c : certificate)
         crlf += c == '\n' ? "\r\n" : std::string(1, c);
     write_file(path, bytes_of("From: someone\n-----not a marker-----\n" + certificate + "--\n" +
-                              crlf + "-----BEGIN X-----\nAAAA\n-----END Y-----\n" +
+                              "\xef\xbb\xbf" + crlf + "-----BEGIN X-----\nAAAA\n-----END Y-----\n" +
                               "-----BEGIN Z-----\nAAAA\n" + certificate + "-----BEGIN W-----\n"));
     const Json blocks = qel({"dearmor", "--list", "--json", path}).json()["blocks"];
     ASSERT_EQ(blocks.size(), 6U);
@@ -115,7 +115,22 @@ TEST(Dearmor, PrivateKeysAreKeptPrivateAndNotOverwritten) {
     EXPECT_EQ(read_file(out), good);
     ASSERT_EQ(stat(out.c_str(), &about), 0);
     EXPECT_EQ(about.st_mode & 0777, 0600U);
-    EXPECT_FALSE(qel({"dearmor", "--json", key}).json().contains("hex"));
+}
+
+TEST(Armor, KeysAreNotInJsonWhichSaysSo) {
+    const std::string key = vector_path("pkcs8/unenc-rsa-pkcs8.pem");
+    const std::string encrypted = vector_path("pkcs8/pkcs8v1_rsa_md5_des1.der");
+    const std::vector<std::string> rows[] = {
+        {"armor", "--json", encrypted},
+        {"dearmor", "--json", key},
+        {"asn1", "--json", "PrivateKeyInfo", "-e", "ber", key},
+    };
+    for (const auto &words : rows) {
+        const Ran ran = qel(words);
+        EXPECT_EQ(ran.exit, 2) << words[0];
+        EXPECT_TRUE(holds(ran.json()["error"]["what"], "give '--output FILE'")) << ran.out;
+        EXPECT_LT(ran.out.size(), 400U) << "no key in it";
+    }
 }
 
 TEST(Dearmor, AKeyIsNotLostToOtherOutput) {

@@ -9,6 +9,12 @@ TEST(Asn1, TypesAreFoundByNumberAndName) {
     const Json types = qel({"asn1", "--list", "--json"}).json()["types"];
     ASSERT_EQ(types.size(), 36U);
     EXPECT_EQ(types[5]["name"], "Certificate");
+    for (const Json &type : types) {
+        const std::string name = type["name"];
+        EXPECT_EQ(type["refused"], name.ends_with("Fm")) << name;
+        EXPECT_EQ(qel({"asn1", name, "absent"}).exit, name.ends_with("Fm") ? 2 : 3) << name;
+    }
+    EXPECT_TRUE(holds(qel({"asn1", "--list"}).out, "SignedDataFm (refused: give SignedData)\n"));
     const std::string path = vector_path("armour/01.pem");
     const Ran by_name = qel({"asn1", "certificate", path}), by_number = qel({"asn1", "6", path});
     EXPECT_EQ(by_name.exit, 0) << by_name.err;
@@ -69,8 +75,16 @@ TEST(Asn1, PrivateKeysAreNotPrinted) {
     for (std::size_t at = 60; at + 16 <= secret.size(); at += 2)
         ASSERT_EQ(digits.find(secret.substr(at, 16)), digits.npos) << at;
     EXPECT_TRUE(holds(qel({"asn1", "PrivateKeyInfo", key}).err, "left out"));
-    const Json json = qel({"asn1", "PrivateKeyInfo", "-e", "ber", "--json", key}).json();
-    EXPECT_FALSE(json.contains("hex"));
+    for (const char *other : {"pkcs8/pkcs8v1_rsa_md5_des1.der", "pkcs8/pkcs8-pbes1-des-md5.pem"}) {
+        const Ran ran = qel({"asn1", "DigestInfo", vector_path(other)}); // of the same shape
+        EXPECT_EQ(ran.exit, 3);
+        EXPECT_EQ(ran.out, "");
+        EXPECT_TRUE(holds(ran.err, "it is a private key")) << ran.err;
+    }
+    How digest_info;
+    digest_info.input =
+        from_hex("3020300c06082a864886f70d020505000410000102030405060708090a0b0c0d0e0f");
+    EXPECT_EQ(qel({"asn1", "DigestInfo"}, digest_info).exit, 0);
 }
 
 TEST(Asn1, SpoiledValuesAreRefusedOrPrintedButNeverCrash) {

@@ -241,6 +241,11 @@ TEST(Failures, TellWhatFileWhyAndTheNextStep) {
     const TemporaryFolder folder;
     write_file(folder.path("garbage"), bytes_of("not a credential"));
     write_file(folder.path("empty"), {});
+    Bytes cut = vector_file("certs/md5/root-agency-96.der"), followed = cut;
+    cut.pop_back();
+    followed.insert(followed.end(), 3, 0);
+    write_file(folder.path("cut.der"), cut);
+    write_file(folder.path("followed.der"), followed);
     write_file(folder.path("hollow"), from_hex("3014020100300d06092a864886f70d01010105000400"));
     write_file(folder.path("cut.pem"), bytes_of("-----BEGIN CERTIFICATE-----\nMIIB\n"));
     write_file(folder.path("bad.pem"),
@@ -257,6 +262,12 @@ TEST(Failures, TellWhatFileWhyAndTheNextStep) {
         {"empty file", {"cert", "verify", folder.path("empty")}, "empty"},
         {"no END line", {"cert", "show", folder.path("cut.pem")}, "END line"},
         {"a character that is no base 64", {"dearmor", folder.path("bad.pem")}, "not base 64"},
+        {"a byte that is missing", {"cert", "show", folder.path("cut.der")}, "1 bytes are missing"},
+        {"bytes behind the value", {"cert", "show", folder.path("followed.der")}, "3 bytes follow"},
+        {"times from 2050 on",
+         {"cert", "verify", vector_path("certs/md5/wrong-sigalg-2015.der")},
+         "GeneralizedTime"},
+        {"armour around armour", {"armor", vector_path("armour/01.pem")}, "armoured text already"},
         {"no armour", {"dearmor", vector_path("certs/md5/root-agency-96.der")}, "no BEGIN line"},
         {"another type", {"asn1", "KeyPkg", vector_path("armour/01.pem")}, "QEL_ERR_ASN1_DECODE"},
         {"a certificate is no private key",
@@ -268,6 +279,10 @@ TEST(Failures, TellWhatFileWhyAndTheNextStep) {
          "holds no key"},
         {"a certificate where a key is asked for",
          {"verify", "-k", vector_path("armour/01.pem"), "-s", folder.path("garbage"),
+          folder.path("garbage")},
+         "it holds a certificate"},
+        {"a certificate where a signature is asked for",
+         {"verify", "-c", vector_path("armour/01.pem"), "-s", vector_path("armour/01.pem"),
           folder.path("garbage")},
          "it holds a certificate"},
         {"an impossible name", {"dn", "CN"}, "QEL_ERR_DN_NO_EQUALS"},
