@@ -569,7 +569,12 @@ QelStatus __qel_verify_keypkg(QelContext *context, const QelKeyPkg *key_package,
 
 /* ---- Encryption without the export policy --------------------------------------------------------- */
 
-/* The encryption (kvdsaivqa) and the decryption (kdlsdkspd) behind qel_encrypt and qel_decrypt. */
+/*
+ * kvdsaivqa encrypts and kdlsdkspd decrypts as qel_encrypt and qel_decrypt do, without the policy:
+ * keys may be longer (RC2 up to 128 bytes, RC4 up to 256); there is triple DES in CBC mode too, with
+ * 24 bytes of key and the parameters of DES; data are not held against earlier outputs, nor outputs
+ * remembered. RC2 keeps to 40 effective bits. What those return, but for QEL_ERR_DOUBLE_ENCRYPT.
+ */
 QelStatus kvdsaivqa(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
                     const QelAlgId *key_algorithm, const uint8_t *key, uint32_t key_length,
                     const QelAlgId *algorithm, uint8_t **output, uint32_t *output_length);
@@ -577,7 +582,12 @@ QelStatus kdlsdkspd(QelContext *context, const uint8_t *data, uint32_t length, u
                     const QelAlgId *key_algorithm, const uint8_t *key, uint32_t key_length,
                     const QelAlgId *algorithm, uint8_t **output, uint32_t *output_length);
 
-/* Triple DES in one call: aksksfdq encrypts, glhrahhi decrypts. */
+/*
+ * Triple DES in CBC mode, in one call and without the policy: aksksfdq encrypts, glhrahhi decrypts.
+ * What is under way in the context goes on afterwards as if nothing had been.
+ *   key, iv  24 and 8 bytes.
+ *   output   as in a single call of kvdsaivqa and kdlsdkspd, and so are the statuses.
+ */
 QelStatus aksksfdq(QelContext *context, const uint8_t *data, uint32_t length, const uint8_t *key,
                    uint32_t key_length, const uint8_t *iv, uint32_t iv_length, uint8_t **output,
                    uint32_t *output_length);

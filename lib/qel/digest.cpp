@@ -1,6 +1,5 @@
+#include "operation.h"
 #include "signature.h"
-
-#include <cryptoki/session.h>
 
 namespace {
 
@@ -8,13 +7,12 @@ uint32_t mechanism_of(const QelAlgId *digest) {
     return digest == QEL_MD2_AID ? CKM_MD2 : CKM_MD5;
 }
 
-// A session without a digest algorithm is a cipher's.
 void end_digest(QelContext *context) {
-    if (context->digest_algorithm == nullptr)
+    context->digest_algorithm = nullptr;
+    if (qel::cipher_under_way(context))
         return;
     C_CloseSession(context->session);
     context->session = nullptr;
-    context->digest_algorithm = nullptr;
     context->multi_part = 0;
 }
 

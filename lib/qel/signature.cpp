@@ -1,5 +1,7 @@
 #include "signature.h"
 
+#include "operation.h"
+
 #include <cstring>
 #include <span>
 
@@ -33,7 +35,7 @@ QelStatus find_row(std::span<const AlgorithmPair> rows, const QelAlgId *algorith
 }
 
 bool is_under_way(const QelContext *context) {
-    return context->session != nullptr && context->digest_algorithm != nullptr &&
+    return digest_under_way(context) && context->digest_algorithm != nullptr &&
            context->signature_algorithm != nullptr;
 }
 
