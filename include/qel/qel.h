@@ -295,7 +295,50 @@ QelStatus qel_verify_keypkg_return_digest(QelContext *context, const QelKeyPkg *
 /* ---- Encryption ---------------------------------------------------------------------------------- */
 
 /*
- * qel_encrypt and qel_decrypt work with DES-CBC, RC2-CBC and RC4, in one call or several.
+ * DES (FIPS 46-3) and RC2 (RFC 2268) in CBC mode with the padding of PKCS#5, and RC4. A text grows
+ * by 1 to 8 bytes where it is padded; with RC4 it keeps its length.
+ *
+ *   algorithm  parameters of its identifier                             key, bytes
+ *   DES-CBC    OCTET STRING, the initialisation vector of 8 bytes       8
+ *   RC2-CBC    RC2-CBCParameter: the vector alone, which means 32       1 to 5
+ *              effective bits, or a version for up to 40 and the vector
+ *   RC4        not looked at                                            1 to 5
+ *
+ * Data come in one call, or in several by the modes and the rules of digests, with which encryption
+ * and decryption share the context: one operation is under way at a time, and a call for another
+ * kind fails. The results of the calls, one behind the other, are the text; an update may give fewer
+ * bytes than it is given, or none.
+ *
+ * The export policy stands before both. It refuses
+ *  - with QEL_ERR_DOUBLE_ENCRYPT, data of more than 64 bytes whose first 64 are those of the last
+ *    output of more than 64 bytes that either made, in any context of the process. They are kept
+ *    masked. To compare them the mask is taken off, and it stays off until the next long output or
+ *    the next comparison, which puts it on: so of the calls with long data that follow such an
+ *    output, whether they succeed or not, the first, the third and so on are held against it;
+ *  - with QEL_ERR_EXPORT, in the first call of an operation: triple DES as algorithm, a key for
+ *    RC2-CBC or RC4 of more than 5 bytes, and a key for DES-CBC with a byte above 0x0F at position
+ *    1, 3, 5 or 7, counted from 0.
+ * A refused call does not reach an operation under way, which goes on.
+ */
+
+/*
+ * qel_encrypt encrypts, qel_decrypt decrypts.
+ *   data           null and 0 only in the final call of several.
+ *   mode           QEL_MODE_UPDATE or QEL_MODE_FINAL.
+ *   key_algorithm  the same as algorithm; its parameters are not looked at. The algorithms and the
+ *                  key are needed, and looked at, in the first call only.
+ *   output         output bytes of this call; may be data itself. *output_length must be 0 if
+ *                  *output is null, and only then. A caller's buffer has room, in a single call, for
+ *                  the data and 8 bytes of padding (encryption but for RC4); in a call of several
+ *                  for 24 bytes more than the data, or where there are none for 8. A decryption
+ *                  that fails may have written anything there.
+ * QEL_ERR_DOUBLE_ENCRYPT. QEL_ERR_EXPORT: also parameters of RC2 for more than 40 effective bits.
+ * QEL_ERR_BAD_PARAM: also a key for another algorithm, a key or a vector of a wrong length, missing
+ * parameters. QEL_ERR_UNSUPPORTED_ALG: another algorithm. QEL_ERR_ASN1_DECODE: parameters that
+ * cannot be read. QEL_ERR_BUFFER_SIZE. QEL_ERR_ENCRYPT: the token failed, or something else is under
+ * way. QEL_ERR_DECRYPT: likewise, or the text does not end as a padded one: a wrong key, or data
+ * that were altered or cut. QEL_ERR_BAD_KEY, QEL_ERR_GENERAL: the token has no memory.
+ * QEL_ERR_NO_MEMORY.
  */
 QelStatus qel_encrypt(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
                       const QelAlgId *key_algorithm, const uint8_t *key, uint32_t key_length,
