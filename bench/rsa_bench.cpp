@@ -22,7 +22,7 @@ void ours(unsigned bits, const std::string &name_private, const std::string &nam
     const BenchKey &key = bench_key(bits);
     toolkit::RsaPrivate *private_key = nullptr;
     toolkit::RsaPublic *public_key = nullptr;
-    require(toolkit::rsa_private_new(&private_key, key.private_numbers()) == 0, "private key");
+    require(toolkit::rsa_private_new(&private_key, key.private_numbers(), {}) == 0, "private key");
     require(toolkit::rsa_public_new(&public_key, key.public_numbers()) == 0, "public key");
     Bytes block = sample(bits / 8);
     block[0] = 0;

@@ -192,6 +192,16 @@ void remainder_small_quotient(Limb *a, const Limb *m, std::size_t count, unsigne
     }
 }
 
+void remainder(Limb *out, const Limb *m, std::size_t count, const uint8_t *octets,
+               std::size_t size) {
+    set_small(out, count, 0);
+    for (std::size_t i = 0; i < 8 * size; ++i) {
+        const Limb carry = add(out, out, out, count);
+        out[0] |= octets[i / 8] >> (7 - i % 8) & 1;
+        subtract_if(~is_less(out, m, count) | mask_of_bit(carry), out, out, m, count);
+    }
+}
+
 void inverse_of_power_of_two(Limb *out, const Limb *odd, std::size_t count, Limb *scratch) {
     set_small(out, count, inverse_of_limb(odd[0]));
     for (std::size_t known = 1; known < count;) {
@@ -360,12 +370,13 @@ Limb inverse(Limb *out, const Limb *a, const Limb *m, std::size_t count, std::si
     // Enough for all numbers of this length when delta starts at 1/2.
     const std::size_t steps = (uint64_t{45907} * bits + 26313) / 19929;
     SignedLimb delta = 1;
+    Steps round = {};
     for (std::size_t done = 0; done < steps; done += digit_bits) {
-        Steps round;
         delta = division_steps(delta, f[0] | f[1] << digit_bits, g[0] | g[1] << digit_bits, &round);
         update_f_g(f, g, digits, round);
         update_d_e(d, e, modulus, digits, m_inverse, round);
     }
+    explicit_bzero(&round, sizeof round);
     // f is now the greatest common divisor or its negative, and d the inverse times f.
     const Limb negative = sign_mask(f, digits);
     negate_digits_if(f, digits, negative);

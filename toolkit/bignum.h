@@ -103,6 +103,9 @@ void subtract_modulo(Limb *out, const Limb *a, const Limb *b, const Limb *m, std
 // quotient_bits <= limb_bits. The remainder is left in a.
 void remainder_small_quotient(Limb *a, const Limb *m, std::size_t count, unsigned quotient_bits,
                               Limb *scratch);
+// out = a number in big-endian octets mod m, bit by bit; any m above 1.
+void remainder(Limb *out, const Limb *m, std::size_t count, const uint8_t *octets,
+               std::size_t size);
 
 // The inverse of an odd number modulo 2^limb_bits.
 constexpr Limb inverse_of_limb(Limb odd) {

@@ -33,15 +33,12 @@ int generate_rsa_keypair(AlgorithmObject *object, KeyObject *public_key, KeyObje
     return error;
 }
 
-constexpr uint32_t min_modulus_bits = 256, max_modulus_bits = 16384;
-
 int set_generation(Parameters *parameters, const Algorithm &, POINTER info) {
     if (info == nullptr)
         return BE_ALGORITHM_INFO;
     const auto &record = *static_cast<const A_RSA_KEY_GEN_PARAMS *>(info);
     const ITEM &exponent = record.publicExponent;
-    if (record.modulusBits < min_modulus_bits || record.modulusBits > max_modulus_bits ||
-        exponent.data == nullptr || exponent.len == 0 || (exponent.data[exponent.len - 1] & 1) == 0)
+    if (!rsa_can_generate(record.modulusBits, exponent))
         return BE_ALGORITHM_INFO;
     parameters->bits = record.modulusBits;
     return set_parameter_numbers(parameters, {&exponent, 1});

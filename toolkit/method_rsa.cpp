@@ -6,6 +6,7 @@ namespace toolkit {
 namespace {
 
 constexpr RsaNumber public_numbers[] = {rsa_modulus, rsa_public_exponent};
+constexpr RsaNumber private_numbers[] = {rsa_modulus, rsa_private_exponent};
 constexpr RsaNumber crt_numbers[] = {rsa_modulus,    rsa_prime_1,    rsa_prime_2,
                                      rsa_exponent_1, rsa_exponent_2, rsa_coefficient};
 
@@ -19,15 +20,21 @@ int make_public(void **key_out, const KeyObject &key) {
     return error;
 }
 
+int make_crt(RsaPrivate **key_out, const KeyObject &key) {
+    const A_RSA_CRT_KEY numbers = {key.number[rsa_modulus],
+                                   {key.number[rsa_prime_1], key.number[rsa_prime_2]},
+                                   {key.number[rsa_exponent_1], key.number[rsa_exponent_2]},
+                                   key.number[rsa_coefficient]};
+    return rsa_private_new(key_out, numbers, key.number[rsa_public_exponent]);
+}
+
 int make_private(void **key_out, const KeyObject &key) {
-    if (!rsa_has(key, crt_numbers))
-        return BE_KEY_OPERATION_UNKNOWN;
     RsaPrivate *made = nullptr;
-    const int error =
-        rsa_private_new(&made, {key.number[rsa_modulus],
-                                {key.number[rsa_prime_1], key.number[rsa_prime_2]},
-                                {key.number[rsa_exponent_1], key.number[rsa_exponent_2]},
-                                key.number[rsa_coefficient]});
+    int error = BE_KEY_OPERATION_UNKNOWN;
+    if (rsa_has(key, crt_numbers))
+        error = make_crt(&made, key);
+    else if (rsa_has(key, private_numbers))
+        error = rsa_private_new(&made, {key.number[rsa_modulus], key.number[rsa_private_exponent]});
     *key_out = made;
     return error;
 }

@@ -3,6 +3,8 @@
 
 #include "montgomery.h"
 
+#include <span>
+
 namespace toolkit {
 
 using bn::Limb;
@@ -125,11 +127,13 @@ int rsa_public_apply(const RsaPublic *key, const uint8_t *in, uint8_t *out) {
 
 namespace {
 
-// What the key keeps for one of its primes.
-struct Prime {
+// What the key keeps for one of its primes, or for the modulus when the primes are not known. The
+// order is the prime less one.
+struct Factor {
     Modulus modulus;
-    Limb *exponent; // of the private operation, modulo the prime less one
-    // In Montgomery form: r ^ e and 1 / r for a random r.
+    Limb *exponent;        // of the private operation, modulo the order
+    Limb *public_exponent; // modulo the order; kept when it is long
+    // In Montgomery form, for a random r: r ^ e and 1 / r, or r and 1 / r ^ d when e is not short.
     Limb *blind, *unblind;
 };
 
@@ -142,10 +146,11 @@ struct RsaPrivate {
     uint32_t size;
     std::size_t block_size; // bytes
     Modulus n;
-    Prime prime[2];
-    Limb *coefficient; // 1 / prime[1] mod prime[0]
-    Limb *exponent;    // the public exponent
-    std::size_t exponent_bits;
+    int factors; // 2, or 1: the modulus itself
+    Factor factor[2];
+    Limb *coefficient; // 1 / the second prime mod the first
+    Limb *exponent;    // the public exponent where it is short: where one number serves both primes
+    std::size_t exponent_bits; // 0: it is long, or not known
     mutable unsigned blindings_left;
     // For one operation at a time: the numbers of rsa_private_apply and room for what it calls.
     Limb *work, *input, *message, *check, *residue[2];
@@ -155,35 +160,61 @@ struct RsaPrivate {
 namespace {
 
 struct PrivateNumbers {
-    Number modulus, prime[2], exponent[2], coefficient;
+    Number modulus;
+    int factors;
+    Number factor[2], exponent[2], coefficient, public_exponent;
 };
+
+// An exponent of 1 is the identity: its result would tell the prime.
+bool is_exponent(const Number &number) {
+    return number.odd() && number.bits() > 1;
+}
 
 int check_numbers(const PrivateNumbers &numbers) {
     if (const int error = check_modulus(numbers.modulus))
         return error;
     const std::size_t bits = numbers.modulus.bits();
+    if (numbers.factors == 1)
+        return is_exponent(numbers.exponent[0]) ? BE_OK : BE_KEY_INFO;
     std::size_t sum = 0;
     for (int i = 0; i < 2; ++i) {
-        if (!numbers.prime[i].odd() || numbers.prime[i].bits() < 2 ||
-            numbers.prime[i].bits() >= bits || !numbers.exponent[i].odd())
+        if (!numbers.factor[i].odd() || numbers.factor[i].bits() < 2 ||
+            numbers.factor[i].bits() >= bits || !is_exponent(numbers.exponent[i]))
             return BE_KEY_INFO;
-        sum += numbers.prime[i].bits();
+        sum += numbers.factor[i].bits();
     }
-    return sum == bits || sum == bits + 1 ? BE_OK : BE_KEY_INFO;
+    const Number &given = numbers.public_exponent;
+    const bool exponent_fits =
+        given.octets == nullptr || (is_exponent(given) && given.bits() <= bits);
+    return exponent_fits && (sum == bits || sum == bits + 1) ? BE_OK : BE_KEY_INFO;
 }
 
-Power private_power(const RsaPrivate *key, int i) {
-    const Prime &prime = key->prime[i];
-    return {&prime.modulus, key->residue[i], key->residue[i], prime.exponent, prime.modulus.bits};
+// numbers[i] = numbers[i] ^ exponent for each factor, in time by the lengths of the factors.
+void power_each(const RsaPrivate *key, Limb *const (&numbers)[2], Limb *Factor::*exponent) {
+    Power powers[2];
+    for (int i = 0; i < key->factors; ++i) {
+        const Factor &factor = key->factor[i];
+        powers[i] = {&factor.modulus, numbers[i], numbers[i], factor.*exponent,
+                     factor.modulus.bits};
+    }
+    key->n.arithmetic->power(powers, static_cast<std::size_t>(key->factors), key->work);
+}
+
+std::size_t power_each_scratch(const RsaPrivate *key) {
+    Power powers[2];
+    for (int i = 0; i < key->factors; ++i) {
+        const Modulus &modulus = key->factor[i].modulus;
+        powers[i] = {&modulus, nullptr, nullptr, nullptr, modulus.bits};
+    }
+    return key->n.arithmetic->power_scratch(powers, static_cast<std::size_t>(key->factors));
 }
 
 // Limbs for whatever is called while the key is prepared or used.
 std::size_t work_size(const RsaPrivate *key) {
     const std::size_t n = key->n.size;
-    const std::size_t longer = greater(key->prime[0].modulus.size, key->prime[1].modulus.size);
-    const Power powers[2] = {private_power(key, 0), private_power(key, 1)};
-    std::size_t size = key->n.arithmetic->power_scratch(powers, 2);
-    size = greater(size, key->n.arithmetic->public_power_scratch(key->n));
+    const std::size_t longer = greater(key->factor[0].modulus.size, key->factor[1].modulus.size);
+    std::size_t size =
+        greater(power_each_scratch(key), key->n.arithmetic->public_power_scratch(key->n));
     size = greater(size, 2 * n + 1 + product_scratch(n));
     return greater(size,
                    4 * longer + greater(bn::inverse_scratch(longer), product_scratch(longer)));
@@ -192,7 +223,7 @@ std::size_t work_size(const RsaPrivate *key) {
 // Lays the key's numbers out behind base, or only counts their limbs when base is null.
 std::size_t lay_out(RsaPrivate *key, Limb *base) {
     const std::size_t n = key->n.size;
-    const std::size_t size[2] = {key->prime[0].modulus.size, key->prime[1].modulus.size};
+    const std::size_t size[2] = {key->factor[0].modulus.size, key->factor[1].modulus.size};
     std::size_t used = 0;
     const auto take = [&](std::size_t count) {
         Limb *const piece = base != nullptr ? base + used : nullptr;
@@ -210,14 +241,15 @@ std::size_t lay_out(RsaPrivate *key, Limb *base) {
     key->n.r_squared = take(key->n.arithmetic->constants_size(n, key->n.bits));
     key->coefficient = take(size[0]);
     key->exponent = take(greater(size[0], size[1]));
-    for (int i = 0; i < 2; ++i) {
-        Prime &prime = key->prime[i];
-        prime.modulus.m = take(size[i]);
-        prime.modulus.r_squared =
-            take(key->n.arithmetic->constants_size(size[i], prime.modulus.bits));
-        prime.exponent = take(size[i]);
-        prime.blind = take(size[i]);
-        prime.unblind = take(size[i]);
+    for (int i = 0; i < key->factors; ++i) {
+        Factor &factor = key->factor[i];
+        Modulus &modulus = factor.modulus;
+        modulus.m = take(size[i]);
+        modulus.r_squared = take(key->n.arithmetic->constants_size(size[i], modulus.bits));
+        factor.exponent = take(size[i]);
+        factor.public_exponent = take(size[i]);
+        factor.blind = take(size[i]);
+        factor.unblind = take(size[i]);
     }
     return used;
 }
@@ -229,7 +261,7 @@ void prepare_modulus(Modulus *modulus, const Number &number, Limb *work) {
 }
 
 bool primes_make_modulus(const RsaPrivate *key) {
-    const Modulus &n = key->n, &p = key->prime[0].modulus, &q = key->prime[1].modulus;
+    const Modulus &n = key->n, &p = key->factor[0].modulus, &q = key->factor[1].modulus;
     bn::multiply(key->message, p.m, p.size, q.m, q.size);
     const std::size_t both = p.size + q.size < n.size ? p.size + q.size : n.size;
     return (bn::is_equal(key->message, n.m, both) &
@@ -238,7 +270,7 @@ bool primes_make_modulus(const RsaPrivate *key) {
 }
 
 bool coefficient_is_inverse(const RsaPrivate *key) {
-    const Modulus &p = key->prime[0].modulus, &q = key->prime[1].modulus;
+    const Modulus &p = key->factor[0].modulus, &q = key->factor[1].modulus;
     bn::Pieces pieces{key->work};
     Limb *const product = pieces.take(p.size);
     Limb *const scratch = pieces.take(p.size + product_scratch(p.size));
@@ -248,94 +280,130 @@ bool coefficient_is_inverse(const RsaPrivate *key) {
     return (bn::is_less(key->coefficient, p.m, p.size) & bn::is_zero(product, p.size)) != 0;
 }
 
-// Whether e times the prime's exponent is 1 modulo the prime less one, for an e below 2^17.
-Limb exponents_match(const Prime &prime, Limb e, Limb *work) {
-    const std::size_t size = prime.modulus.size;
+void copy_order(Limb *order, const Factor &factor) {
+    bn::copy(order, factor.modulus.m, factor.modulus.size);
+    order[0] ^= 1;
+}
+
+// Whether e times the factor's exponent is 1 modulo the order, for an e below 2^17.
+Limb exponents_match(const Factor &factor, Limb e, Limb *work) {
+    const std::size_t size = factor.modulus.size;
     bn::Pieces pieces{work};
     Limb *const order = pieces.take(size), *const product = pieces.take(size + 1);
     Limb *const scratch = pieces.take(size + 1);
-    bn::copy(order, prime.modulus.m, size);
-    order[0] ^= 1;
-    product[size] = bn::multiply_small(product, prime.exponent, size, e);
+    copy_order(order, factor);
+    product[size] = bn::multiply_small(product, factor.exponent, size, e);
     bn::remainder_small_quotient(product, order, size, 17, scratch);
     product[0] ^= 1;
     return bn::is_zero(product, size + 1);
 }
 
-// e = 1 / d mod (p - 1), by the inverse of p - 1 modulo d, which is odd: e d = 1 + k (p - 1).
-Limb exponent_of_prime(Limb *e, const Prime &prime, Limb *work) {
-    const std::size_t size = prime.modulus.size;
+// public_exponent = 1 / exponent modulo the order, which is even: by the inverse of the order
+// modulo the exponent, which is odd, for e d = 1 + k order.
+Limb invert_exponent(const Factor &factor, Limb *work) {
+    const std::size_t size = factor.modulus.size;
     bn::Pieces pieces{work};
     Limb *const order = pieces.take(size), *const k = pieces.take(size);
     Limb *const product = pieces.take(size), *const inverse = pieces.take(size);
     Limb *const scratch = pieces.next;
-    bn::copy(order, prime.modulus.m, size);
-    order[0] ^= 1;
-    const Limb found = bn::inverse(k, order, prime.exponent, size, prime.modulus.bits, scratch);
-    bn::subtract(k, prime.exponent, k, size);
+    copy_order(order, factor);
+    const Limb found = bn::inverse(k, order, factor.exponent, size, factor.modulus.bits, scratch);
+    bn::subtract(k, factor.exponent, k, size);
     bn::multiply_low(product, k, order, size);
     bn::add_small(product, size, 1);
-    bn::inverse_of_power_of_two(inverse, prime.exponent, size, scratch);
-    bn::multiply_low(e, product, inverse, size);
+    bn::inverse_of_power_of_two(inverse, factor.exponent, size, scratch);
+    bn::multiply_low(factor.public_exponent, product, inverse, size);
     return found;
 }
 
-// Finds the public exponent, which the numbers do not name: first among those in use.
-bool recover_exponent(RsaPrivate *key) {
+Limb is_public_exponent(const Factor &factor, const Number &e, Limb *work) {
+    const std::size_t size = factor.modulus.size;
+    bn::Pieces pieces{work};
+    Limb *const order = pieces.take(size), *const reduced = pieces.take(size);
+    copy_order(order, factor);
+    bn::remainder(reduced, order, size, e.octets, e.size);
+    return bn::is_equal(reduced, factor.public_exponent, size);
+}
+
+constexpr std::size_t small_exponent_bits = 17;
+
+// The exponent below 2^17, 0 for none: the one given, or one of those in use.
+Limb small_exponent(const RsaPrivate *key, const Number &given) {
     constexpr Limb usual[] = {65537, 3, 17, 5, 7, 15, 257};
-    const std::size_t size = greater(key->prime[0].modulus.size, key->prime[1].modulus.size);
-    bn::set_small(key->exponent, size, 0);
-    for (const Limb e : usual)
-        if ((exponents_match(key->prime[0], e, key->work) &
-             exponents_match(key->prime[1], e, key->work)) != 0)
-            key->exponent[0] = e;
-    if (key->exponent[0] == 0) {
-        // No common exponent shorter than the primes: the numbers do not belong together.
-        Limb found = ~Limb(0);
-        Limb *const each[2] = {key->message, key->message + size};
-        bn::set_small(key->message, 2 * size, 0);
-        for (int i = 0; i < 2; ++i)
-            found &= exponent_of_prime(each[i], key->prime[i], key->work);
-        if ((found & bn::is_equal(each[0], each[1], size)) == 0)
-            return false;
-        bn::copy(key->exponent, each[0], size);
-    }
-    key->exponent_bits = bn::length_in_bits(key->exponent, size);
-    return key->exponent_bits > 1;
+    Limb e = 0;
+    for (std::size_t i = 0; i < given.size; ++i)
+        e = e << 8 | given.octets[i];
+    const std::span<const Limb> candidates =
+        given.size != 0 ? std::span<const Limb>(&e, 1) : std::span<const Limb>(usual);
+    for (const Limb candidate : candidates)
+        if ((exponents_match(key->factor[0], candidate, key->work) &
+             exponents_match(key->factor[1], candidate, key->work)) != 0)
+            return candidate;
+    return 0;
+}
+
+// An exponent that is the same number modulo both orders is itself that number.
+bool find_long_exponent(RsaPrivate *key, const Number &given) {
+    const Factor &p = key->factor[0], &q = key->factor[1];
+    const std::size_t size = greater(p.modulus.size, q.modulus.size);
+    if ((invert_exponent(p, key->work) & invert_exponent(q, key->work)) == 0)
+        return false;
+    if (given.size != 0 &&
+        (is_public_exponent(p, given, key->work) & is_public_exponent(q, given, key->work)) == 0)
+        return false;
+    Limb *const e = key->exponent, *const other = key->message;
+    bn::set_small(e, size, 0);
+    bn::set_small(other, size, 0);
+    bn::copy(e, p.public_exponent, p.modulus.size);
+    bn::copy(other, q.public_exponent, q.modulus.size);
+    if (bn::is_equal(e, other, size) != 0)
+        key->exponent_bits = bn::length_in_bits(e, size);
+    return true;
+}
+
+// Finds the public exponent, given or not.
+bool find_exponent(RsaPrivate *key, const Number &given) {
+    const bool is_small = given.size != 0 && given.bits() <= small_exponent_bits;
+    const Limb e = given.size == 0 || is_small ? small_exponent(key, given) : 0;
+    if (e == 0)
+        return !is_small && find_long_exponent(key, given);
+    bn::set_small(key->exponent, greater(key->factor[0].modulus.size, key->factor[1].modulus.size),
+                  e);
+    key->exponent_bits = bn::length_in_bits(key->exponent, 1);
+    return true;
 }
 
 bool fill_numbers(RsaPrivate *key, const PrivateNumbers &numbers) {
     prepare_modulus(&key->n, numbers.modulus, key->work);
-    for (int i = 0; i < 2; ++i) {
-        Prime &prime = key->prime[i];
-        prepare_modulus(&prime.modulus, numbers.prime[i], key->work);
-        if (!bn::load(prime.exponent, prime.modulus.size, numbers.exponent[i].octets,
+    for (int i = 0; i < key->factors; ++i) {
+        Factor &factor = key->factor[i];
+        prepare_modulus(&factor.modulus, numbers.factor[i], key->work);
+        if (!bn::load(factor.exponent, factor.modulus.size, numbers.exponent[i].octets,
                       numbers.exponent[i].size) ||
-            !bn::is_less(prime.exponent, prime.modulus.m, prime.modulus.size))
+            !bn::is_less(factor.exponent, factor.modulus.m, factor.modulus.size))
             return false;
     }
-    return bn::load(key->coefficient, key->prime[0].modulus.size, numbers.coefficient.octets,
+    return bn::load(key->coefficient, key->factor[0].modulus.size, numbers.coefficient.octets,
                     numbers.coefficient.size);
 }
 
-} // namespace
+bool numbers_belong_together(RsaPrivate *key, const PrivateNumbers &numbers) {
+    return key->factors == 1 || (primes_make_modulus(key) && coefficient_is_inverse(key) &&
+                                 find_exponent(key, numbers.public_exponent));
+}
 
-int rsa_private_new(RsaPrivate **key_out, const A_RSA_CRT_KEY &numbers) {
+int private_new(RsaPrivate **key_out, const PrivateNumbers &from) {
     *key_out = nullptr;
-    const PrivateNumbers from = {
-        Number(numbers.modulus),
-        {Number(numbers.prime[0]), Number(numbers.prime[1])},
-        {Number(numbers.primeExponent[0]), Number(numbers.primeExponent[1])},
-        Number(numbers.coefficient)};
     if (const int error = check_numbers(from))
         return error;
     RsaPrivate plan = {};
     plan.n.arithmetic = best_arithmetic();
     plan.n.size = padded_size(from.modulus);
     plan.n.bits = from.modulus.bits();
-    for (int i = 0; i < 2; ++i) {
-        plan.prime[i].modulus.size = padded_size(from.prime[i]);
-        plan.prime[i].modulus.bits = from.prime[i].bits();
+    plan.factors = from.factors;
+    for (int i = 0; i < from.factors; ++i) {
+        plan.factor[i].modulus.size = padded_size(from.factor[i]);
+        plan.factor[i].modulus.bits = from.factor[i].bits();
     }
     plan.block_size = sizeof(RsaPrivate) + alignment + lay_out(&plan, nullptr) * bn::limb_bytes;
     auto *const key = static_cast<RsaPrivate *>(malloc(plan.block_size));
@@ -345,12 +413,29 @@ int rsa_private_new(RsaPrivate **key_out, const A_RSA_CRT_KEY &numbers) {
     lay_out(key, aligned(key + 1));
     key->size = static_cast<uint32_t>(from.modulus.size);
     Handle<RsaPrivate, rsa_private_free> owner(key);
-    if (!fill_numbers(key, from) || !primes_make_modulus(key) || !coefficient_is_inverse(key) ||
-        !recover_exponent(key))
+    if (!fill_numbers(key, from) || !numbers_belong_together(key, from))
         return BE_KEY_INFO;
     explicit_bzero(key->work, key->scratch_size * bn::limb_bytes);
     *key_out = owner.release();
     return BE_OK;
+}
+
+} // namespace
+
+int rsa_private_new(RsaPrivate **key_out, const A_RSA_CRT_KEY &numbers,
+                    const ITEM &public_exponent) {
+    return private_new(key_out,
+                       {Number(numbers.modulus),
+                        2,
+                        {Number(numbers.prime[0]), Number(numbers.prime[1])},
+                        {Number(numbers.primeExponent[0]), Number(numbers.primeExponent[1])},
+                        Number(numbers.coefficient),
+                        Number(public_exponent)});
+}
+
+int rsa_private_new(RsaPrivate **key_out, const A_RSA_KEY &numbers) {
+    const Number none(ITEM{}), modulus(numbers.modulus), exponent(numbers.exponent);
+    return private_new(key_out, {modulus, 1, {modulus, none}, {exponent, none}, none, none});
 }
 
 void rsa_private_free(RsaPrivate *key) {
@@ -377,18 +462,21 @@ void raise_to_public(Limb *out, const Limb *base, const RsaPrivate *key, const M
     }
 }
 
-// A fresh random r for one prime. The mask says whether it has an inverse.
-Limb new_blinding(const RsaPrivate *key, const Prime &prime) {
-    const Modulus &m = prime.modulus;
+// A fresh random r for one factor. The mask says whether it has an inverse.
+Limb new_blinding(const RsaPrivate *key, const Factor &factor) {
+    const Modulus &m = factor.modulus;
     bn::Pieces pieces{key->work};
     Limb *const random = pieces.take(m.size), *const scratch = pieces.next;
-    bn::copy(random, prime.blind, m.size);
+    bn::copy(random, factor.blind, m.size);
     montgomery_multiply(random, random, m.r_squared, m, scratch);
-    const Limb found = bn::inverse(prime.unblind, random, m.m, m.size, m.bits, scratch);
+    const Limb found = bn::inverse(factor.unblind, random, m.m, m.size, m.bits, scratch);
     // The inverse of r R is 1 / r R, and twice a factor of R short.
-    montgomery_multiply(prime.unblind, prime.unblind, m.r_squared, m, scratch);
-    montgomery_multiply(prime.unblind, prime.unblind, m.r_squared, m, scratch);
-    raise_to_public(prime.blind, random, key, m, scratch);
+    montgomery_multiply(factor.unblind, factor.unblind, m.r_squared, m, scratch);
+    montgomery_multiply(factor.unblind, factor.unblind, m.r_squared, m, scratch);
+    if (key->exponent_bits != 0)
+        raise_to_public(factor.blind, random, key, m, scratch);
+    else
+        bn::copy(factor.blind, random, m.size);
     return found;
 }
 
@@ -397,13 +485,17 @@ int renew_blinding(const RsaPrivate *key) {
     // A prime so short that a random number is a multiple of it again and again is not supported.
     for (int tries = 0; tries < 128; ++tries) {
         Limb found = ~Limb(0);
-        for (const Prime &prime : key->prime) {
-            if (!random.fill(random.state, reinterpret_cast<uint8_t *>(prime.blind),
-                             prime.modulus.size * bn::limb_bytes))
+        for (int i = 0; i < key->factors; ++i) {
+            const Factor &factor = key->factor[i];
+            if (!random.fill(random.state, reinterpret_cast<uint8_t *>(factor.blind),
+                             factor.modulus.size * bn::limb_bytes))
                 return BE_RANDOM_OBJ;
-            found &= new_blinding(key, prime);
+            found &= new_blinding(key, factor);
         }
         if (found != 0) {
+            if (key->exponent_bits == 0)
+                power_each(key, {key->factor[0].unblind, key->factor[1].unblind},
+                           &Factor::exponent);
             key->blindings_left = blinding_uses;
             return BE_OK;
         }
@@ -412,32 +504,32 @@ int renew_blinding(const RsaPrivate *key) {
 }
 
 void square_blinding(const RsaPrivate *key) {
-    for (const Prime &prime : key->prime) {
-        montgomery_square(prime.blind, prime.blind, prime.modulus, key->work);
-        montgomery_square(prime.unblind, prime.unblind, prime.modulus, key->work);
+    for (int i = 0; i < key->factors; ++i) {
+        const Factor &factor = key->factor[i];
+        montgomery_square(factor.blind, factor.blind, factor.modulus, key->work);
+        montgomery_square(factor.unblind, factor.unblind, factor.modulus, key->work);
     }
 }
 
-// residue[i] = input ^ d modulo each prime, in Montgomery form.
+// residue[i] = input ^ d modulo each factor, in Montgomery form.
 void powers_of_input(const RsaPrivate *key) {
-    for (int i = 0; i < 2; ++i) {
-        const Prime &prime = key->prime[i];
-        montgomery_enter(key->residue[i], key->input, key->n.size, prime.modulus, key->work);
-        montgomery_multiply(key->residue[i], key->residue[i], prime.blind, prime.modulus,
+    for (int i = 0; i < key->factors; ++i) {
+        const Factor &factor = key->factor[i];
+        montgomery_enter(key->residue[i], key->input, key->n.size, factor.modulus, key->work);
+        montgomery_multiply(key->residue[i], key->residue[i], factor.blind, factor.modulus,
                             key->work);
     }
-    const Power powers[2] = {private_power(key, 0), private_power(key, 1)};
-    key->n.arithmetic->power(powers, 2, key->work);
-    for (int i = 0; i < 2; ++i) {
-        const Prime &prime = key->prime[i];
-        montgomery_multiply(key->residue[i], key->residue[i], prime.unblind, prime.modulus,
+    power_each(key, key->residue, &Factor::exponent);
+    for (int i = 0; i < key->factors; ++i) {
+        const Factor &factor = key->factor[i];
+        montgomery_multiply(key->residue[i], key->residue[i], factor.unblind, factor.modulus,
                             key->work);
     }
 }
 
 // Garner: message = m2 + q ((m1 - m2) / q mod p).
 void recombine(const RsaPrivate *key) {
-    const Modulus &p = key->prime[0].modulus, &q = key->prime[1].modulus;
+    const Modulus &p = key->factor[0].modulus, &q = key->factor[1].modulus;
     bn::Pieces pieces{key->work};
     Limb *const m2 = pieces.take(q.size), *const h = pieces.take(p.size);
     Limb *const scratch = pieces.next;
@@ -452,7 +544,24 @@ void recombine(const RsaPrivate *key) {
         key->message[i] = 0;
 }
 
+// message ^ e is the input modulo each prime.
+bool message_is_right_by_primes(const RsaPrivate *key) {
+    for (int i = 0; i < key->factors; ++i)
+        montgomery_enter(key->residue[i], key->message, key->n.size, key->factor[i].modulus,
+                         key->work);
+    power_each(key, key->residue, &Factor::public_exponent);
+    Limb right = ~Limb(0);
+    for (int i = 0; i < key->factors; ++i) {
+        const Modulus &modulus = key->factor[i].modulus;
+        montgomery_enter(key->check, key->input, key->n.size, modulus, key->work);
+        right &= bn::is_equal(key->check, key->residue[i], modulus.size);
+    }
+    return right != 0;
+}
+
 bool message_is_right(const RsaPrivate *key) {
+    if (key->exponent_bits == 0)
+        return message_is_right_by_primes(key);
     key->n.arithmetic->public_power(key->check, key->message, key->exponent, key->exponent_bits,
                                     key->n, key->work);
     return bn::is_equal(key->check, key->input, key->n.size) != 0;
@@ -470,9 +579,13 @@ int apply_in_work(const RsaPrivate *key, const uint8_t *in, uint8_t *out) {
     }
     --key->blindings_left;
     powers_of_input(key);
-    recombine(key);
-    if (!message_is_right(key))
-        return BE_INTERNAL;
+    if (key->factors == 2) {
+        recombine(key);
+        if (!message_is_right(key))
+            return BE_INTERNAL;
+    } else {
+        montgomery_leave(key->message, key->residue[0], key->n, key->work);
+    }
     bn::store(out, key->size, key->message, key->n.size);
     return BE_OK;
 }

@@ -1,8 +1,11 @@
 // RSA key generation (PKCS#1 v1.5, section 6; FIPS 186-4, B.3.3 for the distance of the primes).
 #include <toolkit/rsa.h>
 
+#include "ber.h"
 #include "montgomery.h"
 #include "prime.h"
+
+#include <bit>
 
 namespace toolkit {
 
@@ -53,7 +56,8 @@ Limb private_exponent(Limb *out, const Limb *order, std::size_t count, const Wor
     const Limb found = bn::inverse(k, residue, e.m, e.size, e.bits, scratch);
     montgomery_multiply(k, k, e.r_squared, e, scratch);
     bn::subtract(k, e.m, k, e.size);
-    bn::set_small(k + e.size, count - e.size, 0);
+    if (e.size < count)
+        bn::set_small(k + e.size, count - e.size, 0);
     bn::multiply_low(product, k, order, count);
     bn::add_small(product, count, 1);
     bn::inverse_of_power_of_two(residue, e.m, count, scratch);
@@ -128,21 +132,23 @@ bool put(ITEM *item, const Limb *a, std::size_t count) {
 
 } // namespace
 
+bool rsa_can_generate(uint32_t modulus_bits, const ITEM &exponent) {
+    if (exponent.data == nullptr)
+        return false;
+    const ITEM e = without_leading_zeros(exponent);
+    if (modulus_bits < 256 || modulus_bits > 16384 || e.len == 0 || e.len > modulus_bits / 8 + 1)
+        return false;
+    const auto bits = 8 * (e.len - 1) + static_cast<uint32_t>(std::bit_width(e.data[0]));
+    return bits > 1 && bits < modulus_bits && (e.data[e.len - 1] & 1) != 0;
+}
+
 int rsa_generate(A_PKCS_RSA_PRIVATE_KEY *key_out, uint32_t modulus_bits, const ITEM &exponent,
                  const RandomSource &random, const SurrenderContext *surrender) {
     *key_out = {};
-    ITEM e = exponent;
-    while (e.data != nullptr && e.len != 0 && e.data[0] == 0) {
-        ++e.data;
-        --e.len;
-    }
-    // Shorter than the primes, so that e follows from a prime and its exponent.
-    if (modulus_bits < 256 || modulus_bits > 16384 || e.data == nullptr || e.len == 0 ||
-        e.len > modulus_bits / 16 - 1 || (e.data[e.len - 1] & 1) == 0 ||
-        (e.len == 1 && e.data[0] == 1))
+    if (!rsa_can_generate(modulus_bits, exponent))
         return BE_ALGORITHM_INFO;
     Workspace space = {};
-    if (!new_workspace(&space, modulus_bits, e))
+    if (!new_workspace(&space, modulus_bits, without_leading_zeros(exponent)))
         return BE_ALLOC;
     if (const int error = make_numbers(space, modulus_bits, random, surrender))
         return error;

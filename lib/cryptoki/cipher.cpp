@@ -168,6 +168,24 @@ CK_RV check_part(CK_SESSION_HANDLE session, const uint8_t *data, uint32_t length
     return CKR_OK;
 }
 
+// With the public exponent, where the template has it, the toolkit sees every damage to the key.
+int set_private_numbers(B_KEY_OBJ object, const CK_ATTRIBUTE *attributes, uint32_t count,
+                        const A_RSA_CRT_KEY &key) {
+    ITEM public_exponent = {}, private_exponent = {};
+    if (get_item_from_template(attributes, count, CKA_PUBLIC_EXPONENT, &public_exponent) !=
+            CKR_OK ||
+        get_item_from_template(attributes, count, CKA_PRIVATE_EXPONENT, &private_exponent) !=
+            CKR_OK)
+        return B_SetKeyInfo(object, KI_RSA_CRT, &key);
+    const A_PKCS_RSA_PRIVATE_KEY numbers = {key.modulus,
+                                            public_exponent,
+                                            private_exponent,
+                                            {key.prime[0], key.prime[1]},
+                                            {key.primeExponent[0], key.primeExponent[1]},
+                                            key.coefficient};
+    return B_SetKeyInfo(object, KI_PKCS_RSAPrivate, &numbers);
+}
+
 } // namespace
 
 CK_RV set_rsa_public_key(CK_SESSION_HANDLE session, const CK_ATTRIBUTE *attributes,
@@ -190,7 +208,7 @@ CK_RV set_rsa_private_key(CK_SESSION_HANDLE session, const CK_ATTRIBUTE *attribu
     if (result != CKR_OK)
         return result;
     const qel::Record<A_RSA_CRT_KEY, free_A_RSA_CRT_KEY> owned(key);
-    if (B_SetKeyInfo(session->key, KI_RSA_CRT, key) != 0)
+    if (set_private_numbers(session->key, attributes, count, *key) != 0)
         return CKR_KEY_HANDLE_INVALID;
     session->capacity = key->modulus.len;
     return CKR_OK;

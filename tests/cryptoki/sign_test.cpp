@@ -59,6 +59,23 @@ TEST(Sign, OddKeys) {
     }
 }
 
+// A signature made with one of them tells the primes.
+TEST_F(SignTest, DamagedNumbersSignNothing) {
+    for (const uint32_t type : {CKA_PUBLIC_EXPONENT, CKA_PRIME_1, CKA_PRIME_2, CKA_EXPONENT_1,
+                                CKA_EXPONENT_2, CKA_COEFFICIENT}) {
+        SCOPED_TRACE(type);
+        CK_ATTRIBUTE attribute = {type, nullptr, 0};
+        ASSERT_EQ(get_attr_from_template(private_key->attributes, private_key->count, &attribute),
+                  CKR_OK);
+        uint8_t &octet = static_cast<uint8_t *>(attribute.value)[attribute.value_length / 2];
+        octet ^= 0x40;
+        EXPECT_EQ(C_SignInit(session.get(), &rsa_mechanism, private_key.get()),
+                  CKR_MECHANISM_INVALID);
+        octet ^= 0x40;
+    }
+    EXPECT_EQ(C_SignInit(session.get(), &rsa_mechanism, private_key.get()), CKR_OK);
+}
+
 // 00 type padding 00 payload, as long as the modulus; the padding takes what the payload leaves.
 Bytes block(std::size_t size, uint8_t type, uint8_t padding, const Bytes &payload) {
     return Bytes{0, type} + Bytes(size - payload.size() - 3, padding) + Bytes{0} + payload;

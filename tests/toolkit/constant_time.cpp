@@ -29,19 +29,27 @@ void make_secret(const ITEM &item) {
         VALGRIND_MAKE_MEM_UNDEFINED(item.data + 1, item.len - 2);
 }
 
-// uses: how often the key is used; 0: it is prepared only.
-void private_operations(uint32_t bits, uint8_t exponent, int uses) {
-    A_PKCS_RSA_PRIVATE_KEY made = {};
-    require(rsa_generate(&made, bits, {&exponent, 1}, system_random(), nullptr) == BE_OK, "key");
-    for (const ITEM &each : {made.prime[0], made.prime[1], made.primeExponent[0],
-                             made.primeExponent[1], made.coefficient})
-        make_secret(each);
+RsaPrivate *prepared(const A_PKCS_RSA_PRIVATE_KEY &made, bool with_primes) {
     RsaPrivate *key = nullptr;
-    require(rsa_private_new(&key, {made.modulus,
-                                   {made.prime[0], made.prime[1]},
-                                   {made.primeExponent[0], made.primeExponent[1]},
-                                   made.coefficient}) == BE_OK,
-            "preparation");
+    const int error = with_primes ? rsa_private_new(&key,
+                                                    {made.modulus,
+                                                     {made.prime[0], made.prime[1]},
+                                                     {made.primeExponent[0], made.primeExponent[1]},
+                                                     made.coefficient},
+                                                    made.publicExponent)
+                                  : rsa_private_new(&key, {made.modulus, made.privateExponent});
+    require(error == BE_OK, "preparation");
+    return key;
+}
+
+// uses: how often the key is used; 0: it is prepared only.
+void private_operations(uint32_t bits, ITEM exponent, int uses, bool with_primes = true) {
+    A_PKCS_RSA_PRIVATE_KEY made = {};
+    require(rsa_generate(&made, bits, exponent, system_random(), nullptr) == BE_OK, "key");
+    for (const ITEM &each : {made.privateExponent, made.prime[0], made.prime[1],
+                             made.primeExponent[0], made.primeExponent[1], made.coefficient})
+        make_secret(each);
+    RsaPrivate *const key = prepared(made, with_primes);
     uint8_t block[512] = {}, result[512];
     block[rsa_private_size(key) - 1] = 2;
     for (int i = 0; i < uses; ++i)
@@ -104,12 +112,15 @@ int main(int count, char **arguments) {
         VALGRIND_MAKE_MEM_UNDEFINED(secret, sizeof secret);
         return careless(secret);
     }
+    uint8_t small[] = {3}, odd[60];
+    memset(odd, 0x55, sizeof odd);
     for (const Arithmetic *each : valgrind_can) {
         std::printf("%s\n", each->name);
         prefer_arithmetic(each);
-        private_operations(512, 3, 2); // with new blinding, and with squared
-        private_operations(1100, 17, 2);
-        private_operations(512, 11, 0); // an exponent that is recovered by an inversion
+        private_operations(512, {small, 1}, 2); // with new blinding, and with squared
+        private_operations(1100, {small, 1}, 2);
+        private_operations(512, {odd, sizeof odd}, 2); // longer than the primes
+        private_operations(512, {small, 1}, 2, false);
         agreement();
     }
     opening();

@@ -238,8 +238,11 @@ TEST(AlgorithmInfos, RefuseRecordsOutOfRange) {
     const A_PBE_PARAMS pbe_no_salt = {nullptr, 1}, pbe_0 = {iv.data(), 0};
     const A_RC2_PBE_PARAMS rc2_pbe_0 = {0, iv.data(), 1}, rc2_pbe_1025 = {1025, iv.data(), 1};
     uint8_t three = 3, four = 4;
+    uint8_t one = 1, full[64];
+    std::fill_n(full, 64, uint8_t{0xff});
     const A_RSA_KEY_GEN_PARAMS rsa_255 = {255, {&three, 1}}, rsa_16385 = {16385, {&three, 1}},
-                               rsa_even = {512, {&four, 1}}, rsa_none = {512, {nullptr, 0}};
+                               rsa_even = {512, {&four, 1}}, rsa_none = {512, {nullptr, 0}},
+                               rsa_1 = {512, {&one, 1}}, rsa_long = {512, {full, 64}};
     const A_DH_KEY_AGREE_PARAMS dh_no_base = {{&three, 1}, {nullptr, 0}, 0};
     const A_SECRET_SHARING_PARAMS none_needed = {0, 1}, too_many_needed = {3, 2},
                                   too_many = {2, 256};
@@ -258,6 +261,8 @@ TEST(AlgorithmInfos, RefuseRecordsOutOfRange) {
         {"255 bits", AI_RSAKeyGen, &rsa_255},
         {"16385 bits", AI_RSAKeyGen, &rsa_16385},
         {"an even exponent", AI_RSAKeyGen, &rsa_even},
+        {"exponent 1", AI_RSAKeyGen, &rsa_1},
+        {"an exponent as long as the modulus", AI_RSAKeyGen, &rsa_long},
         {"no exponent", AI_RSAKeyGen, &rsa_none},
         {"no base", AI_DHKeyAgree, &dh_no_base},
         {"a digest that is none", AI_MD, AI_RC4},

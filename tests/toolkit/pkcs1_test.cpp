@@ -151,7 +151,7 @@ Bytes digest_info(const char *digest, const Bytes &message) {
 
 Bytes apply_private(RsaNumbers numbers, const Bytes &block) {
     RsaPrivate *key = nullptr;
-    EXPECT_EQ(rsa_private_new(&key, numbers.private_key()), BE_OK);
+    EXPECT_EQ(rsa_private_new(&key, numbers.private_key(), {}), BE_OK);
     Bytes result(block.size());
     EXPECT_EQ(rsa_private_size(key), block.size());
     EXPECT_EQ(rsa_private_apply(key, block.data(), result.data()), BE_OK);

@@ -57,6 +57,11 @@ void expect_sound(const A_PKCS_RSA_PRIVATE_KEY &key, uint32_t bits, const Bytes 
     EXPECT_EQ(BN_cmp(number_of(key.privateExponent).get(), inverse(number(e), order).get()), 0);
 }
 
+Bytes joined(Bytes left, const Bytes &right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
 struct GenerationCase {
     const char *why;
     uint32_t bits;
@@ -68,7 +73,8 @@ const GenerationCase kGenerationCases[] = {
     {"an odd length", 257, {1, 0, 1}},
     {"half the primes are ruled out", 512, {3}},
     {"an exponent that is no prime", 512, {15}},
-    {"the longest exponent", 512, Bytes(31, 0xff)},
+    {"as long as the primes", 512, Bytes(32, 0xff)},
+    {"the longest exponent", 512, joined({0x7f}, Bytes(63, 0xff))},
     {"primes of different lengths", 1023, {1, 0, 1}},
     {"an ordinary key", 1024, {1, 0, 1}},
     {"a long key", 2048, {3}},
@@ -113,7 +119,8 @@ const RefusedCase kRefusedCases[] = {
     {"an exponent of zeros", 512, {0, 0}},
     {"an exponent of 1", 512, {0, 1}},
     {"an even exponent", 512, {1, 0, 0}},
-    {"an exponent as long as a prime", 512, Bytes(32, 0xff)},
+    {"an exponent as long as the modulus", 512, joined({0x80}, Bytes(63, 1))},
+    {"a longer exponent", 512, Bytes(65, 1)},
 };
 
 TEST(RsaGenerate, RefusesBadParameters) {

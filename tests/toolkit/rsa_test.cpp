@@ -24,9 +24,21 @@ PublicKey prepare_public(RsaNumbers numbers, int expected = BE_OK) {
     return PublicKey(key);
 }
 
-PrivateKey prepare_private(RsaNumbers numbers, int expected = BE_OK) {
+enum Form { with_exponent, crt_alone, without_primes };
+const char *const form_names[] = {"with the public exponent", "CRT numbers alone",
+                                  "private exponent alone"};
+
+int private_new(RsaPrivate **key, RsaNumbers &numbers, Form form) {
+    const A_RSA_KEY plain = {item(numbers.n), item(numbers.d)};
+    if (form == without_primes)
+        return rsa_private_new(key, plain);
+    return rsa_private_new(key, numbers.private_key(),
+                           form == with_exponent ? item(numbers.e) : ITEM{});
+}
+
+PrivateKey prepare_private(RsaNumbers numbers, int expected = BE_OK, Form form = with_exponent) {
     RsaPrivate *key = reinterpret_cast<RsaPrivate *>(1);
-    EXPECT_EQ(rsa_private_new(&key, numbers.private_key()), expected);
+    EXPECT_EQ(private_new(&key, numbers, form), expected) << form_names[form];
     EXPECT_EQ(key != nullptr, expected == BE_OK);
     return PrivateKey(key);
 }
@@ -57,8 +69,9 @@ void check_public(const RsaNumbers &numbers) {
     EXPECT_EQ(above, untouched);
 }
 
-void check_private(const RsaNumbers &numbers) {
-    const PrivateKey key = prepare_private(numbers);
+void check_private(const RsaNumbers &numbers, Form form) {
+    SCOPED_TRACE(form_names[form]);
+    const PrivateKey key = prepare_private(numbers, BE_OK, form);
     ASSERT_NE(key, nullptr);
     ASSERT_EQ(rsa_private_size(key.get()), numbers.n.size());
     const Number n = number(numbers.n), d = number(numbers.d);
@@ -97,6 +110,8 @@ const SizeCase kSizeCases[] = {
     {"the ordinary key", 1024, 1024, false, "65537"},
     {"a small unusual exponent", 256, 256, false, "11"},
     {"an exponent above 32 bits", 256, 256, false, "4294967311"},
+    {"an exponent longer than one prime", 20, 492, false, "4294967311"},
+    {"a usual exponent longer than one prime", 12, 500, false, "65537"},
 };
 
 TEST(Rsa, OperationsAgreeAtEverySize) {
@@ -106,10 +121,32 @@ TEST(Rsa, OperationsAgreeAtEverySize) {
             new_rsa_numbers(row.p_bits, row.q_bits, decimal(row.e), row.one_short);
         with_each_arithmetic([&] {
             check_public(numbers);
-            check_private(numbers);
+            for (const Form form : {with_exponent, crt_alone, without_primes})
+                check_private(numbers, form);
         });
         if (HasFailure())
             return;
+    }
+}
+
+// No one number is then the public exponent modulo both p - 1 and q - 1.
+TEST(Rsa, ExponentsAsLongAsThePrimesAndLonger) {
+    const struct {
+        const char *why;
+        int p_bits, q_bits, e_bits;
+    } rows[] = {{"the least modulus", 128, 128, 255},
+                {"as long as the primes", 256, 256, 256},
+                {"nearly as long as the modulus", 256, 256, 500},
+                {"longer than one prime", 200, 312, 300},
+                {"as long as the modulus", 512, 512, 1023}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.why);
+        const RsaNumbers numbers = new_rsa_numbers(row.p_bits, row.q_bits, random_odd(row.e_bits));
+        with_each_arithmetic([&] {
+            check_public(numbers);
+            for (const Form form : {with_exponent, crt_alone, without_primes})
+                check_private(numbers, form);
+        });
     }
 }
 
@@ -184,13 +221,15 @@ TEST(Rsa, LeadingZerosAreAllowed) {
 // The blinding is squared after each use and replaced after some.
 TEST(Rsa, ManyOperationsWithOneKey) {
     const RsaNumbers numbers = new_rsa_numbers(256, 256, number(3));
-    const PrivateKey key = prepare_private(numbers);
     const Number n = number(numbers.n), d = number(numbers.d);
-    for (int i = 0; i < 100; ++i) {
-        const Number input = random_below(n);
-        Bytes block = bytes_of(input, 64);
-        ASSERT_EQ(rsa_private_apply(key.get(), block.data(), block.data()), BE_OK);
-        ASSERT_EQ(to_hex(block), to_hex(bytes_of(power(input, d, n), 64))) << i;
+    for (const Form form : {with_exponent, without_primes}) {
+        const PrivateKey key = prepare_private(numbers, BE_OK, form);
+        for (int i = 0; i < 100; ++i) {
+            const Number input = random_below(n);
+            Bytes block = bytes_of(input, 64);
+            ASSERT_EQ(rsa_private_apply(key.get(), block.data(), block.data()), BE_OK);
+            ASSERT_EQ(to_hex(block), to_hex(bytes_of(power(input, d, n), 64))) << i;
+        }
     }
 }
 
@@ -259,7 +298,23 @@ const NumberCase kBadPrivateNumbers[] = {
          BN_add(sum.get(), sum.get(), number(k.p).get());
          k.coefficient = bytes_of(sum);
      }},
-    {"exponents of 1", BE_KEY_INFO, [](RsaNumbers &k) { k.dp = k.dq = {1}; }},
+    {"exponents of 1", BE_KEY_INFO, [](RsaNumbers &k) { k.e = k.dp = k.dq = {1}; }},
+    {"one exponent of 1", BE_KEY_INFO, [](RsaNumbers &k) { k.dp = {1}; }},
+    {"another usual public exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.e = {3}; }},
+    {"another long public exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.e = k.d; }},
+    {"an even public exponent", BE_KEY_INFO, [](RsaNumbers &k) { even(k.e); }},
+    {"a public exponent of 0", BE_KEY_INFO, [](RsaNumbers &k) { k.e = {0}; }},
+    {"a public exponent longer than the modulus", BE_KEY_INFO,
+     [](RsaNumbers &k) { k.e = bytes_of(product(number(k.p), product(number(k.q), number(3)))); }},
+};
+
+const NumberCase kBadPlainNumbers[] = {
+    {"no modulus", BE_MODULUS_LEN, [](RsaNumbers &k) { k.n.clear(); }},
+    {"an even modulus", BE_KEY_INFO, [](RsaNumbers &k) { even(k.n); }},
+    {"no exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.d.clear(); }},
+    {"an even exponent", BE_KEY_INFO, [](RsaNumbers &k) { even(k.d); }},
+    {"exponent 1", BE_KEY_INFO, [](RsaNumbers &k) { k.d = {1}; }},
+    {"the modulus as exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.d = k.n; }},
 };
 
 TEST(Rsa, PrivateNumbersThatMakeNoKey) {
@@ -270,32 +325,46 @@ TEST(Rsa, PrivateNumbersThatMakeNoKey) {
         row.change(bad);
         prepare_private(bad, row.expected);
     }
+    for (const NumberCase &row : kBadPlainNumbers) {
+        SCOPED_TRACE(row.why);
+        RsaNumbers bad = good;
+        row.change(bad);
+        prepare_private(bad, row.expected, without_primes);
+    }
 }
 
 // No bit of the numbers may be wrong: a signature with one of them tells the primes.
 TEST(Rsa, DamagedNumbersGiveNoResult) {
-    const RsaNumbers good = new_rsa_numbers(128, 128, number(65537));
-    for (Bytes RsaNumbers::*part : {&RsaNumbers::n, &RsaNumbers::p, &RsaNumbers::q, &RsaNumbers::dp,
-                                    &RsaNumbers::dq, &RsaNumbers::coefficient})
-        each_spoiled(good.*part, [&](const Bytes &spoiled, const std::string &what) {
-            RsaNumbers bad = good;
-            bad.*part = spoiled;
-            RsaPrivate *key = nullptr;
-            const int error = rsa_private_new(&key, bad.private_key());
-            EXPECT_TRUE(error == BE_KEY_INFO || error == BE_MODULUS_LEN) << what << ": " << error;
-            EXPECT_EQ(key, nullptr);
-        });
+    for (const char *e : {"65537", "340282366920938463463374607431768211457"}) {
+        SCOPED_TRACE(e);
+        const RsaNumbers good = new_rsa_numbers(128, 128, decimal(e));
+        for (Bytes RsaNumbers::*part :
+             {&RsaNumbers::n, &RsaNumbers::e, &RsaNumbers::p, &RsaNumbers::q, &RsaNumbers::dp,
+              &RsaNumbers::dq, &RsaNumbers::coefficient})
+            each_spoiled(good.*part, [&](const Bytes &spoiled, const std::string &what) {
+                if (part == &RsaNumbers::e && spoiled.empty())
+                    return; // it is not given
+                RsaNumbers bad = good;
+                bad.*part = spoiled;
+                RsaPrivate *key = nullptr;
+                const int error = private_new(&key, bad, with_exponent);
+                EXPECT_TRUE(error == BE_KEY_INFO || error == BE_MODULUS_LEN)
+                    << what << ": " << error;
+                EXPECT_EQ(key, nullptr);
+            });
+    }
 }
 
 // Numbers that fit each other, but of a "prime" that is none: the check of the result sees it.
 TEST(Rsa, CompositePrimesGiveNoResult) {
     const Number p = product(random_prime(120), random_prime(136)), q = random_prime(256);
-    const RsaNumbers numbers = rsa_numbers(p, q, number(65537));
-    const PrivateKey key = prepare_private(numbers);
-    ASSERT_NE(key, nullptr);
-    Bytes block(64, 2), before = block;
-    EXPECT_EQ(rsa_private_apply(key.get(), block.data(), block.data()), BE_INTERNAL);
-    EXPECT_EQ(block, before);
+    for (const Number &e : {number(65537), random_prime(500)}) {
+        const PrivateKey key = prepare_private(rsa_numbers(p, q, e));
+        ASSERT_NE(key, nullptr);
+        Bytes block(64, 2), before = block;
+        EXPECT_EQ(rsa_private_apply(key.get(), block.data(), block.data()), BE_INTERNAL);
+        EXPECT_EQ(block, before);
+    }
 }
 
 TEST(Rsa, NoBlindingNoResult) {
@@ -313,12 +382,13 @@ TEST(Rsa, PrivateKeysAreZeroedBeforeTheyAreFreed) {
     RsaNumbers damaged = numbers;
     damaged.dp[7] ^= 1;
     const A_RSA_CRT_KEY good = numbers.private_key(), bad = damaged.private_key();
+    const ITEM e = item(numbers.e);
     uint8_t block[128] = {1};
     with_each_arithmetic([&] {
         const OnlyZerosAreFreed watch;
         RsaPrivate *key = nullptr;
-        EXPECT_EQ(rsa_private_new(&key, bad), BE_KEY_INFO);
-        EXPECT_EQ(rsa_private_new(&key, good), BE_OK);
+        EXPECT_EQ(rsa_private_new(&key, bad, e), BE_KEY_INFO);
+        EXPECT_EQ(rsa_private_new(&key, good, e), BE_OK);
         EXPECT_EQ(rsa_private_apply(key, block, block), BE_OK);
         rsa_private_free(key);
     });
@@ -328,7 +398,7 @@ TEST(Rsa, EveryAllocationMayFail) {
     RsaNumbers numbers = new_rsa_numbers(256, 256, number(65537));
     fault::each_allocation([&] {
         RsaPrivate *key = nullptr;
-        const int error = rsa_private_new(&key, numbers.private_key());
+        const int error = rsa_private_new(&key, numbers.private_key(), {});
         EXPECT_EQ(error, fault::met() ? BE_ALLOC : BE_OK);
         EXPECT_EQ(key == nullptr, fault::met());
         if (key != nullptr) { // using a key needs no memory

@@ -5,10 +5,10 @@
 // have exactly that many bytes. Preparing a key copies its numbers into one block of memory and
 // computes what every use would compute again; using it allocates nothing.
 //
-// Private operations are blinded, run in time that depends on the lengths of the key's numbers
-// alone, use the Chinese remainder form, and check the result against the public operation before
-// it is handed out: a result that fails the check is BE_INTERNAL and leaves nothing behind.
-// Blinding draws on the system.
+// Private operations are blinded and run in time that depends on the public exponent and on the
+// lengths of the key's numbers alone. With the primes they use the Chinese remainder form and check
+// the result against the public operation before it is handed out: a result that fails the check is
+// BE_INTERNAL and leaves nothing behind. Blinding draws on the system.
 #ifndef TOOLKIT_RSA_H
 #define TOOLKIT_RSA_H
 
@@ -35,10 +35,16 @@ int rsa_public_apply(const RsaPublic *key, const uint8_t *in, uint8_t *out);
 // thread at a time: it keeps its blinding and its working memory.
 //   numbers  modulus; two odd primes, in either order and of any lengths; their exponents, reduced;
 //            coefficient = 1 / prime[1] mod prime[0], reduced.
-// The public exponent is recovered from the primes' exponents; it must be shorter than both primes.
+//   public_exponent  odd, above 1, no longer than the modulus; no data: not known. It is recovered
+//            then, and when it is not shorter than both primes a damaged primeExponent passes for
+//            that of another public exponent; so give it where it is known.
 // BE_MODULUS_LEN: a modulus out of range. BE_KEY_INFO: numbers that do not belong together, which a
 // damaged key's do not: a result made with them would tell the primes. BE_ALLOC.
-int rsa_private_new(RsaPrivate **key_out, const A_RSA_CRT_KEY &numbers);
+int rsa_private_new(RsaPrivate **key_out, const A_RSA_CRT_KEY &numbers,
+                    const ITEM &public_exponent);
+// The same of the modulus and the private exponent (odd, above 1, below the modulus) where the
+// primes are not known. An operation takes about four times as long, and its result is not checked.
+int rsa_private_new(RsaPrivate **key_out, const A_RSA_KEY &numbers);
 void rsa_private_free(RsaPrivate *key);
 uint32_t rsa_private_size(const RsaPrivate *key);
 // out = in ^ d mod n. in and out may be the same; out is left alone when it fails.
@@ -52,12 +58,14 @@ int rsa_private_apply(const RsaPrivate *key, const uint8_t *in, uint8_t *out);
 // (p - 1)(q - 1).
 //   key_out       each ITEM allocated by malloc; rsa_key_free zeroes and frees them.
 //   modulus_bits  256 to 16384.
-//   exponent      odd, above 1, at least an octet shorter than the primes.
+//   exponent      odd, above 1, of fewer bits than the modulus.
 //   surrender     asked before each candidate is tested; may be null.
 // BE_ALGORITHM_INFO: size or exponent out of range. BE_CANCEL: surrender said stop. BE_RANDOM_OBJ:
 // random failed, or repeats itself. BE_ALLOC.
 int rsa_generate(A_PKCS_RSA_PRIVATE_KEY *key_out, uint32_t modulus_bits, const ITEM &exponent,
                  const RandomSource &random, const SurrenderContext *surrender);
+// Whether both are in range.
+bool rsa_can_generate(uint32_t modulus_bits, const ITEM &exponent);
 // Null is ignored.
 void rsa_key_free(A_PKCS_RSA_PRIVATE_KEY *key);
 

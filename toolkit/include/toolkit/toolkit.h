@@ -194,8 +194,8 @@ int B_DigestUpdate(B_ALGORITHM_OBJ object, const uint8_t *input, uint32_t inputL
 int B_DigestFinal(B_ALGORITHM_OBJ object, uint8_t *digest, uint32_t *digestLen,
                   uint32_t maxDigestLen, const SurrenderContext *surrender);
 
-// Signatures (PKCS#1: a type 1 block of the DigestInfo), as long as the modulus. Signing takes a
-// private key that has its Chinese remainder numbers, verification any key with a public exponent.
+// Signatures (PKCS#1: a type 1 block of the DigestInfo), as long as the modulus. Signing takes any
+// private key, verification any key with a public exponent.
 // BE_MODULUS_LEN at Init: the block has no room for the DigestInfo (less than 353 bits).
 int B_SignInit(B_ALGORITHM_OBJ object, B_KEY_OBJ key, B_ALGORITHM_CHOOSER chooser,
                const SurrenderContext *surrender);
@@ -225,9 +225,9 @@ int B_GenerateRandomBytes(B_ALGORITHM_OBJ object, uint8_t *output, uint32_t outp
 // Generation of an RSA key pair into two empty key objects (the private one gives every RSA type,
 // the public one KI_RSAPublic and KI_RSAPublicBER), or of Diffie-Hellman parameters into an empty
 // algorithm object, which becomes one of AI_DHKeyAgree. A failure leaves them empty.
-// BE_RANDOM_OBJ, BE_RANDOM_NOT_INITIALIZED, BE_KEY_OBJ, BE_KEY_ALREADY_SET,
-// BE_ALGORITHM_ALREADY_SET, BE_ALG_OPERATION_UNKNOWN: the object generates the other thing;
-// BE_CANCEL; BE_ALLOC.
+// BE_RANDOM_OBJ (it gave the same bytes again and again, too), BE_RANDOM_NOT_INITIALIZED,
+// BE_KEY_OBJ, BE_KEY_ALREADY_SET, BE_ALGORITHM_ALREADY_SET, BE_ALG_OPERATION_UNKNOWN: the object
+// generates the other thing; BE_CANCEL; BE_ALLOC.
 int B_GenerateInit(B_ALGORITHM_OBJ object, B_ALGORITHM_CHOOSER chooser,
                    const SurrenderContext *surrender);
 int B_GenerateKeypair(B_ALGORITHM_OBJ object, B_KEY_OBJ publicKey, B_KEY_OBJ privateKey,
@@ -297,7 +297,7 @@ struct A_RC2_PBE_PARAMS {
 
 struct A_RSA_KEY_GEN_PARAMS {
     uint32_t modulusBits; // 256 to 16384
-    ITEM publicExponent;  // odd, above 1
+    ITEM publicExponent;  // odd, above 1, of fewer bits than the modulus
 };
 
 struct A_DH_KEY_AGREE_PARAMS {
@@ -412,11 +412,11 @@ struct A_DESX_KEY {
 //   KI_24Byte              a pointer to 24 bytes
 //   KI_DESX                A_DESX_KEY; as bytes, the three follow one another in that order
 // RSA keys are numbers: a type reads every key that has the numbers which it names.
-//   KI_RSAPublic           A_RSA_KEY: modulus and public exponent
+//   KI_RSAPublic           A_RSA_KEY: modulus and public exponent (odd, above 1)
 //   KI_RSAPublicBER        an ITEM: SubjectPublicKeyInfo (X.509) of rsaEncryption; the algorithm
 //                          2.5.8.1.1 of X.509's annex is read too
 //   KI_RSAPrivate          A_RSA_KEY: modulus and private exponent
-//                          (kept and read back; operations want the Chinese remainder numbers)
+//                          (operations take about four times as long, with no check of results)
 //   KI_RSA_CRT             A_RSA_CRT_KEY
 //   KI_PKCS_RSAPrivate     A_PKCS_RSA_PRIVATE_KEY: all eight numbers
 //   KI_PKCS_RSAPrivateBER  an ITEM: PrivateKeyInfo (PKCS#8) of rsaEncryption; attributes are passed
