@@ -135,12 +135,12 @@ std::vector<std::string> Arguments::values(const char *option) const {
     return found != values_.end() ? found->second : std::vector<std::string>();
 }
 
-uint32_t Arguments::number(const char *option, uint32_t otherwise, uint32_t least,
-                           uint32_t most) const {
+uint64_t Arguments::number(const char *option, uint64_t otherwise, uint64_t least,
+                           uint64_t most) const {
     if (!has(option))
         return otherwise;
     const std::string text = value(option);
-    uint32_t number = 0;
+    uint64_t number = 0;
     const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
     if (read.ec != std::errc() || read.ptr != text.data() + text.size() || number < least ||
         number > most)

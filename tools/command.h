@@ -59,10 +59,6 @@ public:
     const std::vector<std::string> &operands() const { return operands_; }
     bool has(const char *option) const { return values_.count(option) != 0; }
     std::string value(const char *option, const char *otherwise = "") const;
-    // Every value of an option that may be given several times, in order.
-    std::vector<std::string> values(const char *option) const;
-    // The value as a decimal number. Throws a UsageError unless it is one from least to most.
-    uint32_t number(const char *option, uint32_t otherwise, uint32_t least, uint32_t most) const;
     bool json() const { return has("json"); }
     bool wants_help() const { return has("help"); }
 
