@@ -59,6 +59,10 @@ public:
     const std::vector<std::string> &operands() const { return operands_; }
     bool has(const char *option) const { return values_.count(option) != 0; }
     std::string value(const char *option, const char *otherwise = "") const;
+    // Every value of an option that may be given several times, in order.
+    std::vector<std::string> values(const char *option) const;
+    // The value as a decimal number. Throws a UsageError unless it is one from least to most.
+    uint64_t number(const char *option, uint64_t otherwise, uint64_t least, uint64_t most) const;
     bool json() const { return has("json"); }
     bool wants_help() const { return has("help"); }
 
