@@ -35,7 +35,8 @@ constexpr Example kSignExamples[] = {
 
 constexpr Option kVerifyOptions[] = {
     {"signature", 's', "FILE", nullptr, true, "the signature, as bytes or armoured"},
-    {"key", 'k', "FILE", nullptr, false, "the signer's public key (SubjectPublicKeyInfo)"},
+    {"key", 'k', "FILE", nullptr, false,
+     "the signer's public key (SubjectPublicKeyInfo or RSAPublicKey)"},
     {"cert", 'c', "FILE", nullptr, false, "the signer's certificate; only its key is used"},
     ALGORITHM,
 };
@@ -56,7 +57,7 @@ constexpr Example kCertShowExamples[] = {
 
 constexpr Option kCertVerifyOptions[] = {
     {"issuer", 'i', "FILE", nullptr, false,
-     "the issuer's certificate or public key (default: the certificate's own key)"},
+     "the issuer's certificate or public key, or several (default: the certificate's own key)"},
     {"allow-expired", 0, nullptr, nullptr, false,
      "take a good signature outside the validity as yes"},
     {"signature-only", 0, nullptr, nullptr, false,
@@ -149,13 +150,15 @@ constexpr Command kCommands[] = {
      "Exits 0 only when the signature was checked and is good for the file, or standard input, "
      "under the given key; 1 when it is not.\n\n"
      "Of a certificate only the key is used: 'qel cert verify' checks the certificate itself. A "
-     "key "
-     "under the old identifier 2.5.8.1.1 is used as an rsaEncryption key, which is said.",
+     "key under the old identifier 2.5.8.1.1 is used as an rsaEncryption key, which is said. "
+     "Signatures under keys with small public exponents can be forged: below 65537 there is a "
+     "warning.",
      kVerifyOptions, kVerifyExamples, run_verify},
     {"cert show", "Show certificates", "[FILE]...", 0, kAny,
      "Shows every certificate in the files, DER or armoured. Names are shown in their own letters, "
      "the most specific part first, with all attribute and string types, also those that the "
-     "library's printer refuses; --full says what that printer makes of them.\n\n"
+     "library's printer refuses; --full says what that printer makes of them. Fingerprints are of "
+     "the bytes as they were read.\n\n"
      "Times are in UTC. The library's own test of validity reads a time with an offset as if it "
      "had "
      "none; where that matters, it is shown.",
@@ -163,7 +166,8 @@ constexpr Command kCommands[] = {
     {"cert verify", "Verify a certificate with its issuer's key", "FILE", 1, 1,
      "Gives the library's verdict on the first certificate in the file: its signature under the "
      "issuer's key, its validity now, and that no extension is marked critical. Exits 0 for yes, 1 "
-     "for no. Trust in the issuer is not looked at.\n\n"
+     "for no. Trust in the issuer is not looked at. Where a file holds several issuers, all are "
+     "tried that bear the issuer's name.\n\n"
      "With --signature-only the verdict is on the signature alone. A key under the old identifier "
      "2.5.8.1.1, which the library refuses, is then used as an rsaEncryption key, which is said.",
      kCertVerifyOptions, kCertVerifyExamples, run_cert_verify},
@@ -174,7 +178,8 @@ constexpr Command kCommands[] = {
      "parts of one level; a backslash keeps a comma inside a value.",
      kDnOptions, kDnExamples, run_dn},
     {"armor", "Put bytes into printable armour", "[FILE]", 0, 1,
-     "Writes base 64 in lines of 64 characters (RFC 1421), between marker lines for the type.",
+     "Writes base 64 in lines of 64 characters (RFC 1421), between marker lines for the type. Text "
+     "that is armoured already is refused, except under the type none.",
      kArmorOptions, kArmorExamples, run_armor},
     {"dearmor", "Take bytes out of printable armour", "[FILE]", 0, 1,
      "Finds armour under any label in a text, passes over what stands around it, and writes the "
@@ -182,7 +187,7 @@ constexpr Command kCommands[] = {
      kDearmorOptions, kDearmorExamples, run_dearmor},
     {"asn1", "Decode, print and encode ASN.1 values", "[TYPE [FILE]]", 0, 2,
      "Decodes a value of the named or numbered type and prints its fields. Private keys, and what "
-     "encrypts them, are never printed.\n\n"
+     "encrypts them, are never printed, and taken for no other type than their own.\n\n"
      "With --encode the value is written again: under der where the library encodes the type so "
      "(Name, CertificateInfo, Certificate, KeyPkgInfo, DigestInfo, CertificationRequestInfo), "
      "under "
