@@ -21,6 +21,13 @@ void md5_update(Md5 *md5, const uint8_t *data, std::size_t size);
 // Writes 16 bytes to digest and zeroes the state.
 void md5_final(Md5 *md5, uint8_t *digest);
 
+// Two chains of digests, D = MD5(D followed by tail) count times, 1 or more. The steps of a chain
+// wait for one another, so that the second fills the gaps of the first and costs next to nothing.
+//   starts   the first D of either chain, one behind the other, start_size bytes each.
+//   digests  receives the last D of either chain, 32 bytes; must not overlap the others.
+void md5_chains(const uint8_t *starts, std::size_t start_size, const uint8_t *tail,
+                std::size_t tail_size, uint32_t count, uint8_t *digests);
+
 } // namespace toolkit
 
 #endif
