@@ -62,11 +62,6 @@ inline Bytes repeated(const std::string &text, std::size_t count) {
     return bytes;
 }
 
-inline Bytes operator+(Bytes left, const Bytes &right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
 inline Bytes tlv(uint8_t identifier, const Bytes &contents) {
     return Bytes{identifier} + der_length(contents.size()) + contents;
 }

@@ -9,6 +9,11 @@
 
 using Bytes = std::vector<uint8_t>;
 
+inline Bytes operator+(Bytes left, const Bytes &right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
 // Contents of tests/vectors/<name>. A missing file ends the test program.
 Bytes vector_file(const std::string &name);
 std::string vector_path(const std::string &name);

@@ -144,11 +144,6 @@ inline uint32_t length_of(const Bytes &bytes) {
     return static_cast<uint32_t>(bytes.size());
 }
 
-inline Bytes operator+(Bytes left, const Bytes &right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
 // The encoded DigestInfo (PKCS#1) of a 16-byte digest.
 inline Bytes md2_digest_info(const Bytes &digest) {
     return from_hex("3020300c06082a864886f70d020205000410") + digest;

@@ -9,12 +9,6 @@
 namespace toolkit {
 namespace {
 
-Bytes operator+(const Bytes &a, const Bytes &b) {
-    Bytes sum(a);
-    sum.insert(sum.end(), b.begin(), b.end());
-    return sum;
-}
-
 Bytes tlv(uint8_t tag, const Bytes &contents) {
     Bytes length;
     for (std::size_t rest = contents.size(); rest != 0; rest >>= 8)

@@ -9,12 +9,6 @@ namespace {
 
 const Bytes message = bytes_of("the message that is signed");
 
-Bytes operator+(const Bytes &a, const Bytes &b) {
-    Bytes sum(a);
-    sum.insert(sum.end(), b.begin(), b.end());
-    return sum;
-}
-
 Bytes md5_of(const Bytes &data) {
     Bytes digest(16);
     md5_ctx context;
