@@ -6,16 +6,7 @@
 namespace {
 
 using qel::Owned;
-
-// The private key of a signer, as the parts of a PrivateKeyInfo (PKCS#8). All are there or none.
-struct SignerKey {
-    const QelAlgId *algorithm;
-    const uint8_t *bytes;
-    uint32_t length;
-
-    bool given() const { return algorithm != nullptr; }
-    bool half_given() const { return given() != (bytes != nullptr) || given() != (length != 0); }
-};
+using qel::SignerKey;
 
 QelStatus make_key_template(QelContext *context, const SignerKey &key,
                             OwnedTemplate *template_out) {
@@ -151,6 +142,12 @@ const QelAlgId *either(const QelAlgId *own, const QelAlgId *given) {
 }
 
 } // namespace
+
+QelStatus qel::sign_digest_info(QelContext *context, const uint8_t *data, uint32_t length,
+                                const SignerKey &key, uint8_t **signature,
+                                uint32_t *signature_length) {
+    return __qel_sign1(context, data, length, key, QEL_RSA_ENCR_AID, signature, signature_length);
+}
 
 QelStatus qel_sign(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
                    const QelAlgId *key_algorithm, const uint8_t *key_bytes, uint32_t key_length,

@@ -26,6 +26,21 @@ QelStatus find_signature_digest(const QelAlgId *algorithm, const QelAlgId **dige
 // QEL_ERR_KEY_TYPE: anything but rsaEncryption.
 QelStatus check_key_algorithm(const QelOid *algorithm);
 
+// The private key of a signer, as the parts of a PrivateKeyInfo (PKCS#8). All are there or none.
+struct SignerKey {
+    const QelAlgId *algorithm;
+    const uint8_t *bytes;
+    uint32_t length;
+
+    bool given() const { return algorithm != nullptr; }
+    bool half_given() const { return given() != (bytes != nullptr) || given() != (length != 0); }
+};
+
+// Signs an encoded DigestInfo (PKCS#1) with a key that is given. The signature follows the rule for
+// output bytes. QEL_ERR_KEY_TYPE, QEL_ERR_BAD_KEY, QEL_ERR_GENERAL, QEL_ERR_SIGN as for qel_sign.
+QelStatus sign_digest_info(QelContext *context, const uint8_t *data, uint32_t length,
+                           const SignerKey &key, uint8_t **signature, uint32_t *signature_length);
+
 // Stores the algorithms of a signature in the context, unless one is under way there. A null
 // algorithm leaves what is stored. QEL_ERR_UNSUPPORTED_ALG.
 QelStatus store_algorithms(QelContext *context, const QelAlgId *signature_algorithm);
