@@ -626,29 +626,114 @@ QelStatus __qel_get_rsa_pubkey_components(const uint8_t *key, uint32_t key_lengt
 
 /* ---- Key packages ---------------------------------------------------------------------------------- */
 
+/*
+ * A key package is a user's credential: the private key (a PrivateKeyInfo, PKCS#8) encrypted with
+ * triple DES in CBC mode under a key derived from a pass phrase, the public key, the owner's name,
+ * and a signature with that private key over the whole. The salt and the iteration count of the
+ * derivation are the parameters of the encryption's algorithm identifier (PBEParameter, PKCS#5);
+ * the identifier itself is not looked at.
+ *
+ * Keys and private keys that come back are secret: the caller zeroes them (explicit_bzero), with
+ * the lengths that came with them, before it frees them.
+ */
+
 /* What a key is derived from. */
 typedef struct PassPhraseKeyInput {
     uint8_t *salt;
-    uint32_t salt_length;
-    char *pass_phrase;
+    uint32_t salt_length; /* an even number */
+    char *pass_phrase;    /* NUL-terminated */
     uint32_t iteration_count;
 } PassPhraseKeyInput;
 
+/*
+ * Derives the triple-DES key of a key package. Two chains start from the halves of the salt, and go
+ * on by D = MD5(D followed by the pass phrase), iteration_count times; the key is the end of the
+ * first chain and the first half of the second's, the vector the rest. Parity is not set, and weak
+ * keys are not looked for.
+ *   input  where both halves of the salt are equal, the bytes of the first are reversed, in this
+ *          record, so that the chains differ.
+ *   key    a new block of 24 bytes, for the caller to zero and free.
+ *   iv     a new block of 8 bytes, likewise.
+ * QEL_ERR_BAD_PARAM: also a salt that is empty or of odd length, an empty pass phrase, and an
+ * iteration count of 0. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_gen_des3_key_from_pwd(QelContext *context, PassPhraseKeyInput *input, uint8_t **key,
                                       uint32_t *key_length, uint8_t **iv, uint32_t *iv_length);
+
+/*
+ * Derives a DES key as PKCS#5 version 1.5 does, and weakens it as the export policy asks: the bytes
+ * 1, 3, 5 and 7 of the key keep only their low four bits.
+ *   algorithm    pbeWithMD2AndDES-CBC or pbeWithMD5AndDES-CBC, with its parameters.
+ *   pass_phrase  NUL-terminated.
+ *   key          a new block of 8 bytes, for the caller to zero and free.
+ *   parameters   new parameters of DES-CBC, the derived vector as an encoded OCTET STRING; the
+ *                caller frees them (__qel_free_ostr).
+ * QEL_ERR_BAD_PARAM: also another algorithm, one without parameters, an iteration count of 0, and a
+ * pass phrase and a salt that are both empty. QEL_ERR_ASN1_DECODE: other parameters than these.
+ * QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_gen_des_key_from_pwd(QelContext *context, const QelAlgId *algorithm,
                                      const char *pass_phrase, uint8_t **key,
                                      QelOctetString **parameters);
+
+/*
+ * Opens a key package with its pass phrase, and proves that the key in it is the package's own: the
+ * package's signature verifies with its public key, and the private key makes the same signature.
+ * Without that proof nothing is handed out.
+ *   package_der      the encoded package, package_length bytes.
+ *   pass_phrase      NUL-terminated.
+ *   package          a new record; the caller frees it (qel_free_keypkg, or __qel_asn1_free where it
+ *                    may have keypkgAttrs).
+ *   private_key_der  the PrivateKeyInfo (PKCS#8), DER, in a new block of *private_key_length bytes,
+ *                    for the caller to zero and free.
+ * A wrong pass phrase is mostly QEL_ERR_DECRYPT, since the padding is wrong; about one in 256 gets
+ * past that, and is QEL_ERR_ASN1_DECODE.
+ * QEL_ERR_BAD_PARAM: also an empty pass phrase, and a salt or an iteration count that
+ * __qel_gen_des3_key_from_pwd refuses. QEL_ERR_ASN1_DECODE: the package, its parameters or the
+ * decrypted key cannot be decoded. QEL_ERR_VERIFY: the signature is not that of the public key, or
+ * not that of the private key. What glhrahhi, qel_verify_keypkg_return_digest and, for a decrypted
+ * key that cannot sign, qel_sign return. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_validate_keypkg_with_pwd(QelContext *context, const uint8_t *package_der,
                                          uint32_t package_length, const char *pass_phrase,
                                          QelKeyPkg **package, uint8_t **private_key_der,
                                          uint32_t *private_key_length);
+
+/*
+ * Proves that a private key is that of an encoded key package, as above.
+ *   key_bytes          key_length bytes: the privateKey of a PrivateKeyInfo, an encoded
+ *                      RSAPrivateKey.
+ *   key_algorithm_der  its algorithm identifier, encoded, key_algorithm_length bytes.
+ * QEL_ERR_ASN1_DECODE: the package or the identifier cannot be decoded. QEL_ERR_VERIFY: the
+ * signature is not that of the public key, or not that of the private key. What
+ * qel_verify_keypkg_return_digest and, for a key that cannot sign, qel_sign return: QEL_ERR_KEY_TYPE
+ * for a key that is not RSA, QEL_ERR_BAD_KEY for one that cannot be read.
+ */
 QelStatus __qel_validate_keypkg_with_privkey(QelContext *context, const uint8_t *package_der,
                                              uint32_t package_length, const uint8_t *key_bytes,
                                              uint32_t key_length, const uint8_t *key_algorithm_der,
                                              uint32_t key_algorithm_length);
+
+/*
+ * Decodes a key package, and verifies its signature with its own public key: it is as its owner
+ * left it, whoever that may be.
+ *   package  a new record; the caller frees it, as above.
+ * QEL_ERR_ASN1_DECODE. What __qel_verify_keypkg returns.
+ */
 QelStatus __qel_verify_keypkg_sig(QelContext *context, const uint8_t *package_der,
                                   uint32_t package_length, QelKeyPkg **package);
+
+/*
+ * Encrypts the private key of a package anew, under another pass phrase with the salt and iteration
+ * count that the package has, and signs the package anew, by md5WithRSAEncryption whatever it was
+ * before. The package takes the new ciphertext, algorithm and signature together: a failure leaves
+ * it as it was.
+ *   private_key_der  the PrivateKeyInfo, as __qel_validate_keypkg_with_pwd gives it. That it
+ *                    belongs to the package is for the caller to know.
+ * QEL_ERR_BAD_PARAM: also an encryption algorithm without parameters. QEL_ERR_ASN1_DECODE: other
+ * parameters, or a private key that cannot be decoded. QEL_ERR_KEYGEN: no key can be derived, as
+ * from an empty pass phrase. QEL_ERR_ENCRYPT. QEL_ERR_SIGN. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_change_pass_phrase(QelContext *context, const char *new_pass_phrase,
                                    const uint8_t *private_key_der, uint32_t private_key_length,
                                    QelKeyPkg *package);

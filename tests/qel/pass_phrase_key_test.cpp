@@ -1,0 +1,363 @@
+#include "qel/signer.h"
+#include "support/ber.h"
+#include "support/fault.h"
+#include "support/stack.h"
+
+#include <algorithm>
+#include <functional>
+#include <gmock/gmock.h>
+#include <random>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+Bytes part(const Bytes &bytes, std::size_t from, std::size_t to) {
+    return {bytes.begin() + static_cast<std::ptrdiff_t>(from),
+            bytes.begin() + static_cast<std::ptrdiff_t>(to)};
+}
+
+// What the library derives, worked out by OpenSSL's MD5.
+Bytes chain(Bytes digest, const Bytes &phrase, uint32_t count) {
+    for (; count != 0; --count)
+        digest = md5(digest + phrase);
+    return digest;
+}
+
+struct Derived {
+    QelStatus status;
+    Bytes salt; // as the call left it
+    Bytes key;
+    Bytes iv;
+};
+
+// The triple-DES key and its vector; nothing is left where the derivation fails.
+Derived derive(QelContext *context, Bytes salt, std::string phrase, uint32_t count) {
+    PassPhraseKeyInput input = {salt.data(), length_of(salt), phrase.data(), count};
+    uint8_t *key = salt.data(), *iv = salt.data();
+    uint32_t key_length = 99, iv_length = 99;
+    const QelStatus status =
+        __qel_gen_des3_key_from_pwd(context, &input, &key, &key_length, &iv, &iv_length);
+    EXPECT_EQ(key != nullptr, status == QEL_OK);
+    EXPECT_EQ(iv != nullptr, status == QEL_OK);
+    Derived derived = {status, salt, Bytes(key, key + key_length), Bytes(iv, iv + iv_length)};
+    free(key);
+    free(iv);
+    return derived;
+}
+
+TEST(PassPhraseKey, TripleDes) {
+    const TestContext context;
+    const struct {
+        const char *why;
+        const char *salt;
+        const char *phrase;
+        uint32_t count;
+        const char *first, *second; // what the chains start from
+    } cases[] = {
+        {"the usual", "0102030405060708", "correct horse", 1000, "01020304", "05060708"},
+        {"one iteration", "0102030405060708", "correct horse", 1, "01020304", "05060708"},
+        {"two iterations", "0102030405060708", "correct horse", 2, "01020304", "05060708"},
+        {"equal halves: the first is reversed", "0102030401020304", "phrase", 3, "04030201",
+         "01020304"},
+        {"halves that are the reverse of each other", "0102030404030201", "phrase", 3, "01020304",
+         "04030201"},
+        {"halves that differ in the last byte", "0102030401020305", "phrase", 3, "01020304",
+         "01020305"},
+        {"equal halves of odd size", "0a0b0c0a0b0c", "phrase", 3, "0c0b0a", "0a0b0c"},
+        {"equal halves that read the same from behind", "010201010201", "phrase", 3, "010201",
+         "010201"},
+        {"two bytes", "0102", "phrase", 3, "01", "02"},
+        {"two equal bytes", "0101", "phrase", 3, "01", "01"},
+        {"bytes above 7 bits", "80ff00fe80ff00ff", "\xe4\xf6\xfc\xff", 3, "80ff00fe", "80ff00ff"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.why);
+        const Bytes phrase = bytes_of(c.phrase);
+        const Bytes expected =
+            chain(from_hex(c.first), phrase, c.count) + chain(from_hex(c.second), phrase, c.count);
+        const Derived derived = derive(context, from_hex(c.salt), c.phrase, c.count);
+        EXPECT_EQ(derived.status, QEL_OK);
+        EXPECT_EQ(to_hex(derived.key), to_hex(part(expected, 0, 24)));
+        EXPECT_EQ(to_hex(derived.iv), to_hex(part(expected, 24, 32)));
+        EXPECT_EQ(to_hex(derived.salt), std::string(c.first) + c.second) << "the caller's salt";
+    }
+}
+
+// A digest, the phrase and the padding fill one block up to 39 characters, two up to 103; what the
+// chain starts from may be of any size.
+TEST(PassPhraseKey, TripleDesOfAnySize) {
+    const TestContext context;
+    std::mt19937 random(1);
+    const auto bytes = [&random](std::size_t size) {
+        Bytes made(size);
+        std::generate(made.begin(), made.end(), [&] { return 1 + random() % 255; });
+        return made;
+    };
+    for (std::size_t length = 1; length < 240; ++length) {
+        const std::size_t half = 1 + random() % 130;
+        const uint32_t count = 1 + random() % 4;
+        const Bytes salt = bytes(2 * half - 1) + Bytes{0};
+        const Bytes phrase = bytes(length);
+        const Derived derived = derive(context, salt, text_of(phrase), count);
+        ASSERT_EQ(derived.status, QEL_OK);
+        EXPECT_EQ(to_hex(derived.key + derived.iv),
+                  to_hex(chain(part(salt, 0, half), phrase, count) +
+                         chain(part(salt, half, 2 * half), phrase, count)))
+            << length << " characters, halves of " << half << ", count " << count;
+    }
+}
+
+TEST(PassPhraseKey, TripleDesRefusals) {
+    const TestContext context;
+    const Bytes salt = from_hex("0102030401020304");
+    struct Arguments {
+        QelContext *context;
+        PassPhraseKeyInput input;
+        bool has_input = true;
+        int missing_output = 0;
+    };
+    const struct {
+        const char *why;
+        std::function<void(Arguments &)> change;
+    } cases[] = {
+        {"no context", [](Arguments &a) { a.context = nullptr; }},
+        {"no input", [](Arguments &a) { a.has_input = false; }},
+        {"no salt", [](Arguments &a) { a.input.salt = nullptr; }},
+        {"an empty salt", [](Arguments &a) { a.input.salt_length = 0; }},
+        {"a salt of one byte", [](Arguments &a) { a.input.salt_length = 1; }},
+        {"a salt of odd length", [](Arguments &a) { a.input.salt_length = 7; }},
+        {"no pass phrase", [](Arguments &a) { a.input.pass_phrase = nullptr; }},
+        {"an empty pass phrase",
+         [](Arguments &a) { a.input.pass_phrase = const_cast<char *>(""); }},
+        {"no iteration: the key would be the salt",
+         [](Arguments &a) { a.input.iteration_count = 0; }},
+        {"no room for the key", [](Arguments &a) { a.missing_output = 1; }},
+        {"no room for its length", [](Arguments &a) { a.missing_output = 2; }},
+        {"no room for the vector", [](Arguments &a) { a.missing_output = 3; }},
+        {"no room for its length", [](Arguments &a) { a.missing_output = 4; }},
+    };
+    char phrase[] = "phrase";
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.why);
+        Bytes given = salt;
+        Arguments a = {context, {given.data(), length_of(given), phrase, 1}};
+        c.change(a);
+        uint8_t *key = given.data(), *iv = given.data();
+        uint32_t key_length = 99, iv_length = 99;
+        EXPECT_EQ(__qel_gen_des3_key_from_pwd(a.context, a.has_input ? &a.input : nullptr,
+                                              a.missing_output != 1 ? &key : nullptr,
+                                              a.missing_output != 2 ? &key_length : nullptr,
+                                              a.missing_output != 3 ? &iv : nullptr,
+                                              a.missing_output != 4 ? &iv_length : nullptr),
+                  QEL_ERR_BAD_PARAM);
+        EXPECT_EQ(given, salt) << "what is refused changes no salt";
+        if (a.missing_output != 0)
+            continue;
+        EXPECT_EQ(key, nullptr);
+        EXPECT_EQ(iv, nullptr);
+        EXPECT_EQ(key_length + iv_length, 0u);
+    }
+}
+
+// ---- PKCS#5 with DES
+
+struct DesKey {
+    QelStatus status;
+    Bytes key;
+    Bytes parameters;
+};
+
+DesKey derive_des(QelContext *context, const QelOid *oid, const Bytes &parameters,
+                  const std::string &phrase) {
+    QelOctetString encoded = {length_of(parameters), const_cast<uint8_t *>(parameters.data())};
+    const QelAlgId algorithm = {const_cast<QelOid *>(oid), parameters.empty() ? nullptr : &encoded};
+    uint8_t *key = encoded.value;
+    QelOctetString *iv = &encoded;
+    DesKey derived = {
+        __qel_gen_des_key_from_pwd(context, &algorithm, phrase.c_str(), &key, &iv), {}, {}};
+    EXPECT_EQ(key != nullptr, derived.status == QEL_OK);
+    EXPECT_EQ(iv != nullptr, derived.status == QEL_OK);
+    if (key != nullptr)
+        derived.key = Bytes(key, key + 8);
+    if (iv != nullptr)
+        derived.parameters = Bytes(iv->value, iv->value + iv->length);
+    free(key);
+    __qel_free_ostr(&iv);
+    return derived;
+}
+
+TEST(PassPhraseKey, Des) {
+    const TestContext context;
+    const struct {
+        const char *why;
+        const char *phrase;
+        const char *salt;
+        uint8_t count;
+    } cases[] = {
+        {"the usual", "password", "0102030405060708", 100},
+        {"one iteration", "password", "0102030405060708", 1},
+        {"no pass phrase but a salt", "", "0102030405060708", 2},
+        {"no salt but a pass phrase", "password", "", 2},
+        {"more than a block", "a pass phrase that nobody would care to type in twice a day",
+         "0102030405060708", 3},
+    };
+    for (const auto &c : cases) {
+        for (const bool with_md2 : {false, true}) {
+            SCOPED_TRACE(std::string(c.why) + (with_md2 ? ", MD2" : ", MD5"));
+            Bytes digest = bytes_of(c.phrase) + from_hex(c.salt);
+            for (int i = 0; i < c.count; ++i)
+                digest = with_md2 ? md2(digest) : md5(digest);
+            Bytes key = part(digest, 0, 8);
+            for (const std::size_t odd : {1, 3, 5, 7})
+                key[odd] %= 16;
+            const DesKey derived = derive_des(
+                context, with_md2 ? QEL_PbeWithMD2AndDES_CBC_OID : QEL_PbeWithMD5AndDES_CBC_OID,
+                tlv(0x30, tlv(0x04, from_hex(c.salt)) + tlv(0x02, Bytes{c.count})), c.phrase);
+            EXPECT_EQ(derived.status, QEL_OK);
+            EXPECT_EQ(to_hex(derived.key), to_hex(key));
+            EXPECT_EQ(to_hex(derived.parameters), "0408" + to_hex(part(digest, 8, 16)));
+        }
+    }
+}
+
+TEST(PassPhraseKey, DesRefusals) {
+    const TestContext context;
+    const Bytes good = from_hex("300d 0408 0102030405060708 020102");
+    const struct {
+        const char *why;
+        const QelOid *oid;
+        Bytes parameters;
+        const char *phrase;
+        QelStatus status;
+    } cases[] = {
+        {"triple DES", QEL_PbeWithMD5AndDES3_CBC_OID, good, "phrase", QEL_ERR_BAD_PARAM},
+        {"no identifier", nullptr, good, "phrase", QEL_ERR_BAD_PARAM},
+        {"no parameters", QEL_PbeWithMD5AndDES_CBC_OID, {}, "phrase", QEL_ERR_BAD_PARAM},
+        {"parameters of another algorithm", QEL_PbeWithMD5AndDES_CBC_OID, from_hex("0500"),
+         "phrase", QEL_ERR_ASN1_DECODE},
+        {"a negative count", QEL_PbeWithMD5AndDES_CBC_OID, from_hex("3006 0401 01 0201ff"),
+         "phrase", QEL_ERR_ASN1_DECODE},
+        {"no iteration: the key would be the phrase", QEL_PbeWithMD5AndDES_CBC_OID,
+         from_hex("3006 0401 01 020100"), "phrase", QEL_ERR_BAD_PARAM},
+        {"nothing to digest", QEL_PbeWithMD5AndDES_CBC_OID, from_hex("3005 0400 020101"), "",
+         QEL_ERR_BAD_PARAM},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(derive_des(context, c.oid, c.parameters, c.phrase).status, c.status) << c.why;
+
+    QelOctetString encoded = {length_of(good), const_cast<uint8_t *>(good.data())};
+    const QelAlgId algorithm = {const_cast<QelOid *>(QEL_PbeWithMD5AndDES_CBC_OID), &encoded};
+    uint8_t *key = nullptr;
+    QelOctetString *iv = nullptr;
+    EXPECT_EQ(__qel_gen_des_key_from_pwd(nullptr, &algorithm, "p", &key, &iv), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_gen_des_key_from_pwd(context, nullptr, "p", &key, &iv), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_gen_des_key_from_pwd(context, &algorithm, nullptr, &key, &iv),
+              QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_gen_des_key_from_pwd(context, &algorithm, "p", nullptr, &iv),
+              QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_gen_des_key_from_pwd(context, &algorithm, "p", &key, nullptr),
+              QEL_ERR_BAD_PARAM);
+}
+
+// ---- Both
+
+TEST(PassPhraseKey, EachAllocation) {
+    const TestContext context;
+    fault::each_allocation([&] {
+        const QelStatus status = derive(context, from_hex("01020304"), "phrase", 2).status;
+        EXPECT_EQ(status, fault::met() ? QEL_ERR_NO_MEMORY : QEL_OK);
+    });
+}
+
+Bytes watched;
+bool found;
+
+void look_into(const unsigned char *block, std::size_t size) {
+    found |= std::search(block, block + size, watched.begin(), watched.end()) != block + size;
+}
+
+// The key is made before the last allocation, so that one of the failures gives it up.
+TEST(PassPhraseKey, EachAllocationOfDesAndNoKeyFreedUnzeroed) {
+    const TestContext context;
+    const Bytes parameters = from_hex("3006 0401 01 020101");
+    const auto derive_it = [&] {
+        return derive_des(context, QEL_PbeWithMD5AndDES_CBC_OID, parameters, "phrase");
+    };
+    watched = derive_it().key;
+    fault::each_allocation([&] {
+        found = false;
+        fault::watch_free(look_into);
+        const QelStatus status = derive_it().status;
+        fault::watch_free(nullptr);
+        if (!fault::met()) {
+            EXPECT_EQ(status, QEL_OK);
+            EXPECT_TRUE(found) << "what this test itself frees";
+            return;
+        }
+        EXPECT_TRUE(status == QEL_ERR_NO_MEMORY || status == QEL_ERR_ASN1_DECODE) << status;
+        EXPECT_FALSE(found);
+    });
+}
+
+// The words of everything that a chain goes through: the phrase, as it stands in the block, and all
+// digests, before and after the last addition of MD5.
+std::vector<uint32_t> words_of_chain(Bytes digest, const Bytes &phrase, uint32_t count) {
+    constexpr uint32_t start[] = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
+    std::vector<uint32_t> words;
+    const auto word = [](const Bytes &bytes, std::size_t at) {
+        uint32_t value;
+        std::memcpy(&value, bytes.data() + at, sizeof value);
+        return value;
+    };
+    for (std::size_t at = 0; at + 4 <= phrase.size(); ++at)
+        words.push_back(word(phrase, at));
+    for (; count != 0; --count) {
+        digest = md5(digest + phrase);
+        for (std::size_t i = 0; i < 4; ++i) {
+            words.push_back(word(digest, 4 * i));
+            words.push_back(word(digest, 4 * i) - start[i]);
+        }
+    }
+    return words;
+}
+
+TEST(PassPhraseKey, NothingStaysOnTheStack) {
+    const TestContext context;
+    const Bytes salt = from_hex("1122334455667788");
+    for (const std::string text : {"correct horse battery staple",
+                                   "a pass phrase that nobody would care to type in twice a day"}) {
+        const Bytes phrase = bytes_of(text);
+        PassPhraseKeyInput input = {const_cast<uint8_t *>(salt.data()), length_of(salt),
+                                    const_cast<char *>(text.c_str()), 3};
+        uint8_t *key = nullptr, *iv = nullptr;
+        uint32_t length = 0;
+        Bytes stack = stack_after(
+            [&] { __qel_gen_des3_key_from_pwd(context, &input, &key, &length, &iv, &length); });
+        ASSERT_NE(key, nullptr);
+        free(key);
+        free(iv);
+        EXPECT_THAT(words_in(stack, words_of_chain(part(salt, 0, 4), phrase, 3)), IsEmpty());
+        EXPECT_THAT(words_in(stack, words_of_chain(part(salt, 4, 8), phrase, 3)), IsEmpty());
+
+        const Bytes parameters = tlv(0x30, tlv(0x04, salt) + tlv(0x02, Bytes{3}));
+        stack = stack_after(
+            [&] { derive_des(context, QEL_PbeWithMD5AndDES_CBC_OID, parameters, text); });
+        EXPECT_THAT(words_in(stack, words_of_chain(phrase + salt, {}, 3)), IsEmpty());
+    }
+}
+
+TEST(PassPhraseKey, TheStackIsSeen) {
+    const Bytes secret = from_hex("00112233445566778899aabbccddeeff");
+    uint32_t word;
+    std::memcpy(&word, secret.data() + 8, sizeof word);
+    const Bytes stack = stack_after([&] {
+        uint8_t copy[4096]; // deep enough for what runs afterwards
+        std::memcpy(copy, secret.data(), secret.size());
+        asm volatile("" : : "r"(copy) : "memory");
+    });
+    EXPECT_THAT(words_in(stack, {word}), ElementsAre(word));
+}
+
+} // namespace
