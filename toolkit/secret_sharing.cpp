@@ -1,12 +1,13 @@
 #include "info.h"
 
-#include <algorithm>
 #include <cstring>
+#include <span>
 
 namespace toolkit {
 namespace {
 
 constexpr uint32_t max_shares = 255; // the elements of the field but 0, where the secret lies
+constexpr uint32_t max_secret_size = 16384;
 
 // The field of 256 elements, x^8 + x^4 + x^3 + x + 1; time does not depend on the elements.
 
@@ -28,49 +29,41 @@ uint8_t invert(uint8_t a) { // a to the power of 254
     return result;
 }
 
-// What the updates brought.
+// What the updates brought; the bytes lie behind it.
 
 struct Gathered {
-    uint8_t *bytes;
-    uint32_t size, capacity;
+    uint32_t size, share_size;
 };
 
 Gathered *gathered_of(AlgorithmObject *object) {
     return static_cast<Gathered *>(object->state);
 }
 
-void release(void *state) {
-    auto *gathered = static_cast<Gathered *>(state);
-    const SecretBytes owner(gathered->bytes, ZeroAndFree{gathered->capacity});
+uint8_t *bytes_of(Gathered *gathered) {
+    return reinterpret_cast<uint8_t *>(gathered + 1);
 }
 
 void restart(Gathered *gathered) {
-    if (gathered->size != 0)
-        explicit_bzero(gathered->bytes, gathered->size);
-    gathered->size = 0;
+    explicit_bzero(bytes_of(gathered), gathered->size);
+    *gathered = {};
 }
 
-int grow(Gathered *gathered, uint32_t more) {
-    const uint64_t needed = uint64_t{gathered->size} + more;
-    if (needed > UINT32_MAX)
-        return BE_INPUT_LEN;
-    if (needed <= gathered->capacity)
-        return BE_OK;
-    const auto capacity = static_cast<uint32_t>(std::min<uint64_t>(
-        std::max<uint64_t>(needed, uint64_t{gathered->capacity} * 2), UINT32_MAX));
-    SecretBytes larger = allocate_secret(capacity);
-    if (larger == nullptr)
-        return BE_ALLOC;
-    if (gathered->size != 0)
-        std::memcpy(larger.get(), gathered->bytes, gathered->size);
-    release(gathered);
-    gathered->bytes = larger.release();
-    gathered->capacity = capacity;
-    return BE_OK;
+int new_gathered(AlgorithmObject *object, std::size_t capacity) {
+    return new_state(object, sizeof(Gathered) + capacity, nullptr) != nullptr ? BE_OK : BE_ALLOC;
+}
+
+void append(Gathered *gathered, Input input) {
+    if (input.size != 0)
+        std::memcpy(bytes_of(gathered) + gathered->size, input.data, input.size);
+    gathered->size += input.size;
 }
 
 int init_sharing(AlgorithmObject *object, const Start &) {
-    return new_state(object, sizeof(Gathered), release) != nullptr ? BE_OK : BE_ALLOC;
+    return new_gathered(object, max_secret_size);
+}
+
+int init_joining(AlgorithmObject *object, const Start &) {
+    return new_gathered(object, (std::size_t{max_secret_size} + 1) * object->parameters.threshold);
 }
 
 // Shares.
@@ -83,34 +76,34 @@ uint8_t evaluate(uint8_t secret, const uint8_t *coefficients, uint32_t count, ui
     return value ^ secret;
 }
 
-int make_shares(const Gathered &secret, const Parameters &parameters, uint8_t *out,
+int make_shares(std::span<const uint8_t> secret, const Parameters &parameters, uint8_t *out,
                 const RandomSource &random) {
-    const std::size_t share_size = std::size_t{secret.size} + 1;
+    const std::size_t share_size = secret.size() + 1;
     const uint32_t degree = parameters.threshold - 1;
     SecretArray<max_shares> coefficients;
     for (uint32_t share = 0; share < parameters.shares; ++share)
         out[share * share_size] = static_cast<uint8_t>(share + 1);
-    for (uint32_t i = 0; i < secret.size; ++i) {
+    for (std::size_t i = 0; i < secret.size(); ++i) {
         if (!random.fill(random.state, coefficients.bytes, degree))
             return BE_RANDOM_OBJ;
         for (uint32_t share = 0; share < parameters.shares; ++share)
-            out[share * share_size + 1 + i] = evaluate(secret.bytes[i], coefficients.bytes, degree,
-                                                       static_cast<uint8_t>(share + 1));
+            out[share * share_size + 1 + i] =
+                evaluate(secret[i], coefficients.bytes, degree, static_cast<uint8_t>(share + 1));
     }
     return BE_OK;
 }
 
 // What each share counts for at 0 (Lagrange). BE_DATA: a share number of 0, or one that comes
 // twice.
-int weigh_shares(uint8_t *weights, const Gathered &shares, uint32_t threshold) {
-    const std::size_t share_size = shares.size / threshold;
+int weigh_shares(uint8_t *weights, const uint8_t *shares, std::size_t share_size,
+                 uint32_t threshold) {
     for (uint32_t i = 0; i < threshold; ++i) {
-        const uint8_t x = shares.bytes[i * share_size];
+        const uint8_t x = shares[i * share_size];
         if (x == 0)
             return BE_DATA;
         weights[i] = 1;
         for (uint32_t j = 0; j < threshold; ++j) {
-            const uint8_t other = shares.bytes[j * share_size];
+            const uint8_t other = shares[j * share_size];
             if (j == i)
                 continue;
             if (other == x)
@@ -122,27 +115,39 @@ int weigh_shares(uint8_t *weights, const Gathered &shares, uint32_t threshold) {
     return BE_OK;
 }
 
-int join_shares(uint8_t *out, const Gathered &shares, uint32_t threshold) {
+int join_shares(uint8_t *out, const uint8_t *shares, std::size_t share_size, uint32_t threshold) {
     uint8_t weights[max_shares];
-    if (const int error = weigh_shares(weights, shares, threshold); error != BE_OK)
+    if (const int error = weigh_shares(weights, shares, share_size, threshold); error != BE_OK)
         return error;
-    const std::size_t share_size = shares.size / threshold;
     for (std::size_t i = 1; i < share_size; ++i) {
         uint8_t byte = 0;
         for (uint32_t share = 0; share < threshold; ++share)
-            byte ^= multiply(shares.bytes[share * share_size + i], weights[share]);
+            byte ^= multiply(shares[share * share_size + i], weights[share]);
         out[i - 1] = byte;
     }
     return BE_OK;
 }
 
 int update_sharing(AlgorithmObject *object, Input input, Output *) {
-    Gathered *gathered = gathered_of(object);
-    if (const int error = grow(gathered, input.size); error != BE_OK)
-        return error;
-    if (input.size != 0)
-        std::memcpy(gathered->bytes + gathered->size, input.data, input.size);
-    gathered->size += input.size;
+    Gathered *secret = gathered_of(object);
+    if (input.size > max_secret_size - secret->size)
+        return BE_INPUT_LEN;
+    append(secret, input);
+    return BE_OK;
+}
+
+// Each input is one share, so that shares too many and shares of two lengths are told apart.
+int update_joining(AlgorithmObject *object, Input input, Output *) {
+    Gathered *shares = gathered_of(object);
+    if (input.size == 0)
+        return BE_OK;
+    const bool first = shares->size == 0;
+    if (input.size < 2 || input.size > max_secret_size + 1 ||
+        (!first && input.size != shares->share_size) ||
+        shares->size == input.size * object->parameters.threshold)
+        return BE_INPUT_LEN;
+    shares->share_size = input.size;
+    append(shares, input);
     return BE_OK;
 }
 
@@ -154,11 +159,12 @@ int finish_sharing(AlgorithmObject *object, Output *output, AlgorithmObject *ran
     RandomSource source;
     if (const int error = random_source(&source, random); error != BE_OK)
         return error;
-    const uint64_t size = (uint64_t{secret->size} + 1) * parameters.shares;
+    const uint32_t size = (secret->size + 1) * parameters.shares;
     if (size > output->capacity)
         return BE_OUTPUT_LEN;
-    const int error = make_shares(*secret, parameters, output->data, source);
-    output->size = static_cast<uint32_t>(size);
+    const int error =
+        make_shares({bytes_of(secret), secret->size}, parameters, output->data, source);
+    output->size = size;
     restart(secret);
     return error;
 }
@@ -166,14 +172,14 @@ int finish_sharing(AlgorithmObject *object, Output *output, AlgorithmObject *ran
 int finish_joining(AlgorithmObject *object, Output *output, AlgorithmObject *) {
     Gathered *shares = gathered_of(object);
     const uint32_t threshold = object->parameters.threshold;
-    if (shares->size % threshold != 0 || shares->size / threshold < 2) {
+    if (shares->size == 0 || shares->size != shares->share_size * threshold) {
         restart(shares);
         return BE_INPUT_LEN;
     }
-    const uint32_t size = shares->size / threshold - 1;
+    const uint32_t size = shares->share_size - 1;
     if (size > output->capacity)
         return BE_OUTPUT_LEN;
-    const int error = join_shares(output->data, *shares, threshold);
+    const int error = join_shares(output->data, bytes_of(shares), shares->share_size, threshold);
     output->size = size;
     restart(shares);
     return error;
@@ -200,7 +206,7 @@ int get_sharing(POINTER *info, AlgorithmObject *object, B_INFO_TYPE type) {
 
 constexpr Operation operations[] = {
     {.use = Use::encrypt, .init = init_sharing, .update = update_sharing, .final = finish_sharing},
-    {.use = Use::decrypt, .init = init_sharing, .update = update_sharing, .final = finish_joining},
+    {.use = Use::decrypt, .init = init_joining, .update = update_joining, .final = finish_joining},
 };
 constexpr Algorithm sharing = {.operations = operations};
 constexpr AlgorithmInfoType info_sharing = {&sharing, set_sharing, get_sharing};

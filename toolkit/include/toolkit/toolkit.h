@@ -381,9 +381,11 @@ struct A_SECRET_SHARING_PARAMS {
 //
 // Secret sharing is Shamir's (CACM 22, 1979) over the field of 256 elements with the polynomial
 // x^8 + x^4 + x^3 + x + 1, one polynomial for each byte of the secret. A share is its number (1 to
-// 255) and then one byte for each of the secret. Encryption takes the secret in its updates and
-// writes all shares, one behind the other, at Final; decryption takes threshold shares, in any
-// order, and writes the secret at Final. Shares carry no check: wrong ones give a wrong secret.
+// 255) and then one byte for each of the secret. Encryption takes the secret, up to 16384 bytes, in
+// its updates and writes all shares, one behind the other, at Final; decryption takes threshold
+// shares, in any order, one in each update, and writes the secret at Final. BE_INPUT_LEN: a longer
+// secret, or none; a share too many (the update), or too few (Final); shares of different lengths.
+// Shares carry no check: wrong ones give a wrong secret.
 extern const B_INFO_TYPE AI_DES_CBC_IV8, AI_DES_CBCPadIV8, AI_DES_CBCPadBER, AI_DES_CBCPadPEM,
     AI_DES_EDE3_CBC_IV8, AI_DES_EDE3_CBCPadIV8, AI_DES_EDE3_CBCPadBER, AI_DESX_CBC_IV8,
     AI_DESX_CBCPadIV8, AI_DESX_CBCPadBER, AI_RC2_CBC, AI_RC2_CBCPad, AI_RC2_CBCPadBER,
