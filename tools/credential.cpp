@@ -58,17 +58,16 @@ bool decodes(QelContext *context, const Item &item, int pdu) {
 // Whether the validity of a certificate holds a GeneralizedTime, which dates from 2050 on take and
 // X.509 of the library's time does not have.
 bool has_generalized_time(std::span<const uint8_t> bytes) {
-    Element element, part;
-    if (!take_element(bytes, element) || !take_element(element.contents, element))
+    Element certificate, info, part, time;
+    if (!take_element(bytes, certificate) || !take_element(certificate.contents, info))
         return false;
     // The version, which may be left out, serial number, algorithm and issuer; then the validity.
-    std::span<const uint8_t> rest = element.contents;
-    const unsigned before = !rest.empty() && rest[0] == 0xa0 ? 4 : 3;
+    const unsigned before = !info.contents.empty() && info.contents[0] == 0xa0 ? 4 : 3;
     for (unsigned i = 0; i <= before; ++i)
-        if (!take_element(rest, element))
+        if (!take_element(info.contents, part))
             return false;
-    for (unsigned left = 2; left != 0 && take_element(element.contents, part); --left)
-        if (part.tag == 0x18)
+    while (take_element(part.contents, time))
+        if (time.tag == 0x18)
             return true;
     return false;
 }

@@ -266,7 +266,7 @@ TEST(Failures, TellWhatFileWhyAndTheNextStep) {
         {"bytes behind the value", {"cert", "show", folder.path("followed.der")}, "3 bytes follow"},
         {"times from 2050 on",
          {"cert", "verify", vector_path("certs/md5/wrong-sigalg-2015.der")},
-         "GeneralizedTime"},
+         "its validity is in GeneralizedTime"},
         {"armour around armour", {"armor", vector_path("armour/01.pem")}, "armoured text already"},
         {"no armour", {"dearmor", vector_path("certs/md5/root-agency-96.der")}, "no BEGIN line"},
         {"another type", {"asn1", "KeyPkg", vector_path("armour/01.pem")}, "QEL_ERR_ASN1_DECODE"},
