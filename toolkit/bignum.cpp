@@ -370,13 +370,13 @@ Limb inverse(Limb *out, const Limb *a, const Limb *m, std::size_t count, std::si
     // Enough for all numbers of this length when delta starts at 1/2.
     const std::size_t steps = (uint64_t{45907} * bits + 26313) / 19929;
     SignedLimb delta = 1;
-    Steps round = {};
+    SecretRecord<Steps> round;
     for (std::size_t done = 0; done < steps; done += digit_bits) {
-        delta = division_steps(delta, f[0] | f[1] << digit_bits, g[0] | g[1] << digit_bits, &round);
-        update_f_g(f, g, digits, round);
-        update_d_e(d, e, modulus, digits, m_inverse, round);
+        delta = division_steps(delta, f[0] | f[1] << digit_bits, g[0] | g[1] << digit_bits,
+                               &round.record);
+        update_f_g(f, g, digits, round.record);
+        update_d_e(d, e, modulus, digits, m_inverse, round.record);
     }
-    explicit_bzero(&round, sizeof round);
     // f is now the greatest common divisor or its negative, and d the inverse times f.
     const Limb negative = sign_mask(f, digits);
     negate_digits_if(f, digits, negative);

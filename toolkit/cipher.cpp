@@ -33,8 +33,9 @@ std::size_t padded_schedule_size(const CipherMethod &method) {
            ~(alignof(std::max_align_t) - 1);
 }
 
-void crypt(Cipher *cipher, const uint8_t *in, uint8_t *out, std::size_t blocks) {
-    cipher->method->crypt(schedule_of(cipher), cipher->iv, in, out, blocks);
+void crypt(Cipher *cipher, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
+    cipher->method->crypt(schedule_of(cipher), iv, in, out, blocks);
+    wipe_stack();
 }
 
 void restart(Cipher *cipher) {
@@ -64,16 +65,16 @@ void run(Cipher *cipher, Input input, Output *output, uint32_t size) {
 
     uint8_t *out = output->data;
     if (held == 0 && (out == input.data || !overlap(out, size, input.data, size))) {
-        crypt(cipher, input.data, out, size / block);
+        crypt(cipher, cipher->iv, input.data, out, size / block);
     } else if (overlap(out, size, input.data, taken)) {
         std::memmove(out + held, input.data, taken);
         std::memcpy(out, cipher->held, held);
-        crypt(cipher, out, out, size / block);
+        crypt(cipher, cipher->iv, out, out, size / block);
     } else {
         const uint32_t fill = block - held;
         std::memcpy(cipher->held + held, input.data, fill);
-        crypt(cipher, cipher->held, out, 1);
-        crypt(cipher, input.data + fill, out + block, size / block - 1);
+        crypt(cipher, cipher->iv, cipher->held, out, 1);
+        crypt(cipher, cipher->iv, input.data + fill, out + block, size / block - 1);
     }
     std::memcpy(cipher->held, rest.bytes, rest_size);
     cipher->held_size = rest_size;
@@ -169,7 +170,7 @@ int finish_padded_encryption(AlgorithmObject *object, Output *output, AlgorithmO
         return BE_OUTPUT_LEN;
     const uint32_t padding = cbc_block - cipher->held_size;
     std::memset(cipher->held + cipher->held_size, static_cast<int>(padding), padding);
-    crypt(cipher, cipher->held, output->data, 1);
+    crypt(cipher, cipher->iv, cipher->held, output->data, 1);
     output->size = cbc_block;
     restart(cipher);
     return BE_OK;
@@ -184,7 +185,7 @@ int finish_padded_decryption(AlgorithmObject *object, Output *output, AlgorithmO
     SecretArray<cbc_block> plain;
     uint8_t iv[cbc_block]; // the object keeps its own, in case the output has no room
     std::memcpy(iv, cipher->iv, sizeof iv);
-    cipher->method->crypt(schedule_of(cipher), iv, cipher->held, plain.bytes, 1);
+    crypt(cipher, iv, cipher->held, plain.bytes, 1);
     const uint32_t padding = padding_size(plain.bytes);
     if (padding == 0) {
         restart(cipher);

@@ -158,7 +158,8 @@ bool new_tester(Tester *tester, std::size_t bits) {
 int miller_rabin(const Tester &tester, const Limb *candidate, std::size_t bits, unsigned rounds,
                  const RandomSource &random) {
     const std::size_t size = tester.size, limbs = bn::limbs_for_bits(bits);
-    Modulus m;
+    SecretRecord<Modulus> modulus; // it tells the candidate's low limb
+    Modulus &m = modulus.record;
     bn::set_small(tester.m, size, 0);
     bn::copy(tester.m, candidate, limbs);
     modulus_init(&m, best_arithmetic(), tester.m, size, bits, tester.r_squared, tester.work);
