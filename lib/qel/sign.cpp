@@ -1,43 +1,22 @@
 #include "signature.h"
 
-#include <cryptoki/session.h>
-#include <cryptoki/template.h>
-
 namespace {
 
 using qel::Owned;
 using qel::SignerKey;
 
-QelStatus make_key_template(QelContext *context, const SignerKey &key,
-                            OwnedTemplate *template_out) {
-    QelPrivateKeyInfo info = {};
-    info.privateKeyAlgorithm = const_cast<QelAlgId *>(key.algorithm);
-    info.privateKey = {key.length, const_cast<uint8_t *>(key.bytes)};
-    uint8_t *encoding = nullptr;
-    uint32_t length = 0;
-    if (__qel_asn1_encode(context, &info, QEL_PDU_PrivateKeyInfo, &encoding, &length) != QEL_OK)
-        return QEL_ERR_BAD_KEY;
-    const qel::SecretBytes owned(encoding, qel::ZeroAndFree{length});
-    CK_ATTRIBUTE *attributes = nullptr;
-    uint32_t count = 0;
-    if (privateKeyInfoBer_2_template(encoding, length, &attributes, &count) != CKR_OK)
-        return QEL_ERR_BAD_KEY;
-    *template_out = own_template(attributes, count);
-    return QEL_OK;
-}
-
 QelStatus sign_in_token(OwnedTemplate key, const uint8_t *data, uint32_t length, uint8_t *signature,
                         uint32_t *signature_length) {
-    CK_SESSION_HANDLE session = nullptr;
-    if (C_OpenSession(0, 0, nullptr, nullNotify, &session) != CKR_OK)
-        return QEL_ERR_GENERAL;
-    const OwnedSession owned(session);
+    OwnedSession session;
+    const QelStatus status = qel::open_session(&session);
+    if (status != QEL_OK)
+        return status;
     OwnedObject object;
-    if (make_object(session, std::move(key), &object) != CKR_OK)
+    if (make_object(session.get(), std::move(key), &object) != CKR_OK)
         return QEL_ERR_GENERAL;
     const CK_MECHANISM mechanism = {CKM_RSA_PKCS, nullptr, 0};
-    if (C_SignInit(session, &mechanism, object.get()) != CKR_OK ||
-        C_Sign(session, data, length, signature, signature_length) != CKR_OK)
+    if (C_SignInit(session.get(), &mechanism, object.get()) != CKR_OK ||
+        C_Sign(session.get(), data, length, signature, signature_length) != CKR_OK)
         return QEL_ERR_SIGN;
     return QEL_OK;
 }
@@ -49,23 +28,22 @@ QelStatus __qel_sign1(QelContext *context, const uint8_t *data, uint32_t length,
     if (status != QEL_OK)
         return status;
     OwnedTemplate attributes;
-    status = make_key_template(context, key, &attributes);
+    status = qel::make_template(context, key, &attributes);
     if (status != QEL_OK)
         return status;
-    toolkit::ITEM modulus = {};
-    if (get_item_from_template(attributes.get(),
-                               static_cast<uint32_t>(attributes.get_deleter().count), CKA_MODULUS,
-                               &modulus) != CKR_OK)
-        return QEL_ERR_BAD_KEY;
+    uint32_t modulus_length = 0;
+    status = qel::get_modulus_length(attributes, &modulus_length);
+    if (status != QEL_OK)
+        return status;
     if (signature_algorithm != QEL_RSA_ENCR_AID)
         return QEL_ERR_UNSUPPORTED_ALG;
 
     Owned<uint8_t> allocated;
     if (*signature != nullptr) {
-        if (*signature_length < modulus.len)
+        if (*signature_length < modulus_length)
             return QEL_ERR_BUFFER_SIZE;
     } else {
-        allocated.reset(qel::allocate_bytes(modulus.len));
+        allocated.reset(qel::allocate_bytes(modulus_length));
         if (allocated == nullptr)
             return QEL_ERR_NO_MEMORY;
     }

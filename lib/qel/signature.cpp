@@ -49,14 +49,6 @@ QelStatus find_signature_digest(const QelAlgId *algorithm, const QelAlgId **dige
     return find_row(signatures, algorithm, digest_out);
 }
 
-QelStatus check_key_algorithm(const QelOid *algorithm) {
-    int difference = 0;
-    const QelStatus status = __qel_cmp_oid(algorithm, QEL_RSA_ENCR_OID, &difference);
-    if (status != QEL_OK)
-        return status;
-    return difference == 0 ? QEL_OK : QEL_ERR_KEY_TYPE;
-}
-
 QelStatus store_algorithms(QelContext *context, const QelAlgId *signature_algorithm) {
     if (signature_algorithm == nullptr || is_under_way(context))
         return QEL_OK;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "token_key.h"
 #include <lib/context.h>
 #include <lib/memory.h>
 #include <qel/qelp.h>
@@ -23,18 +24,7 @@ struct AlgorithmPair {
 // other.
 QelStatus find_digest(const QelAlgId *algorithm, const QelAlgId **digest_out);
 QelStatus find_signature_digest(const QelAlgId *algorithm, const QelAlgId **digest_out);
-// QEL_ERR_KEY_TYPE: anything but rsaEncryption.
-QelStatus check_key_algorithm(const QelOid *algorithm);
-
-// The private key of a signer, as the parts of a PrivateKeyInfo (PKCS#8). All are there or none.
-struct SignerKey {
-    const QelAlgId *algorithm;
-    const uint8_t *bytes;
-    uint32_t length;
-
-    bool given() const { return algorithm != nullptr; }
-    bool half_given() const { return given() != (bytes != nullptr) || given() != (length != 0); }
-};
+using SignerKey = PrivateKey;
 
 // Signs an encoded DigestInfo (PKCS#1) with a key that is given. The signature follows the rule for
 // output bytes. QEL_ERR_KEY_TYPE, QEL_ERR_BAD_KEY, QEL_ERR_GENERAL, QEL_ERR_SIGN as for qel_sign.

@@ -1,59 +1,33 @@
 #include "signature.h"
 
-#include <cryptoki/session.h>
-#include <cryptoki/template.h>
-
 namespace {
 
 using qel::Owned;
-
-// The public key of a signer, as the parts of a SubjectPublicKeyInfo (X.509).
-struct VerifierKey {
-    const QelOid *algorithm;
-    const QelOctetString *parameters;
-    const QelBitString *bits;
-};
-
-QelStatus make_key_template(QelContext *context, const VerifierKey &key,
-                            OwnedTemplate *template_out) {
-    QelAlgId algorithm = {const_cast<QelOid *>(key.algorithm),
-                          const_cast<QelOctetString *>(key.parameters)};
-    const QelKeyInfo info = {&algorithm, *key.bits};
-    Owned<uint8_t> encoding;
-    uint32_t length = 0;
-    if (qel::encode(context, &info, QEL_PDU_SubjectPublicKeyInfo, &encoding, &length) != QEL_OK)
-        return QEL_ERR_BAD_KEY;
-    CK_ATTRIBUTE *attributes = nullptr;
-    uint32_t count = 0;
-    if (subjectPublicKeyInfoBer_2_template(encoding.get(), length, &attributes, &count) != CKR_OK)
-        return QEL_ERR_BAD_KEY;
-    *template_out = own_template(attributes, count);
-    return QEL_OK;
-}
+using qel::PublicKey;
 
 QelStatus verify_in_token(OwnedTemplate key, const uint8_t *digest, const uint8_t *signature,
                           uint32_t signature_length) {
-    CK_SESSION_HANDLE session = nullptr;
-    if (C_OpenSession(0, 0, nullptr, nullNotify, &session) != CKR_OK)
-        return QEL_ERR_GENERAL;
-    const OwnedSession owned(session);
+    OwnedSession session;
+    const QelStatus status = qel::open_session(&session);
+    if (status != QEL_OK)
+        return status;
     OwnedObject object;
-    if (make_object(session, std::move(key), &object) != CKR_OK)
+    if (make_object(session.get(), std::move(key), &object) != CKR_OK)
         return QEL_ERR_GENERAL;
     const CK_MECHANISM mechanism = {CKM_RSA_PKCS, nullptr, 0};
-    if (C_VerifyInit(session, &mechanism, object.get()) != CKR_OK ||
-        C_Verify(session, digest, qel::digest_size, signature, signature_length) != CKR_OK)
+    if (C_VerifyInit(session.get(), &mechanism, object.get()) != CKR_OK ||
+        C_Verify(session.get(), digest, qel::digest_size, signature, signature_length) != CKR_OK)
         return QEL_ERR_VERIFY;
     return QEL_OK;
 }
 
-QelStatus verify_digest(QelContext *context, const uint8_t *digest, const VerifierKey &key,
+QelStatus verify_digest(QelContext *context, const uint8_t *digest, const PublicKey &key,
                         const uint8_t *signature, uint32_t signature_length) {
     QelStatus status = qel::check_key_algorithm(key.algorithm);
     if (status != QEL_OK)
         return status;
     OwnedTemplate attributes;
-    status = make_key_template(context, key, &attributes);
+    status = qel::make_template(context, key, &attributes);
     if (status != QEL_OK)
         return status;
     if (context->signature_algorithm != QEL_RSA_ENCR_AID)
@@ -62,7 +36,7 @@ QelStatus verify_digest(QelContext *context, const uint8_t *digest, const Verifi
 }
 
 QelStatus verify_part(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
-                      const VerifierKey &key, const uint8_t *signature, uint32_t signature_length) {
+                      const PublicKey &key, const uint8_t *signature, uint32_t signature_length) {
     uint8_t digest[qel::digest_size];
     const QelStatus status = qel::digest_part(context, data, length, mode, digest);
     if (status != QEL_OK || mode == QEL_MODE_UPDATE)
@@ -138,7 +112,7 @@ QelStatus qel_verify(QelContext *context, const uint8_t *data, uint32_t length, 
     QelStatus status = check_signature_algorithm(signature_algorithm);
     if (status == QEL_OK)
         status = qel::store_algorithms(context, signature_algorithm);
-    const VerifierKey key = {key_algorithm, key_parameters, key_bits};
+    const PublicKey key = {key_algorithm, key_parameters, key_bits};
     if (status == QEL_OK)
         status = verify_part(context, data, length, mode, key, signature, signature_length);
     if (mode != QEL_MODE_UPDATE || status != QEL_OK)
