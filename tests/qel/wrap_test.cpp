@@ -1,0 +1,346 @@
+#include "qel/signer.h"
+#include "support/ber.h"
+#include "support/fault.h"
+
+#include <openssl/bn.h>
+
+#include <functional>
+#include <set>
+
+namespace {
+
+Bytes counted(std::size_t size) {
+    Bytes bytes(size);
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<uint8_t>(i + 1);
+    return bytes;
+}
+
+// block ^ e mod n: any block under the public key.
+Bytes raw_public(const RsaKey &key, const Bytes &block) {
+    const auto load = [](const Bytes &b) {
+        return BN_bin2bn(b.data(), static_cast<int>(b.size()), nullptr);
+    };
+    BIGNUM *n = load(key.modulus()), *e = load(key.public_exponent()), *m = load(block);
+    BN_CTX *context = BN_CTX_new();
+    Bytes result(key.size());
+    EXPECT_EQ(BN_mod_exp(m, m, e, n, context), 1);
+    EXPECT_EQ(BN_bn2binpad(m, result.data(), static_cast<int>(result.size())), key.size());
+    BN_CTX_free(context);
+    for (BIGNUM *number : {n, e, m})
+        BN_free(number);
+    return result;
+}
+
+// An RSAPrivateKey with a modulus of so many bytes, that is none.
+Bytes hollow_key(std::size_t modulus_size) {
+    Bytes modulus(modulus_size + 1, 0xff);
+    modulus[0] = 0;
+    return tlv(0x30, ber("020100") + tlv(0x02, modulus) + repeated("020103", 7));
+}
+
+// Wrapping and unwrapping with the halves of a key, in new buffers. Empty: not QEL_OK.
+Bytes wrap(QelContext *context, const SignerKey &key, const Bytes &secret) {
+    uint8_t *out = nullptr;
+    uint32_t length = 0;
+    EXPECT_EQ(vfeqjfkkj(context, secret.data(), length_of(secret), QEL_RC4_AID, &key.bits,
+                        QEL_RSA_ENCR_AID->parameters, QEL_RSA_ENCR_AID, &out, &length),
+              QEL_OK);
+    const Bytes wrapped(out, out + length);
+    free(out);
+    return wrapped;
+}
+
+QelStatus unwrap(QelContext *context, const Bytes &private_key, const Bytes &wrapped, uint8_t **key,
+                 uint32_t *length) {
+    return qel_unwrap_key(context, wrapped.data(), length_of(wrapped), QEL_RSA_ENCR_AID,
+                          private_key.data(), length_of(private_key), QEL_RSA_ENCR_AID, key,
+                          length);
+}
+
+Bytes unwrapped(QelContext *context, const SignerKey &key, const Bytes &wrapped) {
+    uint8_t *out = nullptr;
+    uint32_t length = 0;
+    EXPECT_EQ(unwrap(context, key.private_bytes, wrapped, &out, &length), QEL_OK);
+    const Bytes secret(out, out + length);
+    free(out);
+    return secret;
+}
+
+class WrapTest : public testing::Test {
+protected:
+    static const RsaKey &rsa() { return RsaKey::of_512_bits(); }
+
+    TestContext context;
+    SignerKey key{rsa()};
+    const Bytes secret = from_hex("0123456789abcdef");
+    uint8_t *out = nullptr;
+    uint32_t length = 0;
+};
+
+TEST_F(WrapTest, AnotherLibraryAgreesBothWays) {
+    static const RsaKey of_768_bits(768), of_521_bits(521);
+    for (const RsaKey *other : {&rsa(), &of_521_bits, &of_768_bits, &RsaKey::of_1024_bits()}) {
+        const SignerKey halves(*other);
+        for (const std::size_t size : {std::size_t{1}, std::size_t{8}, other->size() - 11}) {
+            SCOPED_TRACE(std::to_string(other->size()) + " bytes, key of " + std::to_string(size));
+            const Bytes session_key = counted(size);
+            const Bytes wrapped = wrap(context, halves, session_key);
+            EXPECT_EQ(wrapped.size(), other->size());
+            EXPECT_EQ(other->decrypt(wrapped), session_key);
+            EXPECT_EQ(unwrapped(context, halves, wrapped), session_key);
+            EXPECT_EQ(unwrapped(context, halves, other->encrypt(session_key)), session_key);
+            EXPECT_NE(wrap(context, halves, session_key), wrapped) << "padding is random";
+        }
+    }
+}
+
+TEST_F(WrapTest, TheDocumentedEntryRefuses) {
+    EXPECT_EQ(
+        qel_wrap_key(nullptr, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+        QEL_ERR_EXPORT);
+    EXPECT_EQ(qel_wrap_key(context, secret.data(), length_of(secret), QEL_RC4_AID, &key.bits,
+                           QEL_RSA_ENCR_AID->parameters, QEL_RSA_ENCR_AID, &out, &length),
+              QEL_ERR_EXPORT);
+    EXPECT_EQ(out, nullptr);
+}
+
+TEST_F(WrapTest, WrappingRefusals) {
+    struct Arguments {
+        QelContext *context;
+        const uint8_t *key;
+        uint32_t key_length;
+        const QelAlgId *key_algorithm;
+        const QelBitString *bits;
+        const QelOctetString *parameters;
+        const QelAlgId *algorithm;
+        bool out = true;
+        bool out_length = true;
+    };
+    const Bytes longest = counted(54);
+    TestOid<4> old_rsa = {{2, 5, 8, 1}};
+    const QelBitString cut = {key.bits.length - 8, key.bits.value};
+    const Arguments good = {context,         secret.data(), 8,
+                            QEL_RC4_AID,     &key.bits,     QEL_RSA_ENCR_AID->parameters,
+                            QEL_RSA_ENCR_AID};
+    const struct {
+        const char *why;
+        std::function<void(Arguments &)> change;
+        QelStatus status;
+    } cases[] = {
+        {"no context", [](Arguments &a) { a.context = nullptr; }, QEL_ERR_BAD_PARAM},
+        {"no key", [](Arguments &a) { a.key = nullptr; }, QEL_ERR_BAD_PARAM},
+        {"no key length", [](Arguments &a) { a.key_length = 0; }, QEL_ERR_BAD_PARAM},
+        {"no key algorithm", [](Arguments &a) { a.key_algorithm = nullptr; }, QEL_ERR_BAD_PARAM},
+        {"no public key", [](Arguments &a) { a.bits = nullptr; }, QEL_ERR_BAD_PARAM},
+        {"no parameters", [](Arguments &a) { a.parameters = nullptr; }, QEL_ERR_BAD_PARAM},
+        {"no public-key algorithm", [](Arguments &a) { a.algorithm = nullptr; }, QEL_ERR_BAD_PARAM},
+        {"nowhere to put it", [](Arguments &a) { a.out = false; }, QEL_ERR_BAD_PARAM},
+        {"nowhere to put its length", [](Arguments &a) { a.out_length = false; },
+         QEL_ERR_BAD_PARAM},
+        {"a public key of another kind, though it could not be read either",
+         [&](Arguments &a) { a.algorithm = &old_rsa.algorithm, a.bits = &cut; }, QEL_ERR_KEY_TYPE},
+        {"a public key without its last byte", [&](Arguments &a) { a.bits = &cut; },
+         QEL_ERR_BAD_KEY},
+        {"54 bytes under 512 bits",
+         [&](Arguments &a) { a.key = longest.data(), a.key_length = 54; }, QEL_ERR_WRAP},
+    };
+    for (const auto &c : cases) {
+        Arguments a = good;
+        c.change(a);
+        out = const_cast<uint8_t *>(secret.data());
+        length = 77;
+        EXPECT_EQ(vfeqjfkkj(a.context, a.key, a.key_length, a.key_algorithm, a.bits, a.parameters,
+                            a.algorithm, a.out ? &out : nullptr, a.out_length ? &length : nullptr),
+                  c.status)
+            << c.why;
+        EXPECT_TRUE(!a.out || out == nullptr) << c.why;
+        EXPECT_TRUE(!a.out_length || length == 0) << c.why;
+    }
+    fault::fail(fault::Call::open, 1);
+    EXPECT_EQ(vfeqjfkkj(context, secret.data(), 8, QEL_RC4_AID, &key.bits,
+                        QEL_RSA_ENCR_AID->parameters, QEL_RSA_ENCR_AID, &out, &length),
+              QEL_ERR_WRAP)
+        << "no random bytes for the padding";
+    EXPECT_TRUE(fault::clear(fault::Call::open));
+}
+
+// Each row fails the check that it names, and some of those that come later.
+TEST_F(WrapTest, OrderOfUnwrappingChecks) {
+    TestOid<4> other = {{2, 5, 8, 1}};
+    const Bytes too_long = hollow_key(513), longest = hollow_key(512), shorter = hollow_key(511);
+    Bytes cut = key.private_bytes;
+    cut.pop_back();
+    const Bytes block(512, 1);
+    uint8_t buffer[512];
+    const struct {
+        const char *why;
+        const Bytes &private_key;
+        const QelAlgId *key_algorithm;
+        const QelAlgId *wrapping_algorithm;
+        uint32_t capacity;
+        QelStatus status;
+    } cases[] = {
+        {"a key that cannot be read", cut, &other.algorithm, &other.algorithm, 511,
+         QEL_ERR_BAD_KEY},
+        {"a public key", key.public_bytes, &other.algorithm, &other.algorithm, 511,
+         QEL_ERR_BAD_KEY},
+        {"a modulus of 513 bytes", too_long, &other.algorithm, &other.algorithm, 511,
+         QEL_ERR_EXPORT},
+        {"a key that is not RSA", shorter, &other.algorithm, &other.algorithm, 511,
+         QEL_ERR_KEY_TYPE},
+        {"a block of another length", shorter, QEL_RSA_ENCR_AID, &other.algorithm, 511,
+         QEL_ERR_BAD_PARAM},
+        {"another wrapping algorithm", longest, QEL_RSA_ENCR_AID, &other.algorithm, 511,
+         QEL_ERR_UNSUPPORTED_ALG},
+        {"a buffer one byte short", longest, QEL_RSA_ENCR_AID, QEL_RSA_ENCR_AID, 511,
+         QEL_ERR_BUFFER_SIZE},
+        {"numbers that are no key", longest, QEL_RSA_ENCR_AID, QEL_RSA_ENCR_AID, 512,
+         QEL_ERR_UNWRAP},
+    };
+    for (const auto &c : cases) {
+        out = buffer;
+        length = c.capacity;
+        EXPECT_EQ(qel_unwrap_key(context, block.data(), 512, c.key_algorithm, c.private_key.data(),
+                                 length_of(c.private_key), c.wrapping_algorithm, &out, &length),
+                  c.status)
+            << c.why;
+        EXPECT_EQ(out, buffer) << c.why;
+        EXPECT_EQ(length, c.capacity) << c.why;
+    }
+}
+
+TEST_F(WrapTest, UnwrappingArguments) {
+    const Bytes wrapped = rsa().encrypt(secret);
+    const Bytes &bytes = key.private_bytes;
+    struct Arguments {
+        QelContext *context;
+        const uint8_t *wrapped;
+        uint32_t wrapped_length;
+        const QelAlgId *key_algorithm;
+        const uint8_t *key_bytes;
+        uint32_t key_length;
+        const QelAlgId *algorithm;
+        bool out = true;
+        bool out_length = true;
+    };
+    const Arguments good = {context,          wrapped.data(),  64, QEL_RSA_ENCR_AID, bytes.data(),
+                            length_of(bytes), QEL_RSA_ENCR_AID};
+    const struct {
+        const char *why;
+        std::function<void(Arguments &)> change;
+        QelStatus status;
+    } cases[] = {
+        {"no context", [](Arguments &a) { a.context = nullptr; }, QEL_ERR_BAD_PARAM},
+        {"no block", [](Arguments &a) { a.wrapped = nullptr; }, QEL_ERR_BAD_PARAM},
+        {"no length", [](Arguments &a) { a.wrapped_length = 0; }, QEL_ERR_BAD_PARAM},
+        {"no wrapping algorithm", [](Arguments &a) { a.algorithm = nullptr; }, QEL_ERR_BAD_PARAM},
+        {"nowhere to put it", [](Arguments &a) { a.out = false; }, QEL_ERR_BAD_PARAM},
+        {"nowhere to put its length", [](Arguments &a) { a.out_length = false; },
+         QEL_ERR_BAD_PARAM},
+        {"no key algorithm", [](Arguments &a) { a.key_algorithm = nullptr; }, QEL_ERR_BAD_PARAM},
+        {"no key bytes", [](Arguments &a) { a.key_bytes = nullptr; }, QEL_ERR_BAD_PARAM},
+        {"no key length", [](Arguments &a) { a.key_length = 0; }, QEL_ERR_BAD_PARAM},
+        {"the key algorithm alone", [](Arguments &a) { a.key_bytes = nullptr, a.key_length = 0; },
+         QEL_ERR_BAD_PARAM},
+        {"63 bytes for 512 bits", [](Arguments &a) { a.wrapped_length = 63; }, QEL_ERR_BAD_PARAM},
+        {"no key and no key server",
+         [](Arguments &a) { a.key_algorithm = nullptr, a.key_bytes = nullptr, a.key_length = 0; },
+         QEL_ERR_SERV_CONNECT},
+    };
+    for (const auto &c : cases) {
+        Arguments a = good;
+        c.change(a);
+        out = nullptr;
+        length = 77;
+        EXPECT_EQ(qel_unwrap_key(a.context, a.wrapped, a.wrapped_length, a.key_algorithm,
+                                 a.key_bytes, a.key_length, a.algorithm, a.out ? &out : nullptr,
+                                 a.out_length ? &length : nullptr),
+                  c.status)
+            << c.why;
+        EXPECT_EQ(out, nullptr) << c.why;
+    }
+    uint8_t buffer[64];
+    out = buffer;
+    length = sizeof buffer;
+    EXPECT_EQ(unwrap(context, bytes, wrapped, &out, &length), QEL_OK) << "the caller's buffer";
+    EXPECT_EQ(out, buffer);
+    EXPECT_EQ(Bytes(buffer, buffer + length), secret);
+}
+
+// Whatever is wrong inside a block, the answer is the same, and nothing of the block comes out.
+TEST_F(WrapTest, BlocksThatDoNotOpen) {
+    const auto padded = [](const std::string &start, std::size_t padding, const Bytes &rest) {
+        return from_hex(start) + Bytes(padding, 0x5a) + rest;
+    };
+    const Bytes zero(1, 0), key_after_zero = zero + secret;
+    Bytes zeros_early = padded("0002", 53, key_after_zero);
+    zeros_early[5] = 0;
+    const struct {
+        const char *why;
+        Bytes block;
+        bool opens;
+    } cases[] = {
+        {"well made", padded("0002", 53, key_after_zero), true},
+        {"the least padding", padded("0002", 8, zero + counted(53)), true},
+        {"one byte less of it", padded("0002", 7, zero + counted(54)), false},
+        {"a zero in the first eight bytes of it", zeros_early, false},
+        {"no padding", padded("0002", 0, zero + counted(61)), false},
+        {"the block type of signatures", padded("0001", 53, key_after_zero), false},
+        {"padded as signatures are", from_hex("0001") + Bytes(53, 0xff) + key_after_zero, false},
+        {"block type 0", padded("0000", 53, key_after_zero), false},
+        {"a first byte of 1", padded("0102", 53, key_after_zero), false},
+        {"no zero behind the padding", padded("0002", 62, {}), false},
+        {"all zero", Bytes(64, 0), false},
+    };
+    for (const auto &c : cases) {
+        ASSERT_EQ(c.block.size(), 64u) << c.why;
+        uint8_t buffer[64] = {};
+        out = buffer;
+        length = sizeof buffer;
+        EXPECT_EQ(unwrap(context, key.private_bytes, raw_public(rsa(), c.block), &out, &length),
+                  c.opens ? QEL_OK : QEL_ERR_UNWRAP)
+            << c.why;
+        if (c.opens)
+            continue;
+        EXPECT_EQ(length, sizeof buffer) << c.why;
+        EXPECT_EQ(Bytes(buffer, buffer + sizeof buffer), Bytes(sizeof buffer, 0)) << c.why;
+        out = nullptr;
+        EXPECT_EQ(unwrap(context, key.private_bytes, raw_public(rsa(), c.block), &out, &length),
+                  QEL_ERR_UNWRAP);
+        EXPECT_EQ(out, nullptr) << c.why;
+        EXPECT_EQ(length, 0u) << c.why;
+    }
+    out = nullptr;
+    EXPECT_EQ(unwrap(context, key.private_bytes, rsa().modulus(), &out, &length), QEL_ERR_UNWRAP)
+        << "a number that is not below the modulus";
+}
+
+TEST_F(WrapTest, EachAllocation) {
+    const auto expect_failure = [this](QelStatus status, QelStatus token_status) {
+        if (fault::met()) {
+            const std::set<QelStatus> expected = {QEL_ERR_NO_MEMORY, QEL_ERR_BAD_KEY,
+                                                  QEL_ERR_GENERAL, token_status};
+            EXPECT_TRUE(expected.contains(status)) << status;
+            EXPECT_EQ(out, nullptr);
+            EXPECT_EQ(length, 0u);
+        } else {
+            EXPECT_EQ(status, QEL_OK);
+        }
+        free(out);
+        out = nullptr;
+    };
+    fault::each_allocation([&] {
+        const QelStatus status =
+            vfeqjfkkj(context, secret.data(), 8, QEL_RC4_AID, &key.bits,
+                      QEL_RSA_ENCR_AID->parameters, QEL_RSA_ENCR_AID, &out, &length);
+        expect_failure(status, QEL_ERR_WRAP);
+    });
+    const Bytes wrapped = rsa().encrypt(secret);
+    fault::each_allocation([&] {
+        const QelStatus status = unwrap(context, key.private_bytes, wrapped, &out, &length);
+        expect_failure(status, QEL_ERR_UNWRAP);
+    });
+}
+
+} // namespace
