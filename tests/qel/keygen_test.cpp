@@ -1,0 +1,351 @@
+#include "qel/signer.h"
+#include "support/fault.h"
+
+#include <openssl/bn.h>
+
+#include <algorithm>
+#include <functional>
+#include <set>
+
+namespace {
+
+using OwnedOctetString = qel::Record<QelOctetString, __qel_free_ostr>;
+
+// What a generation hands out.
+struct Made {
+    QelStatus status = QEL_OK;
+    uint8_t *key = nullptr;
+    QelOctetString *parameters = nullptr;
+
+    Made() = default;
+    Made(const Made &) = delete;
+    Made &operator=(const Made &) = delete;
+    ~Made() {
+        free(key);
+        __qel_free_ostr(&parameters);
+    }
+    bool handed_out() const { return key != nullptr || parameters != nullptr; }
+    std::string parameters_text() const {
+        return parameters != nullptr ? to_hex(parameters->value, parameters->length) : "none";
+    }
+};
+
+struct Generator {
+    const char *name;
+    std::function<QelStatus(QelContext *, uint8_t **, QelOctetString **)> call;
+    uint32_t length;
+    uint8_t odd_positions;  // the bits that bytes there may have
+    const char *parameters; // their encoding, up to the initialisation vector
+};
+
+const Generator generators[] = {
+    {"DES", qel_gen_des_key, 8, 0x0f, "0408"},
+    {"RC2, 40 effective bits",
+     [](QelContext *context, uint8_t **key, QelOctetString **parameters) {
+         return qel_gen_rc2_key(context, 5, 40, key, parameters);
+     },
+     5, 0xff, "300e020200a00408"},
+    {"RC2, a key longer than may encrypt",
+     [](QelContext *context, uint8_t **key, QelOctetString **parameters) {
+         return qel_gen_rc2_key(context, 70000, 1, key, parameters);
+     },
+     70000, 0xff, "300d0201560408"},
+    {"RC4",
+     [](QelContext *context, uint8_t **key, QelOctetString **parameters) {
+         *parameters = nullptr;
+         return qel_gen_rc4_key(context, 5, key);
+     },
+     5, 0xff, nullptr},
+};
+
+TEST(SymmetricKeys, AreNewEachTime) {
+    const TestContext context;
+    for (const Generator &g : generators) {
+        SCOPED_TRACE(g.name);
+        std::set<Bytes> keys;
+        std::set<std::string> parameters;
+        Bytes seen(g.length);
+        for (int i = 0; i < 64; ++i) {
+            Made made;
+            uint8_t not_ours[1] = {};
+            made.key = not_ours; // is overwritten, not written to
+            ASSERT_EQ(g.call(context, &made.key, &made.parameters), QEL_OK);
+            ASSERT_NE(made.key, not_ours);
+            keys.insert(Bytes(made.key, made.key + g.length));
+            parameters.insert(made.parameters_text());
+            for (uint32_t at = 0; at < g.length; ++at)
+                seen[at] |= made.key[at];
+        }
+        EXPECT_EQ(keys.size(), 64u);
+        Bytes all(g.length, 0xff);
+        for (uint32_t at = 1; at < g.length; at += 2)
+            all[at] = g.odd_positions;
+        EXPECT_EQ(seen, all) << "the bits that were ever 1";
+        if (g.parameters == nullptr)
+            continue;
+        EXPECT_EQ(parameters.size(), 64u) << "a new vector each time";
+        for (const std::string &text : parameters) {
+            EXPECT_EQ(text.substr(0, text.size() - 16), g.parameters);
+        }
+    }
+}
+
+TEST(SymmetricKeys, Refusals) {
+    const TestContext context;
+    Made made;
+    uint8_t **const key = &made.key;
+    QelOctetString **const parameters = &made.parameters;
+    const auto des = [&](QelContext *c, uint8_t **k, QelOctetString **p) {
+        return qel_gen_des_key(c, k, p);
+    };
+    EXPECT_EQ(des(nullptr, key, parameters), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(des(context, nullptr, parameters), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(des(context, key, nullptr), QEL_ERR_BAD_PARAM);
+    const struct {
+        const char *why;
+        QelContext *context;
+        uint32_t length;
+        uint32_t bits;
+        uint8_t **key;
+        QelOctetString **parameters;
+        QelStatus status;
+    } rc2_cases[] = {
+        {"no context", nullptr, 5, 41, key, parameters, QEL_ERR_BAD_PARAM},
+        {"no length", context, 0, 41, key, parameters, QEL_ERR_BAD_PARAM},
+        {"no bits", context, 5, 0, key, parameters, QEL_ERR_BAD_PARAM},
+        {"no key", context, 5, 41, nullptr, parameters, QEL_ERR_BAD_PARAM},
+        {"no parameters", context, 5, 41, key, nullptr, QEL_ERR_BAD_PARAM},
+        {"41 effective bits", context, 5, 41, key, parameters, QEL_ERR_EXPORT},
+    };
+    for (const auto &c : rc2_cases) {
+        EXPECT_EQ(qel_gen_rc2_key(c.context, c.length, c.bits, c.key, c.parameters), c.status)
+            << c.why;
+    }
+    EXPECT_EQ(qel_gen_rc4_key(nullptr, 5, key), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(qel_gen_rc4_key(context, 0, key), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(qel_gen_rc4_key(context, 5, nullptr), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(qel_gen_des3_key(context, key, parameters), QEL_ERR_EXPORT);
+    EXPECT_EQ(qel_gen_des3_key(nullptr, nullptr, nullptr), QEL_ERR_EXPORT);
+    EXPECT_FALSE(made.handed_out());
+}
+
+// The key is there when the vector cannot be drawn, and is not handed out alone.
+TEST(SymmetricKeys, Faults) {
+    const TestContext context;
+    for (const Generator &g : generators) {
+        SCOPED_TRACE(g.name);
+        for (const std::size_t draw : {1u, 2u}) {
+            Made made;
+            fault::fail(fault::Call::read, draw);
+            const QelStatus status = g.call(context, &made.key, &made.parameters);
+            EXPECT_EQ(status, fault::clear(fault::Call::read) ? QEL_ERR_RANDOM : QEL_OK);
+            EXPECT_EQ(made.handed_out(), status == QEL_OK);
+        }
+        fault::each_allocation([&] {
+            Made made;
+            const QelStatus status = g.call(context, &made.key, &made.parameters);
+            const std::set<QelStatus> expected = {QEL_ERR_NO_MEMORY, QEL_ERR_GENERAL,
+                                                  QEL_ERR_ASN1_ENCODE, QEL_ERR_ASN1_DECODE};
+            EXPECT_EQ(expected.contains(status), fault::met()) << status;
+            EXPECT_EQ(status != QEL_OK, fault::met());
+            EXPECT_EQ(made.handed_out(), status == QEL_OK);
+        });
+    }
+}
+
+// ---- RSA key pairs
+
+const Bytes f4 = from_hex("010001");
+
+struct Pair {
+    uint8_t *public_key = nullptr;
+    uint32_t public_bits = 0;
+    uint8_t *private_key = nullptr;
+    uint32_t private_length = 0;
+
+    Pair() = default;
+    Pair(const Pair &) = delete;
+    Pair &operator=(const Pair &) = delete;
+    ~Pair() {
+        free(public_key);
+        free(private_key);
+    }
+    QelStatus generate(QelContext *context, uint32_t bits, const Bytes &exponent) {
+        const QelRsaKeypairParams parameters = {
+            bits, {length_of(exponent), const_cast<uint8_t *>(exponent.data())}};
+        testing::internal::CaptureStderr(); // the spinner
+        const QelStatus status = qel_gen_rsa_keypair(context, &parameters, &public_key,
+                                                     &public_bits, &private_key, &private_length);
+        testing::internal::GetCapturedStderr();
+        return status;
+    }
+    bool handed_out() const {
+        return public_key != nullptr || private_key != nullptr || public_bits != 0 ||
+               private_length != 0;
+    }
+};
+
+struct FreePkey {
+    void operator()(EVP_PKEY *key) const { EVP_PKEY_free(key); }
+};
+using Pkey = std::unique_ptr<EVP_PKEY, FreePkey>;
+
+Pkey private_half(const Pair &pair) {
+    const uint8_t *at = pair.private_key;
+    Pkey key(d2i_PrivateKey(EVP_PKEY_RSA, nullptr, &at, pair.private_length));
+    EXPECT_EQ(at, pair.private_key + pair.private_length);
+    return key;
+}
+
+Bytes number(const Pkey &key, const char *name) {
+    BIGNUM *value = nullptr;
+    EXPECT_EQ(EVP_PKEY_get_bn_param(key.get(), name, &value), 1);
+    Bytes bytes(static_cast<std::size_t>(BN_num_bytes(value)));
+    BN_bn2bin(value, bytes.data());
+    BN_clear_free(value);
+    return bytes;
+}
+
+TEST(RsaKeyPair, PassesAnotherLibrarysCheck) {
+    const TestContext context;
+    const struct {
+        uint32_t bits;
+        Bytes exponent;
+    } cases[] = {
+        {512, f4}, {512, from_hex("03")}, {512, from_hex("0000010001")}, {511, f4}, {256, f4}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::to_string(c.bits) + " bits, e " + to_hex(c.exponent));
+        Pair pair;
+        ASSERT_EQ(pair.generate(context, c.bits, c.exponent), QEL_OK);
+        const Pkey key = private_half(pair);
+        ASSERT_NE(key, nullptr);
+        EVP_PKEY_CTX *check = EVP_PKEY_CTX_new(key.get(), nullptr);
+        EXPECT_EQ(EVP_PKEY_check(check), 1);
+        EVP_PKEY_CTX_free(check);
+        EXPECT_EQ(static_cast<uint32_t>(EVP_PKEY_get_bits(key.get())), c.bits);
+
+        EXPECT_EQ(pair.public_bits % 8, 0u);
+        const uint8_t *at = pair.public_key;
+        const Pkey half(d2i_PublicKey(EVP_PKEY_RSA, nullptr, &at, pair.public_bits / 8));
+        ASSERT_NE(half, nullptr);
+        EXPECT_EQ(at, pair.public_key + pair.public_bits / 8);
+        EXPECT_EQ(EVP_PKEY_eq(key.get(), half.get()), 1) << "the halves belong together";
+    }
+}
+
+// A generator that repeats itself, or a modulus that falls short now and then.
+TEST(RsaKeyPair, NoTwoShareAPrime) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    constexpr std::size_t count = 40;
+#else
+    constexpr std::size_t count = 1000;
+#endif
+    const TestContext context;
+    std::set<Bytes> primes;
+    for (std::size_t i = 0; i < count; ++i) {
+        Pair pair;
+        ASSERT_EQ(pair.generate(context, 512, f4), QEL_OK);
+        const Pkey key = private_half(pair);
+        ASSERT_NE(key, nullptr);
+        ASSERT_EQ(EVP_PKEY_get_bits(key.get()), 512);
+        primes.insert(number(key, "rsa-factor1"));
+        primes.insert(number(key, "rsa-factor2"));
+    }
+    EXPECT_EQ(primes.size(), 2 * count);
+}
+
+TEST(RsaKeyPair, Refusals) {
+    const TestContext context;
+    Pair pair;
+    const QelRsaKeypairParams good = {512, {3, const_cast<uint8_t *>(f4.data())}};
+    const QelRsaKeypairParams no_exponent = {513, {3, nullptr}}, empty = {513, {0, nullptr}};
+    const struct {
+        const char *why;
+        QelContext *context;
+        const QelRsaKeypairParams *parameters;
+        int missing; // which output
+    } cases[] = {
+        {"no context", nullptr, &good, 0},         {"no parameters", context, nullptr, 0},
+        {"no exponent", context, &no_exponent, 0}, {"an empty exponent", context, &empty, 0},
+        {"no public key", context, &good, 1},      {"no bits", context, &good, 2},
+        {"no private key", context, &good, 3},     {"no length", context, &good, 4},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(qel_gen_rsa_keypair(c.context, c.parameters,
+                                      c.missing != 1 ? &pair.public_key : nullptr,
+                                      c.missing != 2 ? &pair.public_bits : nullptr,
+                                      c.missing != 3 ? &pair.private_key : nullptr,
+                                      c.missing != 4 ? &pair.private_length : nullptr),
+                  QEL_ERR_BAD_PARAM)
+            << c.why;
+        EXPECT_FALSE(pair.handed_out()) << c.why;
+    }
+    const struct {
+        const char *why;
+        uint32_t bits;
+        Bytes exponent;
+        QelStatus status;
+    } values[] = {
+        {"513 bits, before the exponent is looked at", 513, from_hex("02"), QEL_ERR_EXPORT},
+        {"an even exponent", 512, from_hex("02"), QEL_ERR_KEYGEN},
+        {"an exponent of 1", 512, from_hex("01"), QEL_ERR_KEYGEN},
+        {"an exponent as long as the modulus", 512, Bytes(64, 0xff), QEL_ERR_KEYGEN},
+        {"255 bits", 255, f4, QEL_ERR_KEYGEN},
+    };
+    for (const auto &c : values) {
+        EXPECT_EQ(pair.generate(context, c.bits, c.exponent), c.status) << c.why;
+        EXPECT_FALSE(pair.handed_out()) << c.why;
+    }
+    fault::fail(fault::Call::open, 1);
+    EXPECT_EQ(pair.generate(context, 512, f4), QEL_ERR_KEYGEN) << "no randomness";
+    EXPECT_TRUE(fault::clear(fault::Call::open));
+}
+
+TEST(RsaKeyPair, EachAllocation) {
+    const TestContext context;
+    fault::each_allocation([&] {
+        Pair pair;
+        const QelStatus status = pair.generate(context, 256, f4);
+        const std::set<QelStatus> expected = {QEL_ERR_GENERAL, QEL_ERR_KEYGEN, QEL_ERR_BAD_KEY};
+        EXPECT_EQ(expected.contains(status), fault::met()) << status;
+        EXPECT_EQ(status != QEL_OK, fault::met());
+        EXPECT_EQ(pair.handed_out(), status == QEL_OK);
+    });
+}
+
+// ---- What is left in memory
+
+Bytes freed; // what all freed blocks held
+
+void keep(const unsigned char *block, std::size_t size) {
+    freed.insert(freed.end(), block, block + size);
+}
+
+bool was_freed(const Bytes &secret) {
+    return std::search(freed.begin(), freed.end(), secret.begin(), secret.end()) != freed.end();
+}
+
+TEST(Wipe, NoFreedBlockHoldsANewKey) {
+    const TestContext context;
+    Pair pair;
+    Made des;
+    fault::watch_free(keep);
+    ASSERT_EQ(pair.generate(context, 512, f4), QEL_OK);
+    ASSERT_EQ(qel_gen_des_key(context, &des.key, &des.parameters), QEL_OK);
+    fault::watch_free(nullptr);
+    const Bytes public_bytes(pair.public_key, pair.public_key + 16);
+    EXPECT_TRUE(was_freed(public_bytes)) << "the watcher sees";
+    EXPECT_FALSE(was_freed(Bytes(des.key, des.key + 8)));
+    const Pkey key = private_half(pair);
+    for (const char *name : {"d", "rsa-factor1", "rsa-factor2", "rsa-exponent1", "rsa-exponent2",
+                             "rsa-coefficient1"}) {
+        // Written either way round, and not even a part.
+        const Bytes value = number(key, name);
+        const Bytes piece(value.end() - 16, value.end() - 8);
+        EXPECT_FALSE(was_freed(piece)) << name;
+        EXPECT_FALSE(was_freed(Bytes(piece.rbegin(), piece.rend()))) << name;
+    }
+    freed = {};
+}
+
+} // namespace
