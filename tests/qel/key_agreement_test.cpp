@@ -1,0 +1,240 @@
+#include "qel/signer.h"
+#include "support/fault.h"
+
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
+#include <openssl/param_build.h>
+
+#include <functional>
+
+namespace {
+
+// A safe prime: RFC 2409's way of making them, with fewer bits.
+Bytes prime_of(int bits) {
+    BIGNUM *prime = BN_new();
+    EXPECT_EQ(BN_generate_prime_ex(prime, bits, 1, nullptr, nullptr, nullptr), 1);
+    Bytes bytes(static_cast<std::size_t>(BN_num_bytes(prime)));
+    BN_bn2bin(prime, bytes.data());
+    BN_free(prime);
+    return bytes;
+}
+
+const Bytes &prime_512() {
+    static const Bytes prime = prime_of(512);
+    return prime;
+}
+
+struct Free {
+    void operator()(EVP_PKEY *key) const { EVP_PKEY_free(key); }
+    void operator()(EVP_PKEY_CTX *context) const { EVP_PKEY_CTX_free(context); }
+    void operator()(BIGNUM *number) const { BN_clear_free(number); }
+    void operator()(OSSL_PARAM *parameters) const { OSSL_PARAM_free(parameters); }
+    void operator()(OSSL_PARAM_BLD *builder) const { OSSL_PARAM_BLD_free(builder); }
+};
+template <class T> using Own = std::unique_ptr<T, Free>;
+
+// libcrypto's side of an agreement.
+class Peer {
+public:
+    Peer(const Bytes &prime, const Bytes &base) : prime_(prime), base_(base) {
+        const Own<EVP_PKEY> group = key(nullptr);
+        const Own<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(group.get(), nullptr));
+        EVP_PKEY *made = nullptr;
+        EXPECT_EQ(EVP_PKEY_keygen_init(context.get()), 1);
+        EXPECT_EQ(EVP_PKEY_keygen(context.get(), &made), 1);
+        own_.reset(made);
+    }
+    Bytes public_value() const {
+        BIGNUM *value = nullptr;
+        EXPECT_EQ(EVP_PKEY_get_bn_param(own_.get(), OSSL_PKEY_PARAM_PUB_KEY, &value), 1);
+        const Own<BIGNUM> owned(value);
+        Bytes bytes(prime_.size());
+        EXPECT_GT(BN_bn2binpad(value, bytes.data(), static_cast<int>(bytes.size())), 0);
+        return bytes;
+    }
+    Bytes secret(const Bytes &other_value) const {
+        const Own<EVP_PKEY> other = key(&other_value);
+        const Own<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new(own_.get(), nullptr));
+        Bytes bytes(prime_.size());
+        std::size_t size = bytes.size();
+        EXPECT_EQ(EVP_PKEY_derive_init(context.get()), 1);
+        EXPECT_EQ(EVP_PKEY_CTX_set_dh_pad(context.get(), 1), 1);
+        EXPECT_EQ(EVP_PKEY_derive_set_peer(context.get(), other.get()), 1);
+        EXPECT_EQ(EVP_PKEY_derive(context.get(), bytes.data(), &size), 1);
+        EXPECT_EQ(size, bytes.size());
+        return bytes;
+    }
+
+private:
+    // The group alone, or with a public value.
+    Own<EVP_PKEY> key(const Bytes *value) const {
+        const auto load = [](const Bytes &bytes) {
+            return Own<BIGNUM>(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr));
+        };
+        const Own<BIGNUM> p = load(prime_), g = load(base_);
+        const Own<BIGNUM> y = value != nullptr ? load(*value) : nullptr;
+        const Own<OSSL_PARAM_BLD> builder(OSSL_PARAM_BLD_new());
+        OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_FFC_P, p.get());
+        OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_FFC_G, g.get());
+        if (y != nullptr)
+            OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_PUB_KEY, y.get());
+        const Own<OSSL_PARAM> parameters(OSSL_PARAM_BLD_to_param(builder.get()));
+        const Own<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new_id(EVP_PKEY_DH, nullptr));
+        EVP_PKEY *made = nullptr;
+        EXPECT_EQ(EVP_PKEY_fromdata_init(context.get()), 1);
+        EXPECT_EQ(EVP_PKEY_fromdata(context.get(), &made,
+                                    y != nullptr ? EVP_PKEY_PUBLIC_KEY : EVP_PKEY_KEY_PARAMETERS,
+                                    parameters.get()),
+                  1);
+        return Own<EVP_PKEY>(made);
+    }
+
+    Bytes prime_;
+    Bytes base_;
+    Own<EVP_PKEY> own_;
+};
+
+struct Part1 {
+    uint32_t exponent_bits = 160;
+    Bytes prime = prime_512();
+    Bytes base = from_hex("02");
+    Bytes seed = Bytes(64, 0x21);
+    Bytes value = Bytes(64);
+
+    QelStatus run(QelContext *context) {
+        return __qel_dh_part1(context, exponent_bits, length_of(prime), data(prime),
+                              length_of(base), data(base), data(seed), length_of(seed),
+                              const_cast<uint8_t *>(data(value)), length_of(value));
+    }
+    static const uint8_t *data(const Bytes &bytes) {
+        return bytes.empty() ? nullptr : bytes.data();
+    }
+};
+
+QelStatus part2(QelContext *context, const Bytes &other, Bytes *secret) {
+    uint32_t length = 77;
+    const QelStatus status = __qel_dh_part2(context, secret->data(), &length, length_of(*secret),
+                                            other.data(), length_of(other));
+    EXPECT_EQ(length, status == QEL_OK ? length_of(prime_512()) : 0);
+    return status;
+}
+
+TEST(KeyAgreement, AnotherLibraryAgrees) {
+    const Peer peer(prime_512(), from_hex("02"));
+    for (const uint32_t exponent_bits : {0u, 1u, 160u, 511u}) {
+        SCOPED_TRACE(exponent_bits);
+        const TestContext context;
+        Part1 part1;
+        part1.exponent_bits = exponent_bits;
+        ASSERT_EQ(part1.run(context), QEL_OK);
+        Bytes secret(64);
+        // The same secret again, for the agreement stays.
+        for (int i = 0; i < 2; ++i) {
+            ASSERT_EQ(part2(context, peer.public_value(), &secret), QEL_OK);
+            EXPECT_EQ(secret, peer.secret(part1.value));
+        }
+    }
+}
+
+TEST(KeyAgreement, TwoContextsAgree) {
+    const TestContext alice, bob;
+    Part1 a, b;
+    b.seed[63] ^= 1;
+    ASSERT_EQ(a.run(alice), QEL_OK);
+    ASSERT_EQ(b.run(bob), QEL_OK);
+    EXPECT_NE(a.value, b.value) << "the whole seed counts";
+    Bytes of_alice(64), of_bob(70);
+    ASSERT_EQ(part2(alice, b.value, &of_alice), QEL_OK);
+    ASSERT_EQ(part2(bob, a.value, &of_bob), QEL_OK);
+    of_bob.resize(64);
+    EXPECT_EQ(of_alice, of_bob);
+}
+
+TEST(KeyAgreement, RefusalsOfPart1) {
+    static const Bytes of_520_bits = prime_of(520);
+    const struct {
+        const char *why;
+        std::function<void(Part1 &)> change;
+        QelStatus status;
+    } cases[] = {
+        {"no prime", [](Part1 &p) { p.prime = {}; }, QEL_ERR_BAD_PARAM},
+        {"no seed", [](Part1 &p) { p.seed = {}; }, QEL_ERR_BAD_PARAM},
+        {"no buffer", [](Part1 &p) { p.value = {}; }, QEL_ERR_BAD_PARAM},
+        {"a seed as long as the exponent", [](Part1 &p) { p.seed.resize(20); }, QEL_ERR_BAD_PARAM},
+        {"a prime of 65 bytes", [](Part1 &p) { p.prime = of_520_bits; }, QEL_ERR_BAD_PARAM},
+        {"no base", [](Part1 &p) { p.base = {}; }, QEL_ERR_DH_PHASE1},
+        {"a base of 1", [](Part1 &p) { p.base = {1}; }, QEL_ERR_DH_PHASE1},
+        {"an even prime", [](Part1 &p) { p.prime.back() ^= 1; }, QEL_ERR_DH_PHASE1},
+        {"an exponent as long as the prime",
+         [](Part1 &p) { p.exponent_bits = 512, p.seed = Bytes(65); }, QEL_ERR_DH_PHASE1},
+        {"a buffer one byte short", [](Part1 &p) { p.value.resize(63); }, QEL_ERR_DH_PHASE1},
+        {"nothing wrong, on the same context", [](Part1 &) {}, QEL_OK},
+        {"a seed one byte longer than the exponent, on a context in use",
+         [](Part1 &p) { p.seed.resize(21); }, QEL_ERR_BAD_PARAM},
+    };
+    const TestContext context;
+    for (const auto &c : cases) {
+        Part1 part1;
+        c.change(part1);
+        EXPECT_EQ(part1.run(context), c.status) << c.why;
+    }
+    Part1 good;
+    EXPECT_EQ(good.run(nullptr), QEL_ERR_BAD_PARAM);
+    good.seed.resize(21);
+    const TestContext other;
+    EXPECT_EQ(good.run(other), QEL_OK) << "a seed one byte longer than the exponent";
+}
+
+TEST(KeyAgreement, RefusalsOfPart2) {
+    const TestContext context;
+    Bytes secret(64);
+    Part1 part1;
+    EXPECT_EQ(part2(context, Bytes(64, 2), &secret), QEL_ERR_BAD_PARAM) << "no agreement yet";
+    ASSERT_EQ(part1.run(context), QEL_OK);
+    uint32_t length = 0;
+    const uint8_t other[] = {2};
+    EXPECT_EQ(__qel_dh_part2(nullptr, secret.data(), &length, 64, other, 1), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_dh_part2(context, nullptr, &length, 64, other, 1), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_dh_part2(context, secret.data(), nullptr, 64, other, 1), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_dh_part2(context, secret.data(), &length, 64, nullptr, 1), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_dh_part2(context, secret.data(), &length, 64, other, 0), QEL_ERR_BAD_PARAM);
+    Bytes prime_less_1 = prime_512(), prime_less_2 = prime_512();
+    prime_less_1.back() ^= 1;
+    prime_less_2.back() = static_cast<uint8_t>(prime_less_2.back() - 2);
+    const struct {
+        const char *why;
+        Bytes value;
+        std::size_t capacity;
+        QelStatus status;
+    } cases[] = {
+        {"0", {0}, 64, QEL_ERR_DH_PHASE2},
+        {"1", {1}, 64, QEL_ERR_DH_PHASE2},
+        {"the prime less 1, which has order 2", prime_less_1, 64, QEL_ERR_DH_PHASE2},
+        {"the prime", prime_512(), 64, QEL_ERR_DH_PHASE2},
+        {"a buffer one byte short", prime_less_2, 63, QEL_ERR_DH_PHASE2},
+        {"the prime less 2, after all those", prime_less_2, 64, QEL_OK},
+        {"2, with a leading zero", {0, 2}, 64, QEL_OK},
+    };
+    for (const auto &c : cases) {
+        secret.assign(c.capacity, 0);
+        EXPECT_EQ(part2(context, c.value, &secret), c.status) << c.why;
+        EXPECT_EQ(secret == Bytes(c.capacity, 0), c.status != QEL_OK) << c.why;
+    }
+}
+
+TEST(KeyAgreement, EachAllocation) {
+    const TestContext context;
+    Part1 part1;
+    fault::each_allocation([&] {
+        const QelStatus status = part1.run(context);
+        EXPECT_EQ(status, fault::met() ? QEL_ERR_DH_PHASE1 : QEL_OK);
+        EXPECT_EQ(context->key_agreement == nullptr, fault::met());
+    });
+    Bytes secret(64);
+    fault::each_allocation([&] {
+        const QelStatus status = part2(context, part1.value, &secret);
+        EXPECT_EQ(status, fault::met() ? QEL_ERR_DH_PHASE2 : QEL_OK);
+    });
+}
+
+} // namespace
