@@ -349,14 +349,34 @@ QelStatus qel_decrypt(QelContext *context, const uint8_t *data, uint32_t length,
 
 /* ---- Key wrapping -------------------------------------------------------------------------------- */
 
-/* qel_wrap_key wraps nothing: QEL_ERR_EXPORT, whatever the arguments. */
+/*
+ * A symmetric key travels as a PKCS#1 v1.5 block (type 2) under its recipient's RSA public key, as
+ * long as the modulus. It is wrapped by vfeqjfkkj (qelp.h).
+ */
+
+/* qel_wrap_key wraps nothing: QEL_ERR_EXPORT, whatever the arguments. No argument is looked at. */
 QelStatus qel_wrap_key(QelContext *context, const uint8_t *key, uint32_t key_length,
                        const QelAlgId *key_algorithm, const QelBitString *public_key_bits,
                        const QelOctetString *public_key_parameters,
                        const QelAlgId *public_key_algorithm, uint8_t **wrapped,
                        uint32_t *wrapped_length);
 
-/* qel_unwrap_key recovers a wrapped key. */
+/*
+ * qel_unwrap_key recovers a wrapped key: with the given private key, or where there is none (null,
+ * null, 0) through the key server with the key of the user who is logged in.
+ *   wrapped                as many bytes as the modulus has.
+ *   private_key_algorithm  rsaEncryption; private_key and private_key_length: the private key as it
+ *                          stands in a PrivateKeyInfo (PKCS#8).
+ *   wrapping_algorithm     rsaEncryption.
+ *   key                    output bytes: room for as many as the modulus has is asked for, though at
+ *                          least 11 fewer are written. A new buffer is secret: zero it before free().
+ * QEL_ERR_UNWRAP: the block does not open. This is one status and takes one time, whatever is wrong
+ * inside; show it to no one who may send blocks. QEL_ERR_BAD_PARAM: also a block of another length.
+ * QEL_ERR_EXPORT: a modulus above 512 bytes. QEL_ERR_BAD_KEY: a key that cannot be read.
+ * QEL_ERR_KEY_TYPE: a key that is not RSA. QEL_ERR_UNSUPPORTED_ALG: another wrapping algorithm.
+ * QEL_ERR_BUFFER_SIZE. QEL_ERR_SERV_CONNECT: no key server. QEL_ERR_SERV_DECRYPT: it refused.
+ * QEL_ERR_GENERAL, QEL_ERR_NO_MEMORY.
+ */
 QelStatus qel_unwrap_key(QelContext *context, const uint8_t *wrapped, uint32_t wrapped_length,
                          const QelAlgId *private_key_algorithm, const uint8_t *private_key,
                          uint32_t private_key_length, const QelAlgId *wrapping_algorithm,
@@ -364,10 +384,36 @@ QelStatus qel_unwrap_key(QelContext *context, const uint8_t *wrapped, uint32_t w
 
 /* ---- Random bytes and keys ----------------------------------------------------------------------- */
 
-/* qel_random gives count random bytes. */
+/*
+ * Everything below comes from /dev/random. Generated keys are always new buffers, whatever the
+ * pointers held before; the caller zeroes and frees them. All functions can fail with QEL_ERR_RANDOM
+ * (the device cannot be read), QEL_ERR_GENERAL (no token session) and QEL_ERR_NO_MEMORY.
+ */
+
+/*
+ * qel_random gives random bytes.
+ *   count   1 to 65535.
+ *   buffer  *buffer has room for count bytes; or it is null, and becomes a new buffer of count bytes
+ *           that the caller frees. After a failure the caller's bytes may be overwritten.
+ */
 QelStatus qel_random(uint16_t count, uint8_t **buffer);
 
-/* Symmetric keys, with the parameters of the algorithm identifier that they are used with. */
+/*
+ * Symmetric keys, with the parameters of the algorithm identifier that they are used with, in their
+ * encoding; the caller frees those with __qel_free_ostr, or value and record with free().
+ *
+ *   qel_gen_des_key   8 bytes. The second, fourth, sixth and eighth have their upper four bits clear,
+ *                     as export asks for; none of the 16 weak and semi-weak keys (FIPS 74). There is
+ *                     no parity. Parameters of DES-CBC: OCTET STRING, a random IV of 8 bytes.
+ *   qel_gen_rc2_key   key_length bytes. Parameters of RC2-CBC (RFC 2268): effective_bits, a random
+ *                     IV. QEL_ERR_EXPORT: effective_bits above 40.
+ *   qel_gen_rc4_key   key_length bytes; there are no parameters.
+ *   qel_gen_des3_key  nothing: QEL_ERR_EXPORT, always.
+ *
+ * Lengths and bits of 0 are QEL_ERR_BAD_PARAM. qel_encrypt takes RC2 and RC4 keys of up to 5 bytes,
+ * but longer ones are made. The encoding of parameters: QEL_ERR_ASN1_ENCODE, and for RC2
+ * QEL_ERR_ASN1_DECODE.
+ */
 QelStatus qel_gen_des_key(QelContext *context, uint8_t **key, QelOctetString **parameters);
 QelStatus qel_gen_des3_key(QelContext *context, uint8_t **key, QelOctetString **parameters);
 QelStatus qel_gen_rc2_key(QelContext *context, uint32_t key_length, uint32_t effective_bits,
@@ -376,11 +422,20 @@ QelStatus qel_gen_rc4_key(QelContext *context, uint32_t key_length, uint8_t **ke
 
 /* What an RSA key pair is to be. */
 typedef struct QelRsaKeypairParams {
-    uint32_t modulusBits;
-    QelOctetString publicExponent; /* unsigned, big-endian */
+    uint32_t modulusBits;          /* 256 to 512 */
+    QelOctetString publicExponent; /* unsigned, big-endian; odd, above 1, of fewer bits than it */
 } QelRsaKeypairParams;
 
-/* qel_gen_rsa_keypair makes an RSA key pair. */
+/*
+ * qel_gen_rsa_keypair makes an RSA key pair (PKCS#1), turning a spinner on standard error when it
+ * takes more than a second.
+ *   public_key   the bits that a SubjectPublicKeyInfo (X.509) holds, which are an RSAPublicKey;
+ *                *public_key_bits counts bits, eight for each byte.
+ *   private_key  the octets that a PrivateKeyInfo (PKCS#8) holds, which are an RSAPrivateKey;
+ *                *private_key_length counts bytes.
+ * QEL_ERR_EXPORT: more than 512 bits. QEL_ERR_KEYGEN: a size or exponent that makes no key, or the
+ * token failed, for lack of random bytes or memory. QEL_ERR_BAD_KEY: the new key cannot be read.
+ */
 QelStatus qel_gen_rsa_keypair(QelContext *context, const QelRsaKeypairParams *parameters,
                               uint8_t **public_key, uint32_t *public_key_bits,
                               uint8_t **private_key, uint32_t *private_key_length);

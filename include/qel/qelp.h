@@ -597,18 +597,52 @@ QelStatus glhrahhi(QelContext *context, const uint8_t *data, uint32_t length, co
 
 /* ---- Key wrapping and key agreement --------------------------------------------------------------- */
 
-/* vfeqjfkkj wraps a symmetric key under an RSA public key. */
+/*
+ * vfeqjfkkj wraps a symmetric key under an RSA public key: a PKCS#1 v1.5 block (type 2). Every
+ * argument must be given.
+ *   key                    1 byte or more, at most 11 fewer than the modulus has.
+ *   key_algorithm          what the key is for; it changes nothing.
+ *   public_key_algorithm   rsaEncryption; public_key_parameters: its parameters as encoded;
+ *                          public_key_bits: the public key as it stands in a SubjectPublicKeyInfo
+ *                          (X.509).
+ *   wrapped                a new buffer, as long as the modulus; the caller frees it.
+ * QEL_ERR_KEY_TYPE: a public key that is not RSA. QEL_ERR_BAD_KEY: one that cannot be read.
+ * QEL_ERR_WRAP: a key that is too long, or the token failed, for lack of random bytes or memory.
+ * QEL_ERR_GENERAL, QEL_ERR_NO_MEMORY.
+ */
 QelStatus vfeqjfkkj(QelContext *context, const uint8_t *key, uint32_t key_length,
                     const QelAlgId *key_algorithm, const QelBitString *public_key_bits,
                     const QelOctetString *public_key_parameters,
                     const QelAlgId *public_key_algorithm, uint8_t **wrapped,
                     uint32_t *wrapped_length);
 
-/* Diffie-Hellman (PKCS#3) in two phases. */
+/*
+ * Diffie-Hellman (PKCS#3) in two phases, once in the lifetime of a context. Numbers are unsigned,
+ * big-endian; all buffers are the caller's.
+ *
+ * __qel_dh_part1 draws a private value, which stays in the context, and gives the public one.
+ *   exponent_bits          length of the private value, below the prime's; 0: one bit less than that.
+ *   prime                  256 to 512 bits; that it is one is the caller's word.
+ *   base                   above 1, below the prime less one.
+ *   seed                   seed_length bytes, more than exponent_bits / 8. The private value comes
+ *                          from these alone, by MD5: they must be as secret and as random as it.
+ *   public_value           receives as many bytes as the prime has, without its leading zeros, which
+ *   public_value_capacity  must not exceed this number.
+ * QEL_ERR_BAD_PARAM: also a context that has an agreement, a prime above 64 bytes, a short seed.
+ * QEL_ERR_DH_PHASE1: anything else, missing memory included; the context has no agreement then.
+ */
 QelStatus __qel_dh_part1(QelContext *context, uint32_t exponent_bits, uint32_t prime_length,
                          const uint8_t *prime, uint32_t base_length, const uint8_t *base,
                          const uint8_t *seed, uint32_t seed_length, uint8_t *public_value,
                          uint32_t public_value_capacity);
+
+/*
+ * __qel_dh_part2 gives the secret shared with another side. It may be called again, with the same
+ * private value.
+ *   secret              receives as many bytes as the prime has; at most secret_capacity.
+ *   other_public_value  above 1, below the prime less one.
+ * QEL_ERR_BAD_PARAM: also a context without an agreement. QEL_ERR_DH_PHASE2: anything else.
+ */
 QelStatus __qel_dh_part2(QelContext *context, uint8_t *secret, uint32_t *secret_length,
                          uint32_t secret_capacity, const uint8_t *other_public_value,
                          uint32_t other_length);
@@ -618,8 +652,21 @@ QelStatus __qel_dh_part2(QelContext *context, uint8_t *secret, uint32_t *secret_
 /* Kinds of key for __qel_get_rsa_keysize. */
 enum { QEL_RSA_PUBLIC = 1, QEL_RSA_PRIVATE = 2 };
 
+/*
+ * __qel_get_rsa_keysize gives the length of the modulus of an RSA key, in bytes.
+ *   kind  QEL_RSA_PUBLIC: key is an RSAPublicKey, as it stands in a SubjectPublicKeyInfo (X.509);
+ *         QEL_RSA_PRIVATE: an RSAPrivateKey, as it stands in a PrivateKeyInfo (PKCS#8).
+ *   key   key_length bytes, not bits, of either.
+ * QEL_ERR_BAD_PARAM: also another kind. QEL_ERR_BAD_KEY: anything else, missing memory included.
+ */
 QelStatus __qel_get_rsa_keysize(QelContext *context, int kind, const uint8_t *key,
                                 uint32_t key_length, uint32_t *size_out);
+
+/*
+ * __qel_get_rsa_pubkey_components gives the two numbers of an encoded SubjectPublicKeyInfo of RSA.
+ *   modulus, exponent  new buffers, big-endian, without leading zeros; the caller frees them.
+ * QEL_ERR_BAD_KEY: an encoding that is refused. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_get_rsa_pubkey_components(const uint8_t *key, uint32_t key_length,
                                           uint8_t **modulus, uint32_t *modulus_length,
                                           uint8_t **exponent, uint32_t *exponent_length);
