@@ -14,11 +14,8 @@ TEST(Armor, IsTheOraclesAndComesBack) {
         const Ran ran = qel({"armor", path});
         EXPECT_EQ(ran.exit, 0) << ran.err;
         EXPECT_EQ(ran.out, openssl({"x509", "-inform", "DER", "-in", path}).out);
-        How how;
-        how.input = bytes_of(ran.out);
-        EXPECT_EQ(qel({"dearmor"}, how).out, text_of(read_file(path)));
-        how.input = bytes_of(qel({"armor", "-t", "none", path}).out);
-        EXPECT_EQ(qel({"dearmor"}, how).out, text_of(read_file(path)));
+        for (const std::string &text : {ran.out, qel({"armor", "-t", "none", path}).out})
+            EXPECT_EQ(qel({"dearmor"}, {.input = bytes_of(text)}).out, text_of(read_file(path)));
     }
 }
 
@@ -36,8 +33,7 @@ TEST(Armor, TypeChoosesTheMarkerLines) {
         {"encryption-info", "ENCRYPTION INFO"},
         {"encryption-info-and-data", "ENCRYPTION INFO AND ENCRYPTED DATA"},
     };
-    How how;
-    how.input = Bytes(100, 0xa5);
+    const How how = {.input = Bytes(100, 0xa5)};
     for (const auto &row : rows) {
         const std::string out = qel({"armor", "-t", row.type}, how).out;
         const std::string label = std::string(row.label) + "-----\n";
@@ -45,22 +41,18 @@ TEST(Armor, TypeChoosesTheMarkerLines) {
         EXPECT_TRUE(out.ends_with("\n-----END " + label)) << out;
     }
     EXPECT_FALSE(holds(qel({"armor"}, how).out, "-----")); // auto: it is nothing known
-    how.input = vector_file("pkcs10/testreq.der");
-    EXPECT_TRUE(holds(qel({"armor"}, how).out, "BEGIN NEW CERTIFICATE REQUEST"));
+    EXPECT_TRUE(holds(qel({"armor", vector_path("pkcs10/testreq.der")}).out, "BEGIN NEW CERTIF"));
 }
 
 TEST(Armor, LinesAndPaddingAtTheirBoundaries) {
     for (const std::size_t size : {1U, 2U, 3U, 47U, 48U, 49U, 96U, 200000U}) {
-        How how;
-        how.input = Bytes(size, 0x5a);
+        const How how = {.input = Bytes(size, 0x5a)};
         const std::string out = qel({"armor", "-t", "none"}, how).out;
         const std::size_t digits = (size + 2) / 3 * 4;
         EXPECT_EQ(out.size(), digits + (digits + 63) / 64) << size;
         for (std::size_t at = 64; at < out.size(); at += 65)
             ASSERT_EQ(out[at], '\n') << size;
-        How back;
-        back.input = bytes_of(out);
-        EXPECT_EQ(qel({"dearmor"}, back).out, text_of(how.input)) << size;
+        EXPECT_EQ(qel({"dearmor"}, {.input = bytes_of(out)}).out, text_of(how.input)) << size;
     }
 }
 

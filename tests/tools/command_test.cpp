@@ -176,24 +176,19 @@ TEST(Output, LostOutputIsStatusSevenEvenAtTheLastFlush) {
     };
     for (const auto &words : rows) {
         SCOPED_TRACE(joined(words));
-        How full;
-        full.output_file = "/dev/full";
-        const Ran ran = qel(words, full);
+        const Ran ran = qel(words, {.output_file = "/dev/full"});
         EXPECT_EQ(ran.exit, 7);
         EXPECT_TRUE(holds(ran.err, "standard output: No space left")) << ran.err;
         EXPECT_EQ(std::count(ran.err.begin(), ran.err.end(), '\n'), 2) << ran.err;
-        How closed;
-        closed.close_output = true;
-        EXPECT_EQ(qel(words, closed).exit, 7);
+        EXPECT_EQ(qel(words, {.close_output = true}).exit, 7);
     }
 }
 
 TEST(Output, WordsStandBehindWhatWasPutBeforeThem) {
     const TemporaryFolder folder;
-    write_file(folder.path("data"), bytes_of("abc"));
-    How how;
-    how.together = true;
-    const Ran ran = qel({"digest", folder.path("data"), "absent", folder.path("data")}, how);
+    const std::string path = folder.path("data");
+    write_file(path, bytes_of("abc"));
+    const Ran ran = qel({"digest", path, "absent", path}, {.together = true});
     EXPECT_EQ(ran.exit, 3);
     EXPECT_LT(ran.out.find("900150983cd2"), ran.out.find("absent")) << ran.out;
     EXPECT_LT(ran.out.find("absent"), ran.out.rfind("900150983cd2")) << ran.out;

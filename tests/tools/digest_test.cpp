@@ -16,9 +16,8 @@ TEST(Digest, PublishedValues) {
         {"RFC 1319", "abc", "md2", "da853b0d3f88d99b30283a69e6ded6bb"},
     };
     for (const auto &row : rows) {
-        How how;
-        how.input = bytes_of(row.text);
-        const Ran ran = qel({"digest", "--algorithm", row.algorithm}, how);
+        const Ran ran =
+            qel({"digest", "--algorithm", row.algorithm}, {.input = bytes_of(row.text)});
         EXPECT_EQ(ran.exit, 0) << row.reason << ran.err;
         EXPECT_EQ(ran.out, std::string(row.digest) + "  -\n") << row.reason;
     }

@@ -25,10 +25,10 @@ struct Ran {
 };
 
 struct How {
-    Bytes input;               // standard input
-    std::string output_file;   // where standard output goes instead of Ran::out
-    bool close_output = false; // standard output is closed
-    bool together = false;     // standard error goes where standard output goes
+    Bytes input = {};             // standard input
+    std::string output_file = {}; // where standard output goes instead of Ran::out
+    bool close_output = false;    // standard output is closed
+    bool together = false;        // standard error goes where standard output goes
     std::string locale = "C.UTF-8";
 };
 

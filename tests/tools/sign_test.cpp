@@ -31,10 +31,10 @@ protected:
             {"rsa", "-in", key, "-RSAPublicKey_out", "-outform", "DER", "-out", path("rsa.der")},
             {"req", "-x509", "-md5", "-key", key, "-subj", "/CN=Signer", "-out", path("cert.pem")},
             {"pkey", "-in", path("other.pem"), "-pubout", "-out", path("other-public.pem")},
-            {"dgst", "-md5", "-sign", key, "-out", path("good.sig"), path("data")},
         };
         for (const auto &words : made)
             openssl(words);
+        oracle_signs("key.pem", "good.sig", "data");
         for (const char *name : {"key.pem", "key.der", "pkcs1.pem", "pkcs1.der"})
             chmod(path(name).c_str(), 0600);
     }
@@ -46,7 +46,18 @@ protected:
         delete folder_;
         folder_ = nullptr;
     }
+    static void oracle_signs(const char *key, const char *signature, const char *data) {
+        openssl({"dgst", "-md5", "-sign", path(key), "-out", path(signature), path(data)});
+    }
+    static void oracle_verifies(const char *signature, const char *data) {
+        openssl({"dgst", "-md5", "-verify", path("public.pem"), "-signature", path(signature),
+                 path(data)});
+    }
     static std::string path(const std::string &name) { return folder_->path(name); }
+    static std::vector<std::string> verify_words(const char *data, const char *signature,
+                                                 const char *key) {
+        return {"verify", "-s", path(signature), "-k", path(key), path(data)};
+    }
     static std::vector<std::string> sign_words(const std::string &key) {
         return {"sign", "-k", path(key), "-o", path("made.sig"), path("data")};
     }
@@ -59,17 +70,13 @@ TEST_F(Sign, SignaturesAreTheOraclesWhateverTheSize) {
     for (const std::size_t size : {0U, 1U, 63U, 64U, 262144U, 262145U, 1000000U}) {
         SCOPED_TRACE(size);
         write_file(path("sized"), sample(size));
-        openssl(
-            {"dgst", "-md5", "-sign", path("key.pem"), "-out", path("oracle.sig"), path("sized")});
+        oracle_signs("key.pem", "oracle.sig", "sized");
         const Ran ran = qel({"sign", "-k", path("key.der"), "-o", path("ours.sig"), path("sized")});
         EXPECT_EQ(ran.exit, 0) << ran.err;
         EXPECT_EQ(ran.err, "");
         EXPECT_EQ(to_hex(read_file(path("ours.sig"))), to_hex(read_file(path("oracle.sig"))));
-        openssl({"dgst", "-md5", "-verify", path("public.pem"), "-signature", path("ours.sig"),
-                 path("sized")});
-        EXPECT_EQ(
-            qel({"verify", "-k", path("public.pem"), "-s", path("oracle.sig"), path("sized")}).exit,
-            0);
+        oracle_verifies("ours.sig", "sized");
+        EXPECT_EQ(qel(verify_words("sized", "oracle.sig", "public.pem")).exit, 0);
     }
 }
 
@@ -83,9 +90,7 @@ TEST_F(Sign, EveryFormOfAKeyMakesTheSameSignature) {
         EXPECT_EQ(ran.exit, 0) << key << ran.err;
         EXPECT_EQ(read_file(path("made.sig")), read_file(path("good.sig"))) << key;
     }
-    How how;
-    how.input = read_file(path("key.pem"));
-    EXPECT_EQ(qel({"sign", "-k", "-", path("data")}, how).out,
+    EXPECT_EQ(qel({"sign", "-k", "-", path("data")}, {.input = read_file(path("key.pem"))}).out,
               text_of(read_file(path("good.sig"))));
 }
 
@@ -105,10 +110,8 @@ TEST_F(Sign, EveryFormOfPublicKeyAndSignatureVerifies) {
             EXPECT_TRUE(holds(ran.out, ": verified, md5WithRSAEncryption")) << ran.out;
         }
     }
-    How how;
-    how.input = read_file(path("data"));
-    const Ran json =
-        qel({"verify", "--json", "-s", path("good.sig"), "-k", path("public.der")}, how);
+    const Ran json = qel({"verify", "--json", "-s", path("good.sig"), "-k", path("public.der")},
+                         {.input = read_file(path("data"))});
     EXPECT_EQ(json.exit, 0);
     EXPECT_EQ(json.json()["verified"], true);
     EXPECT_EQ(json.json()["key_bits"], 1024);
@@ -122,11 +125,9 @@ TEST_F(Sign, SmallExponentsAreWarnedOf) {
         SCOPED_TRACE(exponent);
         make_key("small.pem", exponent);
         openssl({"pkey", "-in", path("small.pem"), "-pubout", "-out", path("small.pub")});
-        openssl(
-            {"dgst", "-md5", "-sign", path("small.pem"), "-out", path("small.sig"), path("data")});
+        oracle_signs("small.pem", "small.sig", "data");
         const std::string told = std::string("public exponent ") + exponent + ":";
-        std::vector<std::string> words = {"verify",          "-s",        path("small.sig"), "-k",
-                                          path("small.pub"), path("data")};
+        auto words = verify_words("data", "small.sig", "small.pub");
         const Ran plain = qel(words);
         EXPECT_EQ(plain.exit, 0) << plain.err;
         EXPECT_EQ(holds(plain.err, told), warned) << plain.err;
@@ -167,16 +168,14 @@ TEST_F(Sign, WhatDoesNotBelongTogetherIsRefused) {
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
-        const std::vector<std::string> words = {
-            "-s", path(row.signature), "-k", path(row.key), "-a", row.algorithm, path(row.data)};
-        auto plain = words, json = words;
-        plain.insert(plain.begin(), "verify");
-        json.insert(json.begin(), {"verify", "--json"});
-        const Ran ran = qel(plain);
+        auto words = verify_words(row.data, row.signature, row.key);
+        words.insert(words.end(), {"-a", row.algorithm});
+        const Ran ran = qel(words);
         EXPECT_EQ(ran.exit, row.exit) << ran.err;
         EXPECT_EQ(holds(ran.out, ": NOT verified: status 16 QEL_ERR_VERIFY"), row.exit != 0)
             << ran.out;
-        const Ran told = qel(json);
+        words.push_back("--json");
+        const Ran told = qel(words);
         EXPECT_EQ(told.exit, row.exit);
         EXPECT_EQ(told.json()["verified"], row.exit == 0);
         EXPECT_EQ(told.json()["status"]["number"], row.exit == 0 ? 0 : 16);
@@ -194,7 +193,7 @@ TEST_F(Sign, KeyUnderTheOldIdentifierVerifiesAndIsSaid) {
                annex.end());
     key[2] = static_cast<uint8_t>(key.size() - 3);
     write_file(path("annex.der"), key);
-    const Ran ran = qel({"verify", "-s", path("good.sig"), "-k", path("annex.der"), path("data")});
+    const Ran ran = qel(verify_words("data", "good.sig", "annex.der"));
     EXPECT_EQ(ran.exit, 0) << ran.err;
     EXPECT_TRUE(holds(ran.err, "2.5.8.1.1")) << ran.err;
 }
@@ -238,9 +237,7 @@ TEST_F(Sign, OutputThatCannotBeWrittenIsStatusSeven) {
     EXPECT_EQ(full.exit, 7);
     EXPECT_TRUE(holds(full.err, "'/dev/full': No space left")) << full.err;
     EXPECT_EQ(qel({"sign", "-k", path("key.der"), "-o", path("no/such"), good}).exit, 7);
-    How how;
-    how.output_file = "/dev/full";
-    EXPECT_EQ(qel({"sign", "-k", path("key.der"), good}, how).exit, 7);
+    EXPECT_EQ(qel({"sign", "-k", path("key.der"), good}, {.output_file = "/dev/full"}).exit, 7);
 }
 
 TEST_F(Sign, LargeFilesTakeLittleMemory) {
@@ -250,9 +247,8 @@ TEST_F(Sign, LargeFilesTakeLittleMemory) {
     ASSERT_EQ(truncate(large.c_str(), size), 0);
     const Ran signing = qel({"sign", "-k", path("key.der"), "-o", path("large.sig"), large});
     EXPECT_EQ(signing.exit, 0) << signing.err;
-    openssl(
-        {"dgst", "-md5", "-verify", path("public.pem"), "-signature", path("large.sig"), large});
-    const Ran verifying = qel({"verify", "-k", path("public.pem"), "-s", path("large.sig"), large});
+    oracle_verifies("large.sig", "large");
+    const Ran verifying = qel(verify_words("large", "large.sig", "public.pem"));
     EXPECT_EQ(verifying.exit, 0) << verifying.err;
     RecordProperty("signing_peak_kib", static_cast<int>(signing.peak_kib));
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
