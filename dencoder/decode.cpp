@@ -4,9 +4,9 @@
 namespace dencoder {
 namespace {
 
-constexpr unsigned kDeepestPieces = 16;       // constructed strings inside constructed strings
-constexpr uint32_t kLongestIdentifier = 4096; // octets; none in use comes near
-constexpr uint8_t kOctetPiece = universal::octet_string; // pieces of all strings but bit strings
+constexpr unsigned deepest_pieces = 16;       // constructed strings inside constructed strings
+constexpr uint32_t longest_identifier = 4096; // octets; none in use comes near
+constexpr uint8_t octet_piece = universal::octet_string; // pieces of all strings but bit strings
 
 struct Decoder {
     OssEnvironment &environment;
@@ -172,7 +172,7 @@ bool read_arcs(const uint8_t *contents, uint32_t length, uint32_t *arcs) {
 }
 
 bool decode_identifier(Decoder &decoder, const Header &header, Identifier &identifier) {
-    const uint8_t *contents = take(decoder, header, kLongestIdentifier);
+    const uint8_t *contents = take(decoder, header, longest_identifier);
     if (contents == nullptr)
         return false;
     const uint32_t count = count_arcs(contents, header.length);
@@ -222,7 +222,7 @@ bool collect_piece(Decoder &decoder, const Header &header, Pieces &pieces) {
 bool collect(Decoder &decoder, const Header &header, Pieces &pieces, unsigned depth) {
     if (!header.constructed())
         return collect_piece(decoder, header, pieces);
-    if (depth == kDeepestPieces)
+    if (depth == deepest_pieces)
         return done(decoder, Read::too_deep);
     const Scope outer = enter(decoder.reader, header);
     for (;;) {
@@ -265,7 +265,7 @@ OwnedBytes collect_all(Decoder &decoder, const Header &header, Pieces &pieces) {
 }
 
 bool decode_octets(Decoder &decoder, const Header &header, CountedBytes &record) {
-    Pieces pieces = {.tag = kOctetPiece};
+    Pieces pieces = {.tag = octet_piece};
     OwnedBytes bytes = collect_all(decoder, header, pieces);
     if (!bytes)
         return false;
@@ -285,7 +285,7 @@ bool decode_bits(Decoder &decoder, const Header &header, CountedBytes &record) {
 }
 
 bool decode_characters(Decoder &decoder, const Type &type, const Header &header, Slot &slot) {
-    Pieces pieces = {.tag = kOctetPiece};
+    Pieces pieces = {.tag = octet_piece};
     OwnedBytes bytes = collect_all(decoder, header, pieces);
     if (!bytes)
         return false;
@@ -326,7 +326,7 @@ bool decode_to_file(Decoder &decoder, const Type &type, const Header &header,
     if (marked == nullptr)
         return false;
     record.value = reinterpret_cast<uint8_t *>(marked);
-    Pieces pieces = {.tag = kOctetPiece, .descriptor = file.number()};
+    Pieces pieces = {.tag = octet_piece, .descriptor = file.number()};
     if (type.kind == Kind::any) {
         if (!done(decoder, skip(decoder.reader, header)))
             return false;

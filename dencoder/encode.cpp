@@ -29,7 +29,7 @@ struct Encoder {
     bool indefinite;
     const MarkedFile *target; // the file to be written, or null
     uint32_t *lengths;
-    uint32_t length_count = 0, length_capacity = kLengthsAtHand;
+    uint32_t length_count = 0, length_capacity = lengths_at_hand;
     uint32_t next_length = 0;
     OwnedBytes more_lengths = {};
     bool reads_files = false;
@@ -134,7 +134,7 @@ uint32_t identifier_length(const Identifier &identifier) {
     return length;
 }
 
-constexpr uint32_t kLongestTime = 17;
+constexpr uint32_t longest_time = 17;
 
 bool is_within(int number, int lowest, int highest) {
     return number >= lowest && number <= highest;
@@ -149,11 +149,11 @@ uint8_t *put_two_digits(uint8_t *at, int number) {
 // YYMMDDhhmmssZ, or with +hhmm or -hhmm; the length, or 0 for what is no time. Years reach from
 // 1969 to 2068, as two digits mean them; 2001 may be held as 1 or as 101.
 uint32_t time_text(const Time &time, uint8_t *text) {
-    constexpr int kMinutesPerDay = 24 * 60;
+    constexpr int minutes_per_day = 24 * 60;
     if (!is_within(time.year, 0, 168) || !is_within(time.month, 1, 12) ||
         !is_within(time.day, 1, 31) || !is_within(time.hour, 0, 24) ||
         !is_within(time.minute, 0, 59) || !is_within(time.second, 0, 59) ||
-        (time.utc == 0 && !is_within(time.mindiff, 1 - kMinutesPerDay, kMinutesPerDay - 1)))
+        (time.utc == 0 && !is_within(time.mindiff, 1 - minutes_per_day, minutes_per_day - 1)))
         return 0;
     uint8_t *at = text;
     for (const int number : {time.year % 100, int{time.month}, int{time.day}, int{time.hour},
@@ -286,7 +286,7 @@ bool measure_characters(Encoder &encoder, const Type &type, const char *text, ui
 
 // Adds the size of a whole value, identifier and length included.
 bool measure_value(Encoder &encoder, const Type &type, const void *record, uint64_t &size) {
-    uint8_t text[kLongestTime];
+    uint8_t text[longest_time];
     uint32_t length = 0;
     switch (type.kind) {
     case Kind::boolean:
@@ -379,9 +379,9 @@ void begin_constructed(Encoder &encoder, uint8_t tag) {
 }
 
 void end_constructed(Encoder &encoder) {
-    constexpr uint8_t kEnd[2] = {};
+    constexpr uint8_t end_of_contents[2] = {};
     if (encoder.indefinite)
-        put(encoder.writer, kEnd, sizeof kEnd);
+        put(encoder.writer, end_of_contents, sizeof end_of_contents);
 }
 
 void write_integer(Writer &writer, uint8_t tag, int64_t number) {
@@ -546,7 +546,7 @@ void write_value(Encoder &encoder, const Type &type, uint8_t tag, const void *re
         write_identifier(writer, tag, *static_cast<const Identifier *>(record));
         break;
     case Kind::utc_time: {
-        uint8_t text[kLongestTime];
+        uint8_t text[longest_time];
         const uint32_t length = time_text(*static_cast<const Time *>(record), text);
         put_header(writer, tag, length);
         put(writer, text, length);
@@ -637,14 +637,14 @@ OssStatus encode_to_memory(Encoder &encoder, const Type &type, const void *value
 OssStatus encode_to_file(Encoder &encoder, const Type &type, const void *value, uint32_t size,
                          OssBuf &output) {
     FileDescriptor file;
-    OwnedBytes window = allocate_bytes(kWindowSize);
+    OwnedBytes window = allocate_bytes(window_size);
     if (!window) {
         fail(encoder.environment, OSS_NO_MEMORY, "out of memory");
         return OSS_NO_MEMORY;
     }
     if (!open_for_writing(encoder.environment, *encoder.target, file))
         return encoder.environment.failure.status;
-    encoder.writer = {window.get(), window.get(), window.get() + kWindowSize, file.number(), false};
+    encoder.writer = {window.get(), window.get(), window.get() + window_size, file.number(), false};
     write_value(encoder, type, type.tag, value);
     if (!encoder.writer.failed)
         flush(encoder.writer);

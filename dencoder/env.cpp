@@ -10,7 +10,7 @@ bool fail(OssEnvironment &environment, OssStatus status, const char *reason, uin
 
 bool fail_inside(OssEnvironment &environment, const char *name) {
     Failure &failure = environment.failure;
-    if (name != nullptr && failure.depth < kPathLength)
+    if (name != nullptr && failure.depth < path_length)
         failure.path[failure.depth++] = name;
     return false;
 }

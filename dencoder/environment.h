@@ -16,7 +16,7 @@ namespace dencoder {
 
 // ---- Failures -----------------------------------------------------------------------------------
 
-constexpr unsigned kPathLength = 8;
+constexpr unsigned path_length = 8;
 
 // The first failure of a call. The path names components, the innermost first.
 struct Failure {
@@ -24,7 +24,7 @@ struct Failure {
     const char *reason = nullptr;
     uint64_t offset = 0; // in the encoding
     unsigned depth = 0;
-    const char *path[kPathLength] = {};
+    const char *path[path_length] = {};
 };
 
 // Records a failure; always false, so that a caller can return it.
@@ -67,7 +67,7 @@ void free_value(OssEnvironment &environment, const Type &type, void *record);
 bool print_value(OssEnvironment &environment, FILE *stream, const Type &type, const void *record);
 
 // Enough for all lengths of an ordinary certificate.
-constexpr unsigned kLengthsAtHand = 200;
+constexpr unsigned lengths_at_hand = 200;
 
 } // namespace dencoder
 
@@ -88,7 +88,7 @@ struct OssEnvironment {
     dencoder::MarkedFile *retired;
     dencoder::Failure failure;
     char message[256];
-    uint32_t lengths[dencoder::kLengthsAtHand];
+    uint32_t lengths[dencoder::lengths_at_hand];
 };
 
 static_assert(sizeof(OssEnvironment) <= OSS_ENVIRONMENT_SIZE);

@@ -55,9 +55,9 @@ Read refill(Reader &reader, uint32_t count) {
     if (reader.file == nullptr)
         return Read::malformed;
     const int descriptor = reader.file->descriptor.number();
-    if (count > kWindowSize || lseek64(descriptor, reader.at, SEEK_SET) < 0)
+    if (count > window_size || lseek64(descriptor, reader.at, SEEK_SET) < 0)
         return Read::file_error;
-    const ssize_t size = read_all(descriptor, reader.file->window.get(), kWindowSize);
+    const ssize_t size = read_all(descriptor, reader.file->window.get(), window_size);
     if (size < static_cast<ssize_t>(count))
         return Read::file_error;
     // A file that has grown meanwhile is read no further than it was long at first.
@@ -78,7 +78,7 @@ bool read_file(OssEnvironment &environment, const MarkedFile &marked, FileInput 
         return file_failure(environment, "a marked file is no regular file");
     if (status.st_size > off64_t{UINT32_MAX})
         return fail(environment, OSS_TOO_LARGE, "a marked file of more than 4 GiB");
-    input.window = allocate_bytes(kWindowSize);
+    input.window = allocate_bytes(window_size);
     if (!input.window)
         return fail(environment, OSS_NO_MEMORY, "out of memory");
     input.size = static_cast<uint32_t>(status.st_size);

@@ -49,8 +49,8 @@ void drop_marked(OssEnvironment &environment, MarkedFile *marked) {
 using namespace dencoder;
 
 void *ossMarkObj(OssEnvironment *environment, int kind, const char *file_name) {
-    constexpr int kFile = 1;
-    if (environment == nullptr || environment->table == nullptr || kind != kFile ||
+    constexpr int file = 1;
+    if (environment == nullptr || environment->table == nullptr || kind != file ||
         file_name == nullptr)
         return nullptr;
     auto *marked = static_cast<MarkedFile *>(allocate_record(sizeof(MarkedFile)));

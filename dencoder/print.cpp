@@ -17,11 +17,11 @@ void print_new_line(const Printer &printer) {
 }
 
 void print_hex(FILE *stream, const uint8_t *bytes, std::size_t size, const char *end) {
-    constexpr char kDigits[] = "0123456789ABCDEF";
+    constexpr char digits[] = "0123456789ABCDEF";
     putc('\'', stream);
     for (std::size_t i = 0; i < size && bytes != nullptr; ++i) {
-        putc(kDigits[bytes[i] >> 4], stream);
-        putc(kDigits[bytes[i] & 15], stream);
+        putc(digits[bytes[i] >> 4], stream);
+        putc(digits[bytes[i] & 15], stream);
     }
     fputs(end, stream);
 }

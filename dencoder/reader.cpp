@@ -3,14 +3,14 @@
 namespace dencoder {
 namespace {
 
-constexpr unsigned kLongestTag = 5; // octets of a tag number, which has 32 bits at most
-constexpr unsigned kDeepestIndefinite =
+constexpr unsigned longest_tag = 5; // octets of a tag number, which has 32 bits at most
+constexpr unsigned deepest_indefinite =
     64; // open elements of indefinite length inside an open type
 
 // Tag numbers from 31 on (X.690 8.1.2.4). The schema has none; they occur inside open types.
 Read skip_tag_number(Reader &reader) {
     uint32_t number = 0;
-    for (unsigned count = 0; count < kLongestTag; ++count) {
+    for (unsigned count = 0; count < longest_tag; ++count) {
         if (const Read outcome = need(reader, 1); outcome != Read::good)
             return outcome;
         const uint8_t octet = *peek(reader);
@@ -132,7 +132,7 @@ Read skip(Reader &reader, const Header &header) {
         Header inner;
         if (const Read outcome = read_header(reader, inner); outcome != Read::good)
             return outcome;
-        if (inner.indefinite && ++open > kDeepestIndefinite)
+        if (inner.indefinite && ++open > deepest_indefinite)
             return Read::too_deep;
         reader.at += inner.length;
     }

@@ -11,7 +11,7 @@
 namespace dencoder {
 
 // Most that need() and take() can be asked for.
-constexpr uint32_t kWindowSize = 64 * 1024;
+constexpr uint32_t window_size = 64 * 1024;
 
 struct Reader {
     const uint8_t *window = nullptr; // the bytes at [start, filled)

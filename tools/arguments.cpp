@@ -10,7 +10,7 @@
 namespace tool {
 namespace {
 
-constexpr int kFirstCode = 256; // getopt_long's codes of long options, beyond every letter
+constexpr int first_code = 256; // getopt_long's codes of long options, beyond every letter
 
 std::vector<const Option *> options_of(const Command &command) {
     std::vector<const Option *> all;
@@ -44,7 +44,7 @@ struct Grammar {
     explicit Grammar(const Command &command) : options(options_of(command)) {
         for (const Option *row : options) {
             const int takes = row->value != nullptr ? required_argument : no_argument;
-            const int code = kFirstCode + static_cast<int>(longs.size());
+            const int code = first_code + static_cast<int>(longs.size());
             longs.push_back({row->name, takes, nullptr, code});
             if (row->letter != 0) {
                 shorts += row->letter;
@@ -56,7 +56,7 @@ struct Grammar {
 
     const Option *with_code(int code) const {
         for (std::size_t i = 0; i < options.size(); ++i)
-            if (code == kFirstCode + static_cast<int>(i) ||
+            if (code == first_code + static_cast<int>(i) ||
                 (code != 0 && code == options[i]->letter))
                 return options[i];
         return nullptr;

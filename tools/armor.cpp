@@ -18,7 +18,7 @@ struct TypeRow {
     int pdu;           // which type auto tries, or 0
 };
 
-constexpr TypeRow kTypes[] = {
+constexpr TypeRow types[] = {
     {"certificate", "CERTIFICATE", QEL_PDU_Certificate},
     {"keypkg", "KEYPKG", QEL_PDU_KeyPkg},
     {"request", "NEW CERTIFICATE REQUEST", QEL_PDU_CertificationRequest},
@@ -31,14 +31,14 @@ constexpr TypeRow kTypes[] = {
 };
 
 const TypeRow &type_named(const std::string &name) {
-    for (const TypeRow &row : kTypes)
+    for (const TypeRow &row : types)
         if (name == row.name)
             return row;
-    return *std::prev(std::end(kTypes));
+    return *std::prev(std::end(types));
 }
 
 const TypeRow &type_of(const Context &context, const Bytes &bytes) {
-    for (const TypeRow &row : kTypes)
+    for (const TypeRow &row : types)
         if (row.pdu != 0 && decode<void>(context, bytes, row.pdu))
             return row;
     return type_named("none");

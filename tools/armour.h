@@ -14,7 +14,7 @@ namespace tool {
 Bytes armoured(std::span<const uint8_t> bytes, const std::string &label);
 
 // What a raw signature stands under. "DIGITAL SIGNATURE" would promise PKCS#7 signed data.
-constexpr const char *kRawSignatureLabel = "RAW SIGNATURE";
+constexpr const char *raw_signature_label = "RAW SIGNATURE";
 
 } // namespace tool
 

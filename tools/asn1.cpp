@@ -11,8 +11,8 @@
 namespace tool {
 namespace {
 
-constexpr int kFirstPdu = QEL_PDU_Name;
-constexpr int kLastPdu = QEL_PDU_SignedPublicKeyAndChallenge;
+constexpr int first_pdu = QEL_PDU_Name;
+constexpr int last_pdu = QEL_PDU_SignedPublicKeyAndChallenge;
 
 // How a type is treated apart from the others.
 struct Peculiarity {
@@ -22,7 +22,7 @@ struct Peculiarity {
     bool secret;  // a key or key package
 };
 
-constexpr Peculiarity kPeculiar[] = {
+constexpr Peculiarity peculiar[] = {
     {QEL_PDU_Name, true, false, false},
     {QEL_PDU_CertificateInfo, true, false, false},
     {QEL_PDU_Certificate, true, false, false},
@@ -39,7 +39,7 @@ constexpr Peculiarity kPeculiar[] = {
 };
 
 Peculiarity peculiarity(int pdu) {
-    for (const Peculiarity &row : kPeculiar)
+    for (const Peculiarity &row : peculiar)
         if (row.pdu == pdu)
             return row;
     return {pdu, false, false, false};
@@ -60,9 +60,9 @@ int find_pdu(const Arguments &arguments, const std::string &text) {
     int number = 0;
     const char *const end = text.data() + text.size();
     const auto read = std::from_chars(text.data(), end, number);
-    if (read.ec == std::errc() && read.ptr == end && number >= kFirstPdu && number <= kLastPdu)
+    if (read.ec == std::errc() && read.ptr == end && number >= first_pdu && number <= last_pdu)
         return number;
-    for (int pdu = kFirstPdu; pdu <= kLastPdu; ++pdu)
+    for (int pdu = first_pdu; pdu <= last_pdu; ++pdu)
         if (strcasecmp(pdu_name(pdu).c_str(), text.c_str()) == 0)
             return pdu;
     arguments.misuse("unknown type " + in_quotes(text) + "; 'qel asn1 --list' names them all");
@@ -71,7 +71,7 @@ int find_pdu(const Arguments &arguments, const std::string &text) {
 Exit list_types(const Arguments &arguments) {
     Json json = arguments.report();
     json["types"] = Json::array();
-    for (int pdu = kFirstPdu; pdu <= kLastPdu; ++pdu) {
+    for (int pdu = first_pdu; pdu <= last_pdu; ++pdu) {
         Json one;
         one["number"] = pdu;
         one["name"] = pdu_name(pdu);

@@ -43,7 +43,7 @@ struct Command {
     Exit (*run)(const Arguments &);
 };
 
-constexpr std::size_t kAny = static_cast<std::size_t>(-1);
+constexpr std::size_t any_type = static_cast<std::size_t>(-1);
 
 std::span<const Command> commands();
 std::span<const Option> common_options(); // every command has them

@@ -7,7 +7,7 @@ namespace {
 #define ALGORITHM                                                                                  \
     { "algorithm", 'a', "NAME", "md2|md5", false, "message digest: md2 or md5 (default md5)" }
 
-constexpr Option kCommon[] = {
+constexpr Option common[] = {
     {"json", 0, nullptr, nullptr, false, "print one JSON object"},
     {"batch", 0, nullptr, nullptr, false, "never prompt; fail instead"},
     {"help", 'h', nullptr, nullptr, false, "print this help"},
@@ -15,47 +15,47 @@ constexpr Option kCommon[] = {
 
 // ---- digest, sign, verify ----------------------------------------------------------------------
 
-constexpr Option kDigestOptions[] = {ALGORITHM};
-constexpr Example kDigestExamples[] = {
+constexpr Option digest_options[] = {ALGORITHM};
+constexpr Example digest_examples[] = {
     {"qel digest report.txt", "MD5 of a file"},
     {"tar c folder | qel digest -a md2", "MD2 of standard input"},
 };
 
-constexpr Option kSignOptions[] = {
+constexpr Option sign_options[] = {
     {"key", 'k', "FILE", nullptr, true,
      "private key: unencrypted PKCS#8 or PKCS#1, DER or armoured"},
     ALGORITHM,
     {"output", 'o', "FILE", nullptr, false, "where the signature goes (default standard output)"},
     {"armor", 0, nullptr, nullptr, false, "write the signature as armoured text"},
 };
-constexpr Example kSignExamples[] = {
+constexpr Example sign_examples[] = {
     {"qel sign -k my.key -o report.sig report.txt", "sign a file"},
     {"qel sign -k my.key --armor < report.txt", "sign standard input, print armoured text"},
 };
 
-constexpr Option kVerifyOptions[] = {
+constexpr Option verify_options[] = {
     {"signature", 's', "FILE", nullptr, true, "the signature, as bytes or armoured"},
     {"key", 'k', "FILE", nullptr, false,
      "the signer's public key (SubjectPublicKeyInfo or RSAPublicKey)"},
     {"cert", 'c', "FILE", nullptr, false, "the signer's certificate; only its key is used"},
     ALGORITHM,
 };
-constexpr Example kVerifyExamples[] = {
+constexpr Example verify_examples[] = {
     {"qel verify -s report.sig -c signer.pem report.txt", "verify with a certificate's key"},
     {"qel verify -s report.sig -k signer.pub -a md2 - < report.txt", "an MD2 signature, by key"},
 };
 
 // ---- certificates ------------------------------------------------------------------------------
 
-constexpr Option kCertShowOptions[] = {
+constexpr Option cert_show_options[] = {
     {"full", 'f', nullptr, nullptr, false, "show every field"},
 };
-constexpr Example kCertShowExamples[] = {
+constexpr Example cert_show_examples[] = {
     {"qel cert show server.pem", "what matters of each certificate in a file"},
     {"qel cert show --full --json server.pem", "everything, for another program"},
 };
 
-constexpr Option kCertVerifyOptions[] = {
+constexpr Option cert_verify_options[] = {
     {"issuer", 'i', "FILE", nullptr, false,
      "the issuer's certificate or public key, or several (default: the certificate's own key)"},
     {"allow-expired", 0, nullptr, nullptr, false,
@@ -63,23 +63,23 @@ constexpr Option kCertVerifyOptions[] = {
     {"signature-only", 0, nullptr, nullptr, false,
      "look at the signature alone, not at validity and extensions"},
 };
-constexpr Example kCertVerifyExamples[] = {
+constexpr Example cert_verify_examples[] = {
     {"qel cert verify root.pem", "a self-signed certificate"},
     {"qel cert verify user.pem -i root.pem --allow-expired", "an old certificate, by its issuer"},
 };
 
 // ---- names, armour, ASN.1 ----------------------------------------------------------------------
 
-constexpr Option kDnOptions[] = {
+constexpr Option dn_options[] = {
     {"der", 0, nullptr, nullptr, false, "print the DER encoding in hexadecimal instead"},
     {"output", 'o', "FILE", nullptr, false, "write the DER encoding of the one name to a file"},
 };
-constexpr Example kDnExamples[] = {
+constexpr Example dn_examples[] = {
     {"qel dn 'cn=alice, o=acme, c=us'", "prints CN=ALICE, O=ACME, C=US"},
     {"qel dn --der 'CN=Alice'", "the encoded name"},
 };
 
-constexpr Option kArmorOptions[] = {
+constexpr Option armor_options[] = {
     {"type", 't', "TYPE",
      "auto|none|certificate|keypkg|request|signature|signature-and-data|encrypted-data|"
      "encryption-info|encryption-info-and-data",
@@ -87,65 +87,65 @@ constexpr Option kArmorOptions[] = {
     {"output", 'o', "FILE", nullptr, false, "where the text goes (default standard output)"},
     {"force", 0, nullptr, nullptr, false, "overwrite a file with a key package"},
 };
-constexpr Example kArmorExamples[] = {
+constexpr Example armor_examples[] = {
     {"qel armor cert.der > cert.pem", "a certificate between its marker lines"},
     {"qel armor -t none data.bin", "bare base 64 in lines of 64 characters"},
 };
 
-constexpr Option kDearmorOptions[] = {
+constexpr Option dearmor_options[] = {
     {"block", 'b', "N", nullptr, false, "which block, counted from 1, where there are several"},
     {"list", 'l', nullptr, nullptr, false, "list the blocks instead"},
     {"output", 'o', "FILE", nullptr, false, "where the bytes go (default standard output)"},
     {"force", 0, nullptr, nullptr, false, "overwrite a file with a private key or key package"},
 };
-constexpr Example kDearmorExamples[] = {
+constexpr Example dearmor_examples[] = {
     {"qel dearmor cert.pem > cert.der", "the bytes of a certificate"},
     {"qel dearmor -b 2 -o key.der server.pem", "the second block of a file"},
 };
 
-constexpr Option kAsn1Options[] = {
+constexpr Option asn1_options[] = {
     {"list", 'l', nullptr, nullptr, false, "list the types and their numbers"},
     {"encode", 'e', "RULES", "der|ber|indefinite", false,
      "encode the value again instead of printing it"},
     {"output", 'o', "FILE", nullptr, false, "where the encoding goes (default standard output)"},
     {"force", 0, nullptr, nullptr, false, "overwrite a file with a private key or key package"},
 };
-constexpr Example kAsn1Examples[] = {
+constexpr Example asn1_examples[] = {
     {"qel asn1 Certificate server.pem", "a certificate's value"},
     {"qel asn1 ContentInfo -e indefinite -o out.ber in.p7", "with indefinite lengths"},
 };
 
-constexpr Example kExplainExamples[] = {
+constexpr Example explain_examples[] = {
     {"qel explain 43", "by number"},
     {"qel explain key_expired", "by name"},
 };
 
 // ---- about the program -------------------------------------------------------------------------
 
-constexpr Option kManOptions[] = {
+constexpr Option man_options[] = {
     {"directory", 'd', "FOLDER", nullptr, false, "write every page into a folder"},
 };
-constexpr Example kHelpExamples[] = {{"qel help cert verify", "help of one command"}};
-constexpr Example kCompletionExamples[] = {
+constexpr Example help_examples[] = {{"qel help cert verify", "help of one command"}};
+constexpr Example completion_examples[] = {
     {". <(qel completion bash)", "completion in this shell"},
 };
-constexpr Example kManExamples[] = {
+constexpr Example man_examples[] = {
     {"qel man sign | man -l -", "one page"},
     {"qel man --directory man", "all pages, as files"},
 };
 
 #undef ALGORITHM
 
-constexpr Command kCommands[] = {
-    {"digest", "Print message digests of files", "[FILE]...", 0, kAny,
+constexpr Command all_commands[] = {
+    {"digest", "Print message digests of files", "[FILE]...", 0, any_type,
      "Prints the MD5 or MD2 digest of each file, or of standard input, one line each.\n\n"
      "Both digests are of historical use: collisions of MD5 can be made at will.",
-     kDigestOptions, kDigestExamples, run_digest},
+     digest_options, digest_examples, run_digest},
     {"sign", "Sign a file with a private key", "[FILE]", 0, 1,
      "Makes an RSA signature (PKCS#1, md5WithRSAEncryption or md2WithRSAEncryption) over a file of "
      "any size, or standard input. The signature is as many bytes as the key's modulus; a terminal "
      "only gets it armoured.",
-     kSignOptions, kSignExamples, run_sign},
+     sign_options, sign_examples, run_sign},
     {"verify", "Verify a signature over a file", "[FILE]", 0, 1,
      "Exits 0 only when the signature was checked and is good for the file, or standard input, "
      "under the given key; 1 when it is not.\n\n"
@@ -153,8 +153,8 @@ constexpr Command kCommands[] = {
      "key under the old identifier 2.5.8.1.1 is used as an rsaEncryption key, which is said. "
      "Signatures under keys with small public exponents can be forged: below 65537 there is a "
      "warning.",
-     kVerifyOptions, kVerifyExamples, run_verify},
-    {"cert show", "Show certificates", "[FILE]...", 0, kAny,
+     verify_options, verify_examples, run_verify},
+    {"cert show", "Show certificates", "[FILE]...", 0, any_type,
      "Shows every certificate in the files, DER or armoured. Names are shown in their own letters, "
      "the most specific part first, with all attribute and string types, also those that the "
      "library's printer refuses; --full says what that printer makes of them. Fingerprints are of "
@@ -162,7 +162,7 @@ constexpr Command kCommands[] = {
      "Times are in UTC. The library's own test of validity reads a time with an offset as if it "
      "had "
      "none; where that matters, it is shown.",
-     kCertShowOptions, kCertShowExamples, run_cert_show},
+     cert_show_options, cert_show_examples, run_cert_show},
     {"cert verify", "Verify a certificate with its issuer's key", "FILE", 1, 1,
      "Gives the library's verdict on the first certificate in the file: its signature under the "
      "issuer's key, its validity now, and that no extension is marked critical. Exits 0 for yes, 1 "
@@ -170,21 +170,21 @@ constexpr Command kCommands[] = {
      "tried that bear the issuer's name.\n\n"
      "With --signature-only the verdict is on the signature alone. A key under the old identifier "
      "2.5.8.1.1, which the library refuses, is then used as an rsaEncryption key, which is said.",
-     kCertVerifyOptions, kCertVerifyExamples, run_cert_verify},
-    {"dn", "Parse a distinguished name and print it normalised", "NAME...", 1, kAny,
+     cert_verify_options, cert_verify_examples, run_cert_verify},
+    {"dn", "Parse a distinguished name and print it normalised", "NAME...", 1, any_type,
      "Reads printable names, TYPE=VALUE parts joined by commas, the most specific first, and "
      "prints "
      "their normalised form. Types: CN, SERIAL, C, L, O, OU, ST, EM, STREET. A plus sign joins "
      "parts of one level; a backslash keeps a comma inside a value.",
-     kDnOptions, kDnExamples, run_dn},
+     dn_options, dn_examples, run_dn},
     {"armor", "Put bytes into printable armour", "[FILE]", 0, 1,
      "Writes base 64 in lines of 64 characters (RFC 1421), between marker lines for the type. Text "
      "that is armoured already is refused, except under the type none.",
-     kArmorOptions, kArmorExamples, run_armor},
+     armor_options, armor_examples, run_armor},
     {"dearmor", "Take bytes out of printable armour", "[FILE]", 0, 1,
      "Finds armour under any label in a text, passes over what stands around it, and writes the "
      "bytes.",
-     kDearmorOptions, kDearmorExamples, run_dearmor},
+     dearmor_options, dearmor_examples, run_dearmor},
     {"asn1", "Decode, print and encode ASN.1 values", "[TYPE [FILE]]", 0, 2,
      "Decodes a value of the named or numbered type and prints its fields. Private keys, and what "
      "encrypts them, are never printed, and taken for no other type than their own.\n\n"
@@ -192,16 +192,16 @@ constexpr Command kCommands[] = {
      "(Name, CertificateInfo, Certificate, KeyPkgInfo, DigestInfo, CertificationRequestInfo), "
      "under "
      "ber, or with indefinite lengths.",
-     kAsn1Options, kAsn1Examples, run_asn1},
+     asn1_options, asn1_examples, run_asn1},
     {"explain",
      "Explain a status of the library",
      "[CODE]...",
      0,
-     kAny,
+     any_type,
      "Tells, for a number or a name with or without QEL_ERR_, what a status means and what to do. "
      "Without a code it lists them all.",
      {},
-     kExplainExamples,
+     explain_examples,
      run_explain},
     {"help",
      "Print help",
@@ -210,7 +210,7 @@ constexpr Command kCommands[] = {
      2,
      "Prints the list of commands, or one command's help.",
      {},
-     kHelpExamples,
+     help_examples,
      run_help},
     {"completion",
      "Print a shell's completion script",
@@ -219,25 +219,25 @@ constexpr Command kCommands[] = {
      1,
      "Prints a script that completes commands, options and their values.",
      {},
-     kCompletionExamples,
+     completion_examples,
      run_completion},
     {"man", "Print manual pages", "[COMMAND]...", 0, 2,
-     "Prints the manual page of the program or of a command, as roff.", kManOptions, kManExamples,
+     "Prints the manual page of the program or of a command, as roff.", man_options, man_examples,
      run_man},
 };
 
 } // namespace
 
 std::span<const Command> commands() {
-    return kCommands;
+    return all_commands;
 }
 
 std::span<const Option> common_options() {
-    return kCommon;
+    return common;
 }
 
 const Command *find_command(std::string_view name) {
-    for (const Command &command : kCommands)
+    for (const Command &command : all_commands)
         if (name == command.name)
             return &command;
     return nullptr;

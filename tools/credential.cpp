@@ -10,7 +10,7 @@
 namespace tool {
 namespace {
 
-constexpr Algorithm kAlgorithms[] = {
+constexpr Algorithm algorithms[] = {
     {"md2",
      &QEL_MD2_AID,
      &QEL_MD2WithRSAEncryption_AID,
@@ -125,7 +125,7 @@ Context::Context() {
 }
 
 const Algorithm &algorithm_named(const std::string &name) {
-    return kAlgorithms[name == "md2" ? 0 : 1];
+    return algorithms[name == "md2" ? 0 : 1];
 }
 
 Bytes encode(QelContext *context, const void *value, int pdu, const std::string &what) {

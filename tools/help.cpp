@@ -10,9 +10,9 @@
 namespace tool {
 namespace {
 
-constexpr std::size_t kWidth = 80;
+constexpr std::size_t line_width = 80;
 
-// Text in lines of at most kWidth characters, each after indent blanks.
+// Text in lines of at most line_width characters, each after indent blanks.
 std::string wrapped(std::string_view text, std::size_t indent) {
     std::string result, line(indent, ' ');
     std::size_t words = 0;
@@ -20,7 +20,7 @@ std::string wrapped(std::string_view text, std::size_t indent) {
         const std::size_t end = std::min(text.find_first_of(" \n"), text.size());
         const std::string_view word = text.substr(0, end);
         const bool paragraph = text.substr(end).starts_with("\n");
-        if (words != 0 && line.size() + 1 + word.size() > kWidth) {
+        if (words != 0 && line.size() + 1 + word.size() > line_width) {
             result += line + "\n";
             line.assign(indent, ' ');
             words = 0;

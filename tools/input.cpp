@@ -242,7 +242,7 @@ void each_block(const std::string &path,
 Bytes read_whole(const std::string &path) {
     Bytes bytes;
     each_block(path, [&](std::span<const uint8_t> block) {
-        if (block.size() > kMostBytes - bytes.size())
+        if (block.size() > most_bytes - bytes.size())
             throw Failure{Exit::input, "cannot use " + display_name(path),
                           "it is larger than 64 MiB", "Check that it is the right file."};
         bytes.insert(bytes.end(), block.begin(), block.end());

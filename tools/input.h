@@ -28,7 +28,7 @@ template <class T> struct Zeroing {
 using Bytes = std::vector<uint8_t, Zeroing<uint8_t>>;
 
 // Credentials and armour are read whole, up to this size.
-constexpr std::size_t kMostBytes = std::size_t{64} << 20;
+constexpr std::size_t most_bytes = std::size_t{64} << 20;
 
 // "standard input" for "-", else the name in quotes; safe to print.
 std::string display_name(const std::string &path);
@@ -58,7 +58,7 @@ private:
 // Hands the bytes of a file to take, block by block, as a Source reads them.
 void each_block(const std::string &path, const std::function<void(std::span<const uint8_t>)> &take);
 
-// All bytes of a file of at most kMostBytes.
+// All bytes of a file of at most most_bytes.
 Bytes read_whole(const std::string &path);
 
 // A block of armour, or the whole of a file that holds none.

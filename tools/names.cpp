@@ -20,7 +20,7 @@ struct OidRow {
 
 // Algorithms and extensions that certificates of the time carry. Attribute types of names are not
 // here: the library has their keywords, and others are shown as dots.
-constexpr OidRow kOids[] = {
+constexpr OidRow oids[] = {
     {"2.5.8.1.1", "rsa"},
     {"1.2.840.113549.1.1.1", "rsaEncryption"},
     {"1.2.840.113549.1.1.2", "md2WithRSAEncryption"},
@@ -80,7 +80,7 @@ struct StringRow {
 };
 
 // Character strings (X.680). T61String is read as ISO 8859-1, which is what issuers put into it.
-constexpr StringRow kStrings[] = {
+constexpr StringRow strings[] = {
     {12, "UTF8String", Coding::utf8},          {18, "NumericString", Coding::one_byte},
     {19, "PrintableString", Coding::one_byte}, {20, "T61String", Coding::one_byte},
     {22, "IA5String", Coding::one_byte},       {26, "VisibleString", Coding::one_byte},
@@ -119,7 +119,7 @@ NameValue name_value(const QelAva &ava) {
     std::span<const uint8_t> rest = encoded;
     Element element;
     if (take_element(rest, element) && rest.empty()) {
-        for (const StringRow &row : kStrings) {
+        for (const StringRow &row : strings) {
             if (row.tag != element.tag)
                 continue;
             value.string_type = row.name;
@@ -169,7 +169,7 @@ std::string oid_text(const QelOid *oid) {
 
 const char *oid_name(const QelOid *oid) {
     const std::string dots = oid_text(oid);
-    for (const OidRow &row : kOids)
+    for (const OidRow &row : oids)
         if (dots == row.dots)
             return row.name;
     return nullptr;
@@ -328,10 +328,10 @@ Json exponent_json(const QelKeyInfo *key) {
 }
 
 std::string small_exponent_note(const QelKeyInfo *key) {
-    constexpr unsigned long kUsual = 65537;
+    constexpr unsigned long usual = 65537;
     const RsaNumbers rsa = rsa_numbers(key);
     if (rsa.bits == 0 || rsa.exponent.size() > 8 ||
-        std::strtoul(rsa.exponent.c_str(), nullptr, 16) >= kUsual)
+        std::strtoul(rsa.exponent.c_str(), nullptr, 16) >= usual)
         return "";
     return "the key has the public exponent " + exponent_text(rsa) +
            ": signatures under keys with small exponents can be forged, see SECURITY.md";

@@ -17,7 +17,7 @@
 namespace tool {
 namespace {
 
-constexpr std::size_t kBuffered = std::size_t{64} << 10;
+constexpr std::size_t buffered = std::size_t{64} << 10;
 std::string waiting; // for standard output
 
 // 0, or the error of the write that failed.
@@ -88,7 +88,7 @@ std::string resolved(const std::string &path) {
 
 void put(std::string_view text) {
     waiting += text;
-    if (waiting.size() >= kBuffered)
+    if (waiting.size() >= buffered)
         flush();
 }
 

@@ -103,7 +103,7 @@ Exit run_sign(const Arguments &arguments) {
 
     const bool to_json = arguments.json() && output == "-";
     if (!to_json && armor)
-        write_file(output, armoured(signature, kRawSignatureLabel));
+        write_file(output, armoured(signature, raw_signature_label));
     else if (!to_json)
         write_file(output, signature);
     if (arguments.json()) {

@@ -9,7 +9,7 @@
 namespace tool {
 namespace {
 
-constexpr ExitRow kExits[] = {
+constexpr ExitRow exits[] = {
     {Exit::yes, "yes, or done"},
     {Exit::no, "the answer is no: not verified, expired, not found"},
     {Exit::usage, "the command line is wrong"},
@@ -24,7 +24,7 @@ constexpr ExitRow kExits[] = {
 };
 
 #define ROW(name) name, #name
-constexpr StatusRow kStatuses[] = {
+constexpr StatusRow statuses[] = {
     {ROW(QEL_OK), Exit::yes, "The operation succeeded.", "Nothing."},
     {ROW(QEL_ERR_BUFFER_SIZE), Exit::internal, "A buffer given to the library is too small.",
      "In a program, let the library allocate: pass a null buffer."},
@@ -154,7 +154,7 @@ constexpr StatusRow kStatuses[] = {
 };
 #undef ROW
 
-static_assert(std::size(kStatuses) == QEL_ERR_OPEN_FILE + 1);
+static_assert(std::size(statuses) == QEL_ERR_OPEN_FILE + 1);
 
 std::string_view without_prefix(std::string_view name) {
     for (const std::string_view prefix : {"QEL_ERR_", "QEL_"})
@@ -167,15 +167,15 @@ std::string_view without_prefix(std::string_view name) {
 } // namespace
 
 std::span<const ExitRow> exit_table() {
-    return kExits;
+    return exits;
 }
 
 std::span<const StatusRow> status_table() {
-    return kStatuses;
+    return statuses;
 }
 
 const StatusRow *find_status(QelStatus status) {
-    return status < std::size(kStatuses) ? &kStatuses[status] : nullptr;
+    return status < std::size(statuses) ? &statuses[status] : nullptr;
 }
 
 const StatusRow *find_status(std::string_view number_or_name) {
@@ -185,7 +185,7 @@ const StatusRow *find_status(std::string_view number_or_name) {
     if (read.ec == std::errc() && read.ptr == end)
         return find_status(number);
     const std::string_view wanted = without_prefix(number_or_name);
-    for (const StatusRow &row : kStatuses) {
+    for (const StatusRow &row : statuses) {
         const std::string_view name = without_prefix(row.name);
         if (name.size() == wanted.size() &&
             strncasecmp(name.data(), wanted.data(), name.size()) == 0)
@@ -208,7 +208,7 @@ Exit verdict_exit(QelStatus status) {
     case QEL_ERR_KEY_TYPE:
         return Exit::no;
     default:
-        return status < std::size(kStatuses) ? kStatuses[status].exit : Exit::internal;
+        return status < std::size(statuses) ? statuses[status].exit : Exit::internal;
     }
 }
 

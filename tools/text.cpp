@@ -45,7 +45,7 @@ struct Range {
 };
 
 // Controls, and characters that move or hide others.
-constexpr Range kHarmful[] = {
+constexpr Range harmful_ranges[] = {
     {0x0000, 0x001f}, {0x007f, 0x009f}, {0x00ad, 0x00ad}, {0x034f, 0x034f},   {0x061c, 0x061c},
     {0x115f, 0x1160}, {0x17b4, 0x17b5}, {0x180b, 0x180f}, {0x200b, 0x200f},   {0x2028, 0x202e},
     {0x2060, 0x206f}, {0x3164, 0x3164}, {0xe000, 0xf8ff}, {0xfe00, 0xfe0f},   {0xfeff, 0xfeff},
@@ -53,7 +53,7 @@ constexpr Range kHarmful[] = {
 };
 
 bool harmful(uint32_t code) {
-    for (const Range &range : kHarmful)
+    for (const Range &range : harmful_ranges)
         if (code >= range.first && code <= range.last)
             return true;
     return false;

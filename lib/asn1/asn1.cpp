@@ -154,11 +154,11 @@ QelStatus __qel_asn1_decode(QelContext *context, const uint8_t *data, uint32_t l
 // ---- Marked files -------------------------------------------------------------------------------
 
 QelStatus __qel_mark_oss_file(QelContext *context, const char *file_name, void **marked_out) {
-    constexpr int kFile = 1;
+    constexpr int file = 1;
     OssEnvironment *environment = environment_of(context);
     if (environment == nullptr || file_name == nullptr || marked_out == nullptr)
         return QEL_ERR_BAD_PARAM;
-    *marked_out = ossMarkObj(environment, kFile, file_name);
+    *marked_out = ossMarkObj(environment, file, file_name);
     return *marked_out != nullptr ? QEL_OK : QEL_ERR_NO_MEMORY;
 }
 

@@ -14,7 +14,7 @@ using OwnedName = qel::Record<QelName, qel_free_dn>;
 using OwnedRdn = qel::Record<QelRdn, __qel_free_rdn>;
 using OwnedAva = qel::Record<QelAva, __qel_free_ava>;
 
-constexpr std::size_t kNoLimit = SIZE_MAX;
+constexpr std::size_t no_limit = SIZE_MAX;
 
 struct AttributeRow {
     const char *keyword;
@@ -33,7 +33,7 @@ constexpr AttributeRow attributes[] = {
     {"OU",     &record::orgunit_OID,       QEL_PDU_CIG,          0, 64},
     {"ST",     &record::state_OID,         QEL_PDU_CIG,          0, 128},
     {"STREET", &record::streetAddress_OID, QEL_PDU_CIG,          0, 128},
-    {"EM",     &record::emailAddress_OID,  QEL_PDU_EmailAddress, 0, kNoLimit},
+    {"EM",     &record::emailAddress_OID,  QEL_PDU_EmailAddress, 0, no_limit},
 };
 // clang-format on
 

@@ -36,97 +36,98 @@ constexpr auto INT = integer<int32_t>("INT");
 
 // ---- Names and attributes (X.501, X.520) --------------------------------------------------------
 
-constexpr Component kAttributeValueAssertion[] = {
+constexpr Component attribute_value_assertion_fields[] = {
     required("objid", ObjectIdentifier, FIELD(QelAva, type)),
     required("value", Any, FIELD(QelAva, value)),
 };
 constexpr auto AttributeValueAssertion =
-    sequence<QelAva>("AttributeValueAssertion", kAttributeValueAssertion);
+    sequence<QelAva>("AttributeValueAssertion", attribute_value_assertion_fields);
 
-constexpr Component kRelativeDistinguishedName[] = {
+constexpr Component relative_distinguished_name_fields[] = {
     required(nullptr, AttributeValueAssertion, FIELD(QelRdn, ava)),
 };
 constexpr auto RelativeDistinguishedName =
-    set_of<QelRdn>("RelativeDistinguishedName", kRelativeDistinguishedName);
+    set_of<QelRdn>("RelativeDistinguishedName", relative_distinguished_name_fields);
 
-constexpr Component kRDNSequence[] = {
+constexpr Component rdn_sequence_fields[] = {
     required(nullptr, RelativeDistinguishedName, FIELD(QelRdnSeq, rdn)),
 };
-constexpr auto RDNSequence = sequence_of<QelRdnSeq>("RDNSequence", kRDNSequence);
+constexpr auto RDNSequence = sequence_of<QelRdnSeq>("RDNSequence", rdn_sequence_fields);
 
-constexpr Component kName[] = {
+constexpr Component name_fields[] = {
     required("distinguishedName", RDNSequence, FIELD(QelName, rdns)),
 };
-constexpr auto Name = choice<QelName>("Name", kName);
+constexpr auto Name = choice<QelName>("Name", name_fields);
 
-constexpr Component kAttributeValueSet[] = {
+constexpr Component attribute_value_set_fields[] = {
     required(nullptr, Any, FIELD(QelAttrValue, value)),
 };
-constexpr auto AttributeValueSet = set_of<QelAttrValue>("AttributeValueSet", kAttributeValueSet);
+constexpr auto AttributeValueSet =
+    set_of<QelAttrValue>("AttributeValueSet", attribute_value_set_fields);
 
-constexpr Component kAttribute[] = {
+constexpr Component attribute_fields[] = {
     required("type", ObjectIdentifier, FIELD(QelAttribute, type)),
     required("values", AttributeValueSet, FIELD(QelAttribute, values)),
 };
-constexpr auto Attribute = sequence<QelAttribute>("Attribute", kAttribute);
+constexpr auto Attribute = sequence<QelAttribute>("Attribute", attribute_fields);
 
-constexpr Component kAttributes[] = {
+constexpr Component attributes_fields[] = {
     required(nullptr, Attribute, FIELD(QelAttributes, attribute)),
 };
-constexpr auto Attributes = set_of<QelAttributes>("Attributes", kAttributes);
+constexpr auto Attributes = set_of<QelAttributes>("Attributes", attributes_fields);
 
-constexpr Component kCIG[] = {
+constexpr Component cig_fields[] = {
     required("t61String", T61String, FIELD(QelCaseIgnoreString, u.t61String)),
     required("printableString", PT, FIELD(QelCaseIgnoreString, u.printableString)),
 };
-constexpr auto CIG = choice<QelCaseIgnoreString>("CIG", kCIG);
+constexpr auto CIG = choice<QelCaseIgnoreString>("CIG", cig_fields);
 
-constexpr Component kChallengePassword[] = {
+constexpr Component challenge_password_fields[] = {
     required("printableString", PT, FIELD(QelChallengePassword, u.printableString)),
     required("t61String", T61String, FIELD(QelChallengePassword, u.t61String)),
 };
 constexpr auto ChallengePassword =
-    choice<QelChallengePassword>("ChallengePassword", kChallengePassword);
+    choice<QelChallengePassword>("ChallengePassword", challenge_password_fields);
 
 // ---- Certificates (X.509) -----------------------------------------------------------------------
 
-constexpr Component kAlgID[] = {
+constexpr Component alg_id_fields[] = {
     required("algorithm", ObjectIdentifier, FIELD(QelAlgId, algorithm)),
     optional("parameters", Any, FIELD(QelAlgId, parameters)),
 };
-constexpr auto AlgID = sequence<QelAlgId>("AlgID", kAlgID);
+constexpr auto AlgID = sequence<QelAlgId>("AlgID", alg_id_fields);
 
-constexpr Component kSubjectPublicKeyInfo[] = {
+constexpr Component subject_public_key_info_fields[] = {
     required("algorithm", AlgID, FIELD(QelKeyInfo, algorithm)),
     required("pubKey", BitString, FIELD(QelKeyInfo, pubKey)),
 };
 constexpr auto SubjectPublicKeyInfo =
-    sequence<QelKeyInfo>("SubjectPublicKeyInfo", kSubjectPublicKeyInfo);
+    sequence<QelKeyInfo>("SubjectPublicKeyInfo", subject_public_key_info_fields);
 
-constexpr Component kValidity[] = {
+constexpr Component validity_fields[] = {
     required("notBefore", UTCTime, FIELD(QelValidity, notBefore)),
     required("notAfter", UTCTime, FIELD(QelValidity, notAfter)),
 };
-constexpr auto Validity = sequence<QelValidity>("Validity", kValidity);
+constexpr auto Validity = sequence<QelValidity>("Validity", validity_fields);
 
-constexpr Component kCertificateExtension[] = {
+constexpr Component certificate_extension_fields[] = {
     required("extend", ObjectIdentifier, FIELD(QelExtension, extnId)),
     defaulted("critical", Tag{}, Boolean, FIELD(QelExtension, critical), QEL_EXTENSION_CRITICAL, 0),
     required("extnValue", OctetString, FIELD(QelExtension, extnValue)),
 };
 constexpr auto CertificateExtension =
-    sequence<QelExtension>("CertificateExtension", kCertificateExtension);
+    sequence<QelExtension>("CertificateExtension", certificate_extension_fields);
 
-constexpr Component kCertificateExtensions[] = {
+constexpr Component certificate_extensions_fields[] = {
     required(nullptr, CertificateExtension, FIELD(QelExtensions, extension)),
 };
 constexpr auto CertificateExtensions =
-    sequence_of<QelExtensions>("CertificateExtensions", kCertificateExtensions);
+    sequence_of<QelExtensions>("CertificateExtensions", certificate_extensions_fields);
 
 constexpr auto CertificateVersion = integer<int32_t>("CertificateVersion");
 constexpr auto CertificateSerialNumber = big_integer<QelSerial>("CertificateSerialNumber");
 
-constexpr Component kCertificateInfo[] = {
+constexpr Component certificate_info_fields[] = {
     defaulted("version", explicit_tag(0), CertificateVersion, FIELD(QelCert, version),
               QEL_CERT_VERSION, 0),
     required("serial", CertificateSerialNumber, FIELD(QelCert, serial)),
@@ -140,35 +141,35 @@ constexpr Component kCertificateInfo[] = {
     optional("extensions", explicit_tag(3), CertificateExtensions, FIELD(QelCert, extensions),
              QEL_CERT_EXTENSIONS),
 };
-constexpr auto CertificateInfo = sequence<QelCert>("CertificateInfo", kCertificateInfo);
+constexpr auto CertificateInfo = sequence<QelCert>("CertificateInfo", certificate_info_fields);
 
-constexpr Component kCertificate[] = {
+constexpr Component certificate_fields[] = {
     required("info", CertificateInfo, same_record<QelCert>()),
     required("algorithm", AlgID, FIELD(QelCert, algorithm)),
     required("signature", BitString, FIELD(QelCert, sigBits)),
 };
-constexpr auto Certificate = sequence<QelCert>("Certificate", kCertificate);
+constexpr auto Certificate = sequence<QelCert>("Certificate", certificate_fields);
 
-constexpr Component kCertificatePair[] = {
+constexpr Component certificate_pair_fields[] = {
     optional("forward", explicit_tag(0), Certificate, FIELD(QelCertPair, forward)),
     optional("reverse", explicit_tag(1), Certificate, FIELD(QelCertPair, reverse)),
 };
-constexpr auto CertificatePair = sequence<QelCertPair>("CertificatePair", kCertificatePair);
+constexpr auto CertificatePair = sequence<QelCertPair>("CertificatePair", certificate_pair_fields);
 
 // ---- Revocation lists: of X.509, and of PKCS#7, which has nextUpdate always ---------------------
 
-constexpr Component kCRLEntry[] = {
+constexpr Component crl_entry_fields[] = {
     required("userCertificate", CertificateSerialNumber, FIELD(QelCrlEntry, userCertificate)),
     required("revocationDate", UTCTime, FIELD(QelCrlEntry, revocationDate)),
 };
-constexpr auto CRLEntry = sequence<QelCrlEntry>("CRLEntry", kCRLEntry);
+constexpr auto CRLEntry = sequence<QelCrlEntry>("CRLEntry", crl_entry_fields);
 
-constexpr Component kCRLEntries[] = {
+constexpr Component crl_entries_fields[] = {
     required(nullptr, CRLEntry, FIELD(QelCrlEntries, entry)),
 };
-constexpr auto CRLEntries = sequence_of<QelCrlEntries>("SEQUENCE OF CRLEntry", kCRLEntries);
+constexpr auto CRLEntries = sequence_of<QelCrlEntries>("SEQUENCE OF CRLEntry", crl_entries_fields);
 
-constexpr Component kCertListContents[] = {
+constexpr Component cert_list_contents_fields[] = {
     required("signature", AlgID, FIELD(QelCrl, signature)),
     required("issuer", Name, FIELD(QelCrl, issuer)),
     required("thisUpdate", UTCTime, FIELD(QelCrl, thisUpdate)),
@@ -176,16 +177,16 @@ constexpr Component kCertListContents[] = {
     optional("revokedCertificates", CRLEntries, FIELD(QelCrl, revokedCertificates),
              QEL_CRL_ENTRIES),
 };
-constexpr auto CertListContents = sequence<QelCrl>("CertListContents", kCertListContents);
+constexpr auto CertListContents = sequence<QelCrl>("CertListContents", cert_list_contents_fields);
 
-constexpr Component kCertificateList[] = {
+constexpr Component certificate_list_fields[] = {
     required("certListContents", CertListContents, same_record<QelCrl>()),
     required("algId", AlgID, FIELD(QelCrl, algorithm)),
     required("signature", BitString, FIELD(QelCrl, sigBits)),
 };
-constexpr auto CertificateList = sequence<QelCrl>("CertificateList", kCertificateList);
+constexpr auto CertificateList = sequence<QelCrl>("CertificateList", certificate_list_fields);
 
-constexpr Component kCertificateRevocationListInfo[] = {
+constexpr Component certificate_revocation_list_info_fields[] = {
     required("signature", AlgID, FIELD(QelCrl, signature)),
     required("issuer", Name, FIELD(QelCrl, issuer)),
     required("lastUpdate", UTCTime, FIELD(QelCrl, thisUpdate)),
@@ -194,63 +195,65 @@ constexpr Component kCertificateRevocationListInfo[] = {
              QEL_CRL_ENTRIES),
 };
 constexpr auto CertificateRevocationListInfo =
-    sequence<QelCrl>("CertificateRevocationListInfo", kCertificateRevocationListInfo);
+    sequence<QelCrl>("CertificateRevocationListInfo", certificate_revocation_list_info_fields);
 
-constexpr Component kCertificateRevocationList[] = {
+constexpr Component certificate_revocation_list_fields[] = {
     required("info", CertificateRevocationListInfo, same_record<QelCrl>()),
     required("algorithm", AlgID, FIELD(QelCrl, algorithm)),
     required("signature", BitString, FIELD(QelCrl, sigBits)),
 };
 constexpr auto CertificateRevocationList =
-    sequence<QelCrl>("CertificateRevocationList", kCertificateRevocationList);
+    sequence<QelCrl>("CertificateRevocationList", certificate_revocation_list_fields);
 
 // ---- Private keys (PKCS#8) and algorithm parameters (PKCS#1, PKCS#5, RFC 2268) ------------------
 
-constexpr Component kPrivateKeyInfo[] = {
+constexpr Component private_key_info_fields[] = {
     required("version", Integer, FIELD(QelPrivateKeyInfo, version)),
     required("privateKeyAlgorithm", AlgID, FIELD(QelPrivateKeyInfo, privateKeyAlgorithm)),
     required("privateKey", OctetString, FIELD(QelPrivateKeyInfo, privateKey)),
     optional("attributes", implicit_tag(0), Attributes, FIELD(QelPrivateKeyInfo, attributes),
              QEL_PRIVKEY_ATTRIBUTES),
 };
-constexpr auto PrivateKeyInfo = sequence<QelPrivateKeyInfo>("PrivateKeyInfo", kPrivateKeyInfo);
+constexpr auto PrivateKeyInfo =
+    sequence<QelPrivateKeyInfo>("PrivateKeyInfo", private_key_info_fields);
 
-constexpr Component kEncryptedPrivateKeyInfo[] = {
+constexpr Component encrypted_private_key_info_fields[] = {
     required("encryptionAlgorithm", AlgID, FIELD(QelEncryptedPrivateKeyInfo, encryptionAlgorithm)),
     required("encryptedData", OctetString, FIELD(QelEncryptedPrivateKeyInfo, encryptedData)),
 };
-constexpr auto EncryptedPrivateKeyInfo =
-    sequence<QelEncryptedPrivateKeyInfo>("EncryptedPrivateKeyInfo", kEncryptedPrivateKeyInfo);
+constexpr auto EncryptedPrivateKeyInfo = sequence<QelEncryptedPrivateKeyInfo>(
+    "EncryptedPrivateKeyInfo", encrypted_private_key_info_fields);
 
-constexpr Component kDigestInfo[] = {
+constexpr Component digest_info_fields[] = {
     required("digestAlgorithm", AlgID, FIELD(QelDigestInfo, digestAlgorithm)),
     required("digest", OctetString, FIELD(QelDigestInfo, digest)),
 };
-constexpr auto DigestInfo = sequence<QelDigestInfo>("DigestInfo", kDigestInfo);
+constexpr auto DigestInfo = sequence<QelDigestInfo>("DigestInfo", digest_info_fields);
 
-constexpr Component kPBEParameter[] = {
+constexpr Component pbe_parameter_fields[] = {
     required("salt", OctetString, FIELD(QelPBEParameter, salt)),
     required("iterationCount", Unsigned, FIELD(QelPBEParameter, iterationCount)),
 };
-constexpr auto PBEParameter = sequence<QelPBEParameter>("PBEParameter", kPBEParameter);
+constexpr auto PBEParameter = sequence<QelPBEParameter>("PBEParameter", pbe_parameter_fields);
 
-constexpr Component kRC2Sequence[] = {
+constexpr Component rc2_sequence_fields[] = {
     required("version", Integer, FIELD(QelRC2CBCParameter, u.sequence.version)),
     required("iv", OctetString, FIELD(QelRC2CBCParameter, u.sequence.iv)),
 };
-constexpr auto RC2Sequence = sequence<QelRC2CBCParameter>("SEQUENCE", kRC2Sequence);
+constexpr auto RC2Sequence = sequence<QelRC2CBCParameter>("SEQUENCE", rc2_sequence_fields);
 
-constexpr Component kRC2CBCParameter[] = {
+constexpr Component rc2_cbc_parameter_fields[] = {
     required("iv", OctetString, FIELD(QelRC2CBCParameter, u.iv)),
     required("sequence", RC2Sequence, same_record<QelRC2CBCParameter>()),
 };
-constexpr auto RC2CBCParameter = choice<QelRC2CBCParameter>("RC2-CBCParameter", kRC2CBCParameter);
+constexpr auto RC2CBCParameter =
+    choice<QelRC2CBCParameter>("RC2-CBCParameter", rc2_cbc_parameter_fields);
 
 // ---- Key packages -------------------------------------------------------------------------------
 
 constexpr auto TrustedKeySerial = big_integer<QelOctetString>("CertificateSerialNumber");
 
-constexpr Component kTrustedKey[] = {
+constexpr Component trusted_key_fields[] = {
     required("owner", Name, FIELD(QelTrustedKey, owner)),
     required("pubKeyInfo", SubjectPublicKeyInfo, FIELD(QelTrustedKey, pubKeyInfo)),
     optional("issuer", explicit_tag(0), Name, FIELD(QelTrustedKey, issuer)),
@@ -259,14 +262,14 @@ constexpr Component kTrustedKey[] = {
     optional("extensions", explicit_tag(1), CertificateExtensions, FIELD(QelTrustedKey, extensions),
              QEL_TKEY_EXTENSIONS),
 };
-constexpr auto TrustedKey = sequence<QelTrustedKey>("TrustedKey", kTrustedKey);
+constexpr auto TrustedKey = sequence<QelTrustedKey>("TrustedKey", trusted_key_fields);
 
-constexpr Component kTrustedKeyList[] = {
+constexpr Component trusted_key_list_fields[] = {
     required(nullptr, TrustedKey, FIELD(QelTrustedKeys, key)),
 };
-constexpr auto TrustedKeyList = set_of<QelTrustedKeys>("TrustedKeyList", kTrustedKeyList);
+constexpr auto TrustedKeyList = set_of<QelTrustedKeys>("TrustedKeyList", trusted_key_list_fields);
 
-constexpr Component kKeyPkgInfo[] = {
+constexpr Component key_pkg_info_fields[] = {
     required("version", PT, FIELD(QelKeyPkg, version)),
     required("keypkgId", IA5String, FIELD(QelKeyPkg, keypkgId)),
     required("owner", Name, FIELD(QelKeyPkg, owner)),
@@ -276,16 +279,16 @@ constexpr Component kKeyPkgInfo[] = {
     required("usage", Unsigned, FIELD(QelKeyPkg, usage)),
     optional("tKeys", TrustedKeyList, FIELD(QelKeyPkg, tKeys), QEL_KEYPKG_TKEYS),
 };
-constexpr auto KeyPkgInfo = sequence<QelKeyPkg>("KeyPkgInfo", kKeyPkgInfo);
+constexpr auto KeyPkgInfo = sequence<QelKeyPkg>("KeyPkgInfo", key_pkg_info_fields);
 
-constexpr Component kKeyPkg[] = {
+constexpr Component key_pkg_fields[] = {
     required("info", KeyPkgInfo, same_record<QelKeyPkg>()),
     required("algorithm", AlgID, FIELD(QelKeyPkg, algorithm)),
     required("signature", BitString, FIELD(QelKeyPkg, signature)),
 };
-constexpr auto KeyPkg = sequence<QelKeyPkg>("KeyPkg", kKeyPkg);
+constexpr auto KeyPkg = sequence<QelKeyPkg>("KeyPkg", key_pkg_fields);
 
-constexpr Component kServKeyInfo[] = {
+constexpr Component serv_key_info_fields[] = {
     required("keyAlgId", AlgID, FIELD(QelServKeyInfo, keyAlgId)),
     required("uid", Unsigned, FIELD(QelServKeyInfo, uid)),
     required("flags", Unsigned, FIELD(QelServKeyInfo, flags)),
@@ -294,105 +297,105 @@ constexpr Component kServKeyInfo[] = {
     required("hostIP", IA5String, FIELD(QelServKeyInfo, hostIP)),
     required("keypkg", OctetString, FIELD(QelServKeyInfo, keypkg)),
 };
-constexpr auto ServKeyInfo = sequence<QelServKeyInfo>("QelServKeyInfo", kServKeyInfo);
+constexpr auto ServKeyInfo = sequence<QelServKeyInfo>("QelServKeyInfo", serv_key_info_fields);
 
 // ---- Requests (PKCS#10, and a browser's) --------------------------------------------------------
 
-constexpr Component kCertificationRequestInfo[] = {
+constexpr Component certification_request_info_fields[] = {
     required("version", Integer, FIELD(QelCertReq, version)),
     required("subject", Name, FIELD(QelCertReq, subject)),
     required("pubKeyInfo", SubjectPublicKeyInfo, FIELD(QelCertReq, pubKeyInfo)),
     required("attributes", implicit_tag(0), Attributes, FIELD(QelCertReq, attributes)),
 };
 constexpr auto CertificationRequestInfo =
-    sequence<QelCertReq>("CertificationRequestInfo", kCertificationRequestInfo);
+    sequence<QelCertReq>("CertificationRequestInfo", certification_request_info_fields);
 
-constexpr Component kCertificationRequest[] = {
+constexpr Component certification_request_fields[] = {
     required("info", CertificationRequestInfo, same_record<QelCertReq>()),
     required("algorithm", AlgID, FIELD(QelCertReq, algorithm)),
     required("signature", BitString, FIELD(QelCertReq, signature)),
 };
 constexpr auto CertificationRequest =
-    sequence<QelCertReq>("CertificationRequest", kCertificationRequest);
+    sequence<QelCertReq>("CertificationRequest", certification_request_fields);
 
-constexpr Component kPublicKeyAndChallenge[] = {
+constexpr Component public_key_and_challenge_fields[] = {
     required("spki", SubjectPublicKeyInfo, FIELD(QelNetscapeCertReq, spki)),
     required("challenge", IA5String, FIELD(QelNetscapeCertReq, challenge)),
 };
 constexpr auto PublicKeyAndChallenge =
-    sequence<QelNetscapeCertReq>("PublicKeyAndChallenge", kPublicKeyAndChallenge);
+    sequence<QelNetscapeCertReq>("PublicKeyAndChallenge", public_key_and_challenge_fields);
 
-constexpr Component kSignedPublicKeyAndChallenge[] = {
+constexpr Component signed_public_key_and_challenge_fields[] = {
     required("pubKeyAndChallenge", PublicKeyAndChallenge, same_record<QelNetscapeCertReq>()),
     required("sigAlg", AlgID, FIELD(QelNetscapeCertReq, algorithm)),
     required("signature", BitString, FIELD(QelNetscapeCertReq, signature)),
 };
-constexpr auto SignedPublicKeyAndChallenge =
-    sequence<QelNetscapeCertReq>("SignedPublicKeyAndChallenge", kSignedPublicKeyAndChallenge);
+constexpr auto SignedPublicKeyAndChallenge = sequence<QelNetscapeCertReq>(
+    "SignedPublicKeyAndChallenge", signed_public_key_and_challenge_fields);
 
 // ---- PKCS#6 and PKCS#7 --------------------------------------------------------------------------
 
-constexpr Component kContentInfo[] = {
+constexpr Component content_info_fields[] = {
     required("contentType", ObjectIdentifier, FIELD(QelContentInfo, contentType)),
     optional("content", explicit_tag(0), Any, FIELD(QelContentInfo, content)),
 };
-constexpr auto ContentInfo = sequence<QelContentInfo>("ContentInfo", kContentInfo);
+constexpr auto ContentInfo = sequence<QelContentInfo>("ContentInfo", content_info_fields);
 
-constexpr Component kContentInfoFm[] = {
+constexpr Component content_info_fm_fields[] = {
     required("contentType", ObjectIdentifier, FIELD(QelContentInfo, contentType)),
     optional("content", explicit_tag(0), AnyFm, FIELD(QelContentInfo, content)),
 };
-constexpr auto ContentInfoFm = sequence<QelContentInfo>("ContentInfoFm", kContentInfoFm);
+constexpr auto ContentInfoFm = sequence<QelContentInfo>("ContentInfoFm", content_info_fm_fields);
 
-constexpr Component kIssuerAndSerialNumber[] = {
+constexpr Component issuer_and_serial_number_fields[] = {
     required("issuer", Name, FIELD(QelIssuerAndSerial, issuer)),
     required("serial", CertificateSerialNumber, FIELD(QelIssuerAndSerial, serial)),
 };
 constexpr auto IssuerAndSerialNumber =
-    sequence<QelIssuerAndSerial>("IssuerAndSerialNumber", kIssuerAndSerialNumber);
+    sequence<QelIssuerAndSerial>("IssuerAndSerialNumber", issuer_and_serial_number_fields);
 
-constexpr Component kExtendedCertificateInfo[] = {
+constexpr Component extended_certificate_info_fields[] = {
     required("version", Integer, FIELD(QelExtendedCert, version)),
     required("certificate", Certificate, FIELD(QelExtendedCert, certificate)),
     required("attributes", Attributes, FIELD(QelExtendedCert, attributes)),
 };
 constexpr auto ExtendedCertificateInfo =
-    sequence<QelExtendedCert>("ExtendedCertificateInfo", kExtendedCertificateInfo);
+    sequence<QelExtendedCert>("ExtendedCertificateInfo", extended_certificate_info_fields);
 
-constexpr Component kExtendedCertificate[] = {
+constexpr Component extended_certificate_fields[] = {
     required("extendedCertificateInfo", ExtendedCertificateInfo, same_record<QelExtendedCert>()),
     required("signatureAlgorithm", AlgID, FIELD(QelExtendedCert, signatureAlgorithm)),
     required("signature", BitString, FIELD(QelExtendedCert, signature)),
 };
 constexpr auto ExtendedCertificate =
-    sequence<QelExtendedCert>("ExtendedCertificate", kExtendedCertificate);
+    sequence<QelExtendedCert>("ExtendedCertificate", extended_certificate_fields);
 
-constexpr Component kExtendedCertificateOrCertificate[] = {
+constexpr Component extended_certificate_or_certificate_fields[] = {
     required("cert", Certificate, FIELD(QelCertChoice, u.cert)),
     required("extendedCert", implicit_tag(0), ExtendedCertificate,
              FIELD(QelCertChoice, u.extendedCert)),
 };
-constexpr auto ExtendedCertificateOrCertificate =
-    choice<QelCertChoice>("ExtendedCertificateOrCertificate", kExtendedCertificateOrCertificate);
+constexpr auto ExtendedCertificateOrCertificate = choice<QelCertChoice>(
+    "ExtendedCertificateOrCertificate", extended_certificate_or_certificate_fields);
 
-constexpr Component kExtendedCertificatesAndCertificates[] = {
+constexpr Component extended_certificates_and_certificates_fields[] = {
     required(nullptr, ExtendedCertificateOrCertificate, FIELD(QelCertChoices, cert)),
 };
 constexpr auto ExtendedCertificatesAndCertificates = set_of<QelCertChoices>(
-    "ExtendedCertificatesAndCertificates", kExtendedCertificatesAndCertificates);
+    "ExtendedCertificatesAndCertificates", extended_certificates_and_certificates_fields);
 
-constexpr Component kCertificateRevocationLists[] = {
+constexpr Component certificate_revocation_lists_fields[] = {
     required(nullptr, CertificateRevocationList, FIELD(QelCrls, crl)),
 };
 constexpr auto CertificateRevocationLists =
-    set_of<QelCrls>("CertificateRevocationLists", kCertificateRevocationLists);
+    set_of<QelCrls>("CertificateRevocationLists", certificate_revocation_lists_fields);
 
-constexpr Component kDigestAlgorithms[] = {
+constexpr Component digest_algorithms_fields[] = {
     required(nullptr, AlgID, FIELD(QelAlgIds, algid)),
 };
-constexpr auto DigestAlgorithms = set_of<QelAlgIds>("SET OF AlgID", kDigestAlgorithms);
+constexpr auto DigestAlgorithms = set_of<QelAlgIds>("SET OF AlgID", digest_algorithms_fields);
 
-constexpr Component kSignerInfo[] = {
+constexpr Component signer_info_fields[] = {
     required("version", Integer, FIELD(QelSignerInfo, version)),
     required("issuerAndSerialNumber", IssuerAndSerialNumber,
              FIELD(QelSignerInfo, issuerAndSerialNumber)),
@@ -404,14 +407,14 @@ constexpr Component kSignerInfo[] = {
     optional("unauthenticatedAttributes", implicit_tag(1), Attributes,
              FIELD(QelSignerInfo, unauthenticatedAttributes), QEL_SIGNER_UNAUTH_ATTRS),
 };
-constexpr auto SignerInfo = sequence<QelSignerInfo>("SignerInfo", kSignerInfo);
+constexpr auto SignerInfo = sequence<QelSignerInfo>("SignerInfo", signer_info_fields);
 
-constexpr Component kSignerInfos[] = {
+constexpr Component signer_infos_fields[] = {
     required(nullptr, SignerInfo, FIELD(QelSignerInfos, signer)),
 };
-constexpr auto SignerInfos = set_of<QelSignerInfos>("SET OF SignerInfo", kSignerInfos);
+constexpr auto SignerInfos = set_of<QelSignerInfos>("SET OF SignerInfo", signer_infos_fields);
 
-constexpr Component kSignedData[] = {
+constexpr Component signed_data_fields[] = {
     required("version", Integer, FIELD(QelSignedData, version)),
     required("digestAlgorithms", DigestAlgorithms, FIELD(QelSignedData, digestAlgorithms)),
     required("contentInfo", ContentInfo, FIELD(QelSignedData, contentInfo)),
@@ -421,33 +424,34 @@ constexpr Component kSignedData[] = {
              QEL_SIGNED_CRLS),
     required("signerInfos", SignerInfos, FIELD(QelSignedData, signerInfos)),
 };
-constexpr auto SignedData = sequence<QelSignedData>("SignedData", kSignedData);
+constexpr auto SignedData = sequence<QelSignedData>("SignedData", signed_data_fields);
 
-constexpr Component kSignedDataFm[] = {
-    kSignedData[0],
-    kSignedData[1],
+constexpr Component signed_data_fm_fields[] = {
+    signed_data_fields[0],
+    signed_data_fields[1],
     required("contentInfo", ContentInfoFm, FIELD(QelSignedData, contentInfo)),
-    kSignedData[3],
-    kSignedData[4],
-    kSignedData[5],
+    signed_data_fields[3],
+    signed_data_fields[4],
+    signed_data_fields[5],
 };
-constexpr auto SignedDataFm = sequence<QelSignedData>("SignedDataFm", kSignedDataFm);
+constexpr auto SignedDataFm = sequence<QelSignedData>("SignedDataFm", signed_data_fm_fields);
 
-constexpr Component kRecipientInfo[] = {
+constexpr Component recipient_info_fields[] = {
     required("version", Integer, FIELD(QelRcptInfo, version)),
     required("issuerAndSerialNumber", IssuerAndSerialNumber,
              FIELD(QelRcptInfo, issuerAndSerialNumber)),
     required("keyEncryptionAlgorithm", AlgID, FIELD(QelRcptInfo, keyEncryptionAlgorithm)),
     required("encryptedKey", OctetString, FIELD(QelRcptInfo, encryptedKey)),
 };
-constexpr auto RecipientInfo = sequence<QelRcptInfo>("RecipientInfo", kRecipientInfo);
+constexpr auto RecipientInfo = sequence<QelRcptInfo>("RecipientInfo", recipient_info_fields);
 
-constexpr Component kRecipientInfos[] = {
+constexpr Component recipient_infos_fields[] = {
     required(nullptr, RecipientInfo, FIELD(QelRcptInfos, recipient)),
 };
-constexpr auto RecipientInfos = set_of<QelRcptInfos>("SET OF RecipientInfo", kRecipientInfos);
+constexpr auto RecipientInfos =
+    set_of<QelRcptInfos>("SET OF RecipientInfo", recipient_infos_fields);
 
-constexpr Component kEncryptedContentInfo[] = {
+constexpr Component encrypted_content_info_fields[] = {
     required("contentType", ObjectIdentifier, FIELD(QelEncryptedContentInfo, contentType)),
     required("contentEncryptionAlgorithm", AlgID,
              FIELD(QelEncryptedContentInfo, contentEncryptionAlgorithm)),
@@ -455,26 +459,26 @@ constexpr Component kEncryptedContentInfo[] = {
              FIELD(QelEncryptedContentInfo, encryptedContent)),
 };
 constexpr auto EncryptedContentInfo =
-    sequence<QelEncryptedContentInfo>("EncryptedContentInfo", kEncryptedContentInfo);
+    sequence<QelEncryptedContentInfo>("EncryptedContentInfo", encrypted_content_info_fields);
 
-constexpr Component kEnvelopedData[] = {
+constexpr Component enveloped_data_fields[] = {
     required("version", Integer, FIELD(QelEnvelopedData, version)),
     required("recipientInfos", RecipientInfos, FIELD(QelEnvelopedData, recipientInfos)),
     required("encryptedContentInfo", EncryptedContentInfo,
              FIELD(QelEnvelopedData, encryptedContentInfo)),
 };
-constexpr auto EnvelopedData = sequence<QelEnvelopedData>("EnvelopedData", kEnvelopedData);
+constexpr auto EnvelopedData = sequence<QelEnvelopedData>("EnvelopedData", enveloped_data_fields);
 
-constexpr Component kEncryptedData[] = {
+constexpr Component encrypted_data_fields[] = {
     required("version", Integer, FIELD(QelEncryptedData, version)),
     required("encryptedContentInfo", EncryptedContentInfo,
              FIELD(QelEncryptedData, encryptedContentInfo)),
 };
-constexpr auto EncryptedData = sequence<QelEncryptedData>("EncryptedData", kEncryptedData);
+constexpr auto EncryptedData = sequence<QelEncryptedData>("EncryptedData", encrypted_data_fields);
 
 // ---- PDUs, by number ----------------------------------------------------------------------------
 
-constexpr const Type *kPdus[] = {
+constexpr const Type *pdus[] = {
     &Name,                          // 1
     &CIG,                           // 2
     &PT,                            // 3
@@ -512,10 +516,10 @@ constexpr const Type *kPdus[] = {
     &PublicKeyAndChallenge,         // 35
     &SignedPublicKeyAndChallenge,   // 36
 };
-static_assert(std::size(kPdus) == QEL_PDU_SignedPublicKeyAndChallenge);
-static_assert(kPdus[QEL_PDU_Name - 1] == &Name && kPdus[QEL_PDU_Certificate - 1] == &Certificate &&
-              kPdus[QEL_PDU_DigestInfo - 1] == &DigestInfo &&
-              kPdus[QEL_PDU_PrivateKeyInfo - 1] == &PrivateKeyInfo);
+static_assert(std::size(pdus) == QEL_PDU_SignedPublicKeyAndChallenge);
+static_assert(pdus[QEL_PDU_Name - 1] == &Name && pdus[QEL_PDU_Certificate - 1] == &Certificate &&
+              pdus[QEL_PDU_DigestInfo - 1] == &DigestInfo &&
+              pdus[QEL_PDU_PrivateKeyInfo - 1] == &PrivateKeyInfo);
 
 // The alternatives and presence bits that programs see.
 static_assert(QEL_NAME_RDN_SEQUENCE == 1 && QEL_RC2_IV == 1 && QEL_RC2_SEQUENCE == 2);
@@ -525,7 +529,7 @@ static_assert(QEL_CERT_PLAIN == 1 && QEL_CERT_EXTENDED == 2);
 
 } // namespace
 
-constinit const ControlTable pkcs = {"pkcs", _ossinit_pkcs, kPdus};
+constinit const ControlTable pkcs = {"pkcs", _ossinit_pkcs, pdus};
 
 void _ossinit_pkcs(OssEnvironment *environment) {
     ossLinkBer(environment);

@@ -15,10 +15,10 @@ using namespace toolkit;
 
 namespace {
 
-constexpr std::size_t kBlock = 1024;
-constexpr std::size_t kLine = 64;
-constexpr char kMarkerStart[] = "-----";
-constexpr std::size_t kMarkerStartSize = sizeof kMarkerStart - 1;
+constexpr std::size_t block_size = 1024;
+constexpr std::size_t line_size = 64;
+constexpr char marker_start[] = "-----";
+constexpr std::size_t marker_start_size = sizeof marker_start - 1;
 
 // In the order in which a type code is tested.
 constexpr ArmourMarkers markers[] = {
@@ -254,8 +254,8 @@ QelStatus encode_stream(const File &input, const File &output, int) {
     if (const QelStatus status = rfc1421_enc_init(&made); status != QEL_OK)
         return status;
     const OwnedSession session(made);
-    uint8_t block[kBlock];
-    char text[2 * kBlock];
+    uint8_t block[block_size];
+    char text[2 * block_size];
     char *buffer = text;
     uint32_t size = sizeof text;
     uint32_t produced = 0;
@@ -285,13 +285,13 @@ struct LineDecoder {
     Rfc1421Session *session;
     bool at_line_start = true;
     bool in_marker = false;
-    uint8_t bytes[2 * kBlock] = {}; // decoded and not written yet: those of one block at most
+    uint8_t bytes[2 * block_size] = {}; // decoded and not written yet: those of one block at most
     uint32_t used = 0;
 
     QelStatus piece(const char *text, std::size_t length) {
         if (at_line_start)
-            in_marker = length >= kMarkerStartSize &&
-                        std::memcmp(text, kMarkerStart, kMarkerStartSize) == 0;
+            in_marker = length >= marker_start_size &&
+                        std::memcmp(text, marker_start, marker_start_size) == 0;
         at_line_start = text[length - 1] == '\n';
         if (in_marker)
             return QEL_OK;
@@ -320,7 +320,7 @@ QelStatus decode_pieces(LineDecoder *lines, const char *text, std::size_t length
         const char *start = text + *taken;
         const std::size_t left = length - *taken;
         const auto *newline = static_cast<const char *>(std::memchr(start, '\n', left));
-        if (newline == nullptr && !is_last && left < kBlock)
+        if (newline == nullptr && !is_last && left < block_size)
             return QEL_OK;
         const std::size_t size =
             newline != nullptr ? static_cast<std::size_t>(newline + 1 - start) : left;
@@ -337,7 +337,7 @@ QelStatus decode_stream(const File &input, const File &output, int) {
         return status;
     const OwnedSession session(made);
     LineDecoder lines{made};
-    char block[kBlock];
+    char block[block_size];
     std::size_t held = 0;
     for (bool is_last = false; !is_last;) {
         std::size_t length = 0;
@@ -365,7 +365,7 @@ QelStatus decode_stream(const File &input, const File &output, int) {
 std::size_t wrap_block(const char *block, std::size_t length, char *out) {
     std::size_t written = 0;
     for (std::size_t done = 0; done < length;) {
-        const std::size_t piece = std::min(kLine, length - done);
+        const std::size_t piece = std::min(line_size, length - done);
         std::memcpy(out + written, block + done, piece);
         done += piece;
         written += piece;
@@ -381,8 +381,8 @@ QelStatus wrap_stream(const File &input, const File &output, int type) {
         if (const QelStatus status = output.write_line(around->begin); status != QEL_OK)
             return status;
     }
-    char block[kBlock];
-    char lines[kBlock + kBlock / kLine];
+    char block[block_size];
+    char lines[block_size + block_size / line_size];
     for (;;) {
         std::size_t length = 0;
         if (const QelStatus status = input.read_some(block, sizeof block, &length);

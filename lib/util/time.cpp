@@ -9,9 +9,9 @@
 
 namespace {
 
-constexpr int kSecondsPerDay = 86400;
-constexpr int32_t kLastSecond = INT32_MAX; // 2038-01-19 03:14:07, the end of a 32-bit clock
-constexpr std::size_t kPrintableSize = 25;
+constexpr int seconds_per_day = 86400;
+constexpr int32_t last_second = INT32_MAX; // 2038-01-19 03:14:07, the end of a 32-bit clock
+constexpr std::size_t printable_size = 25;
 
 constexpr int month_lengths[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 constexpr int days_before_month[12] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
@@ -112,10 +112,10 @@ QelStatus read_clock(int64_t *now) {
 // runs over the end of the clock, the end of the clock.
 int64_t end_of_validity(int64_t now, int32_t count) {
     const auto product =
-        static_cast<int32_t>(static_cast<uint32_t>(count) * static_cast<uint32_t>(kSecondsPerDay));
+        static_cast<int32_t>(static_cast<uint32_t>(count) * static_cast<uint32_t>(seconds_per_day));
     const bool ran_over = count > 0 && product < 0;
-    if (ran_over || now > int64_t{kLastSecond} - product)
-        return kLastSecond;
+    if (ran_over || now > int64_t{last_second} - product)
+        return last_second;
     return now + product;
 }
 
@@ -269,10 +269,10 @@ QelStatus __qel_printable_time(const QelUTCTime *utctime, char **text_out) {
     std::snprintf(form, sizeof form, "%.3s %.3s%3d %.2d:%.2d:%.2d %d", weekday_names[t.tm_wday],
                   month_names[t.tm_mon], t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec,
                   1900 + t.tm_year);
-    qel::Owned<char> text(reinterpret_cast<char *>(qel::allocate_bytes(kPrintableSize)));
+    qel::Owned<char> text(reinterpret_cast<char *>(qel::allocate_bytes(printable_size)));
     if (!text)
         return QEL_ERR_NO_MEMORY;
-    std::snprintf(text.get(), kPrintableSize, "%-24.24s", form);
+    std::snprintf(text.get(), printable_size, "%-24.24s", form);
     *text_out = text.release();
     return QEL_OK;
 }

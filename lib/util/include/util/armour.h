@@ -18,8 +18,8 @@ struct ArmourMarkers {
 // counts; where none of them is, null: such text stands without markers.
 const ArmourMarkers *armour_markers(int type);
 
-inline constexpr char kCertificateRequestBegin[] = "-----BEGIN NEW CERTIFICATE REQUEST-----";
-inline constexpr char kCertificateRequestEnd[] = "-----END NEW CERTIFICATE REQUEST-----";
+inline constexpr char certificate_request_begin[] = "-----BEGIN NEW CERTIFICATE REQUEST-----";
+inline constexpr char certificate_request_end[] = "-----END NEW CERTIFICATE REQUEST-----";
 
 // A session encodes or decodes one run of data: init, any number of updates, one final, end.
 //
