@@ -5,7 +5,7 @@
 
 namespace toolkit {
 
-// Records handed out.
+// ---- Records handed out
 
 void *kept_record(const KeptRecord *list, const void *type) {
     for (const KeptRecord *record = list; record != nullptr; record = record->next) {
@@ -35,7 +35,7 @@ void drop_records(KeptRecord **list) {
     }
 }
 
-// Parameters.
+// ---- Parameters
 
 int set_parameter_numbers(Parameters *parameters, std::span<const ITEM> numbers) {
     for (std::size_t i = 0; i < numbers.size(); ++i) {
@@ -57,7 +57,7 @@ void free_parameters(Parameters *parameters) {
     *parameters = {};
 }
 
-// Objects.
+// ---- Objects
 
 int B_CreateAlgorithmObject(B_ALGORITHM_OBJ *object) {
     if (object == nullptr)

@@ -216,7 +216,7 @@ void inverse_of_power_of_two(Limb *out, const Limb *odd, std::size_t count, Limb
     }
 }
 
-// ---- Inversion ----------------------------------------------------------------------------------
+// ---- Inversion
 
 namespace {
 

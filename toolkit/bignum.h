@@ -52,14 +52,14 @@ inline Limb choose(Limb mask, Limb yes, Limb no) {
     return (yes & mask) | (no & ~mask);
 }
 
-// ---- Octets -------------------------------------------------------------------------------------
+// ---- Octets
 
 // Big-endian octets into count limbs. False when the number does not fit (that alone is told).
 bool load(Limb *out, std::size_t count, const uint8_t *octets, std::size_t size);
 // The low size octets of a number.
 void store(uint8_t *octets, std::size_t size, const Limb *a, std::size_t count);
 
-// ---- Comparison and choice ----------------------------------------------------------------------
+// ---- Comparison and choice
 
 Limb is_zero(const Limb *a, std::size_t count);
 Limb is_equal(const Limb *a, const Limb *b, std::size_t count);
@@ -73,7 +73,7 @@ inline Limb bit(const Limb *a, std::size_t index) {
     return a[index / limb_bits] >> (index % limb_bits) & 1;
 }
 
-// ---- Arithmetic ---------------------------------------------------------------------------------
+// ---- Arithmetic
 
 void set_small(Limb *out, std::size_t count, Limb value);
 inline void copy(Limb *out, const Limb *a, std::size_t count) {
@@ -128,7 +128,7 @@ constexpr std::size_t inverse_scratch(std::size_t count) {
 Limb inverse(Limb *out, const Limb *a, const Limb *m, std::size_t count, std::size_t bits,
              Limb *scratch);
 
-// ---- Storage ------------------------------------------------------------------------------------
+// ---- Storage
 
 using Secret = std::unique_ptr<Limb, ZeroAndFree>;
 

@@ -20,7 +20,6 @@ using des::contract;
 using des::expand;
 
 // ---- Rounds
-// --------------------------------------------------------------------------------------
 
 // For each byte of an expanded half: the S-box, P and the expansion for the next round.
 constexpr auto round_table = [] {
@@ -105,7 +104,6 @@ template <bool decrypt> [[gnu::noinline]] void run_two(const DesKey &key, Block 
 }
 
 // ---- Permutations
-// --------------------------------------------------------------------------------
 
 void exchange(uint32_t &a, uint32_t &b, int shift, uint32_t mask) {
     const uint32_t change = (a >> shift ^ b) & mask;
@@ -149,7 +147,6 @@ void store(uint8_t *bytes, const Block &block) {
 }
 
 // ---- Chaining
-// ------------------------------------------------------------------------------------
 
 Block run_passes(const DesPasses &passes, Block block) {
     for (int i = 0; i < passes.count; ++i)
@@ -201,7 +198,6 @@ void cbc_decrypt(const DesPasses &passes, uint8_t iv[8], const uint8_t *in, uint
 }
 
 // ---- Key schedule
-// --------------------------------------------------------------------------------
 
 uint32_t rotate28(uint32_t half, int count) {
     return (half << count | half >> (28 - count)) & 0x0fffffff;
@@ -250,7 +246,6 @@ void desx_set_key(DesxKey *schedule, const uint8_t des[8], const uint8_t pre[8],
 }
 
 // ---- The ciphers
-// ---------------------------------------------------------------------------------
 
 namespace {
 

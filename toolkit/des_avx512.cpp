@@ -24,7 +24,7 @@ namespace toolkit {
 
 namespace {
 
-// ---- The order of bits --------------------------------------------------------------------------
+// ---- The order of bits
 
 // Bit n of a half (1 to 32) as bit i (0 to 5, the first the most significant) of the input of box.
 constexpr unsigned expanded_bit(unsigned box, unsigned i) {
@@ -118,7 +118,7 @@ constexpr Tables tables = [] {
     return made;
 }();
 
-// ---- Matrices -----------------------------------------------------------------------------------
+// ---- Matrices
 
 // An 8 by 8 matrix of bits for GF2P8AFFINEQB: bit i of a result is the parity of row i with the
 // byte.
@@ -184,7 +184,7 @@ constexpr Matrices matrices = [] {
     return made;
 }();
 
-// ---- Rounds -------------------------------------------------------------------------------------
+// ---- Rounds
 
 // The inputs of the eight S-boxes, of 64 blocks.
 struct Half {
@@ -272,7 +272,7 @@ TOOLKIT_AVX512 [[gnu::noinline]] void run_pass(Half &left, Half &right, const Ke
     right = a;
 }
 
-// ---- Blocks -------------------------------------------------------------------------------------
+// ---- Blocks
 
 // Transposes the words of eight registers.
 TOOLKIT_AVX512 [[gnu::always_inline]] inline void transpose(__m512i row[8]) {

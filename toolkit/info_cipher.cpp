@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint32_t iv_size = 8;
 
-// The IV alone.
+// ---- The IV alone
 
 int read_iv(BerReader *reader, Parameters *parameters) {
     return ber_read_octets(reader, parameters->block, iv_size) ? BE_OK : BE_DATA;
@@ -42,7 +42,7 @@ void write_iv_text(char *text, const Parameters &parameters) {
         std::snprintf(text + std::size_t{2} * i, 3, "%02X", unsigned{parameters.block[i]});
 }
 
-// RC2.
+// ---- RC2
 
 // RFC 2268, section 6: CHOICE { iv OCTET STRING, SEQUENCE { version INTEGER, iv OCTET STRING } };
 // the IV alone means this many effective bits.
@@ -109,7 +109,7 @@ void write_rc2_text(char *text, const Parameters &parameters) {
     write_iv_text(text + size, parameters);
 }
 
-// Algorithms.
+// ---- Algorithms
 
 template <Primitive forwards, Primitive backwards>
 constexpr Operation whole_blocks[] = {
@@ -192,9 +192,9 @@ constexpr AlgorithmInfoType info_rc2_pad_ber     = {&rc2_pad,      set_ber,   ge
 constexpr AlgorithmInfoType info_rc2_pad_pem     = {&rc2_pad,      set_text,  get_text};
 constexpr AlgorithmInfoType info_rc4             = {&rc4,          set_nothing, get_nothing};
 constexpr AlgorithmInfoType info_rc4_ber         = {&rc4,          set_ber,   get_ber};
-constexpr AlgorithmInfoType info_rc4_mac         = {&rc4_with_mac, set_unpublished, get_unpublished};
-constexpr AlgorithmInfoType info_rc4_mac_ber     = {&rc4_with_mac, set_unpublished, get_unpublished};
 // clang-format on
+constexpr AlgorithmInfoType info_rc4_mac = {&rc4_with_mac, set_unpublished, get_unpublished};
+constexpr AlgorithmInfoType info_rc4_mac_ber = {&rc4_with_mac, set_unpublished, get_unpublished};
 
 } // namespace
 

@@ -5,7 +5,7 @@
 namespace toolkit {
 namespace {
 
-// RSA on one block.
+// ---- RSA on one block
 
 template <Primitive forwards, Primitive backwards>
 constexpr Operation raw[] = {
@@ -62,7 +62,7 @@ constexpr Algorithm pkcs_rsa_private = {.operations = pkcs_private,
                                         .write = write_null_parameters,
                                         .name = "RSA"};
 
-// Signatures.
+// ---- Signatures
 
 template <Primitive digest>
 constexpr Operation signature_operations[] = {

@@ -82,7 +82,7 @@ int generate_dh_parameters(AlgorithmObject *object, AlgorithmObject *result,
     return error;
 }
 
-// Info types.
+// ---- Info types
 
 int set_agreement(Parameters *parameters, const Algorithm &, POINTER info) {
     if (info == nullptr)

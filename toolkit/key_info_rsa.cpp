@@ -52,11 +52,11 @@ int get_record(POINTER *info, KeyObject *object, B_KEY_INFO_TYPE type) {
     return BE_OK;
 }
 
-// SubjectPublicKeyInfo (X.509).
+// ---- SubjectPublicKeyInfo (X.509)
 
 // SEQUENCE { algorithm AlgorithmIdentifier, subjectPublicKey BIT STRING }, the bits holding
-// RSAPublicKey ::= SEQUENCE { modulus INTEGER, publicExponent INTEGER } (PKCS#1). Certificates of the
-// 1990s are about whose modulus lacks the zero octet in front of a set top bit.
+// RSAPublicKey ::= SEQUENCE { modulus INTEGER, publicExponent INTEGER } (PKCS#1). Certificates of
+// the 1990s are about whose modulus lacks the zero octet in front of a set top bit.
 
 // The annex of X.509 gives its algorithm the key's size in bits as a parameter.
 bool read_annex_parameters(BerReader *fields) {
@@ -130,7 +130,7 @@ int get_public_ber(POINTER *info, KeyObject *object, B_KEY_INFO_TYPE type) {
     });
 }
 
-// PrivateKeyInfo (PKCS#8).
+// ---- PrivateKeyInfo (PKCS#8)
 
 // SEQUENCE { version INTEGER (0), algorithm AlgorithmIdentifier, privateKey OCTET STRING,
 //            attributes [0] IMPLICIT Attributes OPTIONAL }, the octets holding

@@ -64,17 +64,18 @@ constexpr AlgorithmMethod row(Primitive primitive, const CipherMethod &cipher) {
 
 } // namespace
 
+using P = Primitive;
 // clang-format off
-constexpr AlgorithmMethod AM_DES_CBC_ENCRYPT      = row(Primitive::des_cbc_encrypt,      des_encrypt);
-constexpr AlgorithmMethod AM_DES_CBC_DECRYPT      = row(Primitive::des_cbc_decrypt,      des_decrypt);
-constexpr AlgorithmMethod AM_DES_EDE3_CBC_ENCRYPT = row(Primitive::des_ede3_cbc_encrypt, ede3_encrypt);
-constexpr AlgorithmMethod AM_DES_EDE3_CBC_DECRYPT = row(Primitive::des_ede3_cbc_decrypt, ede3_decrypt);
-constexpr AlgorithmMethod AM_DESX_CBC_ENCRYPT     = row(Primitive::desx_cbc_encrypt,     desx_encrypt);
-constexpr AlgorithmMethod AM_DESX_CBC_DECRYPT     = row(Primitive::desx_cbc_decrypt,     desx_decrypt);
-constexpr AlgorithmMethod AM_RC2_CBC_ENCRYPT      = row(Primitive::rc2_cbc_encrypt,      rc2_encrypt);
-constexpr AlgorithmMethod AM_RC2_CBC_DECRYPT      = row(Primitive::rc2_cbc_decrypt,      rc2_decrypt);
-constexpr AlgorithmMethod AM_RC4_ENCRYPT          = row(Primitive::rc4_encrypt,          rc4);
-constexpr AlgorithmMethod AM_RC4_DECRYPT          = row(Primitive::rc4_decrypt,          rc4);
+constexpr AlgorithmMethod AM_DES_CBC_ENCRYPT      = row(P::des_cbc_encrypt,      des_encrypt);
+constexpr AlgorithmMethod AM_DES_CBC_DECRYPT      = row(P::des_cbc_decrypt,      des_decrypt);
+constexpr AlgorithmMethod AM_DES_EDE3_CBC_ENCRYPT = row(P::des_ede3_cbc_encrypt, ede3_encrypt);
+constexpr AlgorithmMethod AM_DES_EDE3_CBC_DECRYPT = row(P::des_ede3_cbc_decrypt, ede3_decrypt);
+constexpr AlgorithmMethod AM_DESX_CBC_ENCRYPT     = row(P::desx_cbc_encrypt,     desx_encrypt);
+constexpr AlgorithmMethod AM_DESX_CBC_DECRYPT     = row(P::desx_cbc_decrypt,     desx_decrypt);
+constexpr AlgorithmMethod AM_RC2_CBC_ENCRYPT      = row(P::rc2_cbc_encrypt,      rc2_encrypt);
+constexpr AlgorithmMethod AM_RC2_CBC_DECRYPT      = row(P::rc2_cbc_decrypt,      rc2_decrypt);
+constexpr AlgorithmMethod AM_RC4_ENCRYPT          = row(P::rc4_encrypt,          rc4);
+constexpr AlgorithmMethod AM_RC4_DECRYPT          = row(P::rc4_decrypt,          rc4);
 
 // Never published: no operation needs them.
 constexpr AlgorithmMethod AM_RC4_WITH_MAC_ENCRYPT = {.provides = Primitive::rc4_with_mac_encrypt};

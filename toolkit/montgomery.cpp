@@ -10,7 +10,7 @@ namespace toolkit {
 using bn::Limb;
 using bn::Wide;
 
-// ---- Portable implementation --------------------------------------------------------------------
+// ---- Portable implementation
 
 namespace {
 
@@ -109,7 +109,7 @@ const Arithmetic portable_arithmetic = {
     limb_public_power,
 };
 
-// ---- Choice -------------------------------------------------------------------------------------
+// ---- Choice
 
 const Arithmetic *const all_arithmetics[] = {
     &portable_arithmetic,
@@ -139,7 +139,7 @@ void prefer_arithmetic(const Arithmetic *arithmetic) {
     chosen.store(arithmetic, std::memory_order_relaxed);
 }
 
-// ---- Shared operations --------------------------------------------------------------------------
+// ---- Shared operations
 
 void modulus_init(Modulus *modulus, const Arithmetic *arithmetic, Limb *m, std::size_t size,
                   std::size_t bits, Limb *r_squared, Limb *scratch) {

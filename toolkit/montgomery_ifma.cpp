@@ -94,7 +94,7 @@ void from_digits(Limb *a, std::size_t limbs, const Limb *digits, std::size_t wid
     }
 }
 
-// ---- Products -----------------------------------------------------------------------------------
+// ---- Products
 
 WITH_IFMA inline __m512i load(const Limb *at) {
     return _mm512_loadu_si512(at);
@@ -181,7 +181,7 @@ WITH_IFMA inline void multiply(const Product *products, std::size_t digits) {
     }
 }
 
-// ---- Powers -------------------------------------------------------------------------------------
+// ---- Powers
 
 // out = table[index], reading every entry.
 template <std::size_t vectors>
@@ -284,7 +284,7 @@ WITH_IFMA void public_power_of(Limb *out, const Limb *base, const Limb *exponent
     leave_digits(out, power, m, pieces.next);
 }
 
-// ---- By size ------------------------------------------------------------------------------------
+// ---- By size
 
 using WindowPower = void (*)(const Power *, Limb *);
 using PublicPower = void (*)(Limb *, const Limb *, const Limb *, std::size_t, const Modulus &,

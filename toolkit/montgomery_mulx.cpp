@@ -16,7 +16,7 @@ using bn::Limb;
 
 namespace {
 
-// ---- Four and eight limbs -----------------------------------------------------------------------
+// ---- Four and eight limbs
 //
 // A product's limb k is in register k modulo 8 (four limbs) or modulo 9 (eight limbs). Registers:
 // rdx the row's factor, rax and rbx a product's halves, rsi the other factor or the modulus.
@@ -269,7 +269,7 @@ void square8(Limb *out, const Limb *a, const Modulus &m, Limb *scratch) {
         : CLOBBERED);
 }
 
-// ---- Any multiple of eight limbs ----------------------------------------------------------------
+// ---- Any multiple of eight limbs
 //
 // Numbers are blocks of eight limbs; a block's product runs through registers as above.
 
@@ -430,7 +430,7 @@ void square_any(Limb *out, const Limb *a, const Modulus &m, Limb *scratch) {
     reduce(out, scratch, m);
 }
 
-// ---- The implementation -------------------------------------------------------------------------
+// ---- The implementation
 
 bool works_here() {
     return x86_has(x86_bmi2 | x86_adx | x86_avx2);

@@ -18,7 +18,7 @@
 
 namespace toolkit {
 
-// ---- Methods -----------------------------------------------------------------------------------
+// ---- Methods
 
 enum class Primitive : uint8_t {
     none,
@@ -82,7 +82,7 @@ struct AlgorithmMethod {
     const RsaMethod *rsa = nullptr;
 };
 
-// ---- Records handed out ------------------------------------------------------------------------
+// ---- Records handed out
 
 // A record that Get made for a type, kept until the object changes: the payload follows.
 struct alignas(std::max_align_t) KeptRecord {
@@ -117,7 +117,7 @@ int keep_encoding(POINTER *info, KeptRecord **list, const void *type, const Writ
     return BE_OK;
 }
 
-// ---- Algorithm objects -------------------------------------------------------------------------
+// ---- Algorithm objects
 
 // What an info record said. Each algorithm uses what it needs; nothing of it is secret.
 struct Parameters {
@@ -225,7 +225,7 @@ void end_operation(AlgorithmObject *object);
 // BE_RANDOM_NOT_INITIALIZED: not in random use, or never seeded.
 int random_source(RandomSource *source, AlgorithmObject *random);
 
-// ---- Key objects -------------------------------------------------------------------------------
+// ---- Key objects
 
 enum class KeyKind : uint8_t { none, secret, rsa };
 

@@ -6,7 +6,7 @@
 
 namespace toolkit {
 
-// ---- cipher.cpp: block ciphers in CBC mode, and key streams ------------------------------------
+// ---- cipher.cpp: block ciphers in CBC mode, and key streams
 
 // Readies a cipher with these key bytes and the IV. BE_KEY_LEN, BE_ALLOC.
 int start_cipher(AlgorithmObject *object, const CipherMethod &method, const uint8_t *key,
@@ -19,7 +19,7 @@ int finish_cipher(AlgorithmObject *object, Output *output, AlgorithmObject *rand
 int finish_padded_encryption(AlgorithmObject *object, Output *output, AlgorithmObject *random);
 int finish_padded_decryption(AlgorithmObject *object, Output *output, AlgorithmObject *random);
 
-// ---- pbe.cpp: password-based encryption (PKCS#5 v1.5) ------------------------------------------
+// ---- pbe.cpp: password-based encryption (PKCS#5 v1.5)
 
 // methods[0] digests, methods[1] is the cipher; the rest is the padded cipher's.
 int init_pbe(AlgorithmObject *object, const Start &start);
@@ -27,14 +27,14 @@ int init_pbe(AlgorithmObject *object, const Start &start);
 int pbkdf1(uint8_t output[digest_size], const DigestMethod &digest, Input password, Input salt,
            uint32_t iterations, const SurrenderContext *surrender);
 
-// ---- digest.cpp --------------------------------------------------------------------------------
+// ---- digest.cpp
 
 int init_digest(AlgorithmObject *object, const Start &start);
 int init_generic_digest(AlgorithmObject *object, const Start &start);
 int update_digest(AlgorithmObject *object, Input input, Output *output);
 int finish_digest(AlgorithmObject *object, Output *output, AlgorithmObject *random);
 
-// ---- rsa_cipher.cpp: RSA on one block ----------------------------------------------------------
+// ---- rsa_cipher.cpp: RSA on one block
 
 int init_rsa(AlgorithmObject *object, const Start &start);
 int update_rsa(AlgorithmObject *object, Input input, Output *output);         // up to a block
@@ -45,25 +45,25 @@ int finish_rsa_pad_type2(AlgorithmObject *object, Output *output, AlgorithmObjec
 int finish_rsa_open_type1(AlgorithmObject *object, Output *output, AlgorithmObject *random);
 int finish_rsa_open_type2(AlgorithmObject *object, Output *output, AlgorithmObject *random);
 
-// ---- signature.cpp: a digest (methods[0]) signed with RSA (methods[1]) -------------------------
+// ---- signature.cpp: a digest (methods[0]) signed with RSA (methods[1])
 
 int init_signature(AlgorithmObject *object, const Start &start);
 int update_signature(AlgorithmObject *object, Input input, Output *output);
 int finish_signing(AlgorithmObject *object, Output *output, AlgorithmObject *random);
 int verify_signature(AlgorithmObject *object, Input signature);
 
-// ---- digest_info.cpp ---------------------------------------------------------------------------
+// ---- digest_info.cpp
 
 // Writes SEQUENCE { SEQUENCE { algorithm, NULL }, digest }.
 void write_digest_info(BerWriter *writer, const Oid &algorithm, const uint8_t digest[digest_size]);
 
-// ---- generator.cpp -----------------------------------------------------------------------------
+// ---- generator.cpp
 
 int init_md2_random(AlgorithmObject *object, const Start &start);
 int init_md5_random(AlgorithmObject *object, const Start &start);
 int update_random(AlgorithmObject *object, Input input, Output *output);
 
-// ---- recoding.cpp ------------------------------------------------------------------------------
+// ---- recoding.cpp
 
 int init_encoding(AlgorithmObject *object, const Start &start);
 int update_encoding(AlgorithmObject *object, Input input, Output *output);

@@ -15,7 +15,7 @@ using bn::Limb;
 
 namespace {
 
-// ---- Small primes -------------------------------------------------------------------------------
+// ---- Small primes
 
 constexpr uint32_t small_limit = 1 << 13;
 constexpr std::size_t small_count = 1027;
@@ -65,7 +65,7 @@ void small_residues(uint16_t *residue, std::size_t primes, const Limb *a, std::s
     }
 }
 
-// ---- The search ---------------------------------------------------------------------------------
+// ---- The search
 
 struct Progression {
     Limb *candidate;  // the start; then the prime

@@ -56,7 +56,7 @@ constexpr uint8_t version_table[256] = {
     0xa7, 0x1c, 0xc9, 0x09, 0x69, 0x9a, 0x83, 0xcf, 0x29, 0x39, 0xb9, 0xe9, 0x4c, 0xff, 0x43, 0xab,
 };
 
-// ---- Rounds -------------------------------------------------------------------------------------
+// ---- Rounds
 
 // Keeps the compiler from reordering a sum: what is in it so far is one term.
 inline uint32_t term(uint32_t sum) {
@@ -151,7 +151,7 @@ template <int count>
     }
 }
 
-// ---- Chaining -----------------------------------------------------------------------------------
+// ---- Chaining
 
 Block operator^(const Block &a, const Block &b) {
     return {term(a.r0 ^ b.r0), term(a.r1 ^ b.r1), term(a.r2 ^ b.r2), term(a.r3 ^ b.r3)};

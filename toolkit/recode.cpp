@@ -85,7 +85,7 @@ std::size_t take_padded_group(RecodeDecoder *decoder, const uint8_t *in, uint8_t
 
 } // namespace
 
-// ---- Groups -------------------------------------------------------------------------------------
+// ---- Groups
 
 std::size_t recode_encode_portable(uint8_t *out, const uint8_t *in, std::size_t size) {
     std::size_t done = 0;
@@ -136,7 +136,7 @@ const RecodeGroups &fastest() {
 
 } // namespace
 
-// ---- Encoding -----------------------------------------------------------------------------------
+// ---- Encoding
 
 void recode_encode_init(RecodeEncoder *encoder) {
     *encoder = RecodeEncoder{};
@@ -181,7 +181,7 @@ std::size_t recode_encode_final(RecodeEncoder *encoder, uint8_t *out) {
     return 4;
 }
 
-// ---- Decoding -----------------------------------------------------------------------------------
+// ---- Decoding
 
 void recode_decode_init(RecodeDecoder *decoder) {
     *decoder = RecodeDecoder{};

@@ -58,7 +58,7 @@ std::size_t greater(std::size_t a, std::size_t b) {
 
 } // namespace
 
-// ---- Public keys --------------------------------------------------------------------------------
+// ---- Public keys
 
 struct RsaPublic {
     uint32_t size;
@@ -123,7 +123,7 @@ int rsa_public_apply(const RsaPublic *key, const uint8_t *in, uint8_t *out) {
     return in_range ? BE_OK : BE_DATA;
 }
 
-// ---- Private keys -------------------------------------------------------------------------------
+// ---- Private keys
 
 namespace {
 

@@ -30,7 +30,6 @@ uint8_t invert(uint8_t a) { // a to the power of 254
 }
 
 // What the updates brought; the bytes lie behind it.
-
 struct Gathered {
     uint32_t size, share_size;
 };
@@ -66,7 +65,7 @@ int init_joining(AlgorithmObject *object, const Start &) {
     return new_gathered(object, (std::size_t{max_secret_size} + 1) * object->parameters.threshold);
 }
 
-// Shares.
+// ---- Shares
 
 // The value at x of the polynomial with the secret as its constant term; coefficients[0] is next.
 uint8_t evaluate(uint8_t secret, const uint8_t *coefficients, uint32_t count, uint8_t x) {
@@ -185,7 +184,7 @@ int finish_joining(AlgorithmObject *object, Output *output, AlgorithmObject *) {
     return error;
 }
 
-// The info type.
+// ---- The info type
 
 int set_sharing(Parameters *parameters, const Algorithm &, POINTER info) {
     if (info == nullptr)

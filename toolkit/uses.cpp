@@ -107,7 +107,7 @@ int final(AlgorithmObject *object, Use use, uint8_t *data, uint32_t *output_len,
 
 } // namespace
 
-// Encryption and decryption.
+// ---- Encryption and decryption
 
 int B_EncryptInit(B_ALGORITHM_OBJ object, B_KEY_OBJ key, B_ALGORITHM_CHOOSER chooser,
                   const SurrenderContext *surrender) {
@@ -141,7 +141,7 @@ int B_DecryptFinal(B_ALGORITHM_OBJ object, uint8_t *output, uint32_t *outputLen,
     return final(object, Use::decrypt, output, outputLen, maxOutputLen, random);
 }
 
-// Digests.
+// ---- Digests
 
 int B_DigestInit(B_ALGORITHM_OBJ object, B_KEY_OBJ key, B_ALGORITHM_CHOOSER chooser,
                  const SurrenderContext *surrender) {
@@ -158,7 +158,7 @@ int B_DigestFinal(B_ALGORITHM_OBJ object, uint8_t *digest, uint32_t *digestLen,
     return final(object, Use::digest, digest, digestLen, maxDigestLen, nullptr);
 }
 
-// Signatures.
+// ---- Signatures
 
 int B_SignInit(B_ALGORITHM_OBJ object, B_KEY_OBJ key, B_ALGORITHM_CHOOSER chooser,
                const SurrenderContext *surrender) {
@@ -194,7 +194,7 @@ int B_VerifyFinal(B_ALGORITHM_OBJ object, const uint8_t *signature, uint32_t sig
     return object->operation->verify(object, {signature, signatureLen});
 }
 
-// Random bytes.
+// ---- Random bytes
 
 int B_RandomInit(B_ALGORITHM_OBJ object, B_ALGORITHM_CHOOSER chooser,
                  const SurrenderContext *surrender) {
@@ -218,7 +218,7 @@ int B_GenerateRandomBytes(B_ALGORITHM_OBJ object, uint8_t *output, uint32_t outp
     return source.fill(source.state, output, outputLen) ? BE_OK : BE_RANDOM_OBJ;
 }
 
-// Generation.
+// ---- Generation
 
 int B_GenerateInit(B_ALGORITHM_OBJ object, B_ALGORITHM_CHOOSER chooser,
                    const SurrenderContext *surrender) {
@@ -257,7 +257,7 @@ int B_GenerateParameters(B_ALGORITHM_OBJ object, B_ALGORITHM_OBJ result, B_ALGOR
     return object->operation->parameters(object, result, source, surrender);
 }
 
-// Key agreement.
+// ---- Key agreement
 
 int B_KeyAgreeInit(B_ALGORITHM_OBJ object, B_KEY_OBJ key, B_ALGORITHM_CHOOSER chooser,
                    const SurrenderContext *surrender) {
@@ -294,7 +294,7 @@ int B_KeyAgreePhase2(B_ALGORITHM_OBJ object, uint8_t *output, uint32_t *outputLe
     return settle(object, error, result, outputLen);
 }
 
-// Recoding.
+// ---- Recoding
 
 int B_EncodeInit(B_ALGORITHM_OBJ object) {
     return begin(object, Use::encode, nullptr, nullptr, nullptr);

@@ -10,8 +10,7 @@
 // What holds everywhere:
 //  - Functions return 0 or one of the BE_ errors. An output length is 0 after a failure.
 //  - Info and key records are copied in by a Set call. A Get call hands out a record that belongs
-//  to
-//    the object: read it before the object is changed or destroyed, do not free it.
+//    to the object: read it before the object is changed or destroyed, do not free it.
 //  - Integers are unsigned, big-endian; a leading zero octet is allowed going in, none comes out.
 //  - Output capacity that is too small gives BE_OUTPUT_LEN and writes nothing.
 //  - Update calls may hold bytes back (a cipher block, a base-64 group, an RSA block) until Final.
@@ -24,7 +23,7 @@
 
 namespace toolkit {
 
-// ---- Errors ------------------------------------------------------------------------------------
+// ---- Errors
 
 enum Error : int {
     BE_OK = 0,
@@ -55,7 +54,7 @@ enum Error : int {
     BE_INTERNAL,
 };
 
-// ---- Records -----------------------------------------------------------------------------------
+// ---- Records
 
 using POINTER = const void *;
 
@@ -93,7 +92,7 @@ struct SurrenderContext {
     void *reserved; // null
 };
 
-// ---- Objects -----------------------------------------------------------------------------------
+// ---- Objects
 
 struct AlgorithmObject;
 struct KeyObject;
@@ -137,7 +136,7 @@ int B_SetKeyInfo(B_KEY_OBJ object, B_KEY_INFO_TYPE type, POINTER info);
 // not what the type needs; BE_ALLOC.
 int B_GetKeyInfo(POINTER *info, B_KEY_OBJ object, B_KEY_INFO_TYPE type);
 
-// ---- Uses --------------------------------------------------------------------------------------
+// ---- Uses
 //
 // An Init ends whatever the object did before (zeroing its state) and readies it for one use. It
 // fails, and leaves the object in no use, with
@@ -163,7 +162,7 @@ int B_GetKeyInfo(POINTER *info, B_KEY_OBJ object, B_KEY_INFO_TYPE type);
 // Encryption and decryption.
 //   output    may be the input itself, or overlap it anyhow; an update writes whole blocks, at most
 //             inputLen plus one block less one byte.
-//   random    an algorithm object in random use, for RSA public-key encryption (PKCS#1 block type 2)
+//   random    an algorithm object in random use, for RSA public-key encryption (block type 2)
 //             and for secret sharing; elsewhere null will do.
 // BE_OUTPUT_LEN. BE_INPUT_LEN: at Final, ciphertext, or plaintext without padding, that is no
 // multiple of the block; with RSA, more than a block holds, or less where a block is opened.
@@ -276,7 +275,7 @@ int B_EncodeDigestInfo(uint8_t *digestInfo, uint32_t *digestInfoLen, uint32_t ma
 int B_DecodeDigestInfo(ITEM *algorithmID, ITEM *digest, const uint8_t *digestInfo,
                        uint32_t digestInfoLen);
 
-// ---- Algorithm infos ---------------------------------------------------------------------------
+// ---- Algorithm infos
 
 struct A_RC2_CBC_PARAMS {      // also "Rc2CbcParams"
     uint32_t effectiveKeyBits; // 1 to 1024
@@ -342,10 +341,10 @@ struct A_SECRET_SHARING_PARAMS {
 //   AI_RC4_BER               BER          1.2.840.113549.3.4
 //   AI_RSAPublic             (none)       RSA with the public key on one block, no formatting
 //   AI_RSAPrivate            (none)       and with the private key
-//   AI_PKCS_RSAPublic        (none)       PKCS#1: encrypt makes a type 2 block, decrypt opens type 1
+//   AI_PKCS_RSAPublic        (none)       PKCS#1: encrypt makes type 2 blocks, decrypt opens type 1
 //   AI_PKCS_RSAPublicBER     BER          1.2.840.113549.1.1.1
 //   AI_PKCS_RSAPublicPEM     PEM          "RSA"
-//   AI_PKCS_RSAPrivate       (none)       PKCS#1: encrypt makes a type 1 block, decrypt opens type 2
+//   AI_PKCS_RSAPrivate       (none)       PKCS#1: encrypt makes type 1 blocks, decrypt opens type 2
 //   AI_PKCS_RSAPrivateBER    BER          1.2.840.113549.1.1.1
 //   AI_PKCS_RSAPrivatePEM    PEM          "RSA"
 //   AI_MD2WithDES_CBCPad     A_PBE_PARAMS      PKCS#5 v1.5; the key is the password, as KI_Item
@@ -399,7 +398,7 @@ extern const B_INFO_TYPE AI_DES_CBC_IV8, AI_DES_CBCPadIV8, AI_DES_CBCPadBER, AI_
     AI_PKCS_RSAPublicPEM, AI_RSAPrivate, AI_RSAPublic, AI_RSAKeyGen, AI_DHKeyAgree,
     AI_DHKeyAgreeBER, AI_DHParamGen, AI_RFC1113Recode, AI_BSSecretSharing;
 
-// ---- Key infos ---------------------------------------------------------------------------------
+// ---- Key infos
 
 struct A_DESX_KEY {
     const uint8_t *key;            // 8 bytes
@@ -428,7 +427,7 @@ struct A_DESX_KEY {
 extern const B_KEY_INFO_TYPE KI_Item, KI_8Byte, KI_DES8, KI_24Byte, KI_DESX, KI_RSAPublic,
     KI_RSAPublicBER, KI_RSAPrivate, KI_RSA_CRT, KI_PKCS_RSAPrivate, KI_PKCS_RSAPrivateBER;
 
-// ---- Methods -----------------------------------------------------------------------------------
+// ---- Methods
 
 // RSA_ENCRYPT and RSA_DECRYPT are the public key's, RSA_CRT_ENCRYPT and RSA_CRT_DECRYPT the private
 // key's. AM_MD is the generic digest, which needs the digest's own method too.

@@ -13,7 +13,7 @@
 #include <qel/cryptoki.h>
 #include <toolkit/toolkit.h>
 
-// ---- Entries -----------------------------------------------------------------------------------
+// ---- Entries
 
 // Fills one attribute; the value is not copied. A length of 0 is refused too.
 CK_RV bundle_attr(uint32_t type, void *value, uint32_t length, CK_ATTRIBUTE *attribute_out);
@@ -51,7 +51,7 @@ inline OwnedTemplate own_template(CK_ATTRIBUTE *attributes, uint32_t count) {
     return OwnedTemplate(attributes, FreeTemplate{static_cast<int32_t>(count)});
 }
 
-// ---- Keys to templates -------------------------------------------------------------------------
+// ---- Keys to templates
 //
 // The caller frees the new template (free_template). Entries come in the order of the CKA_
 // constants, class and key type first: 10 for an RSA private key, 4 for a public one, 3 for a
@@ -74,7 +74,7 @@ CK_RV rsaKey_2_RsaKeyTemplate(const toolkit::A_RSA_KEY *key, CK_ATTRIBUTE **temp
 CK_RV secretKey_2_template(const uint8_t *octets, uint32_t length, uint32_t key_type,
                            CK_ATTRIBUTE **template_out, uint32_t *count_out);
 
-// ---- Templates to keys -------------------------------------------------------------------------
+// ---- Templates to keys
 //
 // Class, key type and numbers are checked in this order; another class or type is CKR_DATA_INVALID.
 // The caller frees the result: encodings with free(), keys and items with their free_ function.
