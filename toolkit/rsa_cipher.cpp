@@ -1,3 +1,4 @@
+#include "bignum.h"
 #include "operations.h"
 
 #include <toolkit/pkcs1.h>
@@ -80,18 +81,18 @@ int open_raw(const uint8_t *, uint32_t, uint32_t *start) {
     return BE_OK;
 }
 
-// Leaves the opened block in the work block, with its data from start on.
-int open_block(RsaCipher *cipher, Open *open, uint32_t *start) {
+// Leaves the block, bare of its encryption, in the work block.
+int lay_bare(RsaCipher *cipher) {
     if (cipher->held != cipher->size)
         return BE_INPUT_LEN;
-    uint8_t *work = work_of(cipher);
-    const int error = cipher->method->apply(cipher->key, block_of(cipher), work);
-    return error == BE_OK ? open(work, cipher->size, start) : error;
+    return cipher->method->apply(cipher->key, block_of(cipher), work_of(cipher));
 }
 
 int finish_opening(RsaCipher *cipher, Output *output, Open *open) {
     uint32_t start = 0;
-    const int error = open_block(cipher, open, &start);
+    int error = lay_bare(cipher);
+    if (error == BE_OK)
+        error = open(work_of(cipher), cipher->size, &start);
     if (error == BE_OK) {
         const uint32_t size = cipher->size - start;
         if (size > output->capacity)
@@ -102,6 +103,46 @@ int finish_opening(RsaCipher *cipher, Output *output, Open *open) {
     }
     restart(cipher);
     return error;
+}
+
+// Moves what begins at start to the front of a block, and zeros behind it. start is secret.
+void bring_forward(uint8_t *block, uint32_t size, uint32_t start) {
+    for (uint32_t step = 1; step <= size; step *= 2, start /= 2) {
+        const auto moves = static_cast<uint8_t>(bn::mask_of_bit(start & 1));
+        for (uint32_t at = 0; at < size - step; ++at)
+            block[at] = static_cast<uint8_t>((block[at + step] & moves) | (block[at] & ~moves));
+        for (uint32_t at = size - step; at < size; ++at)
+            block[at] = static_cast<uint8_t>(block[at] & ~moves);
+    }
+}
+
+// A block of type 2 in the work block becomes output. The same work is done whether it is good or
+// bad and however long its data are: as many bytes are written as the longest have, which are zeros
+// behind the data and in place of bad ones. Only an output that may be too short tells the length.
+int open_secret(RsaCipher *cipher, Output *output) {
+    uint8_t *work = work_of(cipher);
+    uint32_t start = 0;
+    const int error = pkcs1_open_type2(work, cipher->size, &start);
+    const auto bad = static_cast<uint32_t>(~bn::mask_if_zero(static_cast<bn::Limb>(error)));
+    start |= cipher->size & bad;
+    const uint32_t longest = cipher->size - pkcs1_overhead;
+    if (output->capacity < longest && cipher->size - start > output->capacity)
+        return BE_OUTPUT_LEN;
+    bring_forward(work, cipher->size, start);
+    const uint32_t written = output->capacity < longest ? output->capacity : longest;
+    if (written != 0)
+        std::memcpy(output->data, work, written);
+    output->size = cipher->size - start;
+    restart(cipher);
+    return error;
+}
+
+int finish_opening_secret(RsaCipher *cipher, Output *output) {
+    if (const int error = lay_bare(cipher); error != BE_OK) {
+        restart(cipher);
+        return error;
+    }
+    return open_secret(cipher, output);
 }
 
 } // namespace
@@ -156,7 +197,7 @@ int finish_rsa_open_type1(AlgorithmObject *object, Output *output, AlgorithmObje
 }
 
 int finish_rsa_open_type2(AlgorithmObject *object, Output *output, AlgorithmObject *) {
-    return finish_opening(cipher_of(object), output, pkcs1_open_type2);
+    return finish_opening_secret(cipher_of(object), output);
 }
 
 } // namespace toolkit
