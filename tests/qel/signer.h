@@ -2,30 +2,14 @@
 #ifndef TESTS_QEL_SIGNER_H
 #define TESTS_QEL_SIGNER_H
 
+#include "support/digests.h"
 #include "support/files.h"
 #include "support/rsa_key.h"
 
 #include <gtest/gtest.h>
 #include <lib/context.h>
 #include <lib/memory.h>
-#include <nettle/md2.h>
 #include <qel/qelp.h>
-
-inline Bytes md2(const Bytes &data) {
-    md2_ctx context;
-    md2_init(&context);
-    md2_update(&context, data.size(), data.data());
-    Bytes digest(16);
-    md2_digest(&context, 16, digest.data());
-    return digest;
-}
-
-inline Bytes md5(const Bytes &data) {
-    Bytes digest(16);
-    unsigned length = 0;
-    EVP_Digest(data.data(), data.size(), digest.data(), &length, EVP_md5(), nullptr);
-    return digest;
-}
 
 // A context without a key server.
 class TestContext {
