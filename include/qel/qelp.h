@@ -787,6 +787,11 @@ QelStatus __qel_change_pass_phrase(QelContext *context, const char *new_pass_phr
 
 /* ---- Pass phrases ---------------------------------------------------------------------------------- */
 
+/*
+ * A pass phrase is what the user types at the controlling terminal, /dev/tty, while the echo is off.
+ * These functions are the only ones that write to standard error. One thread at a time may use them.
+ */
+
 /* Which pass phrase the user is asked for. */
 enum {
     QEL_PHRASE_NEW = 1,      /* "your NEW key package password", asked twice */
@@ -796,10 +801,45 @@ enum {
     QEL_PHRASE_HOST = 5      /* "host key package password"; any other number: "password" */
 };
 
+/*
+ * Asks for a pass phrase, once and without a second try: "PROGRAM: Enter TEXT: ", for a new one then
+ * "PROGRAM: Reenter TEXT: ".
+ *   program_name  stands before the prompts; null or "": nothing does.
+ *   kind          QEL_PHRASE_...
+ *   phrase_out    a new string of 1 to 100 characters, which the caller zeroes and frees.
+ * QEL_ERR_BAD_PARAM: a null phrase_out. QEL_ERR_BAD_PASSWORD: no phrase was typed, the two differ,
+ * __qel_getpass returned null.
+ */
 QelStatus __qel_get_encryption_phrase(const char *program_name, int kind, char **phrase_out);
+
+/*
+ * __qel_getpass reads one line from the controlling terminal with the echo off. What was typed before
+ * is discarded. A line feed, a carriage return or the end of the file ends the line; of a longer one
+ * the first 100 characters count. A line feed goes to standard error behind it.
+ *
+ * SIGINT, SIGQUIT, SIGTERM and SIGHUP end the reading; the process gets them again once the terminal
+ * is as it was and the former handlers are back. When SIGTSTP stops the process it has both in the
+ * meantime; afterwards, as after any other stop (SIGCONT), the echo goes off again and the line goes
+ * on. A signal that the process ignores stays ignored; SIGINT is never ignored while the phrase is
+ * typed.
+ *
+ * Returns a new string, which the caller zeroes and frees; null without a terminal whose echo can be
+ * turned off, or without memory.
+ */
 char *__qel_getpass(void);
 
 /* ---- Input and output ------------------------------------------------------------------------------- */
+
+/*
+ * Where a file name may be null or empty it stands for standard input or output. Files are made with
+ * mode 0600 and written in place. Everything is converted before a file is touched; from then on a
+ * failure leaves what was written.
+ *
+ * QEL_ERR_BAD_PARAM also means no data to convert, or no such form. QEL_ERR_OPEN_FILE: a file cannot
+ * be opened. QEL_ERR_FILE_IO: a read, write or close failed, or a write was short.
+ * QEL_ERR_TO_RFC1421 and QEL_ERR_FROM_RFC1421: as in "Printable armour and hexadecimal", whose
+ * conversions these are.
+ */
 
 /* Forms of data outside. */
 enum { QEL_FORM_RAW = 1, QEL_FORM_ARMOUR = 2, QEL_FORM_HEX = 3 };
@@ -819,30 +859,126 @@ typedef struct QelCertList {
     QelCert *cert;
 } QelCertList;
 
+/*
+ * Lays out text in lines, with line feeds between them.
+ *   data        length characters.
+ *   indent      0: lines begin with the text. Otherwise with so many blanks and "0x".
+ *   line_width  characters of the text in each line; 0: one line.
+ *   text_out    a new NUL-terminated string of *text_length_out characters; the caller frees it.
+ * QEL_ERR_BAD_PARAM: also length 0. QEL_ERR_NO_MEMORY: also a result of 2^32 characters or more.
+ */
 QelStatus __qel_format_output(const uint8_t *data, uint32_t length, uint32_t indent,
                               uint32_t line_width, char **text_out, uint32_t *text_length_out);
+
+/*
+ * Each writes data in one form. Armour and hexadecimal digits are laid out by __qel_format_output;
+ * raw bytes, of which there may be none, are written as they are.
+ *
+ *   function            to                              indent  width  behind armour and digits
+ *   __qel_dump_output   a file, whose contents it ends  any     any    a line feed
+ *   __qel_dump_append   the end of a file               0       64     a line feed
+ *   __qel_fdump_output  a stream, which it leaves open  any     any    nothing
+ *
+ * QEL_ERR_BAD_PARAM: also a null stream. QEL_ERR_OPEN_FILE, QEL_ERR_FILE_IO, QEL_ERR_NO_MEMORY,
+ * QEL_ERR_TO_RFC1421. What a stream holds back may fail later.
+ */
 QelStatus __qel_dump_output(const char *file_name, int form, const uint8_t *data, uint32_t length,
                             uint32_t indent, uint32_t line_width);
+QelStatus __qel_dump_append(const char *file_name, int form, const uint8_t *data, uint32_t length);
 QelStatus __qel_fdump_output(FILE *stream, int form, const uint8_t *data, uint32_t length,
                              uint32_t indent, uint32_t line_width);
-QelStatus __qel_dump_append(const char *file_name, int form, const uint8_t *data, uint32_t length);
+
+/*
+ * Appends one item to a data-set file: the BEGIN line, the data in lines of 64, the END line.
+ *   kind       QEL_ITEM_..., or another number for an item without those lines.
+ *   file_name  not standard output.
+ * QEL_ERR_NO_FILE: no name. QEL_ERR_OPEN_FILE, QEL_ERR_FILE_IO, QEL_ERR_NO_MEMORY,
+ * QEL_ERR_TO_RFC1421.
+ */
 QelStatus __qel_dump_append_and_delimit(int kind, const char *file_name, int form,
                                         const uint8_t *data, uint32_t length);
+
+/*
+ * Writes a data-set file anew with the items that are not removed, each as above, the first with an
+ * empty line before its END line where its text ends with a line feed of its own. When all are
+ * removed the file is deleted; without any item nothing happens.
+ *   file_name  null or "": .LOGIN.KEYPKG in the home folder of the calling user.
+ *   items      item_count of them.
+ * QEL_ERR_UNKNOWN_USER: the user has no entry. QEL_ERR_GENERAL: the file cannot be deleted.
+ * QEL_ERR_OPEN_FILE, QEL_ERR_FILE_IO, QEL_ERR_NO_MEMORY, QEL_ERR_TO_RFC1421.
+ */
 QelStatus __qel_dump_data_set(int kind, const char *file_name, int form, uint32_t item_count,
                               const QelDataSetItem *items);
+
+/*
+ * Each encodes one credential in DER and writes it to a file, whose contents it ends: armour in lines
+ * of 64 between the marker lines of its kind (a request: NEW CERTIFICATE REQUEST).
+ *   indent   of __qel_dump_certreq without markers; otherwise not used.
+ *   binary   1: the encoding itself, and nothing else.
+ *   delimit  0: no marker lines, and lines that begin as __qel_format_output says.
+ * QEL_ERR_ASN1_ENCODE: an incomplete record. QEL_ERR_OPEN_FILE, QEL_ERR_FILE_IO, QEL_ERR_NO_MEMORY,
+ * QEL_ERR_TO_RFC1421.
+ */
 QelStatus __qel_dump_keypkg(QelContext *context, const char *file_name, const QelKeyPkg *package,
                             uint32_t indent);
 QelStatus __qel_dump_cert(QelContext *context, const char *file_name, const QelCert *certificate,
                           uint32_t indent, int binary);
 QelStatus __qel_dump_certreq(QelContext *context, const char *file_name, const QelCertReq *request,
                              uint32_t indent, int delimit);
+
+/*
+ * Reads a whole file.
+ *   buffer_out  a new buffer of *length_out bytes and a spare zero byte; the caller frees it.
+ * QEL_ERR_NO_FILE: there is no such file. QEL_ERR_OPEN_FILE, QEL_ERR_FILE_IO. QEL_ERR_NO_MEMORY:
+ * also a file of nearly 4 GiB.
+ */
 QelStatus __qel_read_ostr_file(const char *file_name, uint8_t **buffer_out, uint32_t *length_out);
+
+/*
+ * Reads a whole file and what it stands for.
+ *   form        QEL_FORM_ARMOUR: without marker lines. QEL_FORM_HEX: what __qel_parse_hex takes. Any
+ *               other: the bytes as they are.
+ *   buffer_out  a new buffer of *length_out bytes and a spare zero byte; the caller frees it.
+ * QEL_ERR_BAD_PARAM: also text without digits or armour, or a character that is no digit.
+ * QEL_ERR_FROM_RFC1421, and the statuses of __qel_read_ostr_file.
+ */
 QelStatus __qel_read_input(const char *file_name, int form, uint8_t **buffer_out,
                            uint32_t *length_out);
+
+/*
+ * Takes the digits out of hexadecimal text: passes over line feeds, blanks, zero bytes, '#', and
+ * every "0x".
+ *   digits_out  a new string of digits of either case; the caller frees it.
+ * QEL_ERR_BAD_PARAM: a null argument, no digit, or another character. QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_parse_hex(const char *text, uint32_t length, char **digits_out);
+
+/*
+ * Reads the certificates of a file in their order, as __qel_read_next_cert does, with its statuses
+ * and those of __qel_read_ostr_file.
+ *   list_out  null for a file without certificates. The caller releases the list with
+ *             __qel_free_certlist.
+ */
 QelStatus __qel_file_2_certlist(QelContext *context, const char *file_name, QelCertList **list_out);
+
+/* Releases a list with its certificates and nulls the pointer; null is ignored. */
+void __qel_free_certlist(QelCertList **list);
+
+/*
+ * Reads one certificate and steps over it. Line feeds, tabs, blanks and '#' before it are passed
+ * over. It is armour that ends before a '#', or armour between marker lines, of which the END line
+ * must end with a line feed. Text before a BEGIN marker is passed over on its line, if it begins
+ * with '-'.
+ *   text, remaining  where to read and how many characters there are; afterwards, those behind the
+ *                    certificate.
+ *   cert_out         a new record (qel_free_cert), or null when no certificate is left.
+ * On failure *remaining is 0. QEL_ERR_BAD_PARAM: also text that is neither. QEL_ERR_FROM_RFC1421,
+ * QEL_ERR_ASN1_DECODE, QEL_ERR_NO_MEMORY.
+ */
 QelStatus __qel_read_next_cert(QelContext *context, const char **text, uint32_t *remaining,
                                QelCert **cert_out);
+
+/* Writes a number in decimal digits, at most 12 bytes with "-" and the NUL. Null is ignored. */
 void __qel_itoa(int32_t number, char *text);
 
 #pragma GCC visibility pop
