@@ -4,14 +4,13 @@
 #include <util/armour.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <lib/memory.h>
+#include <util/file.h>
 
 using namespace toolkit;
+using qel::File;
 
 namespace {
 
@@ -166,82 +165,17 @@ QelStatus convert(const Direction &direction, const uint8_t *input, uint32_t len
     return QEL_OK;
 }
 
-// ---- Files
-// -----------------------------------------------------------------------------------------
-
-bool is_standard(const char *name) {
-    return name == nullptr || *name == '\0';
-}
-
-// An open file, beyond 2 GiB in 32-bit programs too, or standard input or output, which stay open.
-class File {
-public:
-    File() = default;
-    File(const File &) = delete;
-    File &operator=(const File &) = delete;
-    ~File() { close_file(); }
-
-    QelStatus open_input(const char *name) {
-        owned_ = !is_standard(name);
-        descriptor_ = owned_ ? open(name, O_RDONLY | O_LARGEFILE | O_CLOEXEC) : STDIN_FILENO;
-        return descriptor_ >= 0 ? QEL_OK : QEL_ERR_OPEN_FILE;
-    }
-
-    QelStatus open_output(const char *name, int flags) {
-        owned_ = !is_standard(name);
-        descriptor_ = owned_ ? open(name, flags | O_LARGEFILE | O_CLOEXEC, 0600) : STDOUT_FILENO;
-        return descriptor_ >= 0 ? QEL_OK : QEL_ERR_OPEN_FILE;
-    }
-
-    // Up to size bytes, 0 at the end of the file.
-    QelStatus read_some(void *bytes, std::size_t size, std::size_t *length) const {
-        ssize_t count;
-        do
-            count = read(descriptor_, bytes, size);
-        while (count < 0 && errno == EINTR);
-        *length = count < 0 ? 0 : static_cast<std::size_t>(count);
-        return count < 0 ? QEL_ERR_FILE_IO : QEL_OK;
-    }
-
-    QelStatus write_all(const void *bytes, std::size_t size) const {
-        if (size == 0)
-            return QEL_OK;
-        ssize_t count;
-        do
-            count = write(descriptor_, bytes, size);
-        while (count < 0 && errno == EINTR);
-        return count >= 0 && static_cast<std::size_t>(count) == size ? QEL_OK : QEL_ERR_FILE_IO;
-    }
-
-    QelStatus write_line(const char *line) const {
-        const QelStatus status = write_all(line, std::strlen(line));
-        return status != QEL_OK ? status : write_all("\n", 1);
-    }
-
-    // Closing may be the first to tell of a write that failed.
-    QelStatus close_file() {
-        const bool must_close = owned_ && descriptor_ >= 0;
-        const int descriptor = descriptor_;
-        descriptor_ = -1;
-        return !must_close || close(descriptor) == 0 ? QEL_OK : QEL_ERR_FILE_IO;
-    }
-
-private:
-    int descriptor_ = -1;
-    bool owned_ = false;
-};
+// ---- Files --------------------------------------------------------------------------------------
 
 // Opens both files, lets convert_stream work on them and closes them; the first failure counts.
 QelStatus between_files(const char *input_name, const char *output_name, int open_flags,
                         QelStatus (*convert_stream)(const File &, const File &, int), int type) {
     File input;
     File output;
-    QelStatus status = input.open_input(input_name);
-    if (status == QEL_OK)
-        status = output.open_output(output_name, open_flags);
-    if (status != QEL_OK)
-        return status;
-    status = convert_stream(input, output, type);
+    if (input.open_input(input_name) != QEL_OK ||
+        output.open_output(output_name, open_flags) != QEL_OK)
+        return QEL_ERR_OPEN_FILE;
+    QelStatus status = convert_stream(input, output, type);
     const QelStatus output_status = output.close_file();
     const QelStatus input_status = input.close_file();
     if (status != QEL_OK)

@@ -1,5 +1,6 @@
 #include "support/fault.h"
 #include "support/files.h"
+#include "support/process.h"
 
 #include <util/armour.h>
 
@@ -15,7 +16,6 @@
 #include <fstream>
 #include <random>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -444,17 +444,6 @@ TEST_F(ArmourFiles, are_opened_with_the_callers_flags_for_their_owner_alone) {
     EXPECT_EQ(decode_files(), QEL_ERR_FILE_IO);
 }
 
-// Runs work with another file in place of a standard descriptor.
-template <class Work> QelStatus with_descriptor(int standard, int replacement, const Work &work) {
-    const int kept = dup(standard);
-    dup2(replacement, standard);
-    const QelStatus status = work();
-    dup2(kept, standard);
-    close(kept);
-    close(replacement);
-    return status;
-}
-
 TEST_F(ArmourFiles, no_name_is_standard_input_or_output) {
     put("Zm9v\n");
     const std::string copy = folder.path("copy");
@@ -475,24 +464,13 @@ TEST_F(ArmourFiles, no_name_is_standard_input_or_output) {
 TEST_F(ArmourFiles, short_reads_change_nothing) {
     const Bytes bytes = random_bytes(5000);
     const std::string text = base64(bytes) + "\n";
-    const auto through_pipe = [&](const Bytes &contents, auto convert) {
-        int ends[2];
-        ASSERT_EQ(pipe(ends), 0);
-        std::thread writer([&] {
-            for (std::size_t at = 0; at < contents.size(); at += 77) {
-                const std::size_t size = std::min<std::size_t>(77, contents.size() - at);
-                EXPECT_EQ(write(ends[1], &contents[at], size), static_cast<ssize_t>(size));
-                usleep(200);
-            }
-            close(ends[1]);
-        });
-        EXPECT_EQ(with_descriptor(STDIN_FILENO, ends[0], convert), QEL_OK);
-        writer.join();
-    };
-    through_pipe(bytes, [&] { return __qel_binary_2_rfc1421_files("", out.c_str(), kWrite); });
+    EXPECT_EQ(with_input(text_of(bytes),
+                         [&] { return __qel_binary_2_rfc1421_files("", out.c_str(), kWrite); }),
+              QEL_OK);
     EXPECT_EQ(got(), text);
-    through_pipe(bytes_of(text),
-                 [&] { return __qel_rfc1421_2_binary_files("", out.c_str(), kWrite); });
+    EXPECT_EQ(
+        with_input(text, [&] { return __qel_rfc1421_2_binary_files("", out.c_str(), kWrite); }),
+        QEL_OK);
     EXPECT_EQ(read_file(out), bytes);
 }
 
