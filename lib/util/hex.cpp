@@ -18,6 +18,23 @@ int digit_value(char c) {
     return -1;
 }
 
+// Walks over the digits of cleaned-up text and hands each to use. False: another character.
+template <class Use> bool for_each_digit(const char *text, uint32_t length, Use use) {
+    for (uint32_t i = 0; i < length; ++i) {
+        const char c = text[i];
+        if (c == '\n' || c == ' ' || c == '\0' || c == '#')
+            continue;
+        if (c == '0' && length - i > 1 && text[i + 1] == 'x') {
+            ++i;
+            continue;
+        }
+        if (digit_value(c) < 0)
+            return false;
+        use(c);
+    }
+    return true;
+}
+
 } // namespace
 
 QelStatus binary_2_hex(const uint8_t *bytes, uint32_t length, char **text_out) {
@@ -71,5 +88,22 @@ QelStatus __qel_hex_2_binary(const char *text, uint8_t **bytes_out, uint32_t *le
     }
     *bytes_out = bytes.release();
     *length_out = static_cast<uint32_t>(length);
+    return QEL_OK;
+}
+
+QelStatus __qel_parse_hex(const char *text, uint32_t length, char **digits_out) {
+    if (digits_out == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    *digits_out = nullptr;
+    std::size_t count = 0;
+    if (text == nullptr || !for_each_digit(text, length, [&](char) { ++count; }) || count == 0)
+        return QEL_ERR_BAD_PARAM;
+    auto *digits = static_cast<char *>(std::malloc(count + 1));
+    if (digits == nullptr)
+        return QEL_ERR_NO_MEMORY;
+    char *to = digits;
+    for_each_digit(text, length, [&](char c) { *to++ = c; });
+    *to = '\0';
+    *digits_out = digits;
     return QEL_OK;
 }

@@ -7,6 +7,14 @@
 
 #include <lib/memory.h>
 
+namespace {
+
+void reverse(char *string) {
+    std::reverse(string, string + std::strlen(string));
+}
+
+} // namespace
+
 int __qel_snprintf(char *buffer, size_t size, const char *format, ...) {
     if (buffer == nullptr || format == nullptr || size == 0 || size > INT32_MAX)
         return 1;
@@ -68,4 +76,18 @@ QelStatus __qel_get_fname(const char *name, char **result_out) {
         return QEL_ERR_GENERAL;
     *result_out = path.release();
     return QEL_OK;
+}
+
+void __qel_itoa(int32_t number, char *text) {
+    if (text == nullptr)
+        return;
+    uint32_t rest = number < 0 ? 0U - static_cast<uint32_t>(number) : static_cast<uint32_t>(number);
+    char *to = text;
+    do
+        *to++ = static_cast<char>('0' + rest % 10);
+    while ((rest /= 10) != 0);
+    if (number < 0)
+        *to++ = '-';
+    *to = '\0';
+    reverse(text);
 }

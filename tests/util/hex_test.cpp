@@ -101,10 +101,64 @@ TEST(Hex, reports_a_failed_allocation) {
         char *text = nullptr;
         const QelStatus written = binary_2_hex(reinterpret_cast<const uint8_t *>("a"), 1, &text);
         const qel::Owned<char> text_owner(text);
+        char *digits = nullptr;
+        const QelStatus cleaned = __qel_parse_hex("0x1", 3, &digits);
+        const qel::Owned<char> digits_owner(digits);
+        EXPECT_EQ(cleaned, digits != nullptr ? QEL_OK : QEL_ERR_NO_MEMORY);
         EXPECT_EQ(read, bytes != nullptr ? QEL_OK : QEL_ERR_NO_MEMORY);
         EXPECT_EQ(written, text != nullptr ? QEL_OK : QEL_ERR_NO_MEMORY);
-        EXPECT_EQ(read == QEL_OK && written == QEL_OK, !fault::met());
+        EXPECT_EQ(read == QEL_OK && written == QEL_OK && cleaned == QEL_OK, !fault::met());
     });
+}
+
+struct CleanCase {
+    const char *reason;
+    std::string text;
+    const char *digits; // null: QEL_ERR_BAD_PARAM
+};
+
+const CleanCase clean_cases[] = {
+    {"prefixes, a blank, a line feed", "0x1f 0x2e\n", "1f2e"},
+    {"digits of either case stay as they are", "aAfF09", "aAfF09"},
+    {"hashes and zero bytes", std::string("#1#\0", 4) + "2", "12"},
+    {"a prefix inside a number", "10x2", "12"},
+    {"a 0 at the end is a digit", "10", "10"},
+    {"a 0 before a prefix is a digit", "00x1", "01"},
+    {"an odd number", "0x123", "123"},
+    {"a letter that is no digit", "1g", nullptr},
+    {"an x without a 0", "1x", nullptr},
+    {"a second x", "0xx1", nullptr},
+    {"a capital X", "0X1", nullptr},
+    {"a blank in a prefix", "0 x1", nullptr},
+    {"a tab", "1\t2", nullptr},
+    {"a carriage return", "1\r\n", nullptr},
+    {"a sign", "-1", nullptr},
+    {"a character with its top bit set", "\xb1", nullptr},
+    {"prefixes alone", "0x 0x", nullptr},
+    {"separators alone", "# \n", nullptr},
+    {"nothing", "", nullptr},
+};
+
+TEST(Hex, takes_digits_out_of_text) {
+    for (const CleanCase &row : clean_cases) {
+        SCOPED_TRACE(row.reason);
+        // In memory of its exact size, so that a sanitizer sees what is read behind it.
+        const Bytes text = bytes_of(row.text);
+        auto *digits = reinterpret_cast<char *>(1);
+        const QelStatus status =
+            __qel_parse_hex(text.empty() ? "" : reinterpret_cast<const char *>(text.data()),
+                            static_cast<uint32_t>(text.size()), &digits);
+        const qel::Owned<char> owner(digits);
+        EXPECT_EQ(status, row.digits != nullptr ? QEL_OK : QEL_ERR_BAD_PARAM);
+        ASSERT_EQ(digits != nullptr, row.digits != nullptr);
+        EXPECT_STREQ(digits, row.digits);
+    }
+    char *digits = nullptr;
+    EXPECT_EQ(__qel_parse_hex("10x", 2, &digits), QEL_OK) << "the x is behind the text";
+    EXPECT_STREQ(digits, "10");
+    std::free(digits);
+    EXPECT_EQ(__qel_parse_hex(nullptr, 1, &digits), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_parse_hex("1", 1, nullptr), QEL_ERR_BAD_PARAM);
 }
 
 } // namespace

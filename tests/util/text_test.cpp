@@ -152,4 +152,31 @@ TEST_F(FileNames, NullArgumentsAndNoMemory) {
         });
 }
 
+struct DecimalCase {
+    int32_t number;
+    const char *text;
+};
+
+const DecimalCase kDecimalCases[] = {
+    {0, "0"},
+    {7, "7"},
+    {-1, "-1"},
+    {10, "10"},
+    {-305, "-305"},
+    {123456789, "123456789"},
+    {INT32_MAX, "2147483647"},
+    {INT32_MIN, "-2147483648"},
+};
+
+TEST(Text, DecimalDigits) {
+    for (const DecimalCase &row : kDecimalCases) {
+        char text[13];
+        std::memset(text, '#', sizeof text);
+        __qel_itoa(row.number, text);
+        EXPECT_STREQ(text, row.text);
+        EXPECT_EQ(text[12], '#');
+    }
+    __qel_itoa(1, nullptr);
+}
+
 } // namespace
