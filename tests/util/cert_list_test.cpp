@@ -1,0 +1,215 @@
+#include "support/asn1.h"
+#include "support/fault.h"
+#include "support/files.h"
+#include "support/records.h"
+
+#include <qel/qelp.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+using OwnedList = qel::Record<QelCertList, __qel_free_certlist>;
+
+class CertList : public ::testing::Test {
+protected:
+    TemporaryFolder folder;
+    Asn1Context asn1;
+    QelContext *context = asn1.get();
+    const std::string in = folder.path("certificates");
+
+    // The serial numbers of the list, each followed by a blank.
+    QelStatus read(const std::string &text, std::string *serials) {
+        write_file(in, bytes_of(text));
+        auto *list = reinterpret_cast<QelCertList *>(1);
+        const QelStatus status = __qel_file_2_certlist(context, in.c_str(), &list);
+        const OwnedList owner(list);
+        EXPECT_TRUE(status == QEL_OK || list == nullptr);
+        serials->clear();
+        for (const QelCertList *node = list; node != nullptr; node = node->next)
+            *serials += to_hex(node->cert->serial.value, node->cert->serial.length) + " ";
+        return status;
+    }
+};
+
+// Three certificates, by their serial numbers.
+struct Sample {
+    std::string serial, armour, delimited;
+
+    explicit Sample(uint8_t number) {
+        const records::OwnedCert cert(records::full_cert());
+        cert->serial.value[0] = number;
+        serial = to_hex(cert->serial.value, cert->serial.length) + " ";
+        Asn1Context asn1;
+        const Bytes der = asn1.encode(cert.get(), QEL_PDU_Certificate);
+        char *text = nullptr;
+        uint32_t length = 0;
+        EXPECT_EQ(
+            __qel_binary_2_rfc1421(der.data(), static_cast<uint32_t>(der.size()), &text, &length),
+            QEL_OK);
+        armour.assign(text, length);
+        std::free(text);
+        delimited = "-----BEGIN CERTIFICATE-----\n" + armour + "\n-----END CERTIFICATE-----\n";
+    }
+};
+
+struct ListCase {
+    const char *reason;
+    std::string text;
+    QelStatus status;
+    std::string serials;
+};
+
+TEST_F(CertList, texts) {
+    const Sample a(1), b(2), c(3);
+    const std::string end = "-----END CERTIFICATE-----";
+    const std::string damaged = "AAAA" + a.armour.substr(4);
+    const ListCase rows[] = {
+        {"nothing", "", QEL_OK, ""},
+        {"separators alone", "\n# \t##\n", QEL_OK, ""},
+        {"between markers", a.delimited + b.delimited + c.delimited, QEL_OK,
+         a.serial + b.serial + c.serial},
+        {"separators between", "\n#" + a.delimited + "#\t " + b.delimited + " #", QEL_OK,
+         a.serial + b.serial},
+        {"armour alone", a.armour + "#" + b.armour + "\n#\n" + c.armour + "#", QEL_OK,
+         a.serial + b.serial + c.serial},
+        {"both", a.delimited + "#" + b.armour + "#" + c.delimited, QEL_OK,
+         a.serial + b.serial + c.serial},
+        {"more behind the END marker", a.delimited.substr(0, a.delimited.size() - 1) + " #x\n",
+         QEL_OK, a.serial},
+        {"words before the marker, on its line", "- mine: " + a.delimited, QEL_OK, a.serial},
+        {"lines before the marker", "- mine\n" + a.delimited, QEL_ERR_FROM_RFC1421, ""},
+        {"words that begin otherwise", "mine: " + a.delimited, QEL_ERR_BAD_PARAM, ""},
+        {"no hash behind armour", a.delimited + b.armour + "\n", QEL_ERR_BAD_PARAM, ""},
+        {"no line feed at the end", a.delimited.substr(0, a.delimited.size() - 1),
+         QEL_ERR_BAD_PARAM, ""},
+        {"no line feed at all", "-----BEGIN CERTIFICATE-----" + a.armour + end, QEL_ERR_BAD_PARAM,
+         ""},
+        {"no END marker", a.delimited.substr(0, a.delimited.size() - 2), QEL_ERR_BAD_PARAM, ""},
+        {"no END marker behind the line feed", end + "-----BEGIN CERTIFICATE-----\n",
+         QEL_ERR_BAD_PARAM, ""},
+        {"another marker", "-----BEGIN KEYPKG-----\n" + a.armour + "\n" + end + "\n",
+         QEL_ERR_BAD_PARAM, ""},
+        {"a dash", "-", QEL_ERR_BAD_PARAM, ""},
+        {"a zero byte", std::string("\0", 1) + a.delimited, QEL_ERR_BAD_PARAM, ""},
+        {"a carriage return is none of the separators", "\r\n#", QEL_ERR_ASN1_DECODE, ""},
+        {"no armour between the markers", "-----BEGIN CERTIFICATE-----\n" + end + "\n",
+         QEL_ERR_ASN1_DECODE, ""},
+        {"no certificate", damaged + "#", QEL_ERR_ASN1_DECODE, ""},
+        {"a bad one behind good ones", a.delimited + b.delimited + "#" + damaged + "#",
+         QEL_ERR_ASN1_DECODE, ""},
+    };
+    for (const ListCase &row : rows) {
+        SCOPED_TRACE(row.reason);
+        std::string serials;
+        EXPECT_EQ(read(row.text, &serials), row.status);
+        EXPECT_EQ(serials, row.serials);
+    }
+}
+
+TEST_F(CertList, one_after_another) {
+    const Sample a(1), b(2);
+    const std::string all = "#" + a.armour + "#" + b.armour + "#\n";
+    const std::string first_rest = "#" + b.armour + "#\n";
+    const char *text = all.data();
+    auto remaining = static_cast<uint32_t>(all.size());
+    for (const std::string &rest : {first_rest, std::string("#\n")}) {
+        QelCert *cert = nullptr;
+        ASSERT_EQ(__qel_read_next_cert(context, &text, &remaining, &cert), QEL_OK);
+        const records::OwnedCert owner(cert);
+        EXPECT_NE(cert, nullptr);
+        EXPECT_EQ(std::string(text, remaining), rest);
+    }
+    auto *cert = reinterpret_cast<QelCert *>(1);
+    ASSERT_EQ(__qel_read_next_cert(context, &text, &remaining, &cert), QEL_OK);
+    EXPECT_EQ(cert, nullptr);
+    EXPECT_EQ(remaining, 0U);
+    EXPECT_EQ(text, all.data() + all.size());
+}
+
+TEST_F(CertList, failures_leave_nothing_to_read) {
+    const Sample a(1);
+    const char *text = a.armour.data();
+    const char *none = nullptr;
+    auto *cert = reinterpret_cast<QelCert *>(1);
+    uint32_t remaining = 5;
+    EXPECT_EQ(__qel_read_next_cert(context, &text, &remaining, &cert), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(remaining, 0U);
+    EXPECT_EQ(cert, nullptr);
+    for (remaining = 5; const QelStatus status : {
+                            __qel_read_next_cert(nullptr, &text, &remaining, &cert),
+                            __qel_read_next_cert(context, nullptr, &remaining, &cert),
+                            __qel_read_next_cert(context, &none, &remaining, &cert),
+                            __qel_read_next_cert(context, &text, nullptr, &cert),
+                            __qel_read_next_cert(context, &text, &remaining, nullptr),
+                        })
+        EXPECT_EQ(status, QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(remaining, 0U);
+    QelCertList *list = nullptr;
+    EXPECT_EQ(__qel_file_2_certlist(nullptr, in.c_str(), &list), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_file_2_certlist(context, in.c_str(), nullptr), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_file_2_certlist(context, in.c_str(), &list), QEL_ERR_NO_FILE);
+    __qel_free_certlist(nullptr);
+    __qel_free_certlist(&list);
+}
+
+TEST_F(CertList, spoiled_texts_are_refused_or_are_certificates) {
+    const Sample a(1);
+    each_spoiled(bytes_of(a.delimited), [&](const Bytes &spoiled, const std::string &what) {
+        SCOPED_TRACE(what);
+        const auto *text = reinterpret_cast<const char *>(spoiled.data());
+        const auto *end = text + spoiled.size();
+        auto remaining = static_cast<uint32_t>(spoiled.size());
+        if (spoiled.empty())
+            return;
+        QelCert *cert = nullptr;
+        const QelStatus status = __qel_read_next_cert(context, &text, &remaining, &cert);
+        const records::OwnedCert owner(cert);
+        EXPECT_EQ(cert != nullptr, status == QEL_OK);
+        EXPECT_TRUE(status == QEL_OK ? text + remaining == end : remaining == 0);
+    });
+}
+
+// What is written to a data set is read as a list, in its order.
+TEST_F(CertList, real_certificates_come_back) {
+    std::vector<Bytes> written;
+    for (const std::string &name : vector_names("certs")) {
+        const Bytes der = vector_file(name);
+        const auto cert = asn1.decode(der, QEL_PDU_Certificate);
+        if (cert == nullptr)
+            continue;
+        ASSERT_EQ(__qel_dump_append_and_delimit(QEL_ITEM_CERTIFICATE, in.c_str(), QEL_FORM_ARMOUR,
+                                                der.data(), static_cast<uint32_t>(der.size())),
+                  QEL_OK);
+        written.push_back(asn1.encode(cert.get(), QEL_PDU_Certificate));
+    }
+    EXPECT_GT(written.size(), 100U);
+    QelCertList *list = nullptr;
+    ASSERT_EQ(__qel_file_2_certlist(context, in.c_str(), &list), QEL_OK);
+    const OwnedList owner(list);
+    for (const Bytes &der : written) {
+        ASSERT_NE(list, nullptr);
+        EXPECT_EQ(asn1.encode(list->cert, QEL_PDU_Certificate), der);
+        list = list->next;
+    }
+    EXPECT_EQ(list, nullptr);
+}
+
+TEST_F(CertList, reports_a_failed_allocation) {
+    const Sample a(1);
+    write_file(in, bytes_of(a.delimited + a.delimited));
+    fault::each_allocation([&] {
+        QelCertList *list = nullptr;
+        const QelStatus status = __qel_file_2_certlist(context, in.c_str(), &list);
+        const OwnedList owner(list);
+        EXPECT_EQ(list != nullptr, !fault::met());
+        EXPECT_EQ(status == QEL_OK, !fault::met());
+        EXPECT_TRUE(status == QEL_OK || status == QEL_ERR_NO_MEMORY ||
+                    status == QEL_ERR_ASN1_DECODE)
+            << status;
+    });
+}
+
+} // namespace
