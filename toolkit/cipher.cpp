@@ -176,20 +176,18 @@ int finish_padded_encryption(AlgorithmObject *object, Output *output, AlgorithmO
     return BE_OK;
 }
 
+// Text that is cut takes the same road as text whose padding is wrong.
 int finish_padded_decryption(AlgorithmObject *object, Output *output, AlgorithmObject *) {
     Cipher *cipher = cipher_of(object);
-    if (cipher->held_size != cbc_block) {
-        restart(cipher);
-        return BE_INPUT_LEN;
-    }
     SecretArray<cbc_block> plain;
     uint8_t iv[cbc_block]; // the object keeps its own, in case the output has no room
     std::memcpy(iv, cipher->iv, sizeof iv);
     crypt(cipher, iv, cipher->held, plain.bytes, 1);
+    const bool whole = cipher->held_size == cbc_block;
     const uint32_t padding = padding_size(plain.bytes);
-    if (padding == 0) {
+    if (!whole || padding == 0) {
         restart(cipher);
-        return BE_PADDING;
+        return whole ? BE_PADDING : BE_INPUT_LEN;
     }
     const uint32_t size = cbc_block - padding;
     if (size > output->capacity)

@@ -306,8 +306,8 @@ QelStatus qel_verify_keypkg_return_digest(QelContext *context, const QelKeyPkg *
  *
  * Data come in one call, or in several by the modes and the rules of digests, with which encryption
  * and decryption share the context: one operation is under way at a time, and a call for another
- * kind fails. The results of the calls, one behind the other, are the text; an update may give fewer
- * bytes than it is given, or none.
+ * kind fails. What the calls give makes up the text, one behind the other; an update may give fewer
+ * bytes than it takes, or none.
  *
  * The export policy stands before both. It refuses
  *  - with QEL_ERR_DOUBLE_ENCRYPT, data of more than 64 bytes whose first 64 are those of the last
@@ -328,17 +328,17 @@ QelStatus qel_verify_keypkg_return_digest(QelContext *context, const QelKeyPkg *
  *   key_algorithm  the same as algorithm; its parameters are not looked at. The algorithms and the
  *                  key are needed, and looked at, in the first call only.
  *   output         output bytes of this call; may be data itself. *output_length must be 0 if
- *                  *output is null, and only then. A caller's buffer has room, in a single call, for
- *                  the data and 8 bytes of padding (encryption but for RC4); in a call of several
- *                  for 24 bytes more than the data, or where there are none for 8. A decryption
- *                  that fails may have written anything there.
+ *                  *output is null, and only then. A caller's buffer has room for the data in a
+ *                  single call, and for 8 bytes of padding in an encryption with a block cipher; in
+ *                  a call of several for 24 bytes more than the data, or without data for 8. A
+ *                  decryption that fails may have written anything there.
  * QEL_ERR_DOUBLE_ENCRYPT. QEL_ERR_EXPORT: also parameters of RC2 for more than 40 effective bits.
  * QEL_ERR_BAD_PARAM: also a key for another algorithm, a key or a vector of a wrong length, missing
  * parameters. QEL_ERR_UNSUPPORTED_ALG: another algorithm. QEL_ERR_ASN1_DECODE: parameters that
- * cannot be read. QEL_ERR_BUFFER_SIZE. QEL_ERR_ENCRYPT: the token failed, or something else is under
- * way. QEL_ERR_DECRYPT: likewise, or the text does not end as a padded one: a wrong key, or data
- * that were altered or cut. QEL_ERR_BAD_KEY, QEL_ERR_GENERAL: the token has no memory.
- * QEL_ERR_NO_MEMORY.
+ * cannot be read. QEL_ERR_BUFFER_SIZE. QEL_ERR_ENCRYPT: the token failed, or another operation is
+ * under way. QEL_ERR_DECRYPT: likewise, or the text does not end as a padded one: a wrong key, or
+ * data that were altered or cut. QEL_ERR_BAD_KEY, QEL_ERR_GENERAL, QEL_ERR_ASN1_ENCODE,
+ * QEL_ERR_NO_MEMORY: no memory.
  */
 QelStatus qel_encrypt(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
                       const QelAlgId *key_algorithm, const uint8_t *key, uint32_t key_length,

@@ -571,8 +571,8 @@ QelStatus __qel_verify_keypkg(QelContext *context, const QelKeyPkg *key_package,
 
 /*
  * kvdsaivqa encrypts and kdlsdkspd decrypts as qel_encrypt and qel_decrypt do, without the policy:
- * keys may be longer (RC2 up to 128 bytes, RC4 up to 256); there is triple DES in CBC mode too, with
- * 24 bytes of key and the parameters of DES; data are not held against earlier outputs, nor outputs
+ * keys may be longer (RC2 up to 128 bytes, RC4 up to 256); triple DES in CBC mode is there, with 24
+ * bytes of key and the parameters of DES; data are not held against earlier outputs, nor outputs
  * remembered. RC2 keeps to 40 effective bits. What those return, but for QEL_ERR_DOUBLE_ENCRYPT.
  */
 QelStatus kvdsaivqa(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,

@@ -122,4 +122,394 @@ TEST_F(CipherTest, LongTexts) {
     }
 }
 
+TEST_F(CipherTest, InPlace) {
+    for (const TestCipher &cipher : ciphers) {
+        for (const std::size_t size : {1, 8, 100}) {
+            SCOPED_TRACE(testing::Message() << cipher.name << ", " << size << " bytes");
+            const Bytes text = random_bytes(random, size);
+            const TestAlgorithm algorithm(cipher);
+            Bytes buffer = text;
+            buffer.resize(size + 8);
+            uint8_t *out = buffer.data();
+            auto length = length_of(buffer);
+            ASSERT_EQ(kvdsaivqa(context, out, static_cast<uint32_t>(size), QEL_MODE_FINAL,
+                                algorithm, cipher.key.data(), length_of(cipher.key), algorithm,
+                                &out, &length),
+                      QEL_OK);
+            EXPECT_EQ(Bytes(out, out + length), openssl_crypt(cipher, true, text));
+            ASSERT_EQ(kdlsdkspd(context, out, length, QEL_MODE_FINAL, algorithm, cipher.key.data(),
+                                length_of(cipher.key), algorithm, &out, &length),
+                      QEL_OK);
+            EXPECT_EQ(Bytes(out, out + length), text);
+        }
+    }
+}
+
+TEST_F(CipherTest, TripleDesInOneCall) {
+    const TestCipher &des3 = ciphers[1];
+    const Bytes text = random_bytes(random, 100);
+    const Bytes encrypted = openssl_crypt(des3, true, text);
+    const struct {
+        const char *why;
+        decltype(aksksfdq) *crypt;
+        const Bytes &data;
+        uint32_t key_length, iv_length, room;
+        bool iv;
+        QelStatus status;
+        const Bytes &result;
+    } cases[] = {
+        {"encryption", aksksfdq, text, 24, 8, 0, true, QEL_OK, encrypted},
+        {"into a buffer", aksksfdq, text, 24, 8, 108, true, QEL_OK, encrypted},
+        {"one byte short", aksksfdq, text, 24, 8, 107, true, QEL_ERR_BUFFER_SIZE, text},
+        {"decryption", glhrahhi, encrypted, 24, 8, 0, true, QEL_OK, text},
+        {"of what is not encrypted", glhrahhi, text, 24, 8, 0, true, QEL_ERR_DECRYPT, text},
+        {"two keys", aksksfdq, text, 16, 8, 0, true, QEL_ERR_BAD_PARAM, text},
+        {"a long vector", glhrahhi, encrypted, 24, 9, 0, true, QEL_ERR_BAD_PARAM, text},
+        {"no vector", aksksfdq, text, 24, 8, 0, false, QEL_ERR_BAD_PARAM, text},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.why);
+        Bytes buffer(c.room);
+        uint8_t *out = c.room != 0 ? buffer.data() : nullptr;
+        uint32_t length = c.room;
+        EXPECT_EQ(c.crypt(context, c.data.data(), length_of(c.data), des3.key.data(), c.key_length,
+                          c.iv ? iv.data() : nullptr, c.iv_length, &out, &length),
+                  c.status);
+        if (c.status == QEL_OK) {
+            EXPECT_EQ(Bytes(out, out + length), c.result);
+        }
+        EXPECT_TRUE(context.idle());
+        if (c.room == 0)
+            free(out);
+    }
+    EXPECT_EQ(aksksfdq(nullptr, nullptr, 0, nullptr, 0, nullptr, 0, nullptr, nullptr),
+              QEL_ERR_BAD_PARAM);
+}
+
+// ---- What is refused
+
+TestCipher with_key(TestCipher cipher, const Bytes &key) {
+    cipher.key = key;
+    return cipher;
+}
+
+TestCipher with_parameters(TestCipher cipher, const char *parameters) {
+    cipher.parameters = from_hex(parameters);
+    return cipher;
+}
+
+TEST_F(CipherTest, Failures) {
+    const TestCipher md5 = {"MD5", QEL_MD5_AID->algorithm, short_key, {}, {}, nullptr};
+    Bytes wrong_key = des_key;
+    wrong_key[0] ^= 2;
+    const Bytes text = bytes_of("sixteen bytes...");
+    const Bytes encrypted = openssl_crypt(des, true, text);
+    Bytes bad_padding = encrypted;
+    bad_padding[15] ^= 1;
+    Bytes cut = encrypted;
+    cut.pop_back();
+    const uint32_t update = QEL_MODE_UPDATE, final = QEL_MODE_FINAL;
+    const struct {
+        const char *why;
+        TestCipher cipher;
+        Bytes data;
+        uint32_t mode;
+        std::size_t room;
+        QelStatus encryption; // and
+        QelStatus decryption;
+    } cases[] = {
+        {"a DES key of 7 bytes", with_key(des, Bytes(7)), text, final, 0, QEL_ERR_BAD_PARAM,
+         QEL_ERR_BAD_PARAM},
+        {"a DES key of 9 bytes", with_key(des, Bytes(9)), text, final, 0, QEL_ERR_BAD_PARAM,
+         QEL_ERR_BAD_PARAM},
+        {"two keys for triple DES", with_key(ciphers[1], Bytes(16)), text, final, 0,
+         QEL_ERR_BAD_PARAM, QEL_ERR_BAD_PARAM},
+        {"no key", with_key(des, {}), text, final, 0, QEL_ERR_BAD_PARAM, QEL_ERR_BAD_PARAM},
+        {"a longer RC2 key than there is", with_key(rc2, Bytes(129)), text, final, 0,
+         QEL_ERR_ENCRYPT, QEL_ERR_DECRYPT},
+        {"a longer RC4 key than there is", with_key(rc4, Bytes(257)), text, final, 0,
+         QEL_ERR_ENCRYPT, QEL_ERR_DECRYPT},
+        {"no parameters", with_parameters(des, ""), text, final, 0, QEL_ERR_BAD_PARAM,
+         QEL_ERR_BAD_PARAM},
+        {"a number as vector", with_parameters(des, "020100"), text, final, 0, QEL_ERR_ASN1_DECODE,
+         QEL_ERR_ASN1_DECODE},
+        {"bytes behind the vector", with_parameters(des, "0408010203040506070800"), text, final, 0,
+         QEL_ERR_ASN1_DECODE, QEL_ERR_ASN1_DECODE},
+        {"a short vector", with_parameters(des, "040701020304050607"), text, final, 0,
+         QEL_ERR_BAD_PARAM, QEL_ERR_BAD_PARAM},
+        {"a long vector", with_parameters(des, "0409010203040506070809"), text, final, 0,
+         QEL_ERR_BAD_PARAM, QEL_ERR_BAD_PARAM},
+        {"RC2 without parameters", with_parameters(rc2, ""), text, final, 0, QEL_ERR_BAD_PARAM,
+         QEL_ERR_BAD_PARAM},
+        {"neither form of RC2's", with_parameters(rc2, "0500"), text, final, 0, QEL_ERR_ASN1_DECODE,
+         QEL_ERR_ASN1_DECODE},
+        {"a short vector alone", with_parameters(rc2, "040701020304050607"), text, final, 0,
+         QEL_ERR_BAD_PARAM, QEL_ERR_BAD_PARAM},
+        {"a short vector with a version", with_parameters(rc2, "300d020200a0040701020304050607"),
+         text, final, 0, QEL_ERR_BAD_PARAM, QEL_ERR_BAD_PARAM},
+        {"64 effective bits", with_parameters(rc2, "300d02017804080102030405060708"), text, final,
+         0, QEL_ERR_EXPORT, QEL_ERR_EXPORT},
+        {"41 effective bits", with_parameters(rc2, "300d02016804080102030405060708"), text, final,
+         0, QEL_ERR_EXPORT, QEL_ERR_EXPORT},
+        {"1024 effective bits", with_parameters(rc2, "300e0202040004080102030405060708"), text,
+         final, 0, QEL_ERR_EXPORT, QEL_ERR_EXPORT},
+        {"a version that means no bits", with_parameters(rc2, "300e020200bd04080102030405060708"),
+         text, final, 0, QEL_ERR_BAD_PARAM, QEL_ERR_BAD_PARAM},
+        {"a digest algorithm", md5, text, final, 0, QEL_ERR_UNSUPPORTED_ALG,
+         QEL_ERR_UNSUPPORTED_ALG},
+        {"room for no padding", des, text, final, 23, QEL_ERR_BUFFER_SIZE, QEL_ERR_DECRYPT},
+        {"room for less than the data", des, text, final, 15, QEL_ERR_BUFFER_SIZE,
+         QEL_ERR_BUFFER_SIZE},
+        {"room for less than RC4's data", rc4, text, final, 15, QEL_ERR_BUFFER_SIZE,
+         QEL_ERR_BUFFER_SIZE},
+        {"room for no update", des, text, update, 39, QEL_ERR_BUFFER_SIZE, QEL_ERR_BUFFER_SIZE},
+        {"another key", with_key(des, wrong_key), encrypted, final, 0, QEL_OK, QEL_ERR_DECRYPT},
+        {"padding that was altered", des, bad_padding, final, 0, QEL_OK, QEL_ERR_DECRYPT},
+        {"cut within a block", des, cut, final, 0, QEL_OK, QEL_ERR_DECRYPT},
+        {"less than a block", des, Bytes(7), final, 0, QEL_OK, QEL_ERR_DECRYPT},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.why);
+        Bytes result;
+        EXPECT_EQ(run(kvdsaivqa, c.cipher, c.data, c.mode, c.room, &result), c.encryption);
+        EXPECT_TRUE(context.idle());
+        EXPECT_EQ(run(kdlsdkspd, c.cipher, c.data, c.mode, c.room, &result), c.decryption);
+        EXPECT_TRUE(context.idle());
+    }
+}
+
+TEST_F(CipherTest, BadParameters) {
+    const TestAlgorithm one(rc4);
+    const TestAlgorithm other(des);
+    const uint8_t key[5] = {};
+    const uint8_t data[16] = {};
+    Bytes buffer(64);
+    uint8_t *none = nullptr;
+    uint8_t *some = buffer.data();
+    uint32_t zero = 0;
+    uint32_t size = 64;
+    QelContext *const in = context;
+    const struct {
+        const char *why;
+        QelContext *context;
+        const uint8_t *data;
+        uint32_t length, mode;
+        const QelAlgId *key_algorithm;
+        const uint8_t *key;
+        uint32_t key_length;
+        const QelAlgId *algorithm;
+        uint8_t **output;
+        uint32_t *output_length;
+    } cases[] = {
+        {"no context", nullptr, data, 16, 2, one, key, 5, one, &none, &zero},
+        {"data without length", in, data, 0, 2, one, key, 5, one, &none, &zero},
+        {"length without data", in, nullptr, 16, 2, one, key, 5, one, &none, &zero},
+        {"mode 0", in, data, 16, 0, one, key, 5, one, &none, &zero},
+        {"mode 3", in, data, 16, 3, one, key, 5, one, &none, &zero},
+        {"an update without data", in, nullptr, 0, 1, one, key, 5, one, &none, &zero},
+        {"nothing to finish", in, nullptr, 0, 2, one, key, 5, one, &none, &zero},
+        {"no algorithm of the key", in, data, 16, 2, nullptr, key, 5, one, &none, &zero},
+        {"no key", in, data, 16, 2, one, nullptr, 5, one, &none, &zero},
+        {"no length of the key", in, data, 16, 2, one, key, 0, one, &none, &zero},
+        {"no algorithm", in, data, 16, 2, one, key, 5, nullptr, &none, &zero},
+        {"a key for another algorithm", in, data, 16, 2, other, key, 5, one, &none, &zero},
+        {"nowhere to put the output", in, data, 16, 2, one, key, 5, one, nullptr, &zero},
+        {"nowhere to put its length", in, data, 16, 2, one, key, 5, one, &none, nullptr},
+        {"capacity without buffer", in, data, 16, 2, one, key, 5, one, &none, &size},
+        {"buffer without capacity", in, data, 16, 2, one, key, 5, one, &some, &zero},
+    };
+    for (const auto &c : cases)
+        for (Core *core : {kvdsaivqa, kdlsdkspd}) {
+            EXPECT_EQ(core(c.context, c.data, c.length, c.mode, c.key_algorithm, c.key,
+                           c.key_length, c.algorithm, c.output, c.output_length),
+                      QEL_ERR_BAD_PARAM)
+                << c.why;
+            EXPECT_TRUE(context.idle()) << c.why;
+        }
+}
+
+// ---- Beside other operations of the context
+
+class SharedContextTest : public CipherTest {
+protected:
+    QelStatus digest(const Bytes &data, uint32_t mode) {
+        uint8_t *out = digest_bytes;
+        uint32_t length = sizeof digest_bytes;
+        return qel_digest(context, data.empty() ? nullptr : data.data(), length_of(data), mode,
+                          QEL_MD5_AID, &out, &length);
+    }
+    Bytes digested() const { return {digest_bytes, digest_bytes + 16}; }
+
+    void expect_triple_des_works() {
+        uint8_t *out = nullptr;
+        uint32_t length = 0;
+        EXPECT_EQ(aksksfdq(context, text.data(), length_of(text), des3_key.data(), 24, iv.data(), 8,
+                           &out, &length),
+                  QEL_OK);
+        EXPECT_EQ(Bytes(out, out + length), openssl_crypt(ciphers[1], true, text));
+        free(out);
+    }
+
+    const Bytes text = bytes_of("a text of more than two blocks");
+    const Bytes encrypted = openssl_crypt(des, true, text);
+    const Bytes head{text.begin(), text.begin() + 11};
+    const Bytes tail{text.begin() + 11, text.end()};
+    uint8_t digest_bytes[16] = {};
+    Bytes result;
+};
+
+TEST_F(SharedContextTest, AnEncryptionGoesOnAfterWhatIsRefusedOrNotItsOwn) {
+    ASSERT_EQ(run(kvdsaivqa, des, head, QEL_MODE_UPDATE, 0, &result), QEL_OK);
+    EXPECT_EQ(run(kvdsaivqa, des, {}, QEL_MODE_UPDATE, 0, &result), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(digest(text, QEL_MODE_UPDATE), QEL_ERR_DIGEST);
+    EXPECT_NE(digest(text, QEL_MODE_FINAL), QEL_OK);
+    EXPECT_NE(digest({}, QEL_MODE_FINAL), QEL_OK);
+    expect_triple_des_works();
+    // From the second call on nobody looks at algorithm and key.
+    EXPECT_EQ(run(kvdsaivqa, with_key(rc2, {}), tail, QEL_MODE_UPDATE, 0, &result), QEL_OK);
+    EXPECT_EQ(run(kvdsaivqa, des, {}, QEL_MODE_FINAL, 0, &result), QEL_OK);
+    EXPECT_EQ(result, encrypted);
+    EXPECT_TRUE(context.idle());
+}
+
+TEST_F(SharedContextTest, ADigestGoesOnAfterAnEncryptionThatCannotRun) {
+    ASSERT_EQ(digest(head, QEL_MODE_UPDATE), QEL_OK);
+    EXPECT_EQ(run(kvdsaivqa, des, text, QEL_MODE_UPDATE, 0, &result), QEL_ERR_ENCRYPT);
+    EXPECT_EQ(run(kvdsaivqa, des, text, QEL_MODE_FINAL, 0, &result), QEL_ERR_ENCRYPT);
+    EXPECT_EQ(run(kdlsdkspd, des, {}, QEL_MODE_FINAL, 0, &result), QEL_ERR_DECRYPT);
+    EXPECT_EQ(run(kdlsdkspd, des, encrypted, QEL_MODE_FINAL, 1, &result), QEL_ERR_BUFFER_SIZE);
+    expect_triple_des_works();
+    EXPECT_EQ(digest(tail, QEL_MODE_FINAL), QEL_OK);
+    EXPECT_EQ(digested(), md5(text));
+    EXPECT_TRUE(context.idle());
+}
+
+TEST_F(SharedContextTest, AFailureEndsWhatIsUnderWay) {
+    const struct {
+        const char *why;
+        Core *core;
+        std::size_t room;
+        QelStatus status;
+    } cases[] = {
+        {"the other direction", kdlsdkspd, 0, QEL_ERR_DECRYPT},
+        {"too little room", kvdsaivqa, 34, QEL_ERR_BUFFER_SIZE},
+    };
+    for (const auto &c : cases) {
+        ASSERT_EQ(run(kvdsaivqa, des, text, QEL_MODE_UPDATE, 0, &result), QEL_OK);
+        EXPECT_EQ(run(c.core, des, head, QEL_MODE_UPDATE, c.room, &result), c.status) << c.why;
+        EXPECT_TRUE(context.idle()) << c.why;
+        result.clear();
+        EXPECT_EQ(run(kvdsaivqa, des, text, QEL_MODE_FINAL, 0, &result), QEL_OK) << c.why;
+        EXPECT_EQ(result, encrypted) << c.why;
+    }
+}
+
+// The last update sets the room of a final call without data.
+TEST_F(SharedContextTest, AFinalCallWithoutDataNeedsABlock) {
+    for (const uint32_t room : {7u, 8u}) {
+        ASSERT_EQ(run(kvdsaivqa, des, text, QEL_MODE_UPDATE, 0, &result), QEL_OK);
+        EXPECT_EQ(run(kvdsaivqa, des, {}, QEL_MODE_FINAL, room, &result),
+                  room == 7 ? QelStatus{QEL_ERR_BUFFER_SIZE} : QelStatus{QEL_OK});
+        EXPECT_TRUE(context.idle());
+    }
+}
+
+// A signature over a given digest leaves its algorithms in the context.
+TEST_F(SharedContextTest, ASignatureAroundAnEncryption) {
+    const SignerKey signer(RsaKey::of_512_bits());
+    const Bytes by_md5 =
+        signer.signature(context, Bytes(16), QEL_MODE_DIGEST, QEL_MD5WithRSAEncryption_AID);
+    ASSERT_EQ(run(kvdsaivqa, des, head, QEL_MODE_UPDATE, 0, &result), QEL_OK);
+    EXPECT_NE(signer.signature(context, Bytes(16), QEL_MODE_DIGEST, QEL_MD2WithRSAEncryption_AID),
+              by_md5);
+    EXPECT_EQ(run(kvdsaivqa, des, tail, QEL_MODE_FINAL, 0, &result), QEL_OK);
+    EXPECT_EQ(result, encrypted);
+    EXPECT_EQ(context->session, nullptr);
+}
+
+TEST_F(SharedContextTest, TheEndOfTheContextEndsThemAll) {
+    for (Core *core : {kvdsaivqa, kdlsdkspd}) {
+        TestContext ending;
+        const TestAlgorithm algorithm(des);
+        uint8_t *out = nullptr;
+        uint32_t length = 0;
+        EXPECT_EQ(core(ending, text.data(), 16, QEL_MODE_UPDATE, algorithm, des_key.data(), 8,
+                       algorithm, &out, &length),
+                  QEL_OK);
+        free(out);
+    }
+}
+
+// ---- Memory
+
+TEST_F(CipherTest, EachAllocation) {
+    const QelStatus allowed[] = {QEL_ERR_NO_MEMORY, QEL_ERR_ASN1_DECODE, QEL_ERR_ASN1_ENCODE,
+                                 QEL_ERR_BAD_KEY, QEL_ERR_GENERAL};
+    const Bytes text = bytes_of("sixteen bytes...");
+    for (const TestCipher *cipher : {&des, &rc2, &rc4})
+        for (Core *core : {kvdsaivqa, kdlsdkspd}) {
+            SCOPED_TRACE(cipher->name);
+            const Bytes data = core == kvdsaivqa ? text : openssl_crypt(*cipher, true, text);
+            const TestAlgorithm algorithm(*cipher);
+            fault::each_allocation([&] {
+                for (const uint32_t mode : {QEL_MODE_UPDATE, QEL_MODE_FINAL}) {
+                    uint8_t *out = nullptr;
+                    uint32_t length = 0;
+                    const QelStatus status =
+                        core(context, data.data(), length_of(data), mode, algorithm,
+                             cipher->key.data(), length_of(cipher->key), algorithm, &out, &length);
+                    const QelStatus failed = core == kvdsaivqa ? QEL_ERR_ENCRYPT : QEL_ERR_DECRYPT;
+                    if (status != QEL_OK) {
+                        EXPECT_TRUE(fault::met());
+                        EXPECT_TRUE(status == failed ||
+                                    std::ranges::find(allowed, status) != std::end(allowed))
+                            << status;
+                        EXPECT_TRUE(out == nullptr && context.idle());
+                        break;
+                    }
+                    free(out);
+                }
+                uint8_t *out = nullptr; // what is left is ended
+                uint32_t length = 0;
+                if (!context.idle())
+                    core(context, nullptr, 0, QEL_MODE_FINAL, nullptr, nullptr, 0, nullptr, &out,
+                         &length);
+                free(out);
+            });
+        }
+}
+
+// What the watcher looks for, and how often it was there.
+Bytes secrets[2];
+int found;
+
+void look_for_secrets(const unsigned char *block, std::size_t size) {
+    for (const Bytes &secret : secrets)
+        found += std::search(block, block + size, secret.begin(), secret.end()) != block + size;
+}
+
+TEST_F(CipherTest, FreedMemoryHoldsNeitherKeyNorText) {
+    const Bytes text = bytes_of("a secret of eight bytes and more");
+    for (const TestCipher &cipher : ciphers) {
+        SCOPED_TRACE(cipher.name);
+        secrets[0] = {cipher.key.begin(), cipher.key.begin() + 5};
+        secrets[1] = {text.begin(), text.begin() + 8};
+        const Bytes encrypted = openssl_crypt(cipher, true, text);
+        const TestAlgorithm algorithm(cipher);
+        for (const bool cut : {false, true}) {
+            uint8_t *out = nullptr;
+            uint32_t length = 0;
+            found = 0;
+            fault::watch_free(look_for_secrets);
+            const QelStatus status = kdlsdkspd(
+                context, encrypted.data(), length_of(encrypted) - cut, QEL_MODE_FINAL, algorithm,
+                cipher.key.data(), length_of(cipher.key), algorithm, &out, &length);
+            fault::watch_free(nullptr);
+            EXPECT_EQ(status == QEL_OK, !cut || cipher.stream());
+            EXPECT_EQ(found, 0);
+            free(out);
+        }
+    }
+}
+
 } // namespace
