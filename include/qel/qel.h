@@ -368,8 +368,9 @@ QelStatus qel_wrap_key(QelContext *context, const uint8_t *key, uint32_t key_len
  *   private_key_algorithm  rsaEncryption; private_key and private_key_length: the private key as it
  *                          stands in a PrivateKeyInfo (PKCS#8).
  *   wrapping_algorithm     rsaEncryption.
- *   key                    output bytes: room for as many as the modulus has is asked for, though at
- *                          least 11 fewer are written. A new buffer is secret: zero it before free().
+ *   key                    output bytes: room for as many as the modulus has is asked for, though the
+ *                          key is shorter by 11 or more; zeros may fill the rest, and all of the
+ *                          caller's buffer after a failure. Zero a new buffer before free().
  * QEL_ERR_UNWRAP: the block does not open. This is one status and takes one time, whatever is wrong
  * inside; show it to no one who may send blocks. QEL_ERR_BAD_PARAM: also a block of another length.
  * QEL_ERR_EXPORT: a modulus above 512 bytes. QEL_ERR_BAD_KEY: a key that cannot be read.

@@ -89,4 +89,25 @@ TEST_F(WipeTest, Signing) {
               64u);
 }
 
+TEST_F(WipeTest, WrappingAndUnwrapping) {
+    const TestContext context;
+    const SignerKey key(rsa);
+    const Bytes secret = from_hex("8899aabbccddeeff0123456789abcdef");
+    const Bytes by_another = rsa.encrypt(secret);
+    watch(rsa);
+    watch("wrapped key", secret);
+    uint8_t *wrapped = nullptr, *unwrapped = nullptr;
+    ASSERT_EQ(vfeqjfkkj(context, secret.data(), length_of(secret), QEL_RC4_AID, &key.bits,
+                        QEL_RSA_ENCR_AID->parameters, QEL_RSA_ENCR_AID, &wrapped, &length),
+              QEL_OK);
+    free(wrapped);
+    ASSERT_EQ(qel_unwrap_key(context, by_another.data(), length_of(by_another), QEL_RSA_ENCR_AID,
+                             key.private_bytes.data(), length_of(key.private_bytes),
+                             QEL_RSA_ENCR_AID, &unwrapped, &length),
+              QEL_OK);
+    EXPECT_EQ(Bytes(unwrapped, unwrapped + length), secret);
+    explicit_bzero(unwrapped, length);
+    free(unwrapped);
+}
+
 } // namespace

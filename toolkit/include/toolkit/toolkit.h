@@ -162,6 +162,8 @@ int B_GetKeyInfo(POINTER *info, B_KEY_OBJ object, B_KEY_INFO_TYPE type);
 // Encryption and decryption.
 //   output    may be the input itself, or overlap it anyhow; an update writes whole blocks, at most
 //             inputLen plus one block less one byte.
+//             Where AI_PKCS_RSAPrivate opens a block, bad or good, zeros fill what the longest data
+//             would take.
 //   random    an algorithm object in random use, for RSA public-key encryption (block type 2)
 //             and for secret sharing; elsewhere null will do.
 // BE_OUTPUT_LEN. BE_INPUT_LEN: at Final, ciphertext, or plaintext without padding, that is no
