@@ -1,8 +1,10 @@
-// Sign and verify as a caller sees them: MD5 and RSA over 1 KiB, from the key as it is kept.
+// Operations as a caller sees them, from the key as it is kept: sign and verify, MD5 and RSA over
+// 1 KiB; wrap and unwrap, RSA over a key of 16 bytes; a new key pair.
 #include "bench.h"
 #include "keys.h"
 
 #include <gnutls/abstract.h>
+#include <openssl/rsa.h>
 #include <qel/qelp.h>
 
 namespace {
@@ -114,6 +116,74 @@ void gnutls(unsigned bits, const std::string &size) {
     });
 }
 
+// ---- Wrapping ----
+
+void wrap(const Key &key, const Bytes &secret) {
+    uint8_t *wrapped = nullptr;
+    uint32_t size = 0;
+    require(vfeqjfkkj(key.context, secret.data(), static_cast<uint32_t>(secret.size()), QEL_RC4_AID,
+                      &key.public_key->pubKey, key.public_key->algorithm->parameters,
+                      key.public_key->algorithm, &wrapped, &size) == QEL_OK,
+            "wrap");
+    std::free(wrapped);
+}
+
+void unwrap(const Key &key, const Bytes &wrapped, Bytes &out) {
+    uint8_t *buffer = out.data();
+    uint32_t size = static_cast<uint32_t>(out.size());
+    require(qel_unwrap_key(key.context, wrapped.data(), static_cast<uint32_t>(wrapped.size()),
+                           key.private_key->privateKeyAlgorithm, key.private_key->privateKey.value,
+                           key.private_key->privateKey.length, QEL_RSA_ENCR_AID, &buffer,
+                           &size) == QEL_OK,
+            "unwrap");
+}
+
+using Init = int (*)(EVP_PKEY_CTX *);
+using Apply = int (*)(EVP_PKEY_CTX *, unsigned char *, size_t *, const unsigned char *, size_t);
+
+void openssl_rsa(EVP_PKEY *key, Init init, Apply apply, const Bytes &in, Bytes &out) {
+    EVP_PKEY_CTX *context = EVP_PKEY_CTX_new(key, nullptr);
+    std::size_t size = out.size();
+    require(init(context) == 1 && EVP_PKEY_CTX_set_rsa_padding(context, RSA_PKCS1_PADDING) == 1 &&
+                apply(context, out.data(), &size, in.data(), in.size()) == 1,
+            "openssl wrapping");
+    EVP_PKEY_CTX_free(context);
+}
+
+void wrapping(unsigned bits, const std::string &size) {
+    const Key key = decoded(bench_key(bits));
+    EVP_PKEY *other = bench_key(bits).openssl;
+    const Bytes secret = sample(16);
+    Bytes wrapped(bits / 8), out(bits / 8);
+    openssl_rsa(other, EVP_PKEY_encrypt_init, EVP_PKEY_encrypt, secret, wrapped);
+    row("wrap" + size + "qel", 0, [key, secret] { wrap(key, secret); });
+    row("wrap" + size + "openssl", 0, [other, secret, out]() mutable {
+        openssl_rsa(other, EVP_PKEY_encrypt_init, EVP_PKEY_encrypt, secret, out);
+    });
+    row("unwrap" + size + "qel", 0, [key, wrapped, out]() mutable { unwrap(key, wrapped, out); });
+    row("unwrap" + size + "openssl", 0, [other, wrapped, out]() mutable {
+        openssl_rsa(other, EVP_PKEY_decrypt_init, EVP_PKEY_decrypt, wrapped, out);
+    });
+}
+
+// ---- Key pairs ----
+
+void key_pairs() {
+    const Key key = decoded(bench_key(512));
+    row("keypair/512/qel", 0, [context = key.context] {
+        uint8_t f4[] = {1, 0, 1};
+        const QelRsaKeypairParams parameters = {512, {sizeof f4, f4}};
+        uint8_t *public_key = nullptr, *private_key = nullptr;
+        uint32_t bits = 0, length = 0;
+        require(qel_gen_rsa_keypair(context, &parameters, &public_key, &bits, &private_key,
+                                    &length) == QEL_OK,
+                "key pair");
+        std::free(public_key);
+        std::free(private_key);
+    });
+    row("keypair/512/openssl", 0, [] { EVP_PKEY_free(EVP_RSA_gen(512)); });
+}
+
 } // namespace
 
 void register_operations() {
@@ -123,4 +193,7 @@ void register_operations() {
         openssl(bits, size);
         gnutls(bits, size);
     }
+    for (const unsigned bits : {512u, 1024u})
+        wrapping(bits, "/" + std::to_string(bits) + "/");
+    key_pairs();
 }
