@@ -52,18 +52,22 @@ inline bool take_element(std::span<const uint8_t> &bytes, Element &element) {
     return true;
 }
 
-// Appends an element to bytes, a vector, in DER.
-template <class Vector>
-void append_element(Vector &bytes, uint8_t tag, std::span<const uint8_t> contents) {
+// Appends tag and length to bytes, a vector, in DER.
+template <class Vector> void append_header(Vector &bytes, uint8_t tag, uint64_t length) {
     bytes.push_back(tag);
-    const std::size_t length = contents.size();
     unsigned count = 0; // of the bytes of a long length
-    while (length >= 0x80 && length >> 8 * count != 0)
+    while (length >= 0x80 && count < sizeof length && length >> 8 * count != 0)
         ++count;
     if (count != 0)
         bytes.push_back(static_cast<uint8_t>(0x80 | count));
     for (unsigned left = count != 0 ? count : 1; left-- != 0;)
         bytes.push_back(static_cast<uint8_t>(length >> 8 * left));
+}
+
+// Appends an element.
+template <class Vector>
+void append_element(Vector &bytes, uint8_t tag, std::span<const uint8_t> contents) {
+    append_header(bytes, tag, contents.size());
     bytes.insert(bytes.end(), contents.begin(), contents.end());
 }
 

@@ -160,7 +160,8 @@ Output::Output(const std::string &path, const FileOptions &options)
     if (exists && !options.force && !options.secret && file_holds_key(path))
         throw would_replace(path, "it holds a private key or key package, which would be lost",
                             "Give another name, or remove that file first.");
-    const mode_t mode = options.secret ? 0600 : exists ? about.st_mode & 0777 : mode_of_new_files();
+    const bool narrow = options.secret || (options.owner_only && !exists);
+    const mode_t mode = narrow ? 0600 : exists ? about.st_mode & 0777 : mode_of_new_files();
     target_ = resolved(path);
     temporary_ = target_ + ".XXXXXX";
     descriptor_ = mkostemp(temporary_.data(), O_CLOEXEC);

@@ -38,8 +38,9 @@ Json status_json(QelStatus status);
 Json failure_json(const Failure &failure);
 
 struct FileOptions {
-    bool secret = false; // create with mode 0600, and refuse to overwrite
-    bool force = false;  // overwrite a secret all the same
+    bool secret = false;     // create with mode 0600, and refuse to overwrite
+    bool force = false;      // overwrite a secret all the same
+    bool owner_only = false; // create with mode 0600
 };
 // A file that is written piece by piece; "-" is standard output. The file takes its place only when
 // it is complete: a write that fails, or an Output that goes without finish, leaves what was there.

@@ -1,0 +1,208 @@
+// qel wrap, qel unwrap, and what encryption needs of them
+#include "wrap.h"
+
+#include "cipher.h"
+#include "command.h"
+#include "export_policy.h"
+#include "text.h"
+
+#include <algorithm>
+
+namespace tool {
+namespace {
+
+constexpr unsigned pkcs1_overhead = 11; // bytes of a block of type 2 that are not the key's
+
+std::string room_of(const QelKeyInfo *key, std::size_t size) {
+    const unsigned modulus = (rsa_numbers(key).bits + 7) / 8;
+    return "the key has " + std::to_string(size) + " bytes, and a modulus of " +
+           std::to_string(modulus) + " has room for " +
+           std::to_string(modulus > pkcs1_overhead ? modulus - pkcs1_overhead : 0);
+}
+
+void warn_of(const PublicKey &recipient, const RsaKey &rsa) {
+    if (!rsa.note.empty())
+        warn(recipient.where + ": " + rsa.note);
+    if (!recipient.certificate.record)
+        return;
+    const std::string state = validity_state(recipient.certificate.record->validity);
+    if (state != "valid")
+        warn("the certificate in " + recipient.where + " is " +
+             (state == "unknown" ? "of unknown validity" : state));
+}
+
+} // namespace
+
+Bytes wrap_key(const Context &context, std::span<const uint8_t> key, const PublicKey &recipient) {
+    const RsaKey rsa = as_rsa_key(recipient.key());
+    warn_of(recipient, rsa);
+    const std::string what = "cannot wrap the key for " + recipient.where;
+    QelAlgId algorithm = {const_cast<QelOid *>(rsa.algorithm),
+                          const_cast<QelOctetString *>(&rsa.parameters)};
+    uint8_t *wrapped = nullptr;
+    uint32_t length = 0;
+    const QelStatus status =
+        vfeqjfkkj(context, key.data(), static_cast<uint32_t>(key.size()), QEL_RC4_AID, rsa.bits,
+                  &rsa.parameters, &algorithm, &wrapped, &length);
+    if (status != QEL_OK) {
+        Failure failure = library_failure(status, what);
+        if (status == QEL_ERR_WRAP)
+            failure.why += " (" + room_of(recipient.key(), key.size()) + ")";
+        throw failure;
+    }
+    const LibraryBytes owner(wrapped);
+    return Bytes(wrapped, wrapped + length);
+}
+
+unsigned modulus_bytes(const Context &context, const PrivateKey &key, const std::string &where) {
+    uint32_t size = 0;
+    const QelStatus status = __qel_get_rsa_keysize(context, QEL_RSA_PRIVATE, key.octets.data(),
+                                                   static_cast<uint32_t>(key.octets.size()), &size);
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot use the private key in " + where);
+    return size;
+}
+
+Bytes unwrap_key(const Context &context, std::span<const uint8_t> wrapped, const PrivateKey &key,
+                 QelStatus &status) {
+    uint8_t *bytes = nullptr;
+    uint32_t length = 0;
+    status =
+        qel_unwrap_key(context, wrapped.data(), static_cast<uint32_t>(wrapped.size()),
+                       key.algorithm, key.octets.data(), static_cast<uint32_t>(key.octets.size()),
+                       QEL_RSA_ENCR_AID, &bytes, &length);
+    if (status != QEL_OK)
+        return {};
+    const Bytes result(bytes, bytes + length);
+    explicit_bzero(bytes, length);
+    std::free(bytes);
+    return result;
+}
+
+// ---- Recipients --------------------------------------------------------------------------------
+
+void Recipients::add(const Context &context, std::span<const uint8_t> key, PublicKey recipient) {
+    Member &member = members_.emplace_back();
+    member.wrapped = wrap_key(context, key, recipient);
+    member.key = std::move(recipient);
+    if (const QelCert *certificate = member.key.certificate.record.get()) {
+        member.who = {certificate->issuer, certificate->serial};
+    } else {
+        const Bytes encoding =
+            encode(context, member.key.key(), QEL_PDU_SubjectPublicKeyInfo, "a public key");
+        const std::string digits = fingerprint(context, encoding, algorithm_named("md5"));
+        member.serial = *from_hex(bytes_of("00" + digits)); // positive
+        if (member.serial[1] < 0x80)
+            member.serial.erase(member.serial.begin());
+        member.no_name = {QEL_NAME_RDN_SEQUENCE, nullptr};
+        member.who = {&member.no_name,
+                      {static_cast<uint16_t>(member.serial.size()), member.serial.data()}};
+    }
+    member.info = {0,
+                   &member.who,
+                   const_cast<QelAlgId *>(QEL_RSA_ENCR_AID),
+                   {static_cast<uint32_t>(member.wrapped.size()), member.wrapped.data()}};
+    nodes_.push_back({nullptr, &member.info});
+    if (nodes_.size() > 1)
+        nodes_[nodes_.size() - 2].next = &nodes_.back();
+}
+
+Json Recipients::names() const {
+    Json names = Json::array();
+    for (const Member &member : members_) {
+        const QelCert *certificate = member.key.certificate.record.get();
+        Json one;
+        one["subject"] = certificate != nullptr
+                             ? Json(name_text(certificate->subject, Charset::utf8))
+                             : Json(nullptr);
+        one["issuer"] = certificate != nullptr ? Json(name_text(certificate->issuer, Charset::utf8))
+                                               : Json(nullptr);
+        one["serial"] = hex({member.who.serial.value, member.who.serial.length});
+        names.push_back(one);
+    }
+    return names;
+}
+
+bool is_recipient(const Context &context, const QelRcptInfo &info, const QelCert &certificate) {
+    const QelIssuerAndSerial &who = *info.issuerAndSerialNumber;
+    return std::ranges::equal(std::span(who.serial.value, who.serial.length),
+                              std::span(certificate.serial.value, certificate.serial.length)) &&
+           encode(context, who.issuer, QEL_PDU_Name, "a name") ==
+               encode(context, certificate.issuer, QEL_PDU_Name, "a name");
+}
+
+// ---- Commands ----------------------------------------------------------------------------------
+
+Exit run_wrap(const Arguments &arguments) {
+    const std::string path = arguments.operand_or_stdin();
+    const std::string output = arguments.value("output", "-");
+    arguments.check_stdin_once({path, arguments.value("to")});
+    if (output == "-" && !arguments.json())
+        refuse_terminal(arguments.command().name, "the result is binary; give '--output FILE'");
+
+    const Context context;
+    PublicKey recipient = read_public_key(context, arguments.value("to"), KeySource::either);
+    const Bytes key = read_key_file(path, arguments.has("key-hex"));
+    const Bytes wrapped = wrap_key(context, key, recipient);
+    const bool to_json = arguments.json() && output == "-";
+    if (!to_json)
+        write_file(output, wrapped, {.force = arguments.has("force")});
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["file"] = utf8_or_latin1(path);
+        json["key_bytes"] = key.size();
+        json["output"] = to_json ? Json(nullptr) : Json(utf8_or_latin1(output));
+        json["wrapped"] = hex(wrapped);
+        put_json(json);
+    }
+    return Exit::yes;
+}
+
+namespace {
+
+Failure unwrap_failure(QelStatus status, const std::string &path, unsigned modulus) {
+    const std::string what = "cannot unwrap the key in " + display_name(path);
+    if (status == QEL_ERR_UNWRAP)
+        return library_failure(status, what,
+                               "Check that it was wrapped for this private key, and is undamaged.");
+    return policy_failure(status, what, unwrapping_modulus_rule(modulus));
+}
+
+} // namespace
+
+Exit run_unwrap(const Arguments &arguments) {
+    const std::string path = arguments.operand_or_stdin();
+    const std::string output = arguments.value("output");
+    arguments.check_stdin_once({path, arguments.value("key")});
+    if (output == "-" && arguments.json())
+        arguments.misuse("the key is not printed as JSON; give '--output FILE'");
+    if (output == "-")
+        refuse_terminal(arguments.command().name, "keys are not printed; give '--output FILE'");
+
+    const Context context;
+    const PrivateKey private_key = read_private_key(context, arguments.value("key"));
+    const unsigned modulus =
+        modulus_bytes(context, private_key, display_name(arguments.value("key")));
+    const Bytes wrapped = read_whole(path);
+    if (wrapped.size() != modulus && modulus <= most_unwrap_bytes)
+        throw Failure{Exit::input, "cannot unwrap the key in " + display_name(path),
+                      "it has " + std::to_string(wrapped.size()) +
+                          " bytes; a key that is wrapped for this private key has " +
+                          std::to_string(modulus),
+                      "Check that it is the right file, and bytes, not armour."};
+    QelStatus status = QEL_OK;
+    const Bytes key = unwrap_key(context, wrapped, private_key, status);
+    if (status != QEL_OK)
+        throw unwrap_failure(status, path, modulus);
+    write_key_file(output, key, arguments);
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["file"] = utf8_or_latin1(path);
+        json["key_bytes"] = key.size();
+        json["output"] = utf8_or_latin1(output);
+        put_json(json);
+    }
+    return Exit::yes;
+}
+
+} // namespace tool
