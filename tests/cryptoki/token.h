@@ -33,24 +33,19 @@ inline TestObject object_of(CK_ATTRIBUTE *attributes, uint32_t count) {
     return TestObject(object);
 }
 
-inline TestObject private_object(const RsaKey &key) {
-    const Bytes ber = key.private_key_info();
+template <auto convert> TestObject object_of(const Bytes &ber) {
     CK_ATTRIBUTE *attributes = nullptr;
     uint32_t count = 0;
-    EXPECT_EQ(privateKeyInfoBer_2_template(ber.data(), static_cast<uint32_t>(ber.size()),
-                                           &attributes, &count),
-              CKR_OK);
+    EXPECT_EQ(convert(ber.data(), static_cast<uint32_t>(ber.size()), &attributes, &count), CKR_OK);
     return object_of(attributes, count);
 }
 
+inline TestObject private_object(const RsaKey &key) {
+    return object_of<privateKeyInfoBer_2_template>(key.private_key_info());
+}
+
 inline TestObject public_object(const RsaKey &key) {
-    const Bytes ber = key.public_key_info();
-    CK_ATTRIBUTE *attributes = nullptr;
-    uint32_t count = 0;
-    EXPECT_EQ(subjectPublicKeyInfoBer_2_template(ber.data(), static_cast<uint32_t>(ber.size()),
-                                                 &attributes, &count),
-              CKR_OK);
-    return object_of(attributes, count);
+    return object_of<subjectPublicKeyInfoBer_2_template>(key.public_key_info());
 }
 
 inline TestObject secret_object(const Bytes &octets, uint32_t key_type) {

@@ -1,4 +1,4 @@
-// Every algorithm-info type through one driver, and the rules of objects.
+// Every algorithm through one driver, by one of its info types, and the rules of objects.
 #include "objects.h"
 #include "samples.h"
 #include "support/fault.h"
@@ -13,29 +13,6 @@ const A_RC2_CBC_PARAMS rc2_params = {40, iv};
 const A_PBE_PARAMS pbe_params = {iv, 3};
 const A_RC2_PBE_PARAMS rc2_pbe_params = {64, iv, 3};
 const A_SECRET_SHARING_PARAMS sharing_params = {1, 1};
-
-struct BerInfo : ITEM {
-    Bytes bytes;
-    explicit BerInfo(const char *hex) : bytes(from_hex(hex)) {
-        static_cast<ITEM &>(*this) = item_of(bytes);
-    }
-    POINTER pointer() const { return static_cast<const ITEM *>(this); }
-};
-
-const BerInfo des_ber("30 11 06 05 2b0e030207 04 08 123456789abcdef0");
-const BerInfo ede3_ber("30 14 06 08 2a864886f70d0307 04 08 123456789abcdef0");
-const BerInfo desx_ber("30 14 06 08 2a864886f70d0306 04 08 123456789abcdef0");
-const BerInfo rc2_ber("30 1a 06 08 2a864886f70d0302 30 0e 02 02 00a0 04 08 123456789abcdef0");
-const BerInfo rc4_ber("30 0c 06 08 2a864886f70d0304 05 00");
-const BerInfo md2_ber("30 0c 06 08 2a864886f70d0202 05 00");
-const BerInfo md5_ber("30 0c 06 08 2a864886f70d0205 05 00");
-const BerInfo rsa_ber("30 0d 06 09 2a864886f70d010101 05 00");
-const BerInfo md2_rsa_ber("30 0d 06 09 2a864886f70d010102 05 00");
-const BerInfo md5_rsa_ber("30 0d 06 09 2a864886f70d010104 05 00");
-const BerInfo md2_des_ber("30 1a 06 09 2a864886f70d010501 30 0d 04 08 123456789abcdef0 02 01 03");
-const BerInfo md5_des_ber("30 1a 06 09 2a864886f70d010503 30 0d 04 08 123456789abcdef0 02 01 03");
-const BerInfo md2_rc2_ber("30 1a 06 09 2a864886f70d010504 30 0d 04 08 123456789abcdef0 02 01 03");
-const BerInfo md5_rc2_ber("30 1a 06 09 2a864886f70d010506 30 0d 04 08 123456789abcdef0 02 01 03");
 
 enum class Secret { none, bytes8, bytes24, bytes5, password, rsa_public, rsa_private };
 
@@ -134,48 +111,27 @@ std::vector<Row> rows() {
     return {
         cipher("DES_CBC_IV8",         AI_DES_CBC_IV8,        iv, B::bytes8,  {des_there},  {des_back}, 8),
         cipher("DES_CBCPadIV8",       AI_DES_CBCPadIV8,      iv, B::bytes8,  {des_there},  {des_back}),
-        cipher("DES_CBCPadBER",       AI_DES_CBCPadBER,      des_ber.pointer(), B::bytes8, {des_there}, {des_back}),
-        cipher("DES_CBCPadPEM",       AI_DES_CBCPadPEM,      "DES-CBC,123456789ABCDEF0", B::bytes8, {des_there}, {des_back}),
         cipher("DES_EDE3_CBC_IV8",    AI_DES_EDE3_CBC_IV8,   iv, B::bytes24, {ede3_there}, {ede3_back}, 8),
         cipher("DES_EDE3_CBCPadIV8",  AI_DES_EDE3_CBCPadIV8, iv, B::bytes24, {ede3_there}, {ede3_back}),
-        cipher("DES_EDE3_CBCPadBER",  AI_DES_EDE3_CBCPadBER, ede3_ber.pointer(), B::bytes24, {ede3_there}, {ede3_back}),
         cipher("DESX_CBC_IV8",        AI_DESX_CBC_IV8,       iv, B::bytes24, {desx_there}, {desx_back}, 8),
         cipher("DESX_CBCPadIV8",      AI_DESX_CBCPadIV8,     iv, B::bytes24, {desx_there}, {desx_back}),
-        cipher("DESX_CBCPadBER",      AI_DESX_CBCPadBER,     desx_ber.pointer(), B::bytes24, {desx_there}, {desx_back}),
         cipher("RC2_CBC",             AI_RC2_CBC,            &rc2_params, B::bytes5, {rc2_there}, {rc2_back}, 8),
         cipher("RC2_CBCPad",          AI_RC2_CBCPad,         &rc2_params, B::bytes5, {rc2_there}, {rc2_back}),
-        cipher("RC2_CBCPadBER",       AI_RC2_CBCPadBER,      rc2_ber.pointer(), B::bytes5, {rc2_there}, {rc2_back}),
-        cipher("RC2_CBCPadPEM",       AI_RC2_CBCPadPEM,      "RC2-CBC,40,123456789ABCDEF0", B::bytes5, {rc2_there}, {rc2_back}),
         cipher("RC4",                 AI_RC4,                nullptr, B::bytes5, {rc4_there}, {rc4_back}),
-        cipher("RC4_BER",             AI_RC4_BER,            rc4_ber.pointer(), B::bytes5, {rc4_there}, {rc4_back}),
         cipher("MD2WithDES_CBCPad",    AI_MD2WithDES_CBCPad,    &pbe_params,           B::password, {md2, des_there}, {md2, des_back}),
-        cipher("MD2WithDES_CBCPadBER", AI_MD2WithDES_CBCPadBER, md2_des_ber.pointer(), B::password, {md2, des_there}, {md2, des_back}),
         cipher("MD5WithDES_CBCPad",    AI_MD5WithDES_CBCPad,    &pbe_params,           B::password, {md5, des_there}, {md5, des_back}),
-        cipher("MD5WithDES_CBCPadBER", AI_MD5WithDES_CBCPadBER, md5_des_ber.pointer(), B::password, {md5, des_there}, {md5, des_back}),
         cipher("MD2WithRC2_CBCPad",    AI_MD2WithRC2_CBCPad,    &rc2_pbe_params,       B::password, {md2, rc2_there}, {md2, rc2_back}),
-        cipher("MD2WithRC2_CBCPadBER", AI_MD2WithRC2_CBCPadBER, md2_rc2_ber.pointer(), B::password, {md2, rc2_there}, {md2, rc2_back}),
         cipher("MD5WithRC2_CBCPad",    AI_MD5WithRC2_CBCPad,    &rc2_pbe_params,       B::password, {md5, rc2_there}, {md5, rc2_back}),
-        cipher("MD5WithRC2_CBCPadBER", AI_MD5WithRC2_CBCPadBER, md5_rc2_ber.pointer(), B::password, {md5, rc2_there}, {md5, rc2_back}),
         digest("MD2",     AI_MD2,     nullptr,           {md2}),
-        digest("MD2_BER", AI_MD2_BER, md2_ber.pointer(), {md2}),
-        digest("MD2_PEM", AI_MD2_PEM, "RSA-MD2",         {md2}),
         digest("MD5",     AI_MD5,     nullptr,           {md5}),
-        digest("MD5_BER", AI_MD5_BER, md5_ber.pointer(), {md5}),
-        digest("MD5_PEM", AI_MD5_PEM, "RSA-MD5",         {md5}),
         digest("MD, naming MD2", AI_MD, AI_MD2,          {&AM_MD, md2}),
         digest("MD, naming MD5", AI_MD, AI_MD5_PEM,      {&AM_MD, md5}),
         rsa("RSAPublic",          AI_RSAPublic,          AI_RSAPrivate,         nullptr, false, 128, 128),
         rsa("RSAPrivate",         AI_RSAPrivate,         AI_RSAPublic,          nullptr, true,  128, 128),
         rsa("PKCS_RSAPublic",     AI_PKCS_RSAPublic,     AI_PKCS_RSAPrivate,    nullptr, false, 1, 117),
-        rsa("PKCS_RSAPublicBER",  AI_PKCS_RSAPublicBER,  AI_PKCS_RSAPrivateBER, rsa_ber.pointer(), false, 1, 117),
-        rsa("PKCS_RSAPublicPEM",  AI_PKCS_RSAPublicPEM,  AI_PKCS_RSAPrivatePEM, "RSA",   false, 1, 117),
         rsa("PKCS_RSAPrivate",    AI_PKCS_RSAPrivate,    AI_PKCS_RSAPublic,     nullptr, true,  1, 117),
-        rsa("PKCS_RSAPrivateBER", AI_PKCS_RSAPrivateBER, AI_PKCS_RSAPublicBER,  rsa_ber.pointer(), true, 1, 117),
-        rsa("PKCS_RSAPrivatePEM", AI_PKCS_RSAPrivatePEM, AI_PKCS_RSAPublicPEM,  "RSA",   true,  1, 117),
         signature("MD2WithRSAEncryption",    AI_MD2WithRSAEncryption,    nullptr, md2),
-        signature("MD2WithRSAEncryptionBER", AI_MD2WithRSAEncryptionBER, md2_rsa_ber.pointer(), md2),
         signature("MD5WithRSAEncryption",    AI_MD5WithRSAEncryption,    nullptr, md5),
-        signature("MD5WithRSAEncryptionBER", AI_MD5WithRSAEncryptionBER, md5_rsa_ber.pointer(), md5),
         {"RFC1113Recode", nullptr, {AI_RFC1113Recode, Step::encode, B::none, {}},
                                    {AI_RFC1113Recode, Step::decode, B::none, {}}, 1, 200},
         {"BSSecretSharing", &sharing_params, {AI_BSSecretSharing, Step::encrypt, B::none, {}},

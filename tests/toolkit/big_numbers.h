@@ -3,8 +3,8 @@
 #define TESTS_TOOLKIT_BIG_NUMBERS_H
 
 #include "../../toolkit/montgomery.h"
-#include "support/fault.h"
 #include "support/files.h"
+#include "zeroed.h"
 
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
@@ -137,27 +137,6 @@ inline RsaNumbers new_rsa_numbers(int p_bits, int q_bits, const Number &e, bool 
             return rsa_numbers(p, q, e);
     }
 }
-
-// While it lives, every block given to free() by the code under test must be zero.
-class OnlyZerosAreFreed {
-public:
-    OnlyZerosAreFreed() {
-        dirty() = 0;
-        fault::watch_free([](const unsigned char *block, std::size_t size) {
-            dirty() += std::any_of(block, block + size, [](unsigned char byte) { return byte; });
-        });
-    }
-    ~OnlyZerosAreFreed() {
-        fault::watch_free(nullptr);
-        EXPECT_EQ(dirty(), 0) << "blocks freed with something in them";
-    }
-
-private:
-    static int &dirty() {
-        static int count;
-        return count;
-    }
-};
 
 // Runs a test once with each implementation of the arithmetic that works on this machine.
 inline void with_each_arithmetic(const std::function<void()> &test) {

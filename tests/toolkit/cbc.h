@@ -23,7 +23,7 @@ struct CbcCipher {
     CbcRun encrypt, decrypt;
 };
 
-// libcrypto's CBC encryption by cipher name. rc2_bits is 0 for the other ciphers.
+// libcrypto's CBC encryption (or RC4) by cipher name. rc2_bits is 0 for the other ciphers.
 inline void peer_cbc_encrypt(const char *name, const Bytes &key, unsigned rc2_bits, uint8_t *iv,
                              const uint8_t *in, uint8_t *out, std::size_t blocks) {
     static OSSL_PROVIDER *const legacy = OSSL_PROVIDER_load(nullptr, "legacy");
@@ -33,11 +33,10 @@ inline void peer_cbc_encrypt(const char *name, const Bytes &key, unsigned rc2_bi
     EVP_CIPHER_CTX *const context = EVP_CIPHER_CTX_new();
     int written = 0;
     ASSERT_EQ(EVP_EncryptInit_ex2(context, cipher, nullptr, nullptr, nullptr), 1);
-    if (rc2_bits != 0) {
-        EVP_CIPHER_CTX_set_key_length(context, static_cast<int>(key.size()));
+    EVP_CIPHER_CTX_set_key_length(context, static_cast<int>(key.size()));
+    if (rc2_bits != 0)
         EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_SET_RC2_KEY_BITS, static_cast<int>(rc2_bits),
                             nullptr);
-    }
     ASSERT_EQ(EVP_EncryptInit_ex2(context, nullptr, key.data(), iv, nullptr), 1);
     EVP_CIPHER_CTX_set_padding(context, 0);
     ASSERT_EQ(EVP_EncryptUpdate(context, out, &written, in, static_cast<int>(8 * blocks)), 1);

@@ -1,11 +1,8 @@
-// Ciphers as objects: against Nettle, padding and lengths; recoding; generators.
+// Ciphers as objects: against libcrypto, padding and lengths; recoding; generators.
+#include "cbc.h"
 #include "objects.h"
-#include "samples.h"
 
-#include <nettle/arcfour.h>
-#include <nettle/arctwo.h>
-#include <nettle/cbc.h>
-#include <nettle/des.h>
+#include <toolkit/random.h>
 
 namespace toolkit {
 namespace {
@@ -16,16 +13,6 @@ Bytes padded(Bytes message) {
     const auto padding = static_cast<uint8_t>(8 - message.size() % 8);
     message.insert(message.end(), padding, padding);
     return message;
-}
-
-template <class Context, class SetKey, class Encrypt>
-Bytes nettle_cbc(const Bytes &message, SetKey set_key, Encrypt encrypt) {
-    Context context;
-    set_key(&context);
-    Bytes out(message.size()), chain = iv;
-    cbc_encrypt(&context, reinterpret_cast<nettle_cipher_func *>(encrypt), 8, chain.data(),
-                message.size(), out.data(), message.data());
-    return out;
 }
 
 Bytes encrypt(B_INFO_TYPE type, POINTER info, const Bytes &key_bytes, const Bytes &message) {
@@ -39,47 +26,36 @@ Bytes encrypt(B_INFO_TYPE type, POINTER info, const Bytes &key_bytes, const Byte
     return out;
 }
 
-TEST(Ciphers, AgreeWithNettle) {
+TEST(Ciphers, AgreeWithLibcrypto) {
+    const A_RC2_CBC_PARAMS rc2_40 = {40, iv.data()}, rc2_128 = {128, iv.data()};
+    const struct {
+        const char *peer;
+        B_INFO_TYPE padded, plain;
+        POINTER info;
+        std::size_t key_size;
+        unsigned rc2_bits;
+    } rows[] = {
+        {"DES-CBC", AI_DES_CBCPadIV8, AI_DES_CBC_IV8, iv.data(), 8, 0},
+        {"DES-EDE3-CBC", AI_DES_EDE3_CBCPadIV8, AI_DES_EDE3_CBC_IV8, iv.data(), 24, 0},
+        {"DESX-CBC", AI_DESX_CBCPadIV8, AI_DESX_CBC_IV8, iv.data(), 24, 0},
+        {"RC2-CBC", AI_RC2_CBCPad, AI_RC2_CBC, &rc2_40, 16, 40},
+        {"RC2-CBC", AI_RC2_CBCPad, AI_RC2_CBC, &rc2_128, 16, 128},
+        {"RC4", AI_RC4, AI_RC4, nullptr, 16, 0},
+    };
     Samples samples;
-    for (const std::size_t size : {0u, 1u, 7u, 8u, 9u, 64u, 1000u}) {
-        SCOPED_TRACE(size);
-        const Bytes message = samples.bytes(size), whole = padded(message);
-        const Bytes key8 = samples.bytes(8), key24 = samples.bytes(24), key16 = samples.bytes(16);
-        const auto des_key = [&](des_ctx *context) { des_set_key(context, key8.data()); };
-        const Bytes by_des = nettle_cbc<des_ctx>(whole, des_key, des_encrypt);
-        EXPECT_EQ(encrypt(AI_DES_CBCPadIV8, iv.data(), key8, message), by_des);
-        EXPECT_EQ(encrypt(AI_DES_CBC_IV8, iv.data(), key8, whole), by_des);
-        const auto des3_key = [&](des3_ctx *context) { des3_set_key(context, key24.data()); };
-        const Bytes by_des3 = nettle_cbc<des3_ctx>(whole, des3_key, des3_encrypt);
-        EXPECT_EQ(encrypt(AI_DES_EDE3_CBCPadIV8, iv.data(), key24, message), by_des3);
-        EXPECT_EQ(encrypt(AI_DES_EDE3_CBC_IV8, iv.data(), key24, whole), by_des3);
-        for (const unsigned bits : {40u, 64u, 128u}) {
-            const auto rc2_key = [&](arctwo_ctx *context) {
-                arctwo_set_key_ekb(context, key16.size(), key16.data(), bits);
-            };
-            const A_RC2_CBC_PARAMS params = {bits, iv.data()};
-            const Bytes by_rc2 = nettle_cbc<arctwo_ctx>(whole, rc2_key, arctwo_encrypt);
-            EXPECT_EQ(encrypt(AI_RC2_CBCPad, &params, key16, message), by_rc2);
-            EXPECT_EQ(encrypt(AI_RC2_CBC, &params, key16, whole), by_rc2);
+    for (const auto &row : rows)
+        for (const std::size_t size : {0u, 1u, 7u, 8u, 9u, 64u, 1000u}) {
+            SCOPED_TRACE(row.peer + std::to_string(size));
+            const Bytes message = samples.bytes(size), key = samples.bytes(row.key_size);
+            const Bytes whole = padded(message);
+            Bytes expected(whole.size()), chain = iv;
+            peer_cbc_encrypt(row.peer, key, row.rc2_bits, chain.data(), whole.data(),
+                             expected.data(), whole.size() / 8);
+            EXPECT_EQ(encrypt(row.plain, row.info, key, whole), expected);
+            if (row.padded != AI_RC4) {
+                EXPECT_EQ(encrypt(row.padded, row.info, key, message), expected);
+            }
         }
-        arcfour_ctx rc4;
-        arcfour_set_key(&rc4, key16.size(), key16.data());
-        Bytes by_rc4(size);
-        arcfour_crypt(&rc4, size, by_rc4.data(), message.data());
-        EXPECT_EQ(encrypt(AI_RC4, nullptr, key16, message), by_rc4);
-        // DESX by its definition, of DES on one block.
-        if (size == 8) {
-            Bytes block(8), result(8);
-            for (std::size_t i = 0; i < 8; ++i)
-                block[i] = static_cast<uint8_t>(message[i] ^ iv[i] ^ key24[8 + i]);
-            des_ctx des;
-            des_set_key(&des, key24.data());
-            des_encrypt(&des, 8, result.data(), block.data());
-            for (std::size_t i = 0; i < 8; ++i)
-                result[i] ^= key24[16 + i];
-            EXPECT_EQ(encrypt(AI_DESX_CBC_IV8, iv.data(), key24, message), result);
-        }
-    }
 }
 
 // Every last block there is, by its last byte and by the byte that differs from it.
@@ -366,24 +342,21 @@ TEST(Recoding, EndsOnBadData) {
     }
 }
 
-// Generators: MD5Random is the digest of the seed, then of the state counted up (see random.h).
-
-TEST(Generators, GiveTheSameBytesInAnyPieces) {
-    for (const B_INFO_TYPE type : {AI_MD2Random, AI_MD5Random}) {
+TEST(Generators, AreThoseOfTheirDigests) {
+    const std::pair<B_INFO_TYPE, RandomDigest> rows[] = {{AI_MD2Random, RandomDigest::md2},
+                                                         {AI_MD5Random, RandomDigest::md5}};
+    for (const auto &[type, digest] : rows) {
         const Bytes seed = bytes_of("seed");
-        Bytes whole(100), pieces(100);
-        for (Bytes *bytes : {&whole, &pieces}) {
-            const Algorithm_ object(type);
-            ASSERT_EQ(B_RandomInit(object, every_method, nullptr), BE_OK);
-            ASSERT_EQ(B_RandomUpdate(object, seed.data(), 4, nullptr), BE_OK);
-            if (bytes == &whole) {
-                ASSERT_EQ(B_GenerateRandomBytes(object, whole.data(), 100, nullptr), BE_OK);
-                continue;
-            }
-            for (uint32_t at = 0; at < 100; at += 5)
-                ASSERT_EQ(B_GenerateRandomBytes(object, pieces.data() + at, 5, nullptr), BE_OK);
-        }
-        EXPECT_EQ(to_hex(whole), to_hex(pieces));
+        Bytes bytes(40), expected(40);
+        const Algorithm_ object(type);
+        ASSERT_EQ(B_RandomInit(object, every_method, nullptr), BE_OK);
+        ASSERT_EQ(B_RandomUpdate(object, seed.data(), 4, nullptr), BE_OK);
+        ASSERT_EQ(B_GenerateRandomBytes(object, bytes.data(), 40, nullptr), BE_OK);
+        DigestRandom random;
+        digest_random_init(&random, digest);
+        digest_random_seed(&random, seed.data(), seed.size());
+        digest_random_bytes(&random, expected.data(), expected.size());
+        EXPECT_EQ(to_hex(bytes), to_hex(expected));
     }
 }
 

@@ -164,57 +164,6 @@ TEST(Des, NistMultiBlockMessages) {
     }
 }
 
-TEST(Des, Botan) {
-    int cases = 0;
-    for (VectorCase &vector : vector_cases("published/cipher/botan-des.vec")) {
-        Bytes key = vector.bytes("Key");
-        const bool single = vector.section == "DES";
-        if (!single && key.size() == 16)
-            key.insert(key.end(), key.begin(), key.begin() + 8);
-        const Bytes plain = vector.bytes("In"), encrypted = vector.bytes("Out");
-        if (single) {
-            des_ways.each([&](const CbcCipher &cipher) {
-                check_ecb(cipher, key, plain, encrypted, vector.line);
-            });
-        } else {
-            ede3_ways.each([&](const CbcCipher &cipher) {
-                check_ecb(cipher, key, plain, encrypted, vector.line);
-            });
-        }
-        ++cases;
-    }
-    EXPECT_GT(cases, 300);
-}
-
-// The file's cipher feedback modes are none of ours.
-TEST(Des, OpenSsl) {
-    int cases = 0;
-    for (VectorCase &vector : vector_cases("published/cipher/openssl-des.txt")) {
-        if (!vector.has("Cipher") || vector.text("Cipher").find("CFB") != std::string::npos)
-            continue;
-        const Bytes key = vector.bytes("Key"), plain = vector.bytes("Plaintext"),
-                    encrypted = vector.bytes("Ciphertext");
-        const std::string name = vector.text("Cipher");
-        if (name == "DES-ECB") {
-            des_ways.each([&](const CbcCipher &cipher) {
-                check_ecb(cipher, key, plain, encrypted, vector.line);
-            });
-        } else if (name == "DES-CBC") {
-            des_ways.each([&](const CbcCipher &cipher) {
-                check_cbc(cipher, key, vector.bytes("IV"), plain, encrypted, vector.line);
-            });
-        } else if (name == "DESX-CBC") {
-            desx_ways.each([&](const CbcCipher &cipher) {
-                check_cbc(cipher, key, vector.bytes("IV"), plain, encrypted, vector.line);
-            });
-        } else {
-            FAIL() << name;
-        }
-        ++cases;
-    }
-    EXPECT_EQ(cases, 9);
-}
-
 // Keys without correct parity among them.
 TEST(Des, PeerOnRandomInput) {
     const struct {

@@ -137,7 +137,7 @@ TEST(Dh, NothingComesOutWithoutRandomNumbers) {
 TEST(Dh, NothingOfASecretIsLeftBehind) {
     const Group group = new_group(bytes_of(random_odd(1024)), {2}, 0);
     uint8_t secret[128], value[128], agreed[128];
-    const OnlyZerosAreFreed watch;
+    const FreedBlocksAreZero watch;
     EXPECT_EQ(dh_generate(group.get(), secret, value, system_random()), BE_OK);
     EXPECT_EQ(dh_agree(group.get(), secret, value, sizeof value, agreed), BE_OK);
 }

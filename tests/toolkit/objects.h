@@ -4,6 +4,7 @@
 
 #include "support/fault.h"
 #include "support/files.h"
+#include "zeroed.h"
 
 #include <gtest/gtest.h>
 #include <toolkit/toolkit.h>
@@ -29,62 +30,28 @@ inline Bytes bytes_of_item(const ITEM &item) {
 }
 
 inline std::string error_name(int error) {
-    constexpr const char *names[] = {"BE_OK",
-                                     "BE_ALGORITHM_ALREADY_SET",
-                                     "BE_ALGORITHM_INFO",
-                                     "BE_ALGORITHM_NOT_INITIALIZED",
-                                     "BE_ALGORITHM_NOT_SET",
-                                     "BE_ALGORITHM_OBJ",
-                                     "BE_ALG_OPERATION_UNKNOWN",
-                                     "BE_ALLOC",
-                                     "BE_CANCEL",
-                                     "BE_DATA",
-                                     "BE_INPUT_LEN",
-                                     "BE_KEY_ALREADY_SET",
-                                     "BE_KEY_INFO",
-                                     "BE_KEY_LEN",
-                                     "BE_KEY_NOT_SET",
-                                     "BE_KEY_OBJ",
-                                     "BE_KEY_OPERATION_UNKNOWN",
-                                     "BE_METHOD_NOT_IN_CHOOSER",
-                                     "BE_MODULUS_LEN",
-                                     "BE_NOT_SUPPORTED",
-                                     "BE_OUTPUT_LEN",
-                                     "BE_PADDING",
-                                     "BE_RANDOM_NOT_INITIALIZED",
-                                     "BE_RANDOM_OBJ",
-                                     "BE_SIGNATURE",
-                                     "BE_INTERNAL"};
+    // clang-format off
+    constexpr const char *names[] = {
+        "BE_OK", "BE_ALGORITHM_ALREADY_SET", "BE_ALGORITHM_INFO", "BE_ALGORITHM_NOT_INITIALIZED",
+        "BE_ALGORITHM_NOT_SET", "BE_ALGORITHM_OBJ", "BE_ALG_OPERATION_UNKNOWN", "BE_ALLOC",
+        "BE_CANCEL", "BE_DATA", "BE_INPUT_LEN", "BE_KEY_ALREADY_SET", "BE_KEY_INFO", "BE_KEY_LEN",
+        "BE_KEY_NOT_SET", "BE_KEY_OBJ", "BE_KEY_OPERATION_UNKNOWN", "BE_METHOD_NOT_IN_CHOOSER",
+        "BE_MODULUS_LEN", "BE_NOT_SUPPORTED", "BE_OUTPUT_LEN", "BE_PADDING",
+        "BE_RANDOM_NOT_INITIALIZED", "BE_RANDOM_OBJ", "BE_SIGNATURE", "BE_INTERNAL"};
+    // clang-format on
     return error >= 0 && error <= BE_INTERNAL ? names[error] : std::to_string(error);
 }
 
 // Every method there is.
-inline const AlgorithmMethod *const every_method[] = {&AM_RSA_KEY_GEN,
-                                                      &AM_MD2_RANDOM,
-                                                      &AM_MD5_RANDOM,
-                                                      &AM_MD2,
-                                                      &AM_MD5,
-                                                      &AM_RSA_ENCRYPT,
-                                                      &AM_RSA_DECRYPT,
-                                                      &AM_RSA_CRT_ENCRYPT,
-                                                      &AM_RSA_CRT_DECRYPT,
-                                                      &AM_DES_CBC_ENCRYPT,
-                                                      &AM_DES_CBC_DECRYPT,
-                                                      &AM_DES_EDE3_CBC_ENCRYPT,
-                                                      &AM_DES_EDE3_CBC_DECRYPT,
-                                                      &AM_RC2_CBC_ENCRYPT,
-                                                      &AM_RC2_CBC_DECRYPT,
-                                                      &AM_RC4_ENCRYPT,
-                                                      &AM_RC4_DECRYPT,
-                                                      &AM_DH_KEY_AGREE,
-                                                      &AM_DH_PARAM_GEN,
-                                                      &AM_DESX_CBC_ENCRYPT,
-                                                      &AM_DESX_CBC_DECRYPT,
-                                                      &AM_RC4_WITH_MAC_ENCRYPT,
-                                                      &AM_RC4_WITH_MAC_DECRYPT,
-                                                      &AM_MAC,
-                                                      &AM_MD,
-                                                      nullptr};
+// clang-format off
+inline const AlgorithmMethod *const every_method[] = {
+    &AM_RSA_KEY_GEN, &AM_MD2_RANDOM, &AM_MD5_RANDOM, &AM_MD2, &AM_MD5, &AM_RSA_ENCRYPT,
+    &AM_RSA_DECRYPT, &AM_RSA_CRT_ENCRYPT, &AM_RSA_CRT_DECRYPT, &AM_DES_CBC_ENCRYPT,
+    &AM_DES_CBC_DECRYPT, &AM_DES_EDE3_CBC_ENCRYPT, &AM_DES_EDE3_CBC_DECRYPT, &AM_RC2_CBC_ENCRYPT,
+    &AM_RC2_CBC_DECRYPT, &AM_RC4_ENCRYPT, &AM_RC4_DECRYPT, &AM_DH_KEY_AGREE, &AM_DH_PARAM_GEN,
+    &AM_DESX_CBC_ENCRYPT, &AM_DESX_CBC_DECRYPT, &AM_RC4_WITH_MAC_ENCRYPT,
+    &AM_RC4_WITH_MAC_DECRYPT, &AM_MAC, &AM_MD, nullptr};
+// clang-format on
 
 // An algorithm object; what is set at its making must succeed.
 class Algorithm_ {
@@ -143,10 +110,6 @@ inline OpensslKey openssl_key(const std::string &vector) {
     return key;
 }
 
-inline OpensslKey openssl_rsa_key(unsigned bits) {
-    return OpensslKey(EVP_RSA_gen(bits));
-}
-
 inline Bytes private_key_info(EVP_PKEY *key) {
     PKCS8_PRIV_KEY_INFO *info = EVP_PKEY2PKCS8(key);
     uint8_t *der = nullptr;
@@ -175,33 +138,6 @@ inline const Bytes &sample_public_key() {
     static const Bytes key = public_key_info(openssl_key("pkcs8/unenc-rsa-pkcs8.pem").get());
     return key;
 }
-
-// Expects every block that the code under test frees, while one of these lives, to be zero. What a
-// block can hold beyond the size that was asked for (less than 16 bytes) is not looked at.
-class FreedBlocksAreZero {
-public:
-    FreedBlocksAreZero() {
-        blocks = 0;
-        fault::watch_free([](const unsigned char *block, std::size_t size) {
-            ++blocks;
-            const std::size_t used = size < 16 ? 0 : size - 15;
-            const auto is_zero = [](unsigned char byte) { return byte == 0; };
-            if (!std::all_of(block, block + used, is_zero)) {
-                fault::watch_free(nullptr); // the report allocates and frees
-                ADD_FAILURE() << "a block of " << size << " bytes";
-            }
-        });
-    }
-    FreedBlocksAreZero(const FreedBlocksAreZero &) = delete;
-    FreedBlocksAreZero &operator=(const FreedBlocksAreZero &) = delete;
-    ~FreedBlocksAreZero() {
-        fault::watch_free(nullptr);
-        EXPECT_NE(blocks, 0u);
-    }
-
-private:
-    inline static std::size_t blocks = 0;
-};
 
 // ---- A use from beginning to end ---------------------------------------------------------------
 

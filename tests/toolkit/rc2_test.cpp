@@ -74,42 +74,6 @@ TEST(Rc2, Rfc2268) {
     EXPECT_EQ(cases, 8u);
 }
 
-// The feedback modes are none of ours. One case names 63 bits for a cipher whose name fixes 64, and
-// has the answer of 64.
-TEST(Rc2, OpenSsl) {
-    const struct {
-        const char *name;
-        unsigned bits;
-        bool chained;
-        bool takes_bits;
-    } rows[] = {
-        {"RC2-ECB", 128, false, true},
-        {"RC2-CBC", 128, true, true},
-        {"RC2-40-CBC", 40, true, true},
-        {"RC2-64-CBC", 64, true, false},
-    };
-    int cases = 0;
-    for (VectorCase &vector : vector_cases("published/cipher/openssl-rc2.txt")) {
-        for (const auto &row : rows) {
-            if (!vector.has("Cipher") || vector.text("Cipher") != row.name)
-                continue;
-            unsigned bits = row.bits;
-            if (row.takes_bits && vector.has("KeyBits"))
-                bits = static_cast<unsigned>(vector.number("KeyBits"));
-            const Bytes key = with_bits(bits, vector.bytes("Key"));
-            const Bytes plain = vector.bytes("Plaintext"), encrypted = vector.bytes("Ciphertext");
-            each_way([&](const CbcCipher &cipher) {
-                if (row.chained)
-                    check_cbc(cipher, key, vector.bytes("IV"), plain, encrypted, vector.line);
-                else
-                    check_ecb(cipher, key, plain, encrypted, vector.line);
-            });
-            ++cases;
-        }
-    }
-    EXPECT_EQ(cases, 9);
-}
-
 TEST(Rc2, PeerOnRandomInput) {
     each_way([](const CbcCipher &cipher) {
         check_cbc_peer(cipher, peer_encrypt, [](Samples &samples) {

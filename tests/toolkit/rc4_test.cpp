@@ -43,35 +43,11 @@ TEST(Rc4, Rfc6229) {
     }
 }
 
-TEST(Rc4, OpenSsl) {
-    int cases = 0;
-    for (VectorCase &vector : vector_cases("published/cipher/openssl-rc4.txt")) {
-        if (!vector.has("Cipher"))
-            continue;
-        EXPECT_EQ(to_hex(crypt(vector.bytes("Key"), vector.bytes("Plaintext"))),
-                  vector.text("Ciphertext"))
-            << vector.line;
-        ++cases;
-    }
-    EXPECT_EQ(cases, 11);
-}
-
 TEST(Rc4, KeySizes) {
-    const struct {
-        const char *why;
-        std::size_t size;
-        bool good;
-    } rows[] = {
-        {"an empty key", 0, false},
-        {"the shortest key", 1, true},
-        {"the longest key", 256, true},
-        {"a key longer than the state", 257, false},
-    };
     const Bytes key(257, 7);
-    for (const auto &row : rows) {
-        Rc4 rc4;
-        EXPECT_EQ(rc4_set_key(&rc4, key.data(), row.size), row.good) << row.why;
-    }
+    Rc4 rc4;
+    for (const std::size_t size : {0u, 1u, 256u, 257u})
+        EXPECT_EQ(rc4_set_key(&rc4, key.data(), size), size >= 1 && size <= 256) << size;
 }
 
 // Random keys, lengths and split points; the data start at any alignment, and the output takes the

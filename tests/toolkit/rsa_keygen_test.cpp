@@ -160,22 +160,4 @@ TEST(RsaGenerate, NeedsRandomNumbersThatVary) {
     EXPECT_EQ(key.modulus.data, nullptr);
 }
 
-TEST(RsaGenerate, NothingOfAKeyIsLeftBehind) {
-    Bytes e = {1, 0, 1};
-    const ITEM exponent = item(e);
-    A_PKCS_RSA_PRIVATE_KEY key = {};
-    const OnlyZerosAreFreed watch;
-    EXPECT_EQ(rsa_generate(&key, 512, exponent, system_random(), nullptr), BE_OK);
-    rsa_key_free(&key);
-}
-
-TEST(RsaGenerate, EveryAllocationMayFail) {
-    fault::each_allocation([] {
-        GeneratedKey key;
-        const int error = generate(key, 256, {1, 0, 1});
-        EXPECT_EQ(error, fault::met() ? BE_ALLOC : BE_OK);
-        EXPECT_EQ(key.modulus.data == nullptr, fault::met());
-    });
-}
-
 } // namespace

@@ -385,33 +385,12 @@ TEST(Rsa, PrivateKeysAreZeroedBeforeTheyAreFreed) {
     const ITEM e = item(numbers.e);
     uint8_t block[128] = {1};
     with_each_arithmetic([&] {
-        const OnlyZerosAreFreed watch;
+        const FreedBlocksAreZero watch;
         RsaPrivate *key = nullptr;
         EXPECT_EQ(rsa_private_new(&key, bad, e), BE_KEY_INFO);
         EXPECT_EQ(rsa_private_new(&key, good, e), BE_OK);
         EXPECT_EQ(rsa_private_apply(key, block, block), BE_OK);
         rsa_private_free(key);
-    });
-}
-
-TEST(Rsa, EveryAllocationMayFail) {
-    RsaNumbers numbers = new_rsa_numbers(256, 256, number(65537));
-    fault::each_allocation([&] {
-        RsaPrivate *key = nullptr;
-        const int error = rsa_private_new(&key, numbers.private_key(), {});
-        EXPECT_EQ(error, fault::met() ? BE_ALLOC : BE_OK);
-        EXPECT_EQ(key == nullptr, fault::met());
-        if (key != nullptr) { // using a key needs no memory
-            uint8_t block[64] = {};
-            EXPECT_EQ(rsa_private_apply(key, block, block), BE_OK);
-        }
-        rsa_private_free(key);
-    });
-    fault::each_allocation([&] {
-        RsaPublic *key = nullptr;
-        const int error = rsa_public_new(&key, numbers.public_key());
-        EXPECT_EQ(error, fault::met() ? BE_ALLOC : BE_OK);
-        rsa_public_free(key);
     });
 }
 
