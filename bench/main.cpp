@@ -10,6 +10,7 @@ void register_dh();
 void register_armour();
 void register_asn1();
 void register_operations();
+void register_keypkg();
 
 int main(int argc, char **argv) {
     // RC2, RC4 and single DES live in OpenSSL's legacy provider.
@@ -24,6 +25,7 @@ int main(int argc, char **argv) {
     register_armour();
     register_asn1();
     register_operations();
+    register_keypkg();
 
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
