@@ -1,5 +1,6 @@
 // Operations as a caller sees them, from the key as it is kept: sign and verify, MD5 and RSA over
-// 1 KiB; wrap and unwrap, RSA over a key of 16 bytes; a new key pair.
+// 1 KiB; wrap and unwrap, RSA over a key of 16 bytes; a new key pair; encrypt and decrypt in one
+// call, with keys that may be exported.
 #include "bench.h"
 #include "keys.h"
 
@@ -184,9 +185,83 @@ void key_pairs() {
     row("keypair/512/openssl", 0, [] { EVP_PKEY_free(EVP_RSA_gen(512)); });
 }
 
+// ---- Encryption ----
+
+struct BenchCipher {
+    const char *name;
+    const QelOid *oid;
+    Bytes key;
+    Bytes parameters;
+    const char *openssl_name;
+};
+
+const uint8_t iv[8] = {0, 1, 2, 3, 4, 5, 6, 7};
+const BenchCipher ciphers[] = {
+    {"des",
+     QEL_DES_CBC_OID,
+     {0xF0, 1, 0xF2, 3, 0xF4, 5, 0xF6, 7},
+     {4, 8, 0, 1, 2, 3, 4, 5, 6, 7},
+     "DES-CBC"},
+    {"rc2",
+     QEL_RC2_CBC_OID,
+     {0xF0, 0xF1, 0xF2, 0xF3, 0xF4},
+     {0x30, 14, 2, 2, 0, 160, 4, 8, 0, 1, 2, 3, 4, 5, 6, 7},
+     "RC2-40-CBC"}, // 40 effective bits
+    {"rc4", QEL_RC4_OID, {0xF0, 0xF1, 0xF2, 0xF3, 0xF4}, {}, "RC4-40"},
+};
+
+// Encrypts or decrypts into out, and gives the number of bytes there.
+uint32_t crypt(decltype(qel_encrypt) *operation, QelContext *context, const BenchCipher &cipher,
+               const Bytes &data, Bytes &out) {
+    QelOctetString parameters = {static_cast<uint32_t>(cipher.parameters.size()),
+                                 const_cast<uint8_t *>(cipher.parameters.data())};
+    const QelAlgId algorithm = {const_cast<QelOid *>(cipher.oid),
+                                cipher.parameters.empty() ? nullptr : &parameters};
+    uint8_t *to = out.data();
+    uint32_t size = static_cast<uint32_t>(out.size());
+    require(operation(context, data.data(), static_cast<uint32_t>(data.size()), QEL_MODE_FINAL,
+                      &algorithm, cipher.key.data(), static_cast<uint32_t>(cipher.key.size()),
+                      &algorithm, &to, &size) == QEL_OK,
+            cipher.name);
+    return size;
+}
+
+void cipher_rows(const BenchCipher &cipher, bool encrypt, std::size_t size) {
+    QelContext *context = nullptr;
+    require(__qel_init(&context, nullptr, nullptr) == QEL_OK, "context");
+    Bytes data = sample(size);
+    if (!encrypt) { // of another text, lest it be what an encryption has just made
+        data[0] ^= 1;
+        Bytes encrypted(size + 8);
+        encrypted.resize(crypt(kvdsaivqa, context, cipher, data, encrypted));
+        data = encrypted;
+    }
+    const std::string name = std::string(encrypt ? "encrypt-" : "decrypt-") + cipher.name + "/" +
+                             std::to_string(size) + "/";
+    row(name + "qel", size, [=, &cipher, out = Bytes(size + 8)]() mutable {
+        crypt(encrypt ? qel_encrypt : qel_decrypt, context, cipher, data, out);
+    });
+    EVP_CIPHER *fetched = EVP_CIPHER_fetch(nullptr, cipher.openssl_name, nullptr);
+    require(fetched != nullptr, cipher.openssl_name);
+    row(name + "openssl", size, [=, &cipher, out = Bytes(size + 16)]() mutable {
+        EVP_CIPHER_CTX *evp = EVP_CIPHER_CTX_new();
+        int first = 0, last = 0;
+        require(EVP_CipherInit_ex(evp, fetched, nullptr, cipher.key.data(), iv, encrypt) == 1 &&
+                    EVP_CipherUpdate(evp, out.data(), &first, data.data(),
+                                     static_cast<int>(data.size())) == 1 &&
+                    EVP_CipherFinal_ex(evp, out.data() + first, &last) == 1,
+                cipher.openssl_name);
+        EVP_CIPHER_CTX_free(evp);
+    });
+}
+
 } // namespace
 
 void register_operations() {
+    for (const BenchCipher &cipher : ciphers)
+        for (const bool encrypt : {true, false})
+            for (const std::size_t size : message_sizes)
+                cipher_rows(cipher, encrypt, size);
     for (const unsigned bits : {512u, 1024u, 2048u}) {
         const std::string size = "/" + std::to_string(bits) + "/";
         ours(bits, size);
