@@ -172,7 +172,10 @@ const char *oid_name(const QelOid *oid) {
     for (const OidRow &row : oids)
         if (dots == row.dots)
             return row.name;
-    return nullptr;
+    // Under the enterprise number that the library was built with.
+    int difference = 1;
+    __qel_cmp_oid(oid, QEL_PbeWithMD5AndDES3_CBC_OID, &difference);
+    return difference == 0 ? "pbeWithMD5AndDES3-CBC" : nullptr;
 }
 
 std::string algorithm_text(const QelAlgId *algorithm) {

@@ -84,6 +84,17 @@ std::string resolved(const std::string &path) {
     return name != nullptr ? name.get() : path;
 }
 
+// After a crash of the host the folder knows the new file, not the old one.
+void keep_folder(const std::string &file) {
+    const std::size_t slash = file.rfind('/');
+    const std::string folder = slash == file.npos ? "." : file.substr(0, slash + 1);
+    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0)
+        return;
+    fsync(descriptor); // some file systems cannot
+    close(descriptor);
+}
+
 } // namespace
 
 void put(std::string_view text) {
@@ -167,7 +178,9 @@ Output::Output(const std::string &path, const FileOptions &options)
     descriptor_ = mkostemp(temporary_.data(), O_CLOEXEC);
     if (descriptor_ < 0)
         throw cannot_write(path, errno);
-    if (fchmod(descriptor_, mode) != 0) {
+    const bool foreign = exists && options.keep_owner && about.st_uid != geteuid();
+    if ((foreign && fchown(descriptor_, about.st_uid, about.st_gid) != 0) ||
+        fchmod(descriptor_, mode) != 0) {
         const int error = errno;
         unlink(temporary_.c_str());
         close(descriptor_);
@@ -200,6 +213,11 @@ void Output::finish() {
         throw cannot_write(path_, error);
     if (temporary_.empty())
         return;
+    take_place();
+    keep_folder(target_);
+}
+
+void Output::take_place() {
     if (options_.secret && !options_.force && link(temporary_.c_str(), target_.c_str()) == 0)
         return; // the other name goes with this
     if (options_.secret && !options_.force && errno == EEXIST)

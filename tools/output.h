@@ -41,6 +41,8 @@ struct FileOptions {
     bool secret = false;     // create with mode 0600, and refuse to overwrite
     bool force = false;      // overwrite a secret all the same
     bool owner_only = false; // create with mode 0600
+    // The new file belongs to whom the old one belonged: root may change what is another's.
+    bool keep_owner = false;
 };
 // A file that is written piece by piece; "-" is standard output. The file takes its place only when
 // it is complete: a write that fails, or an Output that goes without finish, leaves what was there.
@@ -58,6 +60,8 @@ public:
     uint64_t written() const { return written_; }
 
 private:
+    void take_place();
+
     std::string path_;
     FileOptions options_;
     std::string target_;    // the file that path leads to
