@@ -200,6 +200,108 @@ constexpr Example cert_verify_examples[] = {
     {"qel cert verify user.pem -i root.pem --allow-expired", "an old certificate, by its issuer"},
 };
 
+// ---- key packages ------------------------------------------------------------------------------
+
+// Rows that several commands share.
+constexpr Option passin_option = {
+    "passin", 0,     "SOURCE",
+    nullptr,  false, "the pass phrase: fd:N, file:PATH, env:NAME or prompt (default)"};
+constexpr Option max_iterations_option = {
+    "max-iterations", 0,     "N",
+    nullptr,          false, "most work that a pass phrase may cost (default 50000000)"};
+constexpr Option package_id_option = {
+    "id", 0, "KEYPKGID", nullptr, false, "which key package, where a file holds several"};
+
+constexpr Option owner_option = {"owner", 0,    "NAME",
+                                 nullptr, true, "distinguished name of the key's owner"};
+constexpr Option new_id_option = {
+    "id", 0, "KEYPKGID", nullptr, false, "the package's identifier (default default_keyid)"};
+constexpr Option usage_option = {
+    "usage", 0, "USAGE", "both|sign|decrypt", false, "what the key may do (default both)"};
+constexpr Option trust_option = {
+    "trust", 0, "CERT", nullptr, false, "trust the keys of a file of certificates; may be repeated",
+    true};
+constexpr Option package_output_option = {
+    "output", 'o', "FILE", nullptr, false, "where the package goes (default your own file)"};
+constexpr Option add_option = {"add",   0,     nullptr,
+                               nullptr, false, "keep the packages that the file holds"};
+constexpr Option force_add_option = {
+    "force", 0,     nullptr,
+    nullptr, false, "replace the file; with --add, the package of the same identifier"};
+constexpr Option iterations_option = {
+    "iterations", 0,     "N",
+    nullptr,      false, "what a guess at the pass phrase costs (default: 0.25 seconds)"};
+
+constexpr Option keygen_options[] = {
+    {"bits", 'b', "N", nullptr, false, "size of the modulus (default 512)"},
+    {"exponent", 'e', "N", nullptr, false, "public exponent (default 65537)"},
+    owner_option,
+    new_id_option,
+    usage_option,
+    trust_option,
+    package_output_option,
+    add_option,
+    force_add_option,
+    passin_option,
+    iterations_option,
+};
+constexpr Example keygen_examples[] = {
+    {"qel keygen --owner 'CN=Alice, O=Acme, C=US'", "a key pair into your own key-package file"},
+    {"qel keygen --owner 'CN=Host' --trust root.pem --passin fd:3 -o host.KEYPKG 3< phrase",
+     "without a terminal"},
+};
+
+constexpr Option keypkg_show_options[] = {package_id_option};
+constexpr Example keypkg_show_examples[] = {
+    {"qel keypkg show", "your own key packages"},
+    {"qel keypkg show --json alice.KEYPKG", "for another program"},
+};
+
+constexpr Option keypkg_verify_options[] = {
+    package_id_option,
+    {"passin", 0, "SOURCE", nullptr, false,
+     "unlock the package, too: fd:N, file:PATH, env:NAME or prompt"},
+    max_iterations_option,
+};
+constexpr Example keypkg_verify_examples[] = {
+    {"qel keypkg verify alice.KEYPKG", "its signature"},
+    {"qel keypkg verify --passin prompt", "that your pass phrase opens your own"},
+};
+
+constexpr Option keypkg_passwd_options[] = {
+    package_id_option,
+    passin_option,
+    {"new-passin", 0, "SOURCE", nullptr, false, "the new pass phrase (default prompt)"},
+    max_iterations_option,
+    {"output", 'o', "FILE", nullptr, false, "write the package there, not in its place"},
+    {"force", 0, nullptr, nullptr, false, "replace the file named with --output"},
+};
+constexpr Example keypkg_passwd_examples[] = {
+    {"qel keypkg passwd", "asks for the old pass phrase, and twice for the new one"},
+    {"qel keypkg passwd --passin fd:3 --new-passin fd:3 alice.KEYPKG 3< both",
+     "from the two lines of a file"},
+};
+
+constexpr Option keypkg_export_options[] = {
+    {"output", 'o', "FILE", nullptr, true, "where the private key goes"},
+    {"unencrypted", 0, nullptr, nullptr, false, "yes, without a pass phrase; needed"},
+    {"form", 0, "FORM", "der|pem", false, "der or pem (default der)"},
+    package_id_option,
+    passin_option,
+    max_iterations_option,
+    {"force", 0, nullptr, nullptr, false, "overwrite a file"},
+};
+constexpr Example keypkg_export_examples[] = {
+    {"qel keypkg export --unencrypted -o alice.p8", "your key, for a program that takes PKCS#8"},
+};
+
+constexpr Option keypkg_import_options[] = {
+    owner_option, new_id_option,    usage_option,  trust_option,     package_output_option,
+    add_option,   force_add_option, passin_option, iterations_option};
+constexpr Example keypkg_import_examples[] = {
+    {"qel keypkg import --owner 'CN=Alice' -o alice.KEYPKG alice.p8", "a key made elsewhere"},
+};
+
 // ---- names, armour, ASN.1 ----------------------------------------------------------------------
 
 constexpr Option dn_options[] = {
@@ -267,6 +369,12 @@ constexpr Example man_examples[] = {
 };
 
 #undef ALGORITHM
+
+// What commands that take pass phrases say of them.
+#define PASS_PHRASES                                                                               \
+    "\n\nA pass phrase comes from the terminal (prompt), from the next line of an open "           \
+    "descriptor (fd:N), from the first line of a file that only its owner can open (file:PATH), "  \
+    "or from an environment variable (env:NAME)."
 
 constexpr Command all_commands[] = {
     {"digest", "Print message digests of files", "[FILE]...", 0, any_type,
@@ -353,6 +461,47 @@ constexpr Command all_commands[] = {
      "With --signature-only the verdict is on the signature alone. A key under the old identifier "
      "2.5.8.1.1, which the library refuses, is then used as an rsaEncryption key, which is said.",
      cert_verify_options, cert_verify_examples, run_cert_verify},
+    {"keygen", "Generate an RSA key pair into a new key package", "", 0, 0,
+     "Makes an RSA key pair and writes it as a key package: the owner's name, the public key, the "
+     "private key encrypted under a pass phrase, the keys that the owner trusts, and a signature "
+     "by "
+     "the key itself. The export policy allows 512 bits at most.\n\n"
+     "Without --output the package goes to your own file, which is named after you with .KEYPKG "
+     "behind it, in your home folder. The library reads one package from a file; a file to which "
+     "--add adds others is read by these commands only.\n\n"
+     "A guess at the pass phrase costs as many iterations of MD5 as take this host about a quarter "
+     "of a second, measured at the time, at least 100000 and at most 10000000. A pass phrase has "
+     "at "
+     "most 100 bytes." PASS_PHRASES,
+     keygen_options, keygen_examples, run_keygen},
+    {"keypkg show", "Show key packages", "[FILE]", 0, 1,
+     "Shows the key packages in a file, by default your own, and whether their signatures are "
+     "good. "
+     "Secrets are never shown.",
+     keypkg_show_options, keypkg_show_examples, run_keypkg_show},
+    {"keypkg verify", "Verify a key package", "[FILE]", 0, 1,
+     "Exits 0 if the package's signature by its own key is good, 1 if not. That shows that the "
+     "package is whole, and says nothing of who made it.\n\n"
+     "With --passin it is unlocked, too, and the private key is proved to belong to it: 6 for a "
+     "wrong pass phrase." PASS_PHRASES,
+     keypkg_verify_options, keypkg_verify_examples, run_keypkg_verify},
+    {"keypkg passwd", "Change the pass phrase of a key package", "[FILE]", 0, 1,
+     "Encrypts the private key under a new pass phrase and signs the package again. Salt and "
+     "number "
+     "of iterations stay. Other packages in the file stay as they are, and at no moment is there "
+     "anything but the old file or the new one. Copies of the old package still open with the old "
+     "pass phrase." PASS_PHRASES,
+     keypkg_passwd_options, keypkg_passwd_examples, run_keypkg_passwd},
+    {"keypkg export", "Take the private key out of a key package", "[FILE]", 0, 1,
+     "Writes the private key as an unencrypted PKCS#8 PrivateKeyInfo, to a file that only you can "
+     "read. No pass phrase protects that file." PASS_PHRASES,
+     keypkg_export_options, keypkg_export_examples, run_keypkg_export},
+    {"keypkg import", "Make a key package of an RSA private key", "KEY", 1, 1,
+     "Reads an RSA private key, PKCS#8 or PKCS#1, unencrypted, DER or armoured, and makes a key "
+     "package of it, as keygen does. The key may have any size. Encrypted keys are refused: "
+     "decrypt "
+     "them first with the program that made them." PASS_PHRASES,
+     keypkg_import_options, keypkg_import_examples, run_keypkg_import},
     {"dn", "Parse a distinguished name and print it normalised", "NAME...", 1, any_type,
      "Reads printable names, TYPE=VALUE parts joined by commas, the most specific first, and "
      "prints "

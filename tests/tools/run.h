@@ -32,7 +32,16 @@ struct How {
     std::string locale = "C.UTF-8";
 };
 
-[[noreturn]] inline void become(std::vector<std::string> words, const How &how,
+[[noreturn]] inline void become(std::vector<std::string> words) {
+    std::vector<char *> argv;
+    for (std::string &word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    execvp(argv[0], argv.data());
+    _exit(127);
+}
+
+[[noreturn]] inline void become(const std::vector<std::string> &words, const How &how,
                                 const std::string &in, const std::string &out,
                                 const std::string &err) {
     setenv("LC_ALL", how.locale.c_str(), 1);
@@ -43,12 +52,7 @@ struct How {
     closefrom(3);
     if (how.close_output)
         close(STDOUT_FILENO);
-    std::vector<char *> argv;
-    for (std::string &word : words)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    _exit(127);
+    become(words);
 }
 
 inline Ran run_program(const std::vector<std::string> &words, const How &how = {}) {

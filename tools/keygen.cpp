@@ -1,0 +1,202 @@
+// qel keygen, qel keypkg import: everything that makes key packages.
+#include "command.h"
+#include "der.h"
+#include "key_package.h"
+#include "text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace tool {
+namespace {
+
+constexpr uint32_t usual_bits = 512;
+constexpr uint32_t least_bits = 360; // an MD5 signature's block has 45 bytes
+constexpr uint32_t most_bits = 16384;
+constexpr uint32_t usual_exponent = 65537;
+constexpr uint32_t least_iterations = 1000;
+
+struct FreeName {
+    void operator()(QelName *name) const { qel_free_dn(&name); }
+};
+
+// Everything about a new package but its key, from the command line.
+class Plan {
+public:
+    Plan(const Context &context, const Arguments &arguments)
+        : context_(context), arguments_(arguments), source_(arguments, "passin", QEL_PHRASE_NEW),
+          path_(arguments.value("output")) {
+        if (path_.empty())
+            path_ = default_package_file();
+        check_place(arguments, path_);
+        std::vector<std::string> inputs = arguments.values("trust");
+        inputs.insert(inputs.end(), arguments.operands().begin(), arguments.operands().end());
+        inputs.push_back(source_.path());
+        arguments.check_stdin_once(inputs);
+        package_.id = arguments.value("id", default_package_id);
+        if (!std::all_of(package_.id.begin(), package_.id.end(),
+                         [](char c) { return c >= ' ' && c <= '~'; }))
+            arguments.misuse("option '--id' takes printable ASCII characters");
+        package_.usage = usage_named(arguments.value("usage", "both"));
+        package_.iterations = static_cast<uint32_t>(
+            arguments.number("iterations", 0, least_iterations, most_iterations));
+        take_owner();
+        take_trusted();
+    }
+
+    // Asks for the pass phrase, makes the package, and writes it.
+    Exit finish(const KeyPair &key) {
+        const Bytes package = make_package(context_, package_, key, source_.read());
+        store_package(arguments_, path_, package, package_.id);
+        if (path_ == "-")
+            return Exit::yes;
+        const StoredPackage stored = {display_name(path_), package,
+                                      decode<QelKeyPkg>(context_, package, QEL_PDU_KeyPkg)};
+        if (!arguments_.json()) {
+            put(package_text(context_, stored));
+            return Exit::yes;
+        }
+        Json json = arguments_.report();
+        json["output"] = utf8_or_latin1(path_);
+        json["package"] = package_json(context_, stored);
+        put_json(json);
+        return Exit::yes;
+    }
+
+private:
+    void take_owner() {
+        const std::string text = arguments_.value("owner");
+        QelName *name = nullptr;
+        const QelStatus status = qel_str2dn(context_, text.c_str(), &name);
+        owner_.reset(name);
+        if (status != QEL_OK)
+            throw library_failure(status, "cannot read the owner's name " + in_quotes(text));
+        package_.owner = name;
+    }
+
+    void take_trusted() {
+        for (const std::string &path : arguments_.values("trust"))
+            for (Certificate &certificate : read_certificates(context_, path)) {
+                if (const std::string state = validity_state(certificate.record->validity);
+                    state != "valid")
+                    warn(certificate.where + ": the certificate is " + state);
+                package_.trusted.push_back(certificate.record.get());
+                trusted_.push_back(std::move(certificate));
+            }
+    }
+
+    const Context &context_;
+    const Arguments &arguments_;
+    const PassPhraseSource source_;
+    std::string path_;
+    std::unique_ptr<QelName, FreeName> owner_;
+    std::vector<Certificate> trusted_;
+    NewPackage package_;
+};
+
+// The library turns a spinner on standard error while it generates; only a terminal gets it.
+class Spinner {
+public:
+    Spinner() {
+        if (isatty(STDERR_FILENO))
+            return;
+        kept_ = dup(STDERR_FILENO);
+        const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (kept_ >= 0 && nothing >= 0)
+            dup2(nothing, STDERR_FILENO);
+        if (nothing >= 0)
+            close(nothing);
+    }
+    ~Spinner() {
+        if (kept_ < 0) {
+            std::fputs("\r\033[K", stderr);
+            return;
+        }
+        dup2(kept_, STDERR_FILENO);
+        close(kept_);
+    }
+    Spinner(const Spinner &) = delete;
+    Spinner &operator=(const Spinner &) = delete;
+
+private:
+    int kept_ = -1;
+};
+
+Bytes big_endian(uint32_t number) {
+    Bytes bytes;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        if (number >> shift != 0)
+            bytes.push_back(static_cast<uint8_t>(number >> shift));
+    return bytes;
+}
+
+KeyPair generate(QelContext *context, uint32_t bits, uint32_t exponent) {
+    Bytes exponent_bytes = big_endian(exponent);
+    const QelRsaKeypairParams parameters = {
+        bits, {static_cast<uint32_t>(exponent_bytes.size()), exponent_bytes.data()}};
+    uint8_t *public_key = nullptr, *private_key = nullptr;
+    uint32_t public_bits = 0, private_length = 0;
+    QelStatus status;
+    {
+        const Spinner spinner;
+        status = qel_gen_rsa_keypair(context, &parameters, &public_key, &public_bits, &private_key,
+                                     &private_length);
+    }
+    const std::string what = "cannot generate an RSA key pair of " + std::to_string(bits) + " bits";
+    if (status == QEL_ERR_EXPORT)
+        throw library_failure(status, what,
+                              "The export policy lets RSA key pairs of at most 512 bits be "
+                              "generated; a longer key made elsewhere can be taken in with 'qel "
+                              "keypkg import'.");
+    if (status != QEL_OK)
+        throw library_failure(status, what);
+    return {taken(private_key, private_length), taken(public_key, public_bits / 8)};
+}
+
+// The public part of an RSAPrivateKey (PKCS#1), which begins with version, modulus and exponent.
+Bytes public_part(std::span<const uint8_t> private_key) {
+    Element sequence, version, number;
+    Bytes numbers, key;
+    if (!take_element(private_key, sequence) || !take_element(sequence.contents, version))
+        return {};
+    for (int i = 0; i < 2; ++i) {
+        if (!take_element(sequence.contents, number) || number.tag != 0x02)
+            return {};
+        append_element(numbers, number.tag, number.contents);
+    }
+    append_element(key, 0x30, numbers);
+    return key;
+}
+
+} // namespace
+
+Exit run_keygen(const Arguments &arguments) {
+    const auto bits =
+        static_cast<uint32_t>(arguments.number("bits", usual_bits, least_bits, most_bits));
+    const auto exponent =
+        static_cast<uint32_t>(arguments.number("exponent", usual_exponent, 3, UINT32_MAX));
+    if (exponent % 2 == 0)
+        arguments.misuse("option '--exponent' takes an odd number");
+    const Context context;
+    Plan plan(context, arguments);
+    return plan.finish(generate(context, bits, exponent));
+}
+
+Exit run_keypkg_import(const Arguments &arguments) {
+    const Context context;
+    Plan plan(context, arguments);
+    const std::string &path = arguments.operands()[0];
+    const PrivateKey key = read_private_key(context, path);
+    int difference = 1;
+    __qel_cmp_oid(key.algorithm->algorithm, QEL_RSA_ENCR_OID, &difference);
+    const KeyPair pair = {key.octets, public_part(key.octets)};
+    if (difference != 0 || pair.public_key.empty())
+        throw Failure{Exit::input, "cannot import the private key in " + display_name(path),
+                      "it is no RSA key (" + algorithm_text(key.algorithm) + ")",
+                      "Key packages hold RSA keys."};
+    return plan.finish(pair);
+}
+
+} // namespace tool

@@ -1,0 +1,258 @@
+// qel keypkg show, verify, passwd, export
+#include "armour.h"
+#include "command.h"
+#include "key_package.h"
+#include "text.h"
+
+#include <algorithm>
+#include <sys/stat.h>
+
+namespace tool {
+namespace {
+
+std::string line(const std::string &label, const std::string &value) {
+    std::string text = "  " + label + (label.empty() ? "" : ":");
+    text.resize(std::max<std::size_t>(text.size() + 1, 21), ' ');
+    return text + value + "\n";
+}
+
+// The file that is named, or the user's own.
+std::string package_path(const Arguments &arguments) {
+    return arguments.operands().empty() ? default_package_file() : arguments.operands()[0];
+}
+
+std::string key_text(const QelKeyInfo *key) {
+    const RsaNumbers rsa = rsa_numbers(key);
+    std::string text = algorithm_text(key->algorithm);
+    if (rsa.bits != 0)
+        text += ", " + std::to_string(rsa.bits) + " bits, exponent " + exponent_text(rsa);
+    return text;
+}
+
+// The MD5 fingerprint of a SubjectPublicKeyInfo.
+std::string key_fingerprint(QelContext *context, const QelKeyInfo *key) {
+    return fingerprint(context,
+                       encode(context, key, QEL_PDU_SubjectPublicKeyInfo, "the public key"),
+                       algorithm_named("md5"));
+}
+
+std::string protection_text(const Protection &protection) {
+    if (!protection.readable)
+        return "encrypted with " + protection.algorithm + " in an unknown way";
+    return "encrypted with " + protection.algorithm + ", " + std::to_string(protection.iterations) +
+           " iterations, " + std::to_string(protection.salt_length) + " bytes of salt";
+}
+
+Json key_json(QelContext *context, const QelKeyInfo *key) {
+    const RsaNumbers rsa = rsa_numbers(key);
+    Json json;
+    json["algorithm"] = algorithm_text(key->algorithm);
+    json["bits"] = rsa.bits != 0 ? Json(rsa.bits) : Json(nullptr);
+    json["exponent"] = rsa.bits != 0 ? Json(exponent_text(rsa)) : Json(nullptr);
+    json["md5_fingerprint"] = key_fingerprint(context, key);
+    return json;
+}
+
+std::string trusted_text(QelContext *context, const QelTrustedKey &key) {
+    std::string text = name_text(key.owner) + "\n";
+    text += line("", key_text(key.pubKeyInfo) + ", MD5 fingerprint " +
+                         key_fingerprint(context, key.pubKeyInfo));
+    if (key.validity != nullptr)
+        text += line("", time_text(key.validity->notBefore) + " to " +
+                             time_text(key.validity->notAfter) + " (" +
+                             validity_state(key.validity) + ")");
+    return text;
+}
+
+Json trusted_json(QelContext *context, const QelTrustedKey &key) {
+    Json json;
+    json["owner"] = name_text(key.owner, Charset::utf8);
+    json["issuer"] =
+        key.issuer != nullptr ? Json(name_text(key.issuer, Charset::utf8)) : Json(nullptr);
+    json["serial"] =
+        key.serial != nullptr ? Json(hex({key.serial->value, key.serial->length})) : Json(nullptr);
+    json["public_key"] = key_json(context, key.pubKeyInfo);
+    json["validity"] = nullptr;
+    if (key.validity != nullptr)
+        json["validity"] = {{"not_before", time_text(key.validity->notBefore)},
+                            {"not_after", time_text(key.validity->notAfter)},
+                            {"state", validity_state(key.validity)}};
+    return json;
+}
+
+std::string named(const StoredPackage &package) {
+    return package.where + ": key package " + in_quotes(package.record->keypkgId);
+}
+
+} // namespace
+
+std::string package_text(QelContext *context, const StoredPackage &package) {
+    const QelKeyPkg &record = *package.record;
+    const QelStatus status = signature_status(context, package);
+    std::string text = named(package) + "\n" + line("Owner", name_text(record.owner)) +
+                       line("Usage", usage_text(record.usage)) +
+                       line("Key", key_text(record.pubKeyInfo)) +
+                       line("MD5 fingerprint", key_fingerprint(context, record.pubKeyInfo)) +
+                       line("Private key", protection_text(protection_of(context, record)));
+    const char *label = "Trusted keys";
+    for (const QelTrustedKeys *node = record.tKeys; node != nullptr; node = node->next) {
+        std::string one = trusted_text(context, *node->key);
+        one.pop_back();
+        text += line(label, one);
+        label = "";
+    }
+    return text + line("Version", escaped(record.version)) +
+           line("Signature",
+                algorithm_text(record.algorithm) +
+                    (status == QEL_OK ? ", good" : ", NOT good: " + status_words(status)));
+}
+
+Json package_json(QelContext *context, const StoredPackage &package) {
+    const QelKeyPkg &record = *package.record;
+    const QelStatus status = signature_status(context, package);
+    const Protection protection = protection_of(context, record);
+    Json json;
+    json["id"] = utf8_or_latin1(record.keypkgId);
+    json["version"] = utf8_or_latin1(record.version);
+    json["owner"] = name_text(record.owner, Charset::utf8);
+    json["owner_name"] = name_json(context, record.owner);
+    json["usage"] = usage_text(record.usage);
+    json["public_key"] = key_json(context, record.pubKeyInfo);
+    json["private_key"]["algorithm"] = protection.algorithm;
+    json["private_key"]["iterations"] =
+        protection.readable ? Json(protection.iterations) : Json(nullptr);
+    json["private_key"]["salt_length"] =
+        protection.readable ? Json(protection.salt_length) : Json(nullptr);
+    json["trusted_keys"] = Json::array();
+    for (const QelTrustedKeys *node = record.tKeys; node != nullptr; node = node->next)
+        json["trusted_keys"].push_back(trusted_json(context, *node->key));
+    json["signature"]["algorithm"] = algorithm_text(record.algorithm);
+    json["signature"]["verified"] = status == QEL_OK;
+    json["signature"]["status"] = status_json(status);
+    return json;
+}
+
+Exit run_keypkg_show(const Arguments &arguments) {
+    const Context context;
+    const std::string path = package_path(arguments);
+    std::vector<StoredPackage> packages;
+    if (arguments.has("id"))
+        packages.push_back(read_package(context, arguments, path));
+    else
+        packages = read_packages(context, path);
+    Json json = arguments.report();
+    json["file"] = utf8_or_latin1(path);
+    json["packages"] = Json::array();
+    for (const StoredPackage &package : packages)
+        if (arguments.json())
+            json["packages"].push_back(package_json(context, package));
+        else
+            put(package_text(context, package));
+    if (arguments.json())
+        put_json(json);
+    return Exit::yes;
+}
+
+Exit run_keypkg_verify(const Arguments &arguments) {
+    const Context context;
+    const std::string path = package_path(arguments);
+    const bool with_phrase = arguments.has("passin");
+    std::optional<PassPhraseSource> source;
+    if (with_phrase) {
+        source.emplace(arguments, "passin", QEL_PHRASE_OWN);
+        arguments.check_stdin_once({path, source->path()});
+    }
+    const StoredPackage package = read_package(context, arguments, path);
+    const QelStatus status = signature_status(context, package);
+    const Exit exit = verdict_exit(status);
+    if (exit == Exit::yes && with_phrase)
+        unlock(context, arguments, package, *source);
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["file"] = utf8_or_latin1(path);
+        json["id"] = utf8_or_latin1(package.record->keypkgId);
+        json["verified"] = exit == Exit::yes;
+        json["unlocked"] = exit == Exit::yes && with_phrase;
+        json["status"] = status_json(status);
+        put_json(json);
+        return exit;
+    }
+    if (exit == Exit::yes)
+        put(named(package) + ": signature good" +
+            (with_phrase ? ", unlocked with the pass phrase, and the private key belongs to it\n"
+                         : "\n"));
+    else
+        put(named(package) + ": NOT verified: " + status_words(status) + "\n");
+    if (exit != Exit::yes)
+        print_failure(arguments.command().name,
+                      library_failure(status, "the signature of " + named(package),
+                                      "Get the key package again, whole."));
+    return exit;
+}
+
+Exit run_keypkg_passwd(const Arguments &arguments) {
+    const PassPhraseSource old_source(arguments, "passin", QEL_PHRASE_OLD);
+    const PassPhraseSource new_source(arguments, "new-passin", QEL_PHRASE_NEW);
+    const std::string path = package_path(arguments);
+    const std::string output = arguments.value("output", path.c_str());
+    // Both phrases may be lines of one stream.
+    arguments.check_stdin_once(
+        {path, old_source.path().empty() ? new_source.path() : old_source.path()});
+    if (output != path || path == "-")
+        check_place(arguments, output);
+
+    const Context context;
+    const StoredPackage package = read_package(context, arguments, path);
+    UnlockedPackage unlocked = unlock(context, arguments, package, old_source);
+    const Bytes changed = with_new_phrase(context, unlocked, new_source.read());
+    if (output == path && path != "-")
+        replace_package(path, package.bytes, changed);
+    else
+        store_package(arguments, output, changed, package.record->keypkgId);
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["file"] = utf8_or_latin1(path);
+        json["output"] = utf8_or_latin1(output);
+        json["id"] = utf8_or_latin1(package.record->keypkgId);
+        put_json(json);
+    } else if (output != "-") {
+        put(named(package) + ": pass phrase changed\n");
+    }
+    return Exit::yes;
+}
+
+Exit run_keypkg_export(const Arguments &arguments) {
+    if (!arguments.has("unencrypted"))
+        arguments.misuse("the private key would leave without a pass phrase; confirm that with "
+                         "'--unencrypted'");
+    const PassPhraseSource source(arguments, "passin", QEL_PHRASE_OWN);
+    const std::string path = package_path(arguments);
+    const std::string output = arguments.value("output");
+    arguments.check_stdin_once({path, source.path()});
+    struct stat about;
+    if (output == "-" || (stat(output.c_str(), &about) == 0 && !S_ISREG(about.st_mode)))
+        arguments.misuse("a private key goes to a file of its own only: give '--output FILE'");
+
+    const Context context;
+    const StoredPackage package = read_package(context, arguments, path);
+    const UnlockedPackage unlocked = unlock(context, arguments, package, source);
+    const FileOptions options = {true, arguments.has("force")};
+    if (arguments.value("form", "der") == "pem")
+        write_file(output, armoured(unlocked.private_key, "PRIVATE KEY"), options);
+    else
+        write_file(output, unlocked.private_key, options);
+    warn(display_name(output) +
+         " holds the private key, and no pass phrase protects it: whoever reads the file has the "
+         "key");
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["file"] = utf8_or_latin1(path);
+        json["id"] = utf8_or_latin1(package.record->keypkgId);
+        json["output"] = utf8_or_latin1(output);
+        json["form"] = arguments.value("form", "der");
+        put_json(json);
+    }
+    return Exit::yes;
+}
+
+} // namespace tool

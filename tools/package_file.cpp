@@ -1,0 +1,202 @@
+// Files of key packages.
+#include "armour.h"
+#include "key_package.h"
+#include "text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tool {
+namespace {
+
+bool is_there(const std::string &path) {
+    struct stat about;
+    return stat(path.c_str(), &about) == 0;
+}
+
+// A secret file that replaces its older self.
+constexpr FileOptions changed_in_place = {.secret = true, .force = true, .keep_owner = true};
+
+std::string_view view(const Bytes &bytes) {
+    return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
+}
+
+} // namespace
+
+std::string default_package_file() {
+    std::vector<char> buffer(4096);
+    passwd entry;
+    passwd *found = nullptr;
+    int error;
+    while ((error = getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE)
+        buffer.resize(buffer.size() * 2);
+    if (found == nullptr)
+        throw library_failure(QEL_ERR_UNKNOWN_USER,
+                              "cannot tell your key-package file (user " +
+                                  std::to_string(getuid()) + ")",
+                              "Name the file.");
+    const std::string home = std::string(found->pw_dir) + "/";
+    const std::string name = std::string(found->pw_name) + "." + package_label;
+    return !is_there(home + name) && is_there(home + "." + name) ? home + "." + name : home + name;
+}
+
+// ---- Finding -----------------------------------------------------------------------------------
+
+std::vector<StoredPackage> read_packages(QelContext *context, const std::string &path) {
+    const Input input = read_input(path);
+    std::vector<StoredPackage> packages;
+    for (const Item &item : input.items) {
+        QelStatus status = QEL_ERR_ASN1_DECODE;
+        Decoded<QelKeyPkg> record;
+        if (item.problem.empty())
+            record = decode<QelKeyPkg>(context, item.bytes, QEL_PDU_KeyPkg, &status);
+        if (record)
+            packages.push_back({input.name_of(item), item.bytes, std::move(record)});
+        else if (!input.armoured || item.label == package_label)
+            throw bad_item(input, item, "a key package", status);
+    }
+    if (packages.empty())
+        throw Failure{Exit::input, "cannot find a key package in " + display_name(path),
+                      "it holds other things", "'qel dearmor --list' names them."};
+    return packages;
+}
+
+StoredPackage read_package(QelContext *context, const Arguments &arguments,
+                           const std::string &path) {
+    std::vector<StoredPackage> packages = read_packages(context, path);
+    std::string ids;
+    for (const StoredPackage &package : packages)
+        ids += (ids.empty() ? "" : ", ") + in_quotes(package.record->keypkgId);
+    if (!arguments.has("id")) {
+        if (packages.size() > 1)
+            arguments.misuse(display_name(path) +
+                             " holds several key packages: choose with '--id' "
+                             "from " +
+                             ids);
+        return std::move(packages.front());
+    }
+    const std::string id = arguments.value("id");
+    for (StoredPackage &package : packages)
+        if (id == package.record->keypkgId)
+            return std::move(package);
+    throw Failure{Exit::no_key,
+                  "cannot find key package " + in_quotes(id) + " in " + display_name(path),
+                  "it holds " + ids, "Check the identifier.", QEL_ERR_NO_KEYPKG};
+}
+
+// ---- Storing -----------------------------------------------------------------------------------
+
+namespace {
+
+// Holds off others who rewrite a file in the same way, from reading it to putting another in its
+// place. Where the file system knows no locks, nobody is held off.
+class FileLock {
+public:
+    explicit FileLock(const std::string &path) {
+        for (;;) {
+            descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+            struct stat held, named;
+            if (descriptor_ < 0 || flock(descriptor_, LOCK_EX) != 0 ||
+                fstat(descriptor_, &held) != 0 || stat(path.c_str(), &named) != 0 ||
+                (held.st_dev == named.st_dev && held.st_ino == named.st_ino))
+                return;
+            close(descriptor_); // another file took the place meanwhile
+        }
+    }
+    ~FileLock() {
+        if (descriptor_ >= 0)
+            close(descriptor_);
+    }
+    FileLock(const FileLock &) = delete;
+    FileLock &operator=(const FileLock &) = delete;
+
+private:
+    int descriptor_ = -1;
+};
+
+// contents with package in the place of an item; what stands around a block stays.
+Bytes with_item(const Bytes &contents, const Input &input, const Item &item,
+                std::span<const uint8_t> package) {
+    if (!input.armoured && !input.decoded)
+        return {package.begin(), package.end()};
+    const Bytes block = armoured(package, package_label);
+    if (input.decoded)
+        return block;
+    const std::string_view text = view(contents);
+    std::size_t begin = 0;
+    for (std::size_t line = 1; line < item.line; ++line)
+        begin = text.find('\n', begin) + 1;
+    std::size_t end = text.find("\n-----END ", begin) + 1;
+    end = std::min(text.find('\n', end), text.size() - 1) + 1;
+    Bytes result(contents.begin(), contents.begin() + static_cast<std::ptrdiff_t>(begin));
+    result.insert(result.end(), block.begin(), block.end());
+    result.insert(result.end(), contents.begin() + static_cast<std::ptrdiff_t>(end),
+                  contents.end());
+    return result;
+}
+
+Bytes with_package_added(const Arguments &arguments, const std::string &path,
+                         std::span<const uint8_t> package, const std::string &id) {
+    const Context context;
+    const std::vector<StoredPackage> packages = read_packages(context, path);
+    const Bytes contents = read_whole(path);
+    const Input input = parse_input(path, contents);
+    for (const StoredPackage &present : packages) {
+        if (id != present.record->keypkgId)
+            continue;
+        if (!arguments.has("force"))
+            throw Failure{Exit::output, "cannot add to " + display_name(path),
+                          "it holds a key package " + in_quotes(id) + " already",
+                          "Choose another '--id', or '--force' to replace that one.",
+                          QEL_ERR_ENTRY_EXISTS};
+        for (const Item &item : input.items)
+            if (item.bytes == present.bytes)
+                return with_item(contents, input, item, package);
+    }
+    Bytes result = input.armoured ? contents : armoured(packages.front().bytes, package_label);
+    if (result.back() != '\n')
+        result.push_back('\n');
+    const Bytes block = armoured(package, package_label);
+    result.insert(result.end(), block.begin(), block.end());
+    return result;
+}
+
+} // namespace
+
+void check_place(const Arguments &arguments, const std::string &path) {
+    arguments.check_output(path, false, true);
+    if (path != "-" && !arguments.has("force") && !arguments.has("add") && is_there(path))
+        throw Failure{Exit::output, "cannot write " + display_name(path),
+                      "it exists, and what it holds would be lost",
+                      "Give another '--output', '--add' to keep what it holds, or '--force' to "
+                      "replace it."};
+}
+
+void store_package(const Arguments &arguments, const std::string &path,
+                   std::span<const uint8_t> package, const std::string &id) {
+    const bool force = arguments.has("force");
+    if (path == "-" || !arguments.has("add") || !is_there(path))
+        return write_file(path, armoured(package, package_label), {true, force});
+    const FileLock lock(path);
+    write_file(path, with_package_added(arguments, path, package, id), changed_in_place);
+}
+
+void replace_package(const std::string &path, std::span<const uint8_t> old_package,
+                     std::span<const uint8_t> package) {
+    const FileLock lock(path);
+    const Bytes contents = read_whole(path);
+    const Input input = parse_input(path, contents);
+    for (const Item &item : input.items)
+        if (std::equal(item.bytes.begin(), item.bytes.end(), old_package.begin(),
+                       old_package.end()))
+            return write_file(path, with_item(contents, input, item, package), changed_in_place);
+    throw Failure{Exit::output, "cannot write " + display_name(path),
+                  "it was changed by someone else meanwhile", "Begin again."};
+}
+
+} // namespace tool
