@@ -94,8 +94,8 @@ TEST_F(WipeTest, WrappingAndUnwrapping) {
     const SignerKey key(rsa);
     const Bytes secret = from_hex("8899aabbccddeeff0123456789abcdef");
     const Bytes by_another = rsa.encrypt(secret);
-    watch(rsa);
-    watch("wrapped key", secret);
+    watch.add(rsa);
+    watch.add("wrapped key", secret);
     uint8_t *wrapped = nullptr, *unwrapped = nullptr;
     ASSERT_EQ(vfeqjfkkj(context, secret.data(), length_of(secret), QEL_RC4_AID, &key.bits,
                         QEL_RSA_ENCR_AID->parameters, QEL_RSA_ENCR_AID, &wrapped, &length),
