@@ -213,6 +213,15 @@ TEST(CertVerify, KeyOfTheIssuerMayComeBareAndFromStandardInput) {
     EXPECT_EQ(ran.exit, 0) << ran.out;
     EXPECT_TRUE(holds(ran.out, "the key of standard input, block 3")) << ran.out;
     EXPECT_FALSE(holds(ran.out, "another issuer")) << ran.out;
+
+    // The right key under another name does not help where there is an issuer of the name.
+    Bytes renamed = read_file(issuer);
+    const Bytes name = bytes_of("Dodgy");
+    *std::find_end(renamed.begin(), renamed.end(), name.begin(), name.end()) = 'L';
+    write_file(folder.path("ca.der"), renamed);
+    const std::string same_name = vector_path("certs/md5/dodgy-ca-98.der");
+    how.input = bytes_of(qel({"armor", same_name}).out + qel({"armor", folder.path("ca.der")}).out);
+    EXPECT_EQ(qel({"cert", "verify", "--allow-expired", path, "-i", "-"}, how).exit, 1);
 }
 
 TEST(CertShow, EveryBlockOfABundleAndNothingElse) {
