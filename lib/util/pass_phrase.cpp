@@ -71,7 +71,8 @@ struct Terminal {
     int descriptor;
     termio attributes; // as they were
 
-    Terminal() : descriptor(open("/dev/tty", O_RDONLY | O_CLOEXEC)), attributes() {}
+    // A read must not wait, since signals are watched in ppoll only.
+    Terminal() : descriptor(open("/dev/tty", O_RDONLY | O_NONBLOCK | O_CLOEXEC)), attributes() {}
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
     ~Terminal() {
@@ -153,20 +154,41 @@ void read_line(const Terminal &terminal, Handlers *handlers, Line *line) {
         const bool is_ready = wait_for_input(terminal.descriptor);
         if (intrupt != 0)
             return;
-        if (caught[SIGTSTP] != 0 && !suspend(terminal, handlers))
-            return;
-        if (caught[SIGCONT] != 0 && !resume(terminal, *handlers))
-            return;
+        if (caught[SIGTSTP] != 0 || caught[SIGCONT] != 0) {
+            if (!(caught[SIGTSTP] != 0 ? suspend(terminal, handlers) : resume(terminal, *handlers)))
+                return;
+            continue;
+        }
         if (!is_ready)
             continue;
         const ssize_t count = read(terminal.descriptor, next.bytes, 1);
-        if (count < 0 && errno == EINTR)
+        if (count < 0 && (errno == EINTR || errno == EAGAIN))
             continue;
         if (count <= 0 || next.bytes[0] == '\n' || next.bytes[0] == '\r')
             return;
         if (length < longest_phrase)
             line->bytes[length++] = next.bytes[0];
     }
+}
+
+// False: there is no terminal, or its echo cannot be turned off.
+bool read_silently(Line *line) {
+    Terminal terminal;
+    if (terminal.descriptor < 0)
+        return false;
+    Handlers handlers;
+    reader = gettid();
+    install(&handlers);
+    bool is_silent = false;
+    if (ioctl(terminal.descriptor, TCGETA, &terminal.attributes) == 0) {
+        is_silent = echo_off(terminal, TCSETAF);
+        if (is_silent)
+            read_line(terminal, &handlers, line);
+        restore_echo(terminal);
+        std::fputc('\n', stderr);
+    }
+    uninstall(handlers);
+    return is_silent;
 }
 
 struct ZeroAndFreeText {
@@ -233,29 +255,14 @@ QelStatus __qel_get_encryption_phrase(const char *program_name, int kind, char *
 }
 
 char *__qel_getpass(void) {
-    Terminal terminal;
-    if (terminal.descriptor < 0)
-        return nullptr;
-    Line line;
-    Handlers handlers;
-    reader = gettid();
     intrupt = 0;
     for (const int number : watched)
         caught[number] = 0;
-    install(&handlers);
-    bool has_line = false;
-    if (ioctl(terminal.descriptor, TCGETA, &terminal.attributes) == 0) {
-        has_line = echo_off(terminal, TCSETAF);
-        if (has_line)
-            read_line(terminal, &handlers, &line);
-        restore_echo(terminal);
-        std::fputc('\n', stderr);
-    }
-    uninstall(handlers);
+    Line line;
+    const bool has_line = read_silently(&line);
     for (const int number : watched) {
         if (caught[number] != 0)
             kill(getpid(), number);
     }
-    const auto *text = reinterpret_cast<const char *>(line.bytes);
-    return has_line ? strdup(text) : nullptr;
+    return has_line ? strdup(reinterpret_cast<const char *>(line.bytes)) : nullptr;
 }
