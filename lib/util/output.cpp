@@ -168,6 +168,8 @@ QelStatus __qel_fdump_output(FILE *stream, int form, const uint8_t *data, uint32
     output.add_data(form, data, length, indent, line_width);
     if (output.status() != QEL_OK)
         return output.status();
+    if (output.size() == 0)
+        return QEL_OK;
     const std::size_t written = std::fwrite(output.bytes(), 1, output.size(), stream);
     return written == output.size() ? QEL_OK : QEL_ERR_FILE_IO;
 }
