@@ -2,11 +2,14 @@
 
 #include <cstring>
 
+#include "decoded.h"
 #include "operation.h"
 #include <cryptoki/template.h>
 #include <lib/memory.h>
 
 namespace {
+
+using qel::Decoded;
 
 constexpr uint32_t block_size = 8; // of all the block ciphers, and of their initialisation vectors
 constexpr uint32_t part_growth = 24;      // what a part's output may have more than its input
@@ -39,13 +42,6 @@ struct Parameter {
     Parameter &operator=(const Parameter &) = delete;
     ~Parameter() { explicit_bzero(&rc2, sizeof rc2); }
 };
-
-struct FreeDecoded {
-    QelContext *context = nullptr;
-    int pdu = 0;
-    void operator()(void *value) const { __qel_asn1_free(context, value, pdu); }
-};
-template <class T> using Decoded = std::unique_ptr<T, FreeDecoded>;
 
 template <class T>
 QelStatus decode_parameters(QelContext *context, const QelOctetString *encoded, int pdu,
