@@ -60,8 +60,9 @@ TEST_F(RsaKeyTest, SizeRefusals) {
               QEL_ERR_BAD_PARAM);
     EXPECT_EQ(__qel_get_rsa_keysize(context.get(), QEL_RSA_PUBLIC, bytes, 1, nullptr),
               QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(size_of(QEL_RSA_PUBLIC, Bytes(1 << 29), &size), QEL_ERR_BAD_PARAM)
-        << "so many bytes that the bits cannot be counted";
+    EXPECT_EQ(__qel_get_rsa_keysize(context.get(), QEL_RSA_PUBLIC, bytes, 1u << 29, &size),
+              QEL_ERR_BAD_PARAM)
+        << "so many bytes that their bits cannot be counted; none is read";
 }
 
 // The two numbers of a public key, released at the end.
