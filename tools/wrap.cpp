@@ -13,11 +13,19 @@ namespace {
 
 constexpr unsigned pkcs1_overhead = 11; // bytes of a block of type 2 that are not the key's
 
-std::string room_of(const QelKeyInfo *key, std::size_t size) {
-    const unsigned modulus = (rsa_numbers(key).bits + 7) / 8;
-    return "the key has " + std::to_string(size) + " bytes, and a modulus of " +
-           std::to_string(modulus) + " has room for " +
-           std::to_string(modulus > pkcs1_overhead ? modulus - pkcs1_overhead : 0);
+// The library says of a key that is too long no more than that it could not be wrapped.
+Failure wrap_failure(QelStatus status, std::string what, const QelKeyInfo *recipient,
+                     std::size_t size) {
+    Failure failure = library_failure(status, std::move(what));
+    const unsigned modulus = (rsa_numbers(recipient).bits + 7) / 8;
+    if (status == QEL_ERR_WRAP && size + pkcs1_overhead > modulus) {
+        failure.exit = Exit::input;
+        failure.why += " (the key has " + std::to_string(size) + " bytes, and a modulus of " +
+                       std::to_string(modulus) + " has room for " +
+                       std::to_string(modulus - std::min(modulus, pkcs1_overhead)) + ")";
+        failure.next = "Check that it is the file of a session key.";
+    }
+    return failure;
 }
 
 void warn_of(const PublicKey &recipient, const RsaKey &rsa) {
@@ -36,7 +44,6 @@ void warn_of(const PublicKey &recipient, const RsaKey &rsa) {
 Bytes wrap_key(const Context &context, std::span<const uint8_t> key, const PublicKey &recipient) {
     const RsaKey rsa = as_rsa_key(recipient.key());
     warn_of(recipient, rsa);
-    const std::string what = "cannot wrap the key for " + recipient.where;
     QelAlgId algorithm = {const_cast<QelOid *>(rsa.algorithm),
                           const_cast<QelOctetString *>(&rsa.parameters)};
     uint8_t *wrapped = nullptr;
@@ -44,12 +51,9 @@ Bytes wrap_key(const Context &context, std::span<const uint8_t> key, const Publi
     const QelStatus status =
         vfeqjfkkj(context, key.data(), static_cast<uint32_t>(key.size()), QEL_RC4_AID, rsa.bits,
                   &rsa.parameters, &algorithm, &wrapped, &length);
-    if (status != QEL_OK) {
-        Failure failure = library_failure(status, what);
-        if (status == QEL_ERR_WRAP)
-            failure.why += " (" + room_of(recipient.key(), key.size()) + ")";
-        throw failure;
-    }
+    if (status != QEL_OK)
+        throw wrap_failure(status, "cannot wrap the key for " + recipient.where, recipient.key(),
+                           key.size());
     const LibraryBytes owner(wrapped);
     return Bytes(wrapped, wrapped + length);
 }
