@@ -144,16 +144,17 @@ void prefer_arithmetic(const Arithmetic *arithmetic) {
 void modulus_init(Modulus *modulus, const Arithmetic *arithmetic, Limb *m, std::size_t size,
                   std::size_t bits, Limb *r_squared, Limb *scratch) {
     *modulus = {arithmetic, size, bits, Limb(0) - bn::inverse_of_limb(m[0]), m, r_squared};
-    // 2^(bits - 1) is below m; doublings make it 2 R, the Montgomery form of 2.
+    // 2^(bits - 1) is below m; doublings make it the Montgomery form of 2 to the first bits of
+    // r_bits: of as many as cost less than squarings.
     const std::size_t r_bits = size * bn::limb_bits;
+    unsigned place = 0;
+    while (r_bits >> place > 12)
+        ++place;
     bn::set_small(r_squared, size, 0);
     r_squared[(bits - 1) / bn::limb_bits] = Limb(1) << ((bits - 1) % bn::limb_bits);
-    for (std::size_t power = bits - 1; power < r_bits + 1; ++power)
+    for (std::size_t power = bits - 1; power < r_bits + (r_bits >> place); ++power)
         bn::add_modulo(r_squared, r_squared, r_squared, m, size);
     // Squarings and doublings make that the Montgomery form of 2^r_bits.
-    unsigned place = 0;
-    while (r_bits >> (place + 1) != 0)
-        ++place;
     while (place-- > 0) {
         arithmetic->square(r_squared, r_squared, *modulus, scratch);
         if (r_bits >> place & 1)
