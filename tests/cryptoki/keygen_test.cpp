@@ -238,41 +238,33 @@ TEST(Wrap, Refusals) {
     CK_OBJECT empty = {nullptr, 0};
     uint8_t out[64];
     uint32_t length = 0;
+    // In the order of the arguments.
+    EXPECT_EQ(C_WrapKey(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+              CKR_SESSION_HANDLE_INVALID);
+    EXPECT_EQ(C_WrapKey(session.get(), &des, nullptr, nullptr, nullptr, nullptr),
+              CKR_MECHANISM_INVALID);
+    EXPECT_EQ(C_WrapKey(session.get(), &rsa_mechanism, nullptr, nullptr, nullptr, nullptr),
+              CKR_WRAPPING_KEY_HANDLE_INVALID);
+    EXPECT_EQ(C_WrapKey(session.get(), &rsa_mechanism, &empty, nullptr, nullptr, nullptr),
+              CKR_KEY_HANDLE_INVALID);
+    EXPECT_EQ(C_WrapKey(session.get(), &rsa_mechanism, &empty, &empty, nullptr, &length),
+              CKR_DATA_INVALID);
+    EXPECT_EQ(C_WrapKey(session.get(), &rsa_mechanism, &empty, &empty, out, nullptr),
+              CKR_DATA_INVALID);
     const struct {
         const char *why;
-        CK_SESSION_HANDLE session;
-        const CK_MECHANISM *mechanism;
-        CK_OBJECT_HANDLE wrapping;
-        CK_OBJECT_HANDLE key;
-        uint8_t *out;
-        uint32_t *length;
+        CK_OBJECT_HANDLE wrapping, key;
         CK_RV result;
     } cases[] = {
-        {"session before mechanism", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-         CKR_SESSION_HANDLE_INVALID},
-        {"mechanism before keys", session.get(), &des, nullptr, nullptr, nullptr, nullptr,
-         CKR_MECHANISM_INVALID},
-        {"wrapping key before key", session.get(), &rsa_mechanism, nullptr, nullptr, nullptr,
-         nullptr, CKR_WRAPPING_KEY_HANDLE_INVALID},
-        {"key before output", session.get(), &rsa_mechanism, &empty, nullptr, nullptr, nullptr,
-         CKR_KEY_HANDLE_INVALID},
-        {"no output", session.get(), &rsa_mechanism, &empty, &empty, nullptr, &length,
-         CKR_DATA_INVALID},
-        {"no output length", session.get(), &rsa_mechanism, &empty, &empty, out, nullptr,
-         CKR_DATA_INVALID},
-        {"a key without template", session.get(), &rsa_mechanism, &empty, &empty, out, &length,
-         CKR_KEY_HANDLE_INVALID},
-        {"a key that is not secret", session.get(), &rsa_mechanism, &empty, rsa.get(), out, &length,
-         CKR_DATA_INVALID},
-        {"a wrapping key without template", session.get(), &rsa_mechanism, &empty, secret.get(),
-         out, &length, CKR_KEY_HANDLE_INVALID},
-        {"a wrapping key that is not RSA", session.get(), &rsa_mechanism, secret.get(),
-         secret.get(), out, &length, CKR_DATA_INVALID},
-        {"a key longer than the modulus takes", session.get(), &rsa_mechanism, rsa.get(),
-         too_long.get(), out, &length, CKR_DATA_LEN_RANGE},
+        {"a key without template", &empty, &empty, CKR_KEY_HANDLE_INVALID},
+        {"a key that is not secret", &empty, rsa.get(), CKR_DATA_INVALID},
+        {"a wrapping key without template", &empty, secret.get(), CKR_KEY_HANDLE_INVALID},
+        {"a wrapping key that is not RSA", secret.get(), secret.get(), CKR_DATA_INVALID},
+        {"a key longer than the modulus takes", rsa.get(), too_long.get(), CKR_DATA_LEN_RANGE},
     };
     for (const auto &c : cases)
-        EXPECT_EQ(C_WrapKey(c.session, c.mechanism, c.wrapping, c.key, c.out, c.length), c.result)
+        EXPECT_EQ(C_WrapKey(session.get(), &rsa_mechanism, c.wrapping, c.key, out, &length),
+                  c.result)
             << c.why;
 }
 

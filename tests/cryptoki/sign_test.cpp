@@ -91,6 +91,7 @@ Bytes spoiled(Bytes bytes, std::size_t at, uint8_t value) {
 // counts.
 TEST_F(SignTest, ForgedBlocks) {
     const std::size_t n = key().size();
+    const auto sealed = [n](const Bytes &payload) { return block(n, 1, 0xFF, payload); };
     const Bytes info = md5_digest_info(digest);
     const Bytes garbage(40, 0x5A);
     const Bytes sha1_oid = from_hex("301d300906052b0e03021a05000410"); // with a digest of 16 bytes
@@ -99,58 +100,50 @@ TEST_F(SignTest, ForgedBlocks) {
         Bytes block;
         CK_RV result;
     } cases[] = {
-        {"an honest block", block(n, 1, 0xFF, info), CKR_OK},
-        {"the bare digest", block(n, 1, 0xFF, digest), CKR_OK},
-        {"the bare digest, then garbage", block(n, 1, 0xFF, digest + garbage), CKR_OK},
-        {"the bare digest without its last byte",
-         block(n, 1, 0xFF, Bytes(digest.begin(), digest.end() - 1)), CKR_SIGNATURE_INVALID},
-        {"nothing", block(n, 1, 0xFF, {}), CKR_SIGNATURE_INVALID},
-        {"garbage before the digest", block(n, 1, 0xFF, Bytes{0x5A} + digest),
+        {"an honest block", sealed(info), CKR_OK},
+        {"the bare digest", sealed(digest), CKR_OK},
+        {"the bare digest, then garbage", sealed(digest + garbage), CKR_OK},
+        {"the bare digest without its last byte", sealed(Bytes(digest.begin(), digest.end() - 1)),
          CKR_SIGNATURE_INVALID},
+        {"nothing", sealed({}), CKR_SIGNATURE_INVALID},
+        {"garbage before the digest", sealed(Bytes{0x5A} + digest), CKR_SIGNATURE_INVALID},
 
         // The decoder refuses bytes behind the value; this is what forgeries with a small
         // exponent need.
-        {"a byte behind the DigestInfo", block(n, 1, 0xFF, info + Bytes{0}), CKR_SIGNATURE_INVALID},
-        {"garbage behind the DigestInfo", block(n, 1, 0xFF, info + garbage), CKR_SIGNATURE_INVALID},
-        {"garbage before the DigestInfo", block(n, 1, 0xFF, Bytes{0} + info),
+        {"a byte behind the DigestInfo", sealed(info + Bytes{0}), CKR_SIGNATURE_INVALID},
+        {"garbage behind the DigestInfo", sealed(info + garbage), CKR_SIGNATURE_INVALID},
+        {"garbage before the DigestInfo", sealed(Bytes{0} + info), CKR_SIGNATURE_INVALID},
+        {"a DigestInfo cut short", sealed(Bytes(info.begin(), info.end() - 1)),
          CKR_SIGNATURE_INVALID},
-        {"a DigestInfo cut short", block(n, 1, 0xFF, Bytes(info.begin(), info.end() - 1)),
-         CKR_SIGNATURE_INVALID},
-        {"another digest", block(n, 1, 0xFF, spoiled(info, info.size() - 1, 0)),
-         CKR_SIGNATURE_INVALID},
+        {"another digest", sealed(spoiled(info, info.size() - 1, 0)), CKR_SIGNATURE_INVALID},
         {"a digest one byte shorter",
-         block(n, 1, 0xFF,
-               from_hex("301f300c06082a864886f70d02050500040f") +
-                   Bytes(digest.begin(), digest.end() - 1)),
+         sealed(from_hex("301f300c06082a864886f70d02050500040f") +
+                Bytes(digest.begin(), digest.end() - 1)),
          CKR_SIGNATURE_INVALID},
-        {"an empty digest", block(n, 1, 0xFF, from_hex("3010300c06082a864886f70d020505000400")),
+        {"an empty digest", sealed(from_hex("3010300c06082a864886f70d020505000400")),
          CKR_SIGNATURE_INVALID},
 
         // The digest's first bytes decide, and the algorithm is not looked at.
         {"a longer digest that begins right",
-         block(n, 1, 0xFF,
-               from_hex("3024300c06082a864886f70d020505000414") + digest + from_hex("01020304")),
+         sealed(from_hex("3024300c06082a864886f70d020505000414") + digest + from_hex("01020304")),
          CKR_OK},
-        {"another digest algorithm", block(n, 1, 0xFF, sha1_oid + digest), CKR_OK},
+        {"another digest algorithm", sealed(sha1_oid + digest), CKR_OK},
         {"garbage as the algorithm's parameters",
-         block(n, 1, 0xFF,
-               from_hex("3028301406082a864886f70d02050408deadbeefdeadbeef0410") + digest),
-         CKR_OK},
-        {"no parameters", block(n, 1, 0xFF, from_hex("301e300a06082a864886f70d02050410") + digest),
-         CKR_OK},
+         sealed(from_hex("3028301406082a864886f70d02050408deadbeefdeadbeef0410") + digest), CKR_OK},
+        {"no parameters", sealed(from_hex("301e300a06082a864886f70d02050410") + digest), CKR_OK},
         {"lengths in their long form",
-         block(n, 1, 0xFF, from_hex("308120300c06082a864886f70d020505000410") + digest), CKR_OK},
+         sealed(from_hex("308120300c06082a864886f70d020505000410") + digest), CKR_OK},
 
         // Blocks that do not open.
-        {"7 bytes of padding", block(n, 1, 0xFF, digest + Bytes(n - 10 - 16, 0x5A)),
+        {"7 bytes of padding", sealed(digest + Bytes(n - 10 - 16, 0x5A)),
          CKR_OPERATION_NOT_INITIALIZED},
-        {"8 bytes of padding", block(n, 1, 0xFF, digest + Bytes(n - 11 - 16, 0x5A)), CKR_OK},
+        {"8 bytes of padding", sealed(digest + Bytes(n - 11 - 16, 0x5A)), CKR_OK},
         {"block type 0", block(n, 0, 0, info), CKR_OPERATION_NOT_INITIALIZED},
         {"block type 2", block(n, 2, 0xFF, info), CKR_OPERATION_NOT_INITIALIZED},
-        {"padding that is not all FF", spoiled(block(n, 1, 0xFF, info), 20, 0xFE),
+        {"padding that is not all FF", spoiled(sealed(info), 20, 0xFE),
          CKR_OPERATION_NOT_INITIALIZED},
         {"padding without end", Bytes{0, 1} + Bytes(n - 2, 0xFF), CKR_OPERATION_NOT_INITIALIZED},
-        {"no leading zero", spoiled(block(n, 1, 0xFF, info), 0, 1), CKR_OPERATION_NOT_INITIALIZED},
+        {"no leading zero", spoiled(sealed(info), 0, 1), CKR_OPERATION_NOT_INITIALIZED},
     };
     ASSERT_EQ(C_VerifyInit(session.get(), &rsa_mechanism, public_key.get()), CKR_OK);
     for (const auto &c : cases) {
@@ -186,32 +179,16 @@ TEST_F(SignTest, InitRefusals) {
     const TestObject secret = secret_object(from_hex("0123456789"), CKK_RC4);
     const CK_MECHANISM md5 = {CKM_MD5, nullptr, 0};
     CK_OBJECT empty = {nullptr, 0};
-    const struct {
-        const char *why;
-        CK_SESSION_HANDLE session;
-        const CK_MECHANISM *mechanism;
-        CK_OBJECT_HANDLE key;
-        CK_RV sign;
-        CK_RV verify;
-    } cases[] = {
-        {"session before mechanism", nullptr, nullptr, nullptr, CKR_SESSION_HANDLE_INVALID,
-         CKR_SESSION_HANDLE_INVALID},
-        {"mechanism before key", session.get(), nullptr, nullptr, CKR_MECHANISM_INVALID,
-         CKR_MECHANISM_INVALID},
-        {"a digest signs nothing", session.get(), &md5, nullptr, CKR_MECHANISM_INVALID,
-         CKR_MECHANISM_INVALID},
-        {"no key", session.get(), &rsa_mechanism, nullptr, CKR_KEY_HANDLE_INVALID,
-         CKR_KEY_HANDLE_INVALID},
-        {"an object without template", session.get(), &rsa_mechanism, &empty,
-         CKR_KEY_HANDLE_INVALID, CKR_KEY_HANDLE_INVALID},
-        {"a secret key", session.get(), &rsa_mechanism, secret.get(), CKR_DATA_INVALID,
-         CKR_DATA_INVALID},
-        {"signing needs the primes", session.get(), &rsa_mechanism, public_key.get(),
-         CKR_DATA_INVALID, CKR_OK},
-    };
-    for (const auto &c : cases) {
-        EXPECT_EQ(C_SignInit(c.session, c.mechanism, c.key), c.sign) << c.why;
-        EXPECT_EQ(C_VerifyInit(c.session, c.mechanism, c.key), c.verify) << c.why;
+    for (const auto init : {C_SignInit, C_VerifyInit}) { // session, then mechanism, then key
+        EXPECT_EQ(init(nullptr, nullptr, nullptr), CKR_SESSION_HANDLE_INVALID);
+        EXPECT_EQ(init(session.get(), nullptr, nullptr), CKR_MECHANISM_INVALID);
+        EXPECT_EQ(init(session.get(), &md5, nullptr), CKR_MECHANISM_INVALID);
+        EXPECT_EQ(init(session.get(), &rsa_mechanism, nullptr), CKR_KEY_HANDLE_INVALID);
+        EXPECT_EQ(init(session.get(), &rsa_mechanism, &empty), CKR_KEY_HANDLE_INVALID);
+        EXPECT_EQ(init(session.get(), &rsa_mechanism, secret.get()), CKR_DATA_INVALID);
+        EXPECT_EQ(init(session.get(), &rsa_mechanism, public_key.get()),
+                  init == C_SignInit ? CKR_DATA_INVALID : CKR_OK)
+            << "signing needs the primes";
     }
 }
 

@@ -12,16 +12,7 @@ using namespace toolkit;
 
 namespace {
 
-Bytes peer(const Bytes &data) {
-    md5_ctx context;
-    Bytes result(16);
-    nettle_md5_init(&context);
-    nettle_md5_update(&context, data.size(), data.data());
-    nettle_md5_digest(&context, 16, result.data());
-    return result;
-}
-
-const Digest md5 = {"MD5", digest<Md5, md5_init, md5_update, md5_final>, peer};
+const Digest ours = {"MD5", digest<Md5, md5_init, md5_update, md5_final>, md5};
 
 } // namespace
 
@@ -30,14 +21,14 @@ TEST(Md5, Rfc1321) {
     for (VectorCase &vector : vector_cases("published/hash/rfc-1321.txt")) {
         Bytes message = vector.bytes("Msg");
         message.resize(vector.number("Len") / 8);
-        EXPECT_EQ(digest_hex(md5, message), vector.text("MD")) << vector.line;
+        EXPECT_EQ(digest_hex(ours, message), vector.text("MD")) << vector.line;
         ++cases;
     }
     EXPECT_EQ(cases, 7);
 }
 
 TEST(Md5, PeerOnRandomInput) {
-    check_digest_peer(md5);
+    check_digest_peer(ours);
 }
 
 // The length in bits passes 2^32 at 512 MiB: a carry that was lost would show only here.

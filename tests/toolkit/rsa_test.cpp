@@ -243,6 +243,7 @@ void even(Bytes &number) {
     number.back() &= 0xfe;
 }
 
+// clang-format off
 const NumberCase kBadPublicNumbers[] = {
     {"no modulus", BE_MODULUS_LEN, [](RsaNumbers &k) { k.n.clear(); }},
     {"a modulus of zeros", BE_MODULUS_LEN, [](RsaNumbers &k) { k.n.assign(64, 0); }},
@@ -251,17 +252,12 @@ const NumberCase kBadPublicNumbers[] = {
     {"an even modulus", BE_KEY_INFO, [](RsaNumbers &k) { even(k.n); }},
     {"no exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.e.clear(); }},
     {"exponent 0", BE_KEY_INFO, [](RsaNumbers &k) { k.e = {0}; }},
-    {"exponent 1", BE_KEY_INFO,
-     [](RsaNumbers &k) {
-         k.e = {0, 1};
-     }},
-    {"an even exponent", BE_KEY_INFO,
-     [](RsaNumbers &k) {
-         k.e = {1, 0, 0};
-     }},
+    {"exponent 1", BE_KEY_INFO, [](RsaNumbers &k) { k.e = {0, 1}; }},
+    {"an even exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.e = {1, 0, 0}; }},
     {"the modulus as exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.e = k.n; }},
     {"a longer exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.e.assign(65, 1); }},
 };
+// clang-format on
 
 TEST(Rsa, PublicNumbersThatMakeNoKey) {
     const RsaNumbers good = new_rsa_numbers(256, 256, number(65537));
@@ -273,27 +269,19 @@ TEST(Rsa, PublicNumbersThatMakeNoKey) {
     }
 }
 
+// clang-format off
 const NumberCase kBadPrivateNumbers[] = {
     {"no modulus", BE_MODULUS_LEN, [](RsaNumbers &k) { k.n.clear(); }},
     {"an even modulus", BE_KEY_INFO, [](RsaNumbers &k) { even(k.n); }},
     {"no first prime", BE_KEY_INFO, [](RsaNumbers &k) { k.p.clear(); }},
     {"no second exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.dq.clear(); }},
     {"no coefficient", BE_KEY_INFO, [](RsaNumbers &k) { k.coefficient.clear(); }},
-    {"prime 1", BE_KEY_INFO,
-     [](RsaNumbers &k) {
-         k.p = {1};
-         k.q = k.n;
-     }},
+    {"prime 1", BE_KEY_INFO, [](RsaNumbers &k) { k.p = {1}; k.q = k.n; }},
     {"primes that are swapped alone", BE_KEY_INFO, [](RsaNumbers &k) { k.p.swap(k.q); }},
     {"exponents that are swapped", BE_KEY_INFO, [](RsaNumbers &k) { k.dp.swap(k.dq); }},
-    {"one prime twice", BE_KEY_INFO,
-     [](RsaNumbers &k) {
-         k.q = k.p;
-         k.n = bytes_of(product(number(k.p), number(k.p)));
-     }},
+    {"one prime twice", BE_KEY_INFO, [](RsaNumbers &k) { k.q = k.p; k.n = bytes_of(product(number(k.p), number(k.p))); }},
     {"an exponent that is not reduced", BE_KEY_INFO, [](RsaNumbers &k) { k.dp = k.d; }},
-    {"a coefficient that is not reduced", BE_KEY_INFO,
-     [](RsaNumbers &k) {
+    {"a coefficient that is not reduced", BE_KEY_INFO, [](RsaNumbers &k) {
          Number sum = number(k.coefficient);
          BN_add(sum.get(), sum.get(), number(k.p).get());
          k.coefficient = bytes_of(sum);
@@ -304,10 +292,11 @@ const NumberCase kBadPrivateNumbers[] = {
     {"another long public exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.e = k.d; }},
     {"an even public exponent", BE_KEY_INFO, [](RsaNumbers &k) { even(k.e); }},
     {"a public exponent of 0", BE_KEY_INFO, [](RsaNumbers &k) { k.e = {0}; }},
-    {"a public exponent longer than the modulus", BE_KEY_INFO,
-     [](RsaNumbers &k) { k.e = bytes_of(product(number(k.p), product(number(k.q), number(3)))); }},
+    {"a public exponent longer than the modulus", BE_KEY_INFO, [](RsaNumbers &k) { k.e = bytes_of(product(number(k.p), product(number(k.q), number(3)))); }},
 };
+// clang-format on
 
+// clang-format off
 const NumberCase kBadPlainNumbers[] = {
     {"no modulus", BE_MODULUS_LEN, [](RsaNumbers &k) { k.n.clear(); }},
     {"an even modulus", BE_KEY_INFO, [](RsaNumbers &k) { even(k.n); }},
@@ -316,6 +305,7 @@ const NumberCase kBadPlainNumbers[] = {
     {"exponent 1", BE_KEY_INFO, [](RsaNumbers &k) { k.d = {1}; }},
     {"the modulus as exponent", BE_KEY_INFO, [](RsaNumbers &k) { k.d = k.n; }},
 };
+// clang-format on
 
 TEST(Rsa, PrivateNumbersThatMakeNoKey) {
     const RsaNumbers good = new_rsa_numbers(256, 256, number(65537));

@@ -1,31 +1,11 @@
 // Signatures: against libcrypto, and forged blocks, each of them a block that lenient readers took.
+#include "digests.h"
 #include "objects.h"
-
-#include <nettle/md2.h>
-#include <nettle/md5.h>
 
 namespace toolkit {
 namespace {
 
 const Bytes message = bytes_of("the message that is signed");
-
-Bytes md5_of(const Bytes &data) {
-    Bytes digest(16);
-    md5_ctx context;
-    md5_init(&context);
-    md5_update(&context, data.size(), data.data());
-    md5_digest(&context, 16, digest.data());
-    return digest;
-}
-
-Bytes md2_of(const Bytes &data) {
-    Bytes digest(16);
-    md2_ctx context;
-    md2_init(&context);
-    md2_update(&context, data.size(), data.data());
-    md2_digest(&context, 16, digest.data());
-    return digest;
-}
 
 const Bytes md2_header = from_hex("3020 300c 06082a864886f70d0202 0500 0410");
 const Bytes md5_header = from_hex("3020 300c 06082a864886f70d0205 0500 0410");
@@ -88,7 +68,7 @@ TEST_F(Signatures, AreThoseOfLibcrypto) {
     EXPECT_EQ(verify(AI_MD5WithRSAEncryption, message, expected), "BE_OK");
     // MD2 is not in libcrypto: the block is spelled out.
     EXPECT_EQ(to_hex(sign(AI_MD2WithRSAEncryption)),
-              to_hex(seal(block_of(md2_header + md2_of(message)))));
+              to_hex(seal(block_of(md2_header + md2(message)))));
 }
 
 TEST_F(Signatures, VerifyForTheirMessageAndAlgorithmOnly) {
@@ -107,7 +87,7 @@ TEST_F(Signatures, VerifyForTheirMessageAndAlgorithmOnly) {
 }
 
 TEST_F(Signatures, AreRefusedWhenForged) {
-    const Bytes digest = md5_of(message), info = md5_header + digest;
+    const Bytes digest = md5(message), info = md5_header + digest;
     Bytes late_zero = block_of(info), garbage_padding = block_of(info);
     late_zero[40] = 0;
     garbage_padding[20] = 0xfe;
@@ -139,7 +119,7 @@ TEST_F(Signatures, AreRefusedWhenForged) {
         {"another first byte", block_of(info, 1, 0xff, 0x01)},
         {"another algorithm's name on this digest",
          block_of(from_hex("3020 300c 06082a864886f70d0202 0500 0410") + digest)},
-        {"another digest", block_of(md5_header + md5_of(garbage))},
+        {"another digest", block_of(md5_header + md5(garbage))},
     };
     EXPECT_EQ(verify(AI_MD5WithRSAEncryption, message, seal(block_of(info))), "BE_OK");
     for (const auto &row : cases) {
