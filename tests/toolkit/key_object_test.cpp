@@ -141,7 +141,7 @@ TEST(RsaKeys, PublicEncodingsThatAreReadAndRefused) {
         {"another algorithm", public_info(from_hex("06 07 2a8648ce380401") + null, key), "BE_DATA"},
         {"an identifier one arc longer", public_info(from_hex("06 0a 2a864886f70d01010101"), key),
          "BE_DATA"},
-        {"unused bits", info_of(key, 1), "BE_DATA"},
+        {"unused bits", public_info(rsa_id + null, key, 1), "BE_DATA"},
         {"an empty bit string", tlv(0x30, tlv(0x30, rsa_id + null) + tlv(3, nothing)), "BE_DATA"},
         {"bytes behind the whole", good + Bytes{0}, "BE_DATA"},
         {"bytes behind the bit string",
