@@ -13,6 +13,16 @@ constexpr Option common[] = {
     {"help", 'h', nullptr, nullptr, false, "print this help"},
 };
 
+// Rows of commands that unlock key packages.
+constexpr Option passin_option = {
+    "passin", 0,     "SOURCE",
+    nullptr,  false, "the pass phrase: fd:N, file:PATH, env:NAME or prompt (default)"};
+constexpr Option max_iterations_option = {
+    "max-iterations", 0,     "N",
+    nullptr,          false, "most work that a pass phrase may cost (default 50000000)"};
+constexpr Option package_id_option = {
+    "id", 0, "KEYPKGID", nullptr, false, "which key package, where a file holds several"};
+
 // ---- digest, sign, verify ----------------------------------------------------------------------
 
 constexpr Option digest_options[] = {ALGORITHM};
@@ -23,10 +33,13 @@ constexpr Example digest_examples[] = {
 
 constexpr Option sign_options[] = {
     {"key", 'k', "FILE", nullptr, true,
-     "private key: unencrypted PKCS#8 or PKCS#1, DER or armoured"},
+     "private key: key package, or unencrypted PKCS#8 or PKCS#1"},
     ALGORITHM,
     {"output", 'o', "FILE", nullptr, false, "where the signature goes (default standard output)"},
     {"armor", 0, nullptr, nullptr, false, "write the signature as armoured text"},
+    package_id_option,
+    passin_option,
+    max_iterations_option,
 };
 constexpr Example sign_examples[] = {
     {"qel sign -k my.key -o report.sig report.txt", "sign a file"},
@@ -84,7 +97,8 @@ constexpr Example encrypt_examples[] = {
 };
 
 constexpr Option decrypt_options[] = {
-    {"key", 'k', "FILE", nullptr, true, "the private key of a recipient, or the session key"},
+    {"key", 'k', "FILE", nullptr, true,
+     "a recipient's private key or key package, or the session key"},
     {"cert", 'c', "FILE", nullptr, false, "the recipient's certificate, by which it is chosen"},
     KEY_HEX,
     {"raw", 0, nullptr, nullptr, false, "read bare ciphertext, without container"},
@@ -94,6 +108,9 @@ constexpr Option decrypt_options[] = {
     PARAMETERS,
     {"output", 'o', "FILE", nullptr, false, "where the data goes (default standard output)"},
     FORCE,
+    package_id_option,
+    passin_option,
+    max_iterations_option,
 };
 constexpr Example decrypt_examples[] = {
     {"qel decrypt -k my.key -o note note.p7", "with a recipient's private key"},
@@ -111,10 +128,13 @@ constexpr Example wrap_examples[] = {
 };
 
 constexpr Option unwrap_options[] = {
-    {"key", 'k', "FILE", nullptr, true, "the recipient's private key"},
+    {"key", 'k', "FILE", nullptr, true, "the recipient's private key or key package"},
     {"output", 'o', "FILE", nullptr, true, "where the session key goes"},
     HEX,
     FORCE_SECRET,
+    package_id_option,
+    passin_option,
+    max_iterations_option,
 };
 constexpr Example unwrap_examples[] = {
     {"qel unwrap -k my.key -o session.key session.wrapped", "the session key again"},
@@ -202,16 +222,6 @@ constexpr Example cert_verify_examples[] = {
 
 // ---- key packages ------------------------------------------------------------------------------
 
-// Rows that several commands share.
-constexpr Option passin_option = {
-    "passin", 0,     "SOURCE",
-    nullptr,  false, "the pass phrase: fd:N, file:PATH, env:NAME or prompt (default)"};
-constexpr Option max_iterations_option = {
-    "max-iterations", 0,     "N",
-    nullptr,          false, "most work that a pass phrase may cost (default 50000000)"};
-constexpr Option package_id_option = {
-    "id", 0, "KEYPKGID", nullptr, false, "which key package, where a file holds several"};
-
 constexpr Option owner_option = {"owner", 0,    "NAME",
                                  nullptr, true, "distinguished name of the key's owner"};
 constexpr Option new_id_option = {
@@ -283,8 +293,9 @@ constexpr Example keypkg_passwd_examples[] = {
 };
 
 constexpr Option keypkg_export_options[] = {
-    {"output", 'o', "FILE", nullptr, true, "where the private key goes"},
-    {"unencrypted", 0, nullptr, nullptr, false, "yes, without a pass phrase; needed"},
+    {"output", 'o', "FILE", nullptr, true, "where the key goes"},
+    {"public", 0, nullptr, nullptr, false, "the public key"},
+    {"unencrypted", 0, nullptr, nullptr, false, "the private key, and yes: without a pass phrase"},
     {"form", 0, "FORM", "der|pem", false, "der or pem (default der)"},
     package_id_option,
     passin_option,
@@ -292,6 +303,7 @@ constexpr Option keypkg_export_options[] = {
     {"force", 0, nullptr, nullptr, false, "overwrite a file"},
 };
 constexpr Example keypkg_export_examples[] = {
+    {"qel keypkg export --public --form pem -o alice.pub", "for those who encrypt to you"},
     {"qel keypkg export --unencrypted -o alice.p8", "your key, for a program that takes PKCS#8"},
 };
 
@@ -370,11 +382,11 @@ constexpr Example man_examples[] = {
 
 #undef ALGORITHM
 
-// What commands that take pass phrases say of them.
+// What commands that unlock key packages say.
 #define PASS_PHRASES                                                                               \
-    "\n\nA pass phrase comes from the terminal (prompt), from the next line of an open "           \
-    "descriptor (fd:N), from the first line of a file that only its owner can open (file:PATH), "  \
-    "or from an environment variable (env:NAME)."
+    "\n\nThe pass phrase of a key package comes from the terminal (prompt), from the next line "   \
+    "of an open descriptor (fd:N), from the first line of a file that only its owner can open "    \
+    "(file:PATH), or from an environment variable (env:NAME)."
 
 constexpr Command all_commands[] = {
     {"digest", "Print message digests of files", "[FILE]...", 0, any_type,
@@ -384,7 +396,7 @@ constexpr Command all_commands[] = {
     {"sign", "Sign a file with a private key", "[FILE]", 0, 1,
      "Makes an RSA signature (PKCS#1, md5WithRSAEncryption or md2WithRSAEncryption) over a file of "
      "any size, or standard input. The signature is as many bytes as the key's modulus; a terminal "
-     "only gets it armoured.",
+     "only gets it armoured." PASS_PHRASES,
      sign_options, sign_examples, run_sign},
     {"verify", "Verify a signature over a file", "[FILE]", 0, 1,
      "Exits 0 only when the signature was checked and is good for the file, or standard input, "
@@ -413,7 +425,8 @@ constexpr Command all_commands[] = {
      "right. What goes to standard output goes at once, so that data may have been written before "
      "a "
      "failure: look at the exit status. A wrong key passes for right once in 256 times, RC4 tells "
-     "none from another, and changed data decrypt to something else: only a signature tells.",
+     "none from another, and changed data decrypt to something else: only a signature "
+     "tells." PASS_PHRASES,
      decrypt_options, decrypt_examples, run_decrypt},
     {"wrap", "Wrap a session key for a recipient", "[FILE]", 0, 1,
      "Encrypts the key in a file, or standard input, under an RSA public key (PKCS#1, block type "
@@ -421,7 +434,7 @@ constexpr Command all_commands[] = {
      wrap_options, wrap_examples, run_wrap},
     {"unwrap", "Unwrap a session key", "[FILE]", 0, 1,
      "Decrypts a wrapped key with the recipient's private key, which has at most 4096 bits, into a "
-     "file of mode 0600.",
+     "file of mode 0600." PASS_PHRASES,
      unwrap_options, unwrap_examples, run_unwrap},
     {"genkey", "Make a session key", "des|rc2|rc4", 1, 1,
      "Makes a random key within the library's export policy and writes its bytes to a file of mode "
@@ -492,9 +505,10 @@ constexpr Command all_commands[] = {
      "anything but the old file or the new one. Copies of the old package still open with the old "
      "pass phrase." PASS_PHRASES,
      keypkg_passwd_options, keypkg_passwd_examples, run_keypkg_passwd},
-    {"keypkg export", "Take the private key out of a key package", "[FILE]", 0, 1,
-     "Writes the private key as an unencrypted PKCS#8 PrivateKeyInfo, to a file that only you can "
-     "read. No pass phrase protects that file." PASS_PHRASES,
+    {"keypkg export", "Take the key out of a key package", "[FILE]", 0, 1,
+     "With --public writes the public key (SubjectPublicKeyInfo), which takes no pass phrase. With "
+     "--unencrypted writes the private key (PKCS#8 PrivateKeyInfo) to a file that only you can "
+     "read, and that no pass phrase protects." PASS_PHRASES,
      keypkg_export_options, keypkg_export_examples, run_keypkg_export},
     {"keypkg import", "Make a key package of an RSA private key", "KEY", 1, 1,
      "Reads an RSA private key, PKCS#8 or PKCS#1, unencrypted, DER or armoured, and makes a key "

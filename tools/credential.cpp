@@ -255,8 +255,9 @@ bool is_rsa_private_key(std::span<const uint8_t> bytes) {
 
 Failure encrypted_key(const std::string &where, const std::string &how) {
     return {Exit::input, "cannot use the private key in " + where,
-            "it is encrypted (" + how + "), and this command does not ask for pass phrases yet",
-            "Convert it to an unencrypted PKCS#8 file (PrivateKeyInfo) that only you can read."};
+            "it is encrypted (" + how + "), which is not read here",
+            "Decrypt it to an unencrypted PKCS#8 file (PrivateKeyInfo) that only you can read; "
+            "'qel keypkg import' puts that under a pass phrase."};
 }
 
 bool take_private_key(QelContext *context, const Input &input, const Item &item, PrivateKey &key) {
@@ -288,18 +289,19 @@ bool take_private_key(QelContext *context, const Input &input, const Item &item,
 
 } // namespace
 
-PrivateKey read_private_key(QelContext *context, const std::string &path) {
-    warn_if_open_to_others(path);
-    const Input input = read_input(path);
+PrivateKey read_private_key(QelContext *context, const Input &input) {
+    warn_if_open_to_others(input.path);
     PrivateKey key;
     for (const Item &item : input.items)
         if (take_private_key(context, input, item, key))
             return key;
     const Item &first = input.items.front();
     if (input.armoured && first.problem.empty())
-        throw Failure{Exit::input, "cannot find a private key in " + display_name(path),
-                      labels_of(input),
-                      "Give an unencrypted PKCS#8 private key (PrivateKeyInfo), DER or armoured."};
+        throw Failure{
+            Exit::input, "cannot find a private key in " + display_name(input.path),
+            labels_of(input),
+            "Give a key package, or an unencrypted PKCS#8 private key (PrivateKeyInfo), DER "
+            "or armoured."};
     throw bad_item(input, first, "a private key", QEL_ERR_ASN1_DECODE);
 }
 

@@ -117,7 +117,7 @@ struct PrivateKey {
     Bytes octets;
     const QelAlgId *algorithm = nullptr;
 };
-PrivateKey read_private_key(QelContext *context, const std::string &path);
+PrivateKey read_private_key(QelContext *context, const Input &input);
 
 // Whether bytes are a private key, in PKCS#8, encrypted or not, or PKCS#1, or a key package, or what
 // a key server holds of one.

@@ -3,6 +3,7 @@
 #include "command.h"
 #include "encrypted_content.h"
 #include "export_policy.h"
+#include "key_package.h"
 #include "text.h"
 #include "wrap.h"
 
@@ -178,7 +179,8 @@ void check_decrypt(const Arguments &arguments) {
     if (raw && arguments.has("cert"))
         arguments.misuse("'--cert' does not go with '--raw'");
     arguments.check_stdin_once({arguments.operand_or_stdin(), arguments.value("key"),
-                                arguments.value("parameters"), arguments.value("cert")});
+                                arguments.value("parameters"), arguments.value("cert"),
+                                phrase_path(arguments, "passin")});
 }
 
 // One text for all that can be wrong with a wrapped key of the right size, so that it does not tell
@@ -215,7 +217,7 @@ Bytes session_key(const Arguments &arguments, const Context &context,
                   const QelEnvelopedData &enveloped, const CipherRow &row,
                   const std::string &what) {
     const std::string path = arguments.value("key");
-    const PrivateKey private_key = read_private_key(context, path);
+    const PrivateKey private_key = read_private_key(context, arguments, path, USAGE_ENCRYPT);
     const unsigned modulus = modulus_bytes(context, private_key, display_name(path));
     for (const QelRcptInfo *info : fitting(arguments, context, enveloped, modulus, what)) {
         QelStatus status = QEL_OK;

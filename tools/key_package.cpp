@@ -321,7 +321,9 @@ Bytes with_new_phrase(QelContext *context, UnlockedPackage &unlocked, const Pass
     return package;
 }
 
-PrivateKey private_key_of(QelContext *context, UnlockedPackage unlocked) {
+namespace {
+
+PrivateKey private_key_of(QelContext *context, const UnlockedPackage &unlocked) {
     PrivateKey key;
     QelStatus status = QEL_OK;
     key.record =
@@ -332,6 +334,24 @@ PrivateKey private_key_of(QelContext *context, UnlockedPackage unlocked) {
     explicit_bzero(octets.value, octets.length);
     key.algorithm = key.record->privateKeyAlgorithm;
     return key;
+}
+
+} // namespace
+
+PrivateKey read_private_key(QelContext *context, const Arguments &arguments,
+                            const std::string &path, uint32_t use) {
+    const Input input = read_input(path);
+    std::vector<StoredPackage> packages = packages_of(context, input);
+    if (packages.empty())
+        return read_private_key(context, input);
+    const PassPhraseSource source(arguments, "passin", QEL_PHRASE_OWN);
+    const StoredPackage package = choose_package(arguments, path, std::move(packages));
+    const uint32_t usage = package.record->usage;
+    if (usage != USAGE_SIGN_ENCRYPT && usage != use)
+        throw Failure{Exit::permission, "cannot use " + named(package),
+                      std::string("its usage is ") + usage_text(usage) + ", not " + usage_text(use),
+                      "Use another key package."};
+    return private_key_of(context, unlock(context, arguments, package, source));
 }
 
 } // namespace tool

@@ -38,12 +38,15 @@ struct StoredPackage {
     Bytes bytes;       // as they stand there
     Decoded<QelKeyPkg> record;
 };
-// All packages of a file ("-" is standard input), DER or armoured, at least one. Blocks of other
-// things are passed over. Throws Failure at a package that cannot be decoded.
+// All packages among what was read, DER or armoured. Throws Failure at one that cannot be decoded.
+std::vector<StoredPackage> packages_of(QelContext *context, const Input &input);
+// The packages of a file ("-" is standard input), at least one.
 std::vector<StoredPackage> read_packages(QelContext *context, const std::string &path);
 
 // The package with the identifier of --id, or the only one. Throws Failure, Exit::no_key, where there
 // is none, and UsageError where --id has to choose.
+StoredPackage choose_package(const Arguments &arguments, const std::string &path,
+                             std::vector<StoredPackage> packages);
 StoredPackage read_package(QelContext *context, const Arguments &arguments,
                            const std::string &path);
 
@@ -88,8 +91,12 @@ UnlockedPackage unlock(QelContext *context, const Arguments &arguments,
 // stay as they are.
 Bytes with_new_phrase(QelContext *context, UnlockedPackage &unlocked, const PassPhrase &phrase);
 
-// The key as qel_sign and qel_unwrap_key take it.
-PrivateKey private_key_of(QelContext *context, UnlockedPackage unlocked);
+// A private key for qel_sign and the like, from a key package (--id, --passin, --max-iterations) or
+// from a file with a private key that no pass phrase protects.
+//   use  USAGE_SIGN or USAGE_ENCRYPT: what the key is for. Throws Failure, Exit::permission, where the
+//        package's usage forbids it.
+PrivateKey read_private_key(QelContext *context, const Arguments &arguments,
+                            const std::string &path, uint32_t use);
 
 // ---- Making ------------------------------------------------------------------------------------
 

@@ -33,7 +33,7 @@ public:
         check_place(arguments, path_);
         std::vector<std::string> inputs = arguments.values("trust");
         inputs.insert(inputs.end(), arguments.operands().begin(), arguments.operands().end());
-        inputs.push_back(source_.path());
+        inputs.push_back(phrase_path(arguments, "passin"));
         arguments.check_stdin_once(inputs);
         package_.id = arguments.value("id", default_package_id);
         if (!std::all_of(package_.id.begin(), package_.id.end(),
@@ -188,7 +188,7 @@ Exit run_keypkg_import(const Arguments &arguments) {
     const Context context;
     Plan plan(context, arguments);
     const std::string &path = arguments.operands()[0];
-    const PrivateKey key = read_private_key(context, path);
+    const PrivateKey key = read_private_key(context, read_input(path));
     int difference = 1;
     __qel_cmp_oid(key.algorithm->algorithm, QEL_RSA_ENCR_OID, &difference);
     const KeyPair pair = {key.octets, public_part(key.octets)};

@@ -160,7 +160,7 @@ Exit run_keypkg_verify(const Arguments &arguments) {
     std::optional<PassPhraseSource> source;
     if (with_phrase) {
         source.emplace(arguments, "passin", QEL_PHRASE_OWN);
-        arguments.check_stdin_once({path, source->path()});
+        arguments.check_stdin_once({path, phrase_path(arguments, "passin")});
     }
     const StoredPackage package = read_package(context, arguments, path);
     const QelStatus status = signature_status(context, package);
@@ -196,8 +196,8 @@ Exit run_keypkg_passwd(const Arguments &arguments) {
     const std::string path = package_path(arguments);
     const std::string output = arguments.value("output", path.c_str());
     // Both phrases may be lines of one stream.
-    arguments.check_stdin_once(
-        {path, old_source.path().empty() ? new_source.path() : old_source.path()});
+    for (const char *option : {"passin", "new-passin"})
+        arguments.check_stdin_once({path, phrase_path(arguments, option)});
     if (output != path || path == "-")
         check_place(arguments, output);
 
@@ -221,33 +221,57 @@ Exit run_keypkg_passwd(const Arguments &arguments) {
     return Exit::yes;
 }
 
+namespace {
+
+void write_key(const Arguments &arguments, const std::string &output, const Bytes &der,
+               const char *label, const FileOptions &options = {}) {
+    const bool pem = arguments.value("form", "der") == "pem";
+    write_file(output, pem ? armoured(der, label) : der, options);
+}
+
+void export_private(const Arguments &arguments, const Context &context,
+                    const StoredPackage &package, const PassPhraseSource &source,
+                    const std::string &output) {
+    const UnlockedPackage unlocked = unlock(context, arguments, package, source);
+    write_key(arguments, output, unlocked.private_key, "PRIVATE KEY",
+              {.secret = true, .force = arguments.has("force")});
+    warn(display_name(output) + " holds the private key, and no pass phrase protects it: whoever "
+                                "reads the file has the key");
+}
+
+} // namespace
+
 Exit run_keypkg_export(const Arguments &arguments) {
-    if (!arguments.has("unencrypted"))
-        arguments.misuse("the private key would leave without a pass phrase; confirm that with "
-                         "'--unencrypted'");
-    const PassPhraseSource source(arguments, "passin", QEL_PHRASE_OWN);
+    const bool secret = !arguments.has("public");
+    if (secret != arguments.has("unencrypted"))
+        arguments.misuse("give '--public' for the public key, or '--unencrypted' to confirm that "
+                         "the private key leaves without a pass phrase");
     const std::string path = package_path(arguments);
     const std::string output = arguments.value("output");
-    arguments.check_stdin_once({path, source.path()});
+    std::optional<PassPhraseSource> source;
     struct stat about;
-    if (output == "-" || (stat(output.c_str(), &about) == 0 && !S_ISREG(about.st_mode)))
-        arguments.misuse("a private key goes to a file of its own only: give '--output FILE'");
-
+    if (secret) {
+        source.emplace(arguments, "passin", QEL_PHRASE_OWN);
+        arguments.check_stdin_once({path, phrase_path(arguments, "passin")});
+        if (output == "-" || (stat(output.c_str(), &about) == 0 && !S_ISREG(about.st_mode)))
+            arguments.misuse("a private key goes to a file of its own only: give '--output FILE'");
+    } else {
+        arguments.check_output(output, arguments.value("form", "der") == "der", false);
+    }
     const Context context;
     const StoredPackage package = read_package(context, arguments, path);
-    const UnlockedPackage unlocked = unlock(context, arguments, package, source);
-    const FileOptions options = {true, arguments.has("force")};
-    if (arguments.value("form", "der") == "pem")
-        write_file(output, armoured(unlocked.private_key, "PRIVATE KEY"), options);
+    if (secret)
+        export_private(arguments, context, package, *source, output);
     else
-        write_file(output, unlocked.private_key, options);
-    warn(display_name(output) +
-         " holds the private key, and no pass phrase protects it: whoever reads the file has the "
-         "key");
-    if (arguments.json()) {
+        write_key(arguments, output,
+                  encode(context, package.record->pubKeyInfo, QEL_PDU_SubjectPublicKeyInfo,
+                         "the public key"),
+                  "PUBLIC KEY");
+    if (arguments.json() && output != "-") {
         Json json = arguments.report();
         json["file"] = utf8_or_latin1(path);
         json["id"] = utf8_or_latin1(package.record->keypkgId);
+        json["key"] = secret ? "private" : "public";
         json["output"] = utf8_or_latin1(output);
         json["form"] = arguments.value("form", "der");
         put_json(json);

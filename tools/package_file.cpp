@@ -47,8 +47,7 @@ std::string default_package_file() {
 
 // ---- Finding -----------------------------------------------------------------------------------
 
-std::vector<StoredPackage> read_packages(QelContext *context, const std::string &path) {
-    const Input input = read_input(path);
+std::vector<StoredPackage> packages_of(QelContext *context, const Input &input) {
     std::vector<StoredPackage> packages;
     for (const Item &item : input.items) {
         QelStatus status = QEL_ERR_ASN1_DECODE;
@@ -57,9 +56,17 @@ std::vector<StoredPackage> read_packages(QelContext *context, const std::string 
             record = decode<QelKeyPkg>(context, item.bytes, QEL_PDU_KeyPkg, &status);
         if (record)
             packages.push_back({input.name_of(item), item.bytes, std::move(record)});
-        else if (!input.armoured || item.label == package_label)
+        else if (item.label == package_label)
             throw bad_item(input, item, "a key package", status);
     }
+    return packages;
+}
+
+std::vector<StoredPackage> read_packages(QelContext *context, const std::string &path) {
+    const Input input = read_input(path);
+    std::vector<StoredPackage> packages = packages_of(context, input);
+    if (packages.empty() && !input.armoured)
+        throw bad_item(input, input.items.front(), "a key package", QEL_ERR_ASN1_DECODE);
     if (packages.empty())
         throw Failure{Exit::input, "cannot find a key package in " + display_name(path),
                       "it holds other things", "'qel dearmor --list' names them."};
@@ -68,7 +75,11 @@ std::vector<StoredPackage> read_packages(QelContext *context, const std::string 
 
 StoredPackage read_package(QelContext *context, const Arguments &arguments,
                            const std::string &path) {
-    std::vector<StoredPackage> packages = read_packages(context, path);
+    return choose_package(arguments, path, read_packages(context, path));
+}
+
+StoredPackage choose_package(const Arguments &arguments, const std::string &path,
+                             std::vector<StoredPackage> packages) {
     std::string ids;
     for (const StoredPackage &package : packages)
         ids += (ids.empty() ? "" : ", ") + in_quotes(package.record->keypkgId);

@@ -120,8 +120,13 @@ PassPhraseSource::PassPhraseSource(const Arguments &arguments, const char *optio
     }
 }
 
-std::string PassPhraseSource::path() const {
-    return kind_ == Kind::descriptor && descriptor_ == STDIN_FILENO ? "-" : "";
+std::string phrase_path(const Arguments &arguments, const char *option) {
+    const std::string value = arguments.value(option);
+    int descriptor = -1;
+    return value.starts_with("fd:") && read_number(value.substr(3), descriptor) &&
+                   descriptor == STDIN_FILENO
+               ? "-"
+               : "";
 }
 
 PassPhrase PassPhraseSource::read() const {

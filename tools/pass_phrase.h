@@ -44,9 +44,6 @@ public:
     // Throws UsageError where there is no terminal.
     PassPhrase read() const;
 
-    // "-" where the phrase comes from standard input, for Arguments::check_stdin_once; else empty.
-    std::string path() const;
-
 private:
     PassPhrase ask() const;
     PassPhrase accept(Bytes text, const std::string &from) const;
@@ -59,6 +56,10 @@ private:
     int descriptor_ = -1;
     std::string name_; // of the file or the variable
 };
+
+// "-" where an option says that its phrase comes from standard input, for
+// Arguments::check_stdin_once; else empty.
+std::string phrase_path(const Arguments &arguments, const char *option);
 
 // The longest phrase that can be typed at the terminal, in bytes. A new one must not be longer.
 constexpr std::size_t longest_typed = 100;

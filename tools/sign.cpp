@@ -2,6 +2,7 @@
 #include "armour.h"
 #include "command.h"
 #include "credential.h"
+#include "key_package.h"
 #include "text.h"
 
 namespace tool {
@@ -90,7 +91,7 @@ Bytes read_signature(const Context &context, const std::string &path) {
 Exit run_sign(const Arguments &arguments) {
     const std::string path = arguments.operand_or_stdin();
     const std::string output = arguments.value("output", "-");
-    arguments.check_stdin_once({path, arguments.value("key")});
+    arguments.check_stdin_once({path, arguments.value("key"), phrase_path(arguments, "passin")});
     const bool armor = arguments.has("armor");
     if (output == "-" && !armor && !arguments.json())
         refuse_terminal(arguments.command().name,
@@ -98,7 +99,7 @@ Exit run_sign(const Arguments &arguments) {
 
     const Algorithm &algorithm = algorithm_named(arguments.value("algorithm", "md5"));
     const Context context;
-    const PrivateKey key = read_private_key(context, arguments.value("key"));
+    const PrivateKey key = read_private_key(context, arguments, arguments.value("key"), USAGE_SIGN);
     const Bytes signature = sign_file(context, path, key, algorithm);
 
     const bool to_json = arguments.json() && output == "-";

@@ -4,6 +4,7 @@
 #include "cipher.h"
 #include "command.h"
 #include "export_policy.h"
+#include "key_package.h"
 #include "text.h"
 
 #include <algorithm>
@@ -177,14 +178,15 @@ Failure unwrap_failure(QelStatus status, const std::string &path, unsigned modul
 Exit run_unwrap(const Arguments &arguments) {
     const std::string path = arguments.operand_or_stdin();
     const std::string output = arguments.value("output");
-    arguments.check_stdin_once({path, arguments.value("key")});
+    arguments.check_stdin_once({path, arguments.value("key"), phrase_path(arguments, "passin")});
     if (output == "-" && arguments.json())
         arguments.misuse("the key is not printed as JSON; give '--output FILE'");
     if (output == "-")
         refuse_terminal(arguments.command().name, "keys are not printed; give '--output FILE'");
 
     const Context context;
-    const PrivateKey private_key = read_private_key(context, arguments.value("key"));
+    const PrivateKey private_key =
+        read_private_key(context, arguments, arguments.value("key"), USAGE_ENCRYPT);
     const unsigned modulus =
         modulus_bytes(context, private_key, display_name(arguments.value("key")));
     const Bytes wrapped = read_whole(path);

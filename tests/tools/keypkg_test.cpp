@@ -324,6 +324,11 @@ TEST_F(KeyPkg, EachRefusalHasItsStatusAndItsReason) {
          3,
          "Equals missing"},
         {"export without consent", {"keypkg", "export"}, {"-o", "x", alice}, 2, "--unencrypted"},
+        {"export of both keys",
+         {"keypkg", "export"},
+         {"--public", "--unencrypted", "-o", "x", alice},
+         2,
+         "--public"},
         {"export to standard output",
          {"keypkg", "export"},
          {"--unencrypted", "--passin", phrase(), "-o", "-", alice},
@@ -381,6 +386,42 @@ TEST_F(KeyPkg, SourcesOfPassPhrasesGiveTheSamePhrase) {
         {"setsid", "-w", QEL_TOOL, "keypkg", "verify", "--passin", "prompt", file}, how);
     EXPECT_EQ(ran.exit, 2) << ran.err;
     EXPECT_TRUE(holds(ran.err, "no terminal")) << ran.err;
+}
+
+TEST_F(KeyPkg, UnlockedKeyServesTheCommandsThatItsUsageAllows) {
+    make("sign.KEYPKG", "only", {"--usage", "sign"});
+    make("decrypt.KEYPKG", "only", {"--usage", "decrypt"});
+    const std::string data = path("phrase"), key = path("session.key");
+    write_secret("session.key", from_hex("0102030405"));
+    const auto run = [&](std::vector<std::string> words, const char *package, const char *source) {
+        words.insert(words.end(), {"-k", path(package), "--passin", phrase(source)});
+        return qel(words);
+    };
+    for (const char *form : {"der", "pem"})
+        for (const char *package : {"sign", "decrypt"}) {
+            const Ran ran = qel({"keypkg", "export", "--public", "--form", form, "-o",
+                                 path(std::string(package) + "." + form),
+                                 path(std::string(package) + ".KEYPKG")});
+            ASSERT_EQ(ran.exit, 0) << ran.err;
+        }
+    const std::vector<std::string> sign = {"sign", "-o", path("made.sig"), data};
+    ASSERT_EQ(run(sign, "sign.KEYPKG", "phrase").exit, 0);
+    openssl({"dgst", "-md5", "-verify", path("sign.pem"), "-signature", path("made.sig"), data});
+    EXPECT_EQ(run(sign, "sign.KEYPKG", "wrong").exit, 6);
+    EXPECT_EQ(run(sign, "decrypt.KEYPKG", "phrase").exit, 9);
+
+    ASSERT_EQ(qel({"wrap", "-t", path("decrypt.der"), "-o", path("wrapped"), key}).exit, 0);
+    const std::vector<std::string> unwrap = {"unwrap", "--force", "-o", path("unwrapped"),
+                                             path("wrapped")};
+    EXPECT_EQ(run(unwrap, "decrypt.KEYPKG", "phrase").exit, 0);
+    EXPECT_EQ(read_file(path("unwrapped")), read_file(key));
+    EXPECT_EQ(run(unwrap, "sign.KEYPKG", "phrase").exit, 9);
+
+    ASSERT_EQ(qel({"encrypt", "-t", path("decrypt.pem"), "-o", path("data.p7"), data}).exit, 0);
+    const std::vector<std::string> decrypt = {"decrypt", "-o", path("data.out"), path("data.p7")};
+    EXPECT_EQ(run(decrypt, "decrypt.KEYPKG", "phrase").exit, 0);
+    EXPECT_EQ(read_file(path("data.out")), read_file(data));
+    EXPECT_EQ(run(decrypt, "sign.KEYPKG", "phrase").exit, 9);
 }
 
 TEST_F(KeyPkg, NothingThatIsPrintedHoldsTheKey) {
