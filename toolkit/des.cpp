@@ -205,31 +205,37 @@ uint32_t rotate28(uint32_t half, int count) {
 
 } // namespace
 
+// All rounds take the same bits of their halves: one bit is placed in all of them at a time.
 void des_set_key(DesKey *schedule, const uint8_t key[8]) {
     uint32_t c = 0, d = 0;
     for (int i = 0; i < 28; ++i) {
         c = c << 1 | (key[(des::pc1[i] - 1) / 8] >> (7 - (des::pc1[i] - 1) % 8) & 1);
         d = d << 1 | (key[(des::pc1[i + 28] - 1) / 8] >> (7 - (des::pc1[i + 28] - 1) % 8) & 1);
     }
-    uint64_t rounds[16];
-    for (int round = 0; round < 16; ++round) {
-        c = rotate28(c, des::shifts[round]);
-        d = rotate28(d, des::shifts[round]);
-        const uint64_t cd = static_cast<uint64_t>(c) << 28 | d;
-        rounds[round] = 0;
-        for (int byte = 0; byte < 8; ++byte) {
-            unsigned six = 0;
-            for (int i = 0; i < 6; ++i)
-                six = six << 1 | (cd >> (56 - des::pc2[6 * des::box_of_byte[byte] + i]) & 1);
-            rounds[round] |= static_cast<uint64_t>(six) << (8 * byte);
-        }
+    constexpr int count = 16;
+    uint32_t halves[2][count], keys[2][count] = {}; // C and D; bytes 0 to 3 and 4 to 7
+    for (int round = 0; round < count; ++round) {
+        halves[0][round] = c = rotate28(c, des::shifts[round]);
+        halves[1][round] = d = rotate28(d, des::shifts[round]);
     }
+    for (int byte = 0; byte < 8; ++byte)
+        for (int i = 0; i < 6; ++i) {
+            const int from = des::pc2[6 * des::box_of_byte[byte] + i] - 1;
+            const int right = 27 - from % 28, left = 8 * (byte % 4) + 5 - i;
+            for (int round = 0; round < count; ++round)
+                keys[byte / 4][round] |= (halves[from / 28][round] >> right & 1) << left;
+        }
+    uint64_t rounds[count];
+    for (int round = 0; round < count; ++round)
+        rounds[round] = keys[0][round] | static_cast<uint64_t>(keys[1][round]) << 32;
     schedule->rounds[0] = rounds[0];
     schedule->rounds[1] = rounds[1];
-    for (int i = 2; i < 16; ++i)
+    for (int i = 2; i < count; ++i)
         schedule->rounds[i] = rounds[i - 2] ^ rounds[i];
     schedule->rounds[16] = rounds[14];
     schedule->rounds[17] = rounds[15];
+    explicit_bzero(halves, sizeof halves);
+    explicit_bzero(keys, sizeof keys);
     explicit_bzero(rounds, sizeof rounds);
 }
 
