@@ -81,6 +81,9 @@ TEST(Asn1, PrivateKeysAreNotPrinted) {
     const Bytes digest_info =
         from_hex("3020300c06082a864886f70d020505000410000102030405060708090a0b0c0d0e0f");
     EXPECT_EQ(qel({"asn1", "DigestInfo"}, {.input = digest_info}).exit, 0);
+    Bytes too_long = from_hex("3051300c06082a864886f70d020505000441"); // for any digest
+    too_long.resize(too_long.size() + 65);
+    EXPECT_EQ(qel({"asn1", "DigestInfo"}, {.input = too_long}).exit, 3);
 }
 
 TEST(Asn1, SpoiledValuesAreRefusedOrPrintedButNeverCrash) {

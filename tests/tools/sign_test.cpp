@@ -110,6 +110,7 @@ TEST_F(Sign, EveryFormOfPublicKeyAndSignatureVerifies) {
             EXPECT_TRUE(holds(ran.out, ": verified, md5WithRSAEncryption")) << ran.out;
         }
     }
+    EXPECT_EQ(qel({"dearmor", "--json", path("rsa.pem")}).exit, 0) << "it is no private key";
     const Ran json = qel({"verify", "--json", "-s", path("good.sig"), "-k", path("public.der")},
                          {.input = read_file(path("data"))});
     EXPECT_EQ(json.exit, 0);
