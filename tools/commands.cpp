@@ -78,8 +78,8 @@ constexpr Example verify_examples[] = {
     { "hex", 0, nullptr, nullptr, false, "write hexadecimal digits" }
 
 constexpr Option encrypt_options[] = {
-    {"to", 't', "FILE", nullptr, false, "a recipient's certificate or public key; repeatable",
-     true},
+    {"to", 't', "FILE", nullptr, false,
+     "a recipient's certificate, public key or key package; repeatable", true},
     {"key", 'k', "FILE", nullptr, false, "the session key, for those who have it already"},
     KEY_HEX,
     CIPHER(" (default des)"),
@@ -113,12 +113,12 @@ constexpr Option decrypt_options[] = {
     max_iterations_option,
 };
 constexpr Example decrypt_examples[] = {
-    {"qel decrypt -k my.key -o note note.p7", "with a recipient's private key"},
+    {"qel decrypt -k alice.KEYPKG -o note note.p7", "with a recipient's key package"},
     {"qel decrypt -k session.key -o note note.p7", "with the session key"},
 };
 
 constexpr Option wrap_options[] = {
-    {"to", 't', "FILE", nullptr, true, "the recipient's certificate or public key"},
+    {"to", 't', "FILE", nullptr, true, "the recipient's certificate, public key or key package"},
     KEY_HEX,
     {"output", 'o', "FILE", nullptr, false, "where the wrapped key goes (default standard output)"},
     FORCE,

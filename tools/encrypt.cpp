@@ -104,7 +104,7 @@ Cipher cipher_for(const Arguments &arguments, const Context &context, Recipients
         arguments.misuse("'--effective-bits' is for rc2 only");
     std::vector<PublicKey> keys;
     for (const std::string &path : arguments.values("to"))
-        keys.push_back(read_public_key(context, path, KeySource::either));
+        keys.push_back(read_recipient(context, path));
     Cipher cipher = generate_key(context, row, row.usual, effective_bits(arguments));
     for (PublicKey &key : keys)
         recipients.add(context, cipher.key, std::move(key));

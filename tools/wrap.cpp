@@ -59,6 +59,21 @@ Bytes wrap_key(const Context &context, std::span<const uint8_t> key, const Publi
     return Bytes(wrapped, wrapped + length);
 }
 
+PublicKey read_recipient(const Context &context, const std::string &path) {
+    if (path == "-") // which is read once
+        return read_public_key(context, path, KeySource::either);
+    const std::vector<StoredPackage> packages = packages_of(context, read_input(path));
+    if (packages.empty())
+        return read_public_key(context, path, KeySource::either);
+    const StoredPackage &package = packages.front();
+    const QelStatus status = signature_status(context, package);
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot use the key package in " + package.where);
+    const Bytes key =
+        encode(context, package.record->pubKeyInfo, QEL_PDU_SubjectPublicKeyInfo, "a public key");
+    return {package.where, decode<QelKeyInfo>(context, key, QEL_PDU_SubjectPublicKeyInfo), {}};
+}
+
 unsigned modulus_bytes(const Context &context, const PrivateKey &key, const std::string &where) {
     uint32_t size = 0;
     const QelStatus status = __qel_get_rsa_keysize(context, QEL_RSA_PRIVATE, key.octets.data(),
@@ -146,7 +161,7 @@ Exit run_wrap(const Arguments &arguments) {
         refuse_terminal(arguments.command().name, "the result is binary; give '--output FILE'");
 
     const Context context;
-    PublicKey recipient = read_public_key(context, arguments.value("to"), KeySource::either);
+    const PublicKey recipient = read_recipient(context, arguments.value("to"));
     const Bytes key = read_key_file(path, arguments.has("key-hex"));
     const Bytes wrapped = wrap_key(context, key, recipient);
     const bool to_json = arguments.json() && output == "-";

@@ -13,6 +13,10 @@ namespace tool {
 // The key, encrypted under a public key. Says what there is to say about the key or its certificate.
 Bytes wrap_key(const Context &context, std::span<const uint8_t> key, const PublicKey &recipient);
 
+// Who keys are wrapped for: the public key of a certificate, of a key package whose signature is
+// good, or a bare one.
+PublicKey read_recipient(const Context &context, const std::string &path);
+
 // The modulus of a private key, in bytes.
 unsigned modulus_bytes(const Context &context, const PrivateKey &key, const std::string &where);
 

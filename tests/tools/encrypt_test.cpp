@@ -408,6 +408,43 @@ TEST_F(Encrypt, JsonTellsWhatWasDone) {
     EXPECT_EQ(opened["algorithm"], made["algorithm"]);
 }
 
+TEST_F(Encrypt, KeyPackagesAreRecipients) {
+    for (const auto &[name, text] : {std::pair("phrase", "a phrase"), {"wrong", "another"}}) {
+        write_file(path(name), bytes_of(text));
+        chmod(path(name).c_str(), 0600);
+    }
+    const std::string right = "file:" + path("phrase"), wrong = "file:" + path("wrong");
+    for (const char *usage : {"decrypt", "sign"}) {
+        const Ran made =
+            run({"keygen", "--owner", "CN=Carol", "--usage", usage, "--iterations", "1000",
+                 "--passin", right, "-o", path(usage + std::string(".KEYPKG"))});
+        ASSERT_EQ(made.exit, 0) << made.err;
+    }
+    succeeds({"encrypt", "-t", "$decrypt.KEYPKG", "-t", "$sign.KEYPKG", "-o", "$ours", "$data"});
+    const std::vector<std::string> words = {"decrypt", "--batch", "-k", "$decrypt.KEYPKG"};
+    auto opens = words;
+    opens.insert(opens.end(), {"--passin", right, "-o", "$opened", "$ours"});
+    succeeds(opens);
+    EXPECT_EQ(contents("opened"), contents("data"));
+    succeeds({"wrap", "-t", "$decrypt.KEYPKG", "-o", "$wrapped", "$des.key"});
+    succeeds({"unwrap", "-k", "$decrypt.KEYPKG", "--passin", right, "--force", "-o", "$session",
+              "$wrapped"});
+    EXPECT_EQ(contents("session"), contents("des.key"));
+
+    Bytes damaged = contents("decrypt.KEYPKG");
+    damaged[damaged.size() / 2] ^= 1;
+    write_file(path("damaged"), damaged);
+    auto refused = words;
+    refused.push_back("$ours");
+    fails("a prompt that is forbidden", refused, 2, "--batch");
+    refused.insert(refused.end(), {"--passin", wrong});
+    fails("a wrong pass phrase", refused, 6, "pass phrase is wrong");
+    fails("a key for signatures", {"decrypt", "-k", "$sign.KEYPKG", "--passin", right, "$ours"}, 9,
+          "its usage is sign");
+    EXPECT_NE(run({"encrypt", "-t", "$damaged", "-o", "$absent", "$data"}).exit, 0);
+    EXPECT_NE(access(path("absent").c_str(), F_OK), 0);
+}
+
 TEST_F(Encrypt, LargeFilesTakeLittleMemory) {
     write_file(path("large"), bytes_of("a beginning"));
     ASSERT_EQ(truncate(path("large").c_str(), 100L << 20), 0);
