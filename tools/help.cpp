@@ -79,8 +79,9 @@ std::string exit_lines() {
 }
 
 std::string program_help() {
-    std::string text = "Usage: qel COMMAND [OPTION]... [ARGUMENT]...\n\n"
-                       "Digests, signatures, certificates and their encodings.\n\nCommands:\n";
+    std::string text =
+        "Usage: qel COMMAND [OPTION]... [ARGUMENT]...\n\n"
+        "Digests, signatures, encryption, keys, certificates and their encodings.\n\nCommands:\n";
     for (const Command &command : commands())
         text += command_line(command);
     text += "\nOptions of every command:\n" + option_lines(common_options());
@@ -217,8 +218,10 @@ std::string command_page(const Command &command) {
 }
 
 std::string program_page() {
-    std::string text = page_head(nullptr, "digests, signatures, certificates and their encodings") +
-                       "qel\nCOMMAND [OPTION]... [ARGUMENT]...\n.SH COMMANDS\n";
+    std::string text =
+        page_head(nullptr,
+                  "digests, signatures, encryption, keys, certificates and their encodings") +
+        "qel\nCOMMAND [OPTION]... [ARGUMENT]...\n.SH COMMANDS\n";
     for (const Command &command : commands())
         text += ".TP\n.BR " + roff(page_name(&command)) + " (1)\n" + roff(command.summary) + ".\n";
     text += ".SH OPTIONS\n" + roff_options(common_options()) +

@@ -27,9 +27,9 @@ Bytes taken(uint8_t *block, std::size_t length);
 
 // ---- Where packages are ------------------------------------------------------------------------
 
-// The file with the user's own packages, which the library's default repository reads: in the home
-// folder, the login name and ".KEYPKG". Where there is only a hidden file of that name, with a dot
-// before it, that is it. Throws Failure for a user whom the host does not know.
+// The file with the user's own packages: in the home folder, the login name and ".KEYPKG". Where there
+// is only a hidden file of that name, with a dot before it, that is it. Throws Failure for a user whom
+// the host does not know.
 std::string default_package_file();
 
 // A package in a file.

@@ -5,7 +5,9 @@
 #include "text.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace tool {
 namespace {
@@ -18,7 +20,13 @@ std::string line(const std::string &label, const std::string &value) {
 
 // The file that is named, or the user's own.
 std::string package_path(const Arguments &arguments) {
-    return arguments.operands().empty() ? default_package_file() : arguments.operands()[0];
+    if (!arguments.operands().empty())
+        return arguments.operands()[0];
+    const std::string own = default_package_file();
+    if (access(own.c_str(), F_OK) != 0 && errno == ENOENT)
+        throw Failure{Exit::no_key, "you have no key package", "there is no file " + in_quotes(own),
+                      "'qel keygen' makes one; or name the file.", QEL_ERR_NO_KEYPKG};
+    return own;
 }
 
 std::string key_text(const QelKeyInfo *key) {

@@ -571,6 +571,38 @@ TEST_F(KeyPkg, FullDiskLeavesTheOldPackage) {
     EXPECT_EQ(read_file(path("full.KEYPKG")), before);
 }
 
+TEST_F(KeyPkg, OwnFileIsInTheHomeFolderAndAHiddenOneServesWhereThereIsNoOther) {
+    write_file(path("passwd"), bytes_of("alice:x:0:0::" + path("home") + ":/bin/sh\n"));
+    mkdir(path("home").c_str(), 0700);
+    // As the one user of a host of its own.
+    const auto at_home = [](std::vector<std::string> words) {
+        const std::vector<std::string> host = {
+            "unshare",      "-rm",   "bash", "-c", "mount --bind \"$0\" /etc/passwd && exec \"$@\"",
+            path("passwd"), QEL_TOOL};
+        words.insert(words.begin(), host.begin(), host.end());
+        return run_program(words);
+    };
+    if (at_home({"--version"}).exit != 0)
+        GTEST_SKIP() << "this host lets nobody have another /etc/passwd";
+    const std::string own = path("home/alice.KEYPKG"), hidden = path("home/.alice.KEYPKG");
+    const Ran made = at_home({"keygen", "--owner", "CN=Alice", "--iterations", "1000", "--passin",
+                              phrase(), "--id", "own"});
+    EXPECT_EQ(made.exit, 0) << made.err;
+    const auto shown_id = [&] {
+        const Ran ran = at_home({"keypkg", "show", "--json"});
+        return ran.exit == 0 ? ran.json()["packages"][0]["id"].get<std::string>() : ran.err;
+    };
+    EXPECT_EQ(shown_id(), "own");
+    ASSERT_EQ(rename(own.c_str(), hidden.c_str()), 0);
+    EXPECT_EQ(shown_id(), "own");
+    make("home/alice.KEYPKG", "visible");
+    EXPECT_EQ(shown_id(), "visible");
+    ASSERT_EQ(unlink(own.c_str()) + unlink(hidden.c_str()), 0);
+    const Ran none = at_home({"keypkg", "show"});
+    EXPECT_EQ(none.exit, 4);
+    EXPECT_TRUE(holds(none.err, "'qel keygen' makes one")) << none.err;
+}
+
 // ---- At a terminal -----------------------------------------------------------------------------
 
 struct Entry {
