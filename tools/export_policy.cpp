@@ -49,7 +49,7 @@ PolicyRule generated_modulus_rule(unsigned bits) {
         return {};
     return {"a modulus of " + std::to_string(bits) +
                 " bits was asked for; RSA keys that are made have at most 512",
-            "Ask for 512 bits; longer keys that were made elsewhere can be imported."};
+            "Ask for 512 bits; 'qel keypkg import' takes a longer key made elsewhere."};
 }
 
 PolicyRule unwrapping_modulus_rule(unsigned bytes) {

@@ -26,8 +26,9 @@ Cipher generate_key(const Context &context, const CipherRow &row, std::size_t si
     const QelStatus status =
         row.kind == CipherKind::rc2
             ? qel_gen_rc2_key(context, length, effective_bits, &key, &parameters)
-        : row.kind == CipherKind::rc4 ? qel_gen_rc4_key(context, length, &key)
-                                      : qel_gen_des_key(context, &key, &parameters);
+        : row.kind == CipherKind::rc4  ? qel_gen_rc4_key(context, length, &key)
+        : row.kind == CipherKind::des3 ? qel_gen_des3_key(context, &key, &parameters)
+                                       : qel_gen_des_key(context, &key, &parameters);
     const std::unique_ptr<QelOctetString, ReleaseOctets> owner(parameters);
     if (status != QEL_OK)
         throw policy_failure(status, std::string("cannot make a key for ") + row.text,
@@ -45,7 +46,7 @@ Cipher generate_key(const Context &context, const CipherRow &row, std::size_t si
 
 Exit run_genkey(const Arguments &arguments) {
     const std::string &name = arguments.operands()[0];
-    if (name != "des" && name != "rc2" && name != "rc4")
+    if (name != "des" && name != "rc2" && name != "rc4" && name != "des3")
         arguments.misuse("keys are made for des, rc2 and rc4, not for " + in_quotes(name));
     const CipherRow &row = cipher_named(name);
     const std::string output = arguments.value("output"), side = arguments.value("parameters-out");

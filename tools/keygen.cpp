@@ -1,6 +1,7 @@
 // qel keygen, qel keypkg import: everything that makes key packages.
 #include "command.h"
 #include "der.h"
+#include "export_policy.h"
 #include "key_package.h"
 #include "text.h"
 
@@ -145,13 +146,8 @@ KeyPair generate(QelContext *context, uint32_t bits, uint32_t exponent) {
                                      &private_length);
     }
     const std::string what = "cannot generate an RSA key pair of " + std::to_string(bits) + " bits";
-    if (status == QEL_ERR_EXPORT)
-        throw library_failure(status, what,
-                              "The export policy lets RSA key pairs of at most 512 bits be "
-                              "generated; a longer key made elsewhere can be taken in with 'qel "
-                              "keypkg import'.");
     if (status != QEL_OK)
-        throw library_failure(status, what);
+        throw policy_failure(status, what, generated_modulus_rule(bits));
     return {taken(private_key, private_length), taken(public_key, public_bits / 8)};
 }
 

@@ -6,8 +6,11 @@
 #include "text.h"
 
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
@@ -75,6 +78,26 @@ mode_t mode_of_new_files() {
     const mode_t mask = umask(0);
     umask(mask);
     return 0666 & ~mask;
+}
+
+// The file beside another that no one will need when a signal ends the program.
+char unfinished[PATH_MAX];
+
+void lose_unfinished(int signal) {
+    unlink(unfinished);
+    std::signal(signal, SIG_DFL);
+    raise(signal);
+}
+
+void begin_unfinished(const std::string &name) {
+    if (name.size() >= sizeof unfinished)
+        return;
+    std::memcpy(unfinished, name.c_str(), name.size() + 1);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXCPU}) {
+        struct sigaction present;
+        if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_DFL)
+            std::signal(signal, lose_unfinished);
+    }
 }
 
 // What the path leads to: symbolic links are followed to the file that is there.
@@ -178,6 +201,7 @@ Output::Output(const std::string &path, const FileOptions &options)
     descriptor_ = mkostemp(temporary_.data(), O_CLOEXEC);
     if (descriptor_ < 0)
         throw cannot_write(path, errno);
+    begin_unfinished(temporary_);
     const bool foreign = exists && options.keep_owner && about.st_uid != geteuid();
     if ((foreign && fchown(descriptor_, about.st_uid, about.st_gid) != 0) ||
         fchmod(descriptor_, mode) != 0) {
@@ -193,6 +217,7 @@ Output::~Output() {
         close(descriptor_);
     if (!temporary_.empty())
         unlink(temporary_.c_str());
+    unfinished[0] = 0;
 }
 
 void Output::write(std::span<const uint8_t> bytes) {

@@ -390,6 +390,24 @@ TEST_F(Encrypt, WhatIsWrittenIsForItsOwner) {
     EXPECT_EQ(contents("alice.pem"), key);
 }
 
+TEST_F(Encrypt, NothingHalfMadeIsLeftWhenASignalEndsIt) {
+    for (const char *signal : {"TERM", "INT", "HUP"}) {
+        SCOPED_TRACE(signal);
+        // The command waits for the rest of its input while the signal comes.
+        const std::string script =
+            "trap - INT; exec 3< <(head -c 100000 /dev/zero; sleep 2); "
+            "env --default-signal=INT \"$0\" encrypt -k \"$1\" -o \"$2\" <&3 & "
+            "for i in {1..500}; do ls \"$2\".* >/dev/null 2>&1 && break; sleep 0.02; done; "
+            "kill -$3 $!; wait $!; echo $?; ls \"$2\"*";
+        const Ran ran =
+            run_program({"bash", "-c", script, QEL_TOOL, path("des.key"), path("half"), signal});
+        EXPECT_EQ(ran.out, signal == std::string("TERM")  ? "143\n"
+                           : signal == std::string("INT") ? "130\n"
+                                                          : "129\n")
+            << ran.err;
+    }
+}
+
 TEST_F(Encrypt, JsonTellsWhatWasDone) {
     const Json made = run({"encrypt", "--json", "-a", "rc2", "-t", "$alice.cert", "-t", "$bob.pub",
                            "-o", "$ours", "$data"})

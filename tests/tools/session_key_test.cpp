@@ -67,6 +67,9 @@ TEST(Genkey, KeysBeyondThePolicyAreWarnedOf) {
     EXPECT_EQ(refused.exit, 9);
     EXPECT_TRUE(holds(refused.err, "status 53") && holds(refused.err, "41 effective"))
         << refused.err;
+    const Ran triple = qel({"genkey", "des3", "-o", folder.path("other")});
+    EXPECT_EQ(triple.exit, 9);
+    EXPECT_TRUE(holds(triple.err, "status 53") && holds(triple.err, "triple DES")) << triple.err;
     EXPECT_NE(access(folder.path("other").c_str(), F_OK), 0);
 }
 
