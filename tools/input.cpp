@@ -295,7 +295,7 @@ void warn_if_open_to_others(const std::string &path) {
         return;
     char mode[8];
     std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(about.st_mode & 07777));
-    warn("private key " + display_name(path) + " is open to others (mode " + mode +
+    warn("the key in " + display_name(path) + " is open to others (mode " + mode +
          "): run chmod 600 on it");
 }
 

@@ -85,7 +85,7 @@ struct Input {
 Input read_input(const std::string &path);
 Input parse_input(const std::string &path, Bytes contents);
 
-// Warns where a private key's file is open to others.
+// Warns where the file of a key is open to others.
 void warn_if_open_to_others(const std::string &path);
 
 } // namespace tool

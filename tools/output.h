@@ -45,7 +45,8 @@ struct FileOptions {
     bool keep_owner = false;
 };
 // A file that is written piece by piece; "-" is standard output. The file takes its place only when
-// it is complete: a write that fails, or an Output that goes without finish, leaves what was there.
+// it is complete: a write that fails, a signal that ends the program, or an Output that goes without
+// finish leaves what was there, and nothing else.
 // What goes to standard output, a device or a pipe goes at once. A file that holds a private key or
 // key package is replaced with force only. Throws Failure.
 class Output {

@@ -385,6 +385,13 @@ TEST_F(Encrypt, WhatIsWrittenIsForItsOwner) {
     ASSERT_EQ(stat(path("private.out").c_str(), &about), 0);
     EXPECT_EQ(about.st_mode & 0777, 0644U);
 
+    for (const auto &[mode, warned] : {std::pair(0600, false), {0640, true}, {0604, true}}) {
+        write_file(path("read.key"), contents("des.key"));
+        chmod(path("read.key").c_str(), static_cast<mode_t>(mode));
+        const Ran ran = run({"encrypt", "-k", "$read.key", "-o", "$secret.p7", "$plain"});
+        EXPECT_EQ(ran.exit, 0);
+        EXPECT_EQ(holds(ran.err, "open to others"), warned) << ran.err;
+    }
     const Bytes key = contents("alice.pem");
     EXPECT_EQ(run({"encrypt", "-k", "$des.key", "-o", "$alice.pem", "$plain"}).exit, 7);
     EXPECT_EQ(contents("alice.pem"), key);
