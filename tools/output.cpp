@@ -89,15 +89,26 @@ void lose_unfinished(int signal) {
     raise(signal);
 }
 
-void begin_unfinished(const std::string &name) {
-    if (name.size() >= sizeof unfinished)
-        return;
-    std::memcpy(unfinished, name.c_str(), name.size() + 1);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXCPU}) {
+// Makes the file, whose name ends with XXXXXX. Signals wait until it is known what they lose.
+int make_unfinished(std::string &name) {
+    constexpr int ending[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXCPU};
+    sigset_t waiting_signals, before;
+    sigemptyset(&waiting_signals);
+    for (const int signal : ending)
+        sigaddset(&waiting_signals, signal);
+    sigprocmask(SIG_BLOCK, &waiting_signals, &before);
+    const int descriptor = mkostemp(name.data(), O_CLOEXEC);
+    const int error = errno;
+    if (descriptor >= 0 && name.size() < sizeof unfinished) {
+        std::memcpy(unfinished, name.c_str(), name.size() + 1);
         struct sigaction present;
-        if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_DFL)
-            std::signal(signal, lose_unfinished);
+        for (const int signal : ending)
+            if (sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_DFL)
+                std::signal(signal, lose_unfinished);
     }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    errno = error;
+    return descriptor;
 }
 
 // What the path leads to: symbolic links are followed to the file that is there.
@@ -198,10 +209,9 @@ Output::Output(const std::string &path, const FileOptions &options)
     const mode_t mode = narrow ? 0600 : exists ? about.st_mode & 0777 : mode_of_new_files();
     target_ = resolved(path);
     temporary_ = target_ + ".XXXXXX";
-    descriptor_ = mkostemp(temporary_.data(), O_CLOEXEC);
+    descriptor_ = make_unfinished(temporary_);
     if (descriptor_ < 0)
         throw cannot_write(path, errno);
-    begin_unfinished(temporary_);
     const bool foreign = exists && options.keep_owner && about.st_uid != geteuid();
     if ((foreign && fchown(descriptor_, about.st_uid, about.st_gid) != 0) ||
         fchmod(descriptor_, mode) != 0) {
