@@ -1,6 +1,6 @@
 #!/bin/sh
-# check_library.sh LIBRARY LIST: the library exports the names of LIST, in their versions, and needs
-# no other library than the C library.
+# check_library.sh LIBRARY LIST: the library exports the names of LIST, in their versions, needs no
+# other library than the C library, and is bound as a whole when it is loaded.
 # check_library.sh --write LIBRARY LIST: makes LIST anew.
 set -eu
 export LC_ALL=C
@@ -23,6 +23,10 @@ fi
 needed=$(readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
 if [ "$needed" != libc.so.6 ]; then
     echo "The library needs:" $needed
+    status=1
+fi
+if ! readelf -d "$1" | grep -q BIND_NOW; then
+    echo "The library is bound call by call, which leaves copies of secrets on the stack."
     status=1
 fi
 exit $status

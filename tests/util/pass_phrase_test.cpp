@@ -1,5 +1,6 @@
 #include "support/fault.h"
 #include "support/files.h"
+#include "support/memory_scan.h"
 #include "support/secrets.h"
 #include "support/terminal.h"
 
@@ -569,6 +570,36 @@ TEST_F(PassPhrase, copies_are_zeroed) {
         EXPECT_EQ(report->secrets_seen, report->has_phrase ? 1U : 0U) << "it is looked for";
         EXPECT_EQ(report->has_phrase, std::strcmp(second, "open sesame") == 0);
     }
+}
+
+// The job does not know what it will read before it is typed.
+TEST_F(PassPhrase, no_copy_is_left_but_the_callers) {
+    if (!memory_can_be_scanned)
+        GTEST_SKIP();
+    TerminalSession session([] {
+        Holder holder;
+        run_deeper(
+            [](Holder &within) {
+                char *phrase = nullptr;
+                report->status = __qel_get_encryption_phrase(nullptr, QEL_PHRASE_NEW, &phrase);
+                report->has_phrase = phrase != nullptr && std::strlen(phrase) == 20;
+                if (report->has_phrase)
+                    within.made(reinterpret_cast<uint8_t *>(phrase), 20);
+                std::free(phrase);
+            },
+            holder);
+        std::strncpy(report->phrase, holder.scan().c_str(), sizeof report->phrase - 1);
+    });
+    std::string phrase;
+    while (phrase.size() < 20)
+        phrase += static_cast<char>('a' + (phrase.size() * 7 + phrase.size() * phrase.size()) % 26);
+    for (const char *prompt : {"Enter", "Reenter"}) {
+        session.await_prompt(prompt + std::string(" your NEW key package password: "));
+        session.type(phrase + "\n");
+    }
+    expect_exit(&session);
+    EXPECT_TRUE(report->has_phrase);
+    EXPECT_STREQ(report->phrase, "") << "where copies are";
 }
 
 } // namespace

@@ -1,0 +1,300 @@
+// Once an operation is over, no copy of its secrets but the caller's is anywhere in memory: not in
+// blocks that are in use or were freed, not on the stack, not among the variables of any library.
+#include "qel/signer.h"
+#include "support/keypkg.h"
+#include "support/memory_scan.h"
+
+#include <openssl/rand.h>
+
+namespace {
+
+// Made by OpenSSL in another process. Those that are secret are veiled.
+struct Material {
+    Bytes phrase, new_phrase, derived, private_info, private_key, private_numbers, session_key;
+    Bytes package, public_key, wrapped, des_text; // not secret
+};
+
+std::vector<Bytes> make_material() {
+    const auto random = [](std::size_t size) {
+        Bytes bytes(size);
+        RAND_bytes(bytes.data(), static_cast<int>(size));
+        for (uint8_t &byte : bytes)
+            byte |= 1; // no zero in a phrase
+        return bytes;
+    };
+    const RsaKey rsa(512);
+    TestKeyPackage package = test_key_package(rsa);
+    package.phrase = text_of(random(24));
+    package.count = 20;
+    const Bytes key = rsa.private_key(), session_key = random(24);
+    const Bytes exponent = from_hex("0203010001");
+    const auto numbers = std::search(key.begin(), key.end(), exponent.begin(), exponent.end()) + 5;
+    return {veiled(bytes_of(package.phrase)),
+            veiled(random(24)),
+            veiled(package.key_and_iv()),
+            veiled(rsa.private_key_info()),
+            veiled(key),
+            veiled(Bytes(numbers, key.end())),
+            veiled(session_key),
+            package.encoding(),
+            rsa.public_key(),
+            rsa.encrypt(session_key),
+            des3_encrypted(session_key + Bytes(8, 1), Bytes(100, 7))};
+}
+
+const Material &material() {
+    static const Material made = [] {
+        std::vector<Bytes> m = made_elsewhere(make_material);
+        m.resize(11);
+        return Material{m[0], m[1], m[2], m[3], m[4], m[5], m[6], m[7], m[8], m[9], m[10]};
+    }();
+    return made;
+}
+
+void expect(QelStatus status) {
+    EXPECT_EQ(status, QEL_OK);
+}
+
+const Bytes iv_parameters = from_hex("04080101010101010101");
+
+// Encrypts in parts and decrypts in one with the first bytes of the session key.
+void there_and_back(Holder &holder, decltype(kvdsaivqa) *encrypt, decltype(kvdsaivqa) *decrypt,
+                    const QelOid *oid, uint32_t key_length, bool weaken) {
+    const TestContext context;
+    Bytes secret(material().session_key.begin(), material().session_key.begin() + key_length);
+    for (std::size_t i = 1; weaken && i < key_length; i += 2)
+        secret[i] = (secret[i] & 0x0f) | 0xa0; // 0 above, unveiled
+    const uint8_t *key = holder.take(secret);
+    QelOctetString parameters = {length_of(iv_parameters),
+                                 const_cast<uint8_t *>(iv_parameters.data())};
+    const QelAlgId algorithm = {const_cast<QelOid *>(oid), &parameters};
+    uint8_t text[50] = {}, encrypted[200], *out = encrypted;
+    uint32_t first = 100, rest = 100, length = 0;
+    expect(encrypt(context, text, 50, QEL_MODE_UPDATE, &algorithm, key, key_length, &algorithm,
+                   &out, &first));
+    out += first;
+    expect(encrypt(context, text, 50, QEL_MODE_FINAL, &algorithm, key, key_length, &algorithm, &out,
+                   &rest));
+    out = nullptr;
+    expect(decrypt(context, encrypted, first + rest, QEL_MODE_FINAL, &algorithm, key, key_length,
+                   &algorithm, &out, &length));
+    free(out);
+    length = 0;
+    out = nullptr;
+    EXPECT_NE(decrypt(context, text, 50, QEL_MODE_FINAL, &algorithm, key, key_length, &algorithm,
+                      &out, &length) == QEL_OK,
+              oid != QEL_RC4_OID);
+    free(out);
+}
+
+void unwrap(Holder &holder, uint8_t damage) {
+    const TestContext context;
+    const Bytes &key = material().private_key;
+    holder.look_for(material().private_numbers);
+    Bytes wrapped = material().wrapped;
+    wrapped.back() ^= damage;
+    uint8_t *out = nullptr;
+    uint32_t length = 0;
+    const QelStatus status =
+        qel_unwrap_key(context, wrapped.data(), length_of(wrapped), QEL_RSA_ENCR_AID,
+                       holder.take_unwatched(key), length_of(key), QEL_RSA_ENCR_AID, &out, &length);
+    EXPECT_EQ(status == QEL_OK, damage == 0);
+    holder.look_for(material().session_key);
+    if (out != nullptr)
+        holder.made(out, length);
+    free(out);
+}
+
+const char *phrase_of(Holder &holder, const Bytes &phrase) {
+    return reinterpret_cast<const char *>(holder.take(phrase));
+}
+
+void open_package(Holder &holder, bool right) {
+    const TestContext context;
+    const Bytes &der = material().package;
+    holder.look_for(material().derived);
+    holder.look_for(material().private_numbers);
+    QelKeyPkg *package = nullptr;
+    uint8_t *key = nullptr;
+    uint32_t length = 0;
+    EXPECT_EQ(__qel_validate_keypkg_with_pwd(
+                  context, der.data(), length_of(der),
+                  phrase_of(holder, right ? material().phrase : material().new_phrase), &package,
+                  &key, &length) == QEL_OK,
+              right);
+    if (key != nullptr)
+        explicit_bzero(key, length);
+    free(key);
+    qel_free_keypkg(&package);
+}
+
+void prove(Holder &holder) {
+    const TestContext context;
+    const Bytes &der = material().package, &key = material().private_key;
+    const Bytes algorithm = ber("30{06{2a864886f70d010101}0500}");
+    holder.look_for(material().private_numbers);
+    expect(__qel_validate_keypkg_with_privkey(context, der.data(), length_of(der),
+                                              holder.take_unwatched(key), length_of(key),
+                                              algorithm.data(), length_of(algorithm)));
+    uint32_t size = 0;
+    expect(__qel_get_rsa_keysize(context, QEL_RSA_PRIVATE, holder.take_unwatched(key),
+                                 length_of(key), &size));
+}
+
+void change(Holder &holder) {
+    const TestContext context;
+    const Bytes &der = material().package, &info = material().private_info;
+    holder.look_for(material().private_numbers);
+    QelKeyPkg *package = nullptr;
+    expect(__qel_verify_keypkg_sig(context, der.data(), length_of(der), &package));
+    expect(__qel_change_pass_phrase(context, phrase_of(holder, material().new_phrase),
+                                    holder.take_unwatched(info), length_of(info), package));
+    qel_free_keypkg(&package);
+}
+
+void derive(Holder &holder) {
+    const TestContext context;
+    uint8_t salt[] = {1, 2, 3, 4, 5, 6, 7, 8}, *key = nullptr, *iv = nullptr;
+    const char *phrase = phrase_of(holder, material().phrase);
+    PassPhraseKeyInput input = {salt, 8, const_cast<char *>(phrase), 20};
+    uint32_t key_length = 0, iv_length = 0;
+    expect(__qel_gen_des3_key_from_pwd(context, &input, &key, &key_length, &iv, &iv_length));
+    holder.made(key, key_length);
+    holder.made(iv, iv_length);
+    free(key);
+    free(iv);
+    Bytes pbe = from_hex("300d 0408 0102030405060708 020114");
+    QelOctetString encoded = {length_of(pbe), pbe.data()}, *parameters = nullptr;
+    for (const QelOid *oid : {QEL_PbeWithMD2AndDES_CBC_OID, QEL_PbeWithMD5AndDES_CBC_OID}) {
+        const QelAlgId algorithm = {const_cast<QelOid *>(oid), &encoded};
+        expect(__qel_gen_des_key_from_pwd(context, &algorithm, phrase, &key, &parameters));
+        holder.made(key, 8);
+        free(key);
+        __qel_free_ostr(&parameters);
+    }
+}
+
+void sign(Holder &holder) {
+    const TestContext context;
+    const Bytes &key = material().private_key;
+    holder.look_for(material().private_numbers);
+    uint8_t *signature = nullptr;
+    uint32_t length = 0;
+    expect(qel_sign(context, key.data(), 20, QEL_MODE_FINAL, QEL_RSA_ENCR_AID,
+                    holder.take_unwatched(key), length_of(key), QEL_MD5WithRSAEncryption_AID,
+                    &signature, &length));
+    free(signature);
+}
+
+void wrap(Holder &holder) {
+    const TestContext context;
+    Bytes der = material().public_key;
+    const QelBitString bits = {length_of(der) * 8, der.data()};
+    uint8_t *wrapped = nullptr;
+    uint32_t length = 0;
+    expect(vfeqjfkkj(context, holder.take(material().session_key), 24, QEL_RC4_AID, &bits,
+                     QEL_RSA_ENCR_AID->parameters, QEL_RSA_ENCR_AID, &wrapped, &length));
+    free(wrapped);
+}
+
+void agree(Holder &holder) {
+    const TestContext context;
+    Bytes prime = from_hex("eb2425d2bb372a6c3cca8dcc962ddeb7f40b97c3b371bcb95a4d79eb42ea49a9"
+                           "e616d893e530e88c282ff92ce1f66f94dc4b4cb93c772b7163273891792be47b");
+    const uint8_t base[] = {2}, other[] = {0x55, 0x66, 0x77, 0x88};
+    uint8_t value[64], secret[64];
+    uint32_t length = 0;
+    expect(__qel_dh_part1(context, 160, 64, prime.data(), 1, base,
+                          holder.take(material().session_key), 24, value, 64));
+    expect(__qel_dh_part2(context, secret, &length, 64, other, 4));
+    holder.made(secret, length);
+}
+
+void generate(Holder &holder) {
+    const TestContext context;
+    uint8_t *key = nullptr, *public_key = nullptr;
+    QelOctetString *parameters = nullptr;
+    expect(qel_gen_des_key(context, &key, &parameters));
+    holder.made(key, 8);
+    free(key);
+    __qel_free_ostr(&parameters);
+    expect(qel_gen_rc2_key(context, 16, 40, &key, &parameters));
+    holder.made(key, 16);
+    free(key);
+    __qel_free_ostr(&parameters);
+    expect(qel_gen_rc4_key(context, 16, &key));
+    holder.made(key, 16);
+    free(key);
+    key = nullptr;
+    expect(qel_random(32, &key));
+    holder.made(key, 32);
+    free(key);
+
+    uint8_t exponent[] = {1, 0, 1};
+    const QelRsaKeypairParams wanted = {512, {3, exponent}};
+    uint32_t bits = 0, length = 0;
+    expect(qel_gen_rsa_keypair(context, &wanted, &public_key, &bits, &key, &length));
+    // Sequence, version, modulus and public exponent are not secret.
+    holder.made(key + 79, length - 79);
+    free(key);
+    free(public_key);
+}
+
+TEST(Memory, NoCopiesAreLeft) {
+    if (!memory_can_be_scanned)
+        GTEST_SKIP();
+    const struct {
+        const char *why;
+        std::function<void(Holder &)> operation;
+    } cases[] = {
+        {"DES",
+         [](Holder &h) { there_and_back(h, qel_encrypt, qel_decrypt, QEL_DES_CBC_OID, 8, true); }},
+        {"triple DES",
+         [](Holder &h) { there_and_back(h, kvdsaivqa, kdlsdkspd, QEL_DES3_CBC_OID, 24, false); }},
+        {"RC2",
+         [](Holder &h) { there_and_back(h, kvdsaivqa, kdlsdkspd, QEL_RC2_CBC_OID, 16, false); }},
+        {"RC4", [](Holder &h) { there_and_back(h, kvdsaivqa, kdlsdkspd, QEL_RC4_OID, 16, false); }},
+        {"wrapping", wrap},
+        {"unwrapping", [](Holder &h) { unwrap(h, 0); }},
+        {"unwrapping what does not open", [](Holder &h) { unwrap(h, 1); }},
+        {"signing", sign},
+        {"making keys", generate},
+        {"agreeing", agree},
+        {"keys from a pass phrase", derive},
+        {"opening a package", [](Holder &h) { open_package(h, true); }},
+        {"opening with a wrong phrase", [](Holder &h) { open_package(h, false); }},
+        {"proving a private key", prove},
+        {"changing the phrase", change},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(left_by(c.operation), "") << c.why;
+}
+
+uint8_t careless_variable[24];
+
+TEST(Memory, CopiesAreSeen) {
+    if (!memory_can_be_scanned)
+        GTEST_SKIP();
+    const Bytes &secret = material().session_key;
+    const auto on_the_heap = [&](Holder &holder) {
+        auto *copy = static_cast<uint8_t *>(malloc(2 * secret.size()));
+        memcpy(copy + secret.size(), holder.take(secret), secret.size());
+        asm volatile("" : : "r"(copy) : "memory");
+        free(copy);
+    };
+    const auto on_the_stack = [&](Holder &holder) {
+        uint8_t copy[24];
+        memcpy(copy, holder.take(secret), secret.size());
+        asm volatile("" : : "r"(copy) : "memory");
+    };
+    const auto in_a_variable = [&](Holder &holder) {
+        const uint8_t *plain = holder.take(secret);
+        std::reverse_copy(plain, plain + secret.size(), careless_variable);
+    };
+    EXPECT_NE(left_by(on_the_heap), "");
+    EXPECT_NE(left_by(on_the_stack), "");
+    EXPECT_NE(left_by(in_a_variable), "");
+    EXPECT_EQ(left_by([&](Holder &holder) { holder.take(secret); }), "");
+}
+
+} // namespace
