@@ -124,9 +124,9 @@ QelStatus __qel_format_output(const uint8_t *data, uint32_t length, uint32_t ind
     const uint32_t width = line_width != 0 ? line_width : length;
     const uint64_t lines = (uint64_t{length} + width - 1) / width;
     const uint64_t prefix = indent != 0 ? uint64_t{indent} + 2 : 0;
-    // Below 2^32 lines times prefixes below 2^33: neither product nor sum can wrap.
+    // With fewer than 2^32 lines and prefixes below 2^32 this cannot wrap.
     const uint64_t total = length + (lines - 1) + lines * prefix;
-    if (total >= UINT32_MAX || total >= SIZE_MAX)
+    if (prefix > UINT32_MAX || total >= UINT32_MAX || total >= SIZE_MAX)
         return QEL_ERR_NO_MEMORY;
     auto *text = static_cast<char *>(std::malloc(static_cast<std::size_t>(total) + 1));
     if (text == nullptr)

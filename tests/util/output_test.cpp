@@ -76,6 +76,11 @@ TEST(Layout, refuses_bad_arguments_and_impossible_lengths) {
     for (const uint32_t indent : {0xffffffffU, 0xfffffffdU, 0x80000000U})
         EXPECT_EQ(__qel_format_output(bytes(a64), 64, indent, 1, &text, &length),
                   QEL_ERR_NO_MEMORY);
+    // None of these bytes is read. The length of the result is a little above 2^64.
+    EXPECT_EQ(__qel_format_output(bytes(a64), 0xfffffffe, 0xffffffff, 1, &text, &length),
+              QEL_ERR_NO_MEMORY);
+    EXPECT_EQ(__qel_format_output(bytes(a64), 0xffffffff, 0xfffffffe, 1, &text, &length),
+              QEL_ERR_NO_MEMORY);
     EXPECT_EQ(text, nullptr);
 }
 
