@@ -272,8 +272,11 @@ QelStatus __qel_copy_serial(QelSerial **result_out, const QelSerial *source) {
 QelStatus __qel_copy2_UTCTime(QelUTCTime *target, const QelUTCTime *source) {
     if (target == nullptr)
         return QEL_ERR_BAD_PARAM;
-    *target = source != nullptr ? *source : QelUTCTime{};
-    return source != nullptr ? QEL_OK : QEL_ERR_BAD_PARAM;
+    std::memset(target, 0, sizeof *target); // the record's padding, too
+    if (source == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    *target = *source;
+    return QEL_OK;
 }
 
 QelStatus __qel_copy_UTCTime(QelUTCTime **result_out, const QelUTCTime *source) {
