@@ -12,6 +12,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sys/stat.h>
 
 namespace {
 
@@ -90,6 +91,14 @@ TEST_F(CredentialFile, contents) {
         write_file(out, bytes_of(before));
         EXPECT_EQ(row.dump(name), row.status);
         EXPECT_EQ(text_of(read_file(out)), row.status == QEL_OK ? row.text : before);
+        std::filesystem::remove(out);
+        const mode_t mask = umask(0);
+        EXPECT_EQ(row.dump(name), row.status);
+        umask(mask);
+        EXPECT_EQ(std::filesystem::status(out).permissions(), row.status == QEL_OK
+                                                                  ? std::filesystem::perms(0600)
+                                                                  : std::filesystem::perms::unknown)
+            << "for its owner alone; where there is nothing to write, there is no file";
         EXPECT_EQ(output_of([&] { EXPECT_EQ(row.dump(nullptr), row.status); }), row.text);
         const QelStatus full = row.status == QEL_OK ? QelStatus{QEL_ERR_FILE_IO} : row.status;
         EXPECT_EQ(row.dump("/dev/full"), full);
