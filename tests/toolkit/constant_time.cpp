@@ -129,6 +129,51 @@ void opening() {
     require(opened(block) == block_size, "another type");
 }
 
+// A block cipher that changes nothing, and whose blocks do not hang together.
+constexpr CipherMethod unchanging_blocks = {
+    .block_size = 8,
+    .min_key_size = 8,
+    .max_key_size = 8,
+    .schedule_size = 1,
+    .set_key = [](void *, const uint8_t *, uint32_t, uint32_t) { return true; },
+    .crypt = [](void *, uint8_t *, const uint8_t *in, uint8_t *out,
+                std::size_t blocks) { memcpy(out, in, 8 * blocks); }};
+constexpr AlgorithmMethod unchanging_des = {.provides = Primitive::des_cbc_decrypt,
+                                            .cipher = &unchanging_blocks};
+
+// Decrypts a text of two blocks, the last of them as given. Whether its padding is good.
+bool unpadded(const char *last_block) {
+    const AlgorithmMethod *const methods[] = {&unchanging_des, nullptr};
+    uint8_t text[16] = {}, out[16];
+    uint32_t size = 0;
+    memcpy(text + 8, last_block, 8);
+    VALGRIND_MAKE_MEM_UNDEFINED(text, sizeof text);
+    B_ALGORITHM_OBJ algorithm = nullptr;
+    B_KEY_OBJ key = nullptr;
+    require(B_CreateAlgorithmObject(&algorithm) == 0 && B_CreateKeyObject(&key) == 0 &&
+                B_SetAlgorithmInfo(algorithm, AI_DES_CBCPadIV8, "initial") == 0 &&
+                B_SetKeyInfo(key, KI_DES8, "any key") == 0 &&
+                B_DecryptInit(algorithm, key, methods, nullptr) == 0 &&
+                B_DecryptUpdate(algorithm, out, &size, 16, text, 16, nullptr, nullptr) == 0,
+            "beginning to decrypt");
+    int verdict = B_DecryptFinal(algorithm, out, &size, 16, nullptr, nullptr);
+    VALGRIND_MAKE_MEM_DEFINED(&verdict, sizeof verdict);
+    B_DestroyKeyObject(&key);
+    B_DestroyAlgorithmObject(&algorithm);
+    return verdict == BE_OK;
+}
+
+// Whatever is wrong with a padding is found out by one way up to the verdict. Of a good one the
+// length is told too.
+void unpadding() {
+    require(!unpadded("\7\7\7\7\7\7\7\0"), "no padding");
+    require(!unpadded("\x9\x9\x9\x9\x9\x9\x9\x9"), "more padding than a block");
+    require(!unpadded("\1\3\3\3\3\4\3\3"), "a byte of it is another");
+    require(!unpadded("\7\x8\x8\x8\x8\x8\x8\x8"), "the first byte of it is another");
+    require(!unpadded("\x83\x83\x83\x83\x83\x83\x83\x83"), "a high bit");
+    require(unpadded("\x8\x8\x8\x8\x8\x8\x8\x8"), "nothing but padding");
+}
+
 // Valgrind executes ADX, although the processor that it shows has none; AVX-512 it does not.
 const Arithmetic *const valgrind_can[] = {
     &portable_arithmetic,
@@ -163,5 +208,6 @@ int main(int count, char **arguments) {
         agreement();
     }
     opening();
+    unpadding();
     return 0;
 }
