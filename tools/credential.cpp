@@ -111,7 +111,7 @@ std::string what_it_is_instead(QelContext *context, const Input &input) {
         if (decodes(context, item, QEL_PDU_SubjectPublicKeyInfo))
             return "it holds a bare public key: give it with the option for keys";
         if (decodes(context, item, QEL_PDU_PrivateKeyInfo) || contains(item.label, "PRIVATE KEY"))
-            return "it holds a private key; verification takes the public one";
+            return "it holds a private key, and the public one is needed";
     }
     return input.armoured ? labels_of(input) : "";
 }
@@ -195,9 +195,7 @@ bool take_public_key(QelContext *context, const Item &item, KeySource source, Pu
 
 } // namespace
 
-std::vector<PublicKey> read_public_keys(QelContext *context, const std::string &path,
-                                        KeySource source) {
-    const Input input = read_input(path);
+std::vector<PublicKey> public_keys_of(QelContext *context, const Input &input, KeySource source) {
     QelStatus status = QEL_ERR_ASN1_DECODE;
     std::vector<PublicKey> keys;
     for (const Item &item : input.items) {
@@ -212,8 +210,14 @@ std::vector<PublicKey> read_public_keys(QelContext *context, const std::string &
     const std::string instead = what_it_is_instead(context, input);
     if (instead.empty())
         throw bad_item(input, input.items.front(), wanted, status);
-    throw Failure{Exit::input, std::string("cannot find ") + wanted + " in " + display_name(path),
-                  instead, "Give DER or armour of a certificate or of a SubjectPublicKeyInfo."};
+    throw Failure{Exit::input,
+                  std::string("cannot find ") + wanted + " in " + display_name(input.path), instead,
+                  "Give DER or armour of a certificate or of a SubjectPublicKeyInfo."};
+}
+
+std::vector<PublicKey> read_public_keys(QelContext *context, const std::string &path,
+                                        KeySource source) {
+    return public_keys_of(context, read_input(path), source);
 }
 
 PublicKey read_public_key(QelContext *context, const std::string &path, KeySource source) {

@@ -97,6 +97,7 @@ struct PublicKey {
 };
 enum class KeySource { key, certificate, either };
 // All keys of a file that come from source, at least one, and the first of them.
+std::vector<PublicKey> public_keys_of(QelContext *context, const Input &input, KeySource source);
 std::vector<PublicKey> read_public_keys(QelContext *context, const std::string &path,
                                         KeySource source);
 PublicKey read_public_key(QelContext *context, const std::string &path, KeySource source);

@@ -59,13 +59,26 @@ Bytes wrap_key(const Context &context, std::span<const uint8_t> key, const Publi
     return Bytes(wrapped, wrapped + length);
 }
 
+namespace {
+
+const StoredPackage &for_encryption(const std::vector<StoredPackage> &packages,
+                                    const std::string &path) {
+    for (const StoredPackage &package : packages)
+        if (package.record->usage != USAGE_SIGN)
+            return package;
+    throw Failure{Exit::permission, "cannot encrypt for " + display_name(path),
+                  "the usage of its key is sign, so its owner could not decrypt",
+                  "Ask for a key package of usage both or decrypt."};
+}
+
+} // namespace
+
 PublicKey read_recipient(const Context &context, const std::string &path) {
-    if (path == "-") // which is read once
-        return read_public_key(context, path, KeySource::either);
-    const std::vector<StoredPackage> packages = packages_of(context, read_input(path));
+    const Input input = read_input(path); // once: it may be a pipe
+    const std::vector<StoredPackage> packages = packages_of(context, input);
     if (packages.empty())
-        return read_public_key(context, path, KeySource::either);
-    const StoredPackage &package = packages.front();
+        return std::move(public_keys_of(context, input, KeySource::either).front());
+    const StoredPackage &package = for_encryption(packages, path);
     const QelStatus status = signature_status(context, package);
     if (status != QEL_OK)
         throw library_failure(status, "cannot use the key package in " + package.where);

@@ -445,7 +445,15 @@ TEST_F(Encrypt, KeyPackagesAreRecipients) {
                  "--passin", right, "-o", path(usage + std::string(".KEYPKG"))});
         ASSERT_EQ(made.exit, 0) << made.err;
     }
-    succeeds({"encrypt", "-t", "$decrypt.KEYPKG", "-t", "$sign.KEYPKG", "-o", "$ours", "$data"});
+    const auto piped_to = [](const char *package, const char *output) { // read once
+        return run_program({"bash", "-c", "\"$0\" encrypt -t <(cat \"$1\") -o \"$2\" \"$3\"",
+                            QEL_TOOL, path(package), path(output), path("data")});
+    };
+    EXPECT_EQ(piped_to("decrypt.KEYPKG", "ours").exit, 0);
+    EXPECT_EQ(piped_to("bob.cert", "absent").exit, 0);
+    unlink(path("absent").c_str());
+    fails("a recipient that could not decrypt", {"encrypt", "-t", "$sign.KEYPKG", "$data"}, 9,
+          "usage of its key is sign");
     const std::vector<std::string> words = {"decrypt", "--batch", "-k", "$decrypt.KEYPKG"};
     auto opens = words;
     opens.insert(opens.end(), {"--passin", right, "-o", "$opened", "$ours"});
