@@ -3,6 +3,7 @@
 #include "text.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -47,7 +48,8 @@ std::string suggestion(const std::string &word) {
     const Command *best = nullptr;
     std::size_t least = 3;
     for (const Command &command : commands()) {
-        const std::size_t away = distance(word, command.name);
+        const bool begun = std::string_view(command.name).starts_with(word);
+        const std::size_t away = begun ? 0 : distance(word, command.name);
         if (away < least) {
             least = away;
             best = &command;
@@ -164,6 +166,7 @@ Exit guarded(const std::vector<std::string> &words) {
 
 int main(int argc, char **argv) {
     keep_standard_descriptors();
+    std::signal(SIGXFSZ, SIG_IGN); // the write fails instead, and is reported
     read_locale();
     return static_cast<int>(guarded({argv + 1, argv + argc}));
 }

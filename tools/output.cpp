@@ -56,8 +56,7 @@ Failure would_replace(const std::string &path, const std::string &what, const ch
 }
 
 Failure secret_over(const std::string &path) {
-    return would_replace(path,
-                         "it exists, and it would be replaced by a private key or key package",
+    return would_replace(path, "it exists, and what it holds would be lost",
                          "Give another name, or --force to replace it.");
 }
 
@@ -91,7 +90,7 @@ void lose_unfinished(int signal) {
 
 // Makes the file, whose name ends with XXXXXX. Signals wait until it is known what they lose.
 int make_unfinished(std::string &name) {
-    constexpr int ending[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXCPU};
+    constexpr int ending[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU};
     sigset_t waiting_signals, before;
     sigemptyset(&waiting_signals);
     for (const int signal : ending)
@@ -198,6 +197,9 @@ Output::Output(const std::string &path, const FileOptions &options)
         descriptor_ = open(path.c_str(), O_WRONLY | O_CLOEXEC);
         if (descriptor_ < 0)
             throw cannot_write(path, errno);
+        if (options.secret && isatty(descriptor_))
+            throw would_replace(path, "it is a terminal, and secrets are not printed",
+                                "Give the name of a file.");
         return;
     }
     if (exists && options.secret && !options.force)

@@ -238,6 +238,12 @@ Failure system_failure(Exit exit, std::string what, int error) {
     case ENOSPC:
         next = "Make room on the disk, or write somewhere else.";
         break;
+    case EFBIG:
+        next = "Raise the limit on the size of files, or write somewhere else.";
+        break;
+    case EBADF:
+        next = "Open it before the command starts, in the right direction.";
+        break;
     default:
         break;
     }

@@ -22,6 +22,7 @@ struct UsageCase {
 const UsageCase kUsage[] = {
     {"no command", {}, "no command"},
     {"unknown command, near a known one", {"singn"}, "did you mean 'sign'"},
+    {"beginning of a command", {"dig"}, "did you mean 'digest'"},
     {"half of a command of two words", {"cert"}, "second word"},
     {"wrong second word", {"cert", "sow"}, "'cert sow'"},
     {"option before the command", {"--batch", "digest"}, "options follow the command"},
@@ -182,6 +183,15 @@ TEST(Output, LostOutputIsStatusSevenEvenAtTheLastFlush) {
         EXPECT_EQ(std::count(ran.err.begin(), ran.err.end(), '\n'), 2) << ran.err;
         EXPECT_EQ(qel(words, {.close_output = true}).exit, 7);
     }
+}
+
+TEST(Output, FilesThatMayNotGrowAreStatusSevenAndLeaveNothing) {
+    const TemporaryFolder folder;
+    const Ran ran = run_program({"bash", "-c", "ulimit -f 10; \"$0\" random 100000 -o \"$1\"",
+                                 QEL_TOOL, folder.path("file")});
+    EXPECT_EQ(ran.exit, 7);
+    EXPECT_TRUE(holds(ran.err, "File too large")) << ran.err;
+    EXPECT_EQ(run_program({"find", folder.path(""), "-name", "file*"}).out, "");
 }
 
 TEST(Output, WordsStandBehindWhatWasPutBeforeThem) {
