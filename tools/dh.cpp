@@ -120,9 +120,10 @@ Bytes read_peer(const Context &context, const Group &group, const std::string &p
     const Bytes &bytes = only_item(input, "a public value").bytes;
     const std::string what = "cannot use the public value in " + display_name(path);
     const auto info = decode<QelKeyInfo>(context, bytes, QEL_PDU_SubjectPublicKeyInfo);
-    if (!info && bytes.size() > group.prime.size())
+    if (!info && bytes.size() != group.prime.size())
         throw Failure{Exit::input, what,
-                      "it is no SubjectPublicKeyInfo, and has more bytes than the prime",
+                      "it is no SubjectPublicKeyInfo, and has " + std::to_string(bytes.size()) +
+                          " bytes, not the " + std::to_string(group.prime.size()) + " of the prime",
                       "Check that it is the right file."};
     if (!info)
         return bytes;
@@ -160,12 +161,14 @@ Exit run_dh_start(const Arguments &arguments) {
     Group group = read_group(arguments.value("parameters"));
     const Bytes seed = random_bytes(seed_size(group));
     const Bytes value = start(context, group, seed);
-    write_file(seed_path, seed, {.secret = true, .force = arguments.has("force")});
+    Output seed_file(seed_path, {.secret = true, .force = arguments.has("force")});
+    seed_file.write(seed);
     const bool to_json = arguments.json() && public_path == "-";
     if (!to_json)
         write_file(public_path,
                    arguments.has("raw") ? value : public_key_info(context, group, value),
                    {.force = arguments.has("force")});
+    seed_file.finish(); // there is none without its public value
     if (arguments.json()) {
         Json json = arguments.report();
         json["prime_bits"] = bits_of(group.prime);

@@ -87,6 +87,9 @@ TEST(Genkey, NothingSecretOrBinaryGoesToATerminal) {
         EXPECT_EQ(ran.exit, 2) << words[0];
         EXPECT_TRUE(holds(ran.out, "standard output is a terminal")) << ran.out;
     }
+    const Ran by_name = at_terminal({"genkey", "des", "-o", "/dev/tty"});
+    EXPECT_EQ(by_name.exit, 7);
+    EXPECT_TRUE(holds(by_name.out, "secrets are not printed")) << by_name.out;
     EXPECT_EQ(at_terminal({"random", "2", "--hex"}).out.size(), 6U);
 }
 
@@ -195,7 +198,8 @@ TEST_F(Dh, WhatDoesNotFitIsRefused) {
     write_file(path("p-1"), less);
     write_file(path("p"), prime);
     write_file(path("0"), Bytes(64, 0));
-    write_file(path("1"), {1});
+    write_file(path("1"), from_hex(std::string(126, '0') + "01"));
+    write_file(path("63"), Bytes(63, 1));
     write_file(path("65"), Bytes(65, 1));
     write_file(path("short.seed"), Bytes(10, 1));
     chmod(path("short.seed").c_str(), 0600);
@@ -216,7 +220,8 @@ TEST_F(Dh, WhatDoesNotFitIsRefused) {
         {"public value 1", "group", "our.seed", "1", "status 49"},
         {"public value p-1", "group", "our.seed", "p-1", "status 49"},
         {"public value p", "group", "our.seed", "p", "status 49"},
-        {"public value too long", "group", "our.seed", "65", "more bytes than the prime"},
+        {"public value too long", "group", "our.seed", "65", "not the 64 of the prime"},
+        {"public value too short", "group", "our.seed", "63", "has 63 bytes"},
         {"public value of another group", "group", "our.seed", "other.pub", "other parameters"},
         {"public key of RSA", "group", "our.seed", "rsa.pub", "rsaEncryption"},
         {"seed of another size", "group", "short.seed", "their.pub", "it has 10 bytes"},
@@ -236,6 +241,9 @@ TEST_F(Dh, WhatDoesNotFitIsRefused) {
     EXPECT_EQ(even.exit, 3);
     EXPECT_TRUE(holds(even.err, "status 48 QEL_ERR_DH_PHASE1")) << even.err;
     EXPECT_NE(access(path("even.seed").c_str(), F_OK), 0);
+    EXPECT_EQ(
+        qel({"dh", "start", "-p", path("group"), "-s", path("new.seed"), "-o", path("")}).exit, 7);
+    EXPECT_NE(access(path("new.seed").c_str(), F_OK), 0) << "a seed without its public value";
 }
 
 } // namespace
