@@ -294,11 +294,13 @@ bool take_private_key(QelContext *context, const Input &input, const Item &item,
 } // namespace
 
 PrivateKey read_private_key(QelContext *context, const Input &input) {
-    warn_if_open_to_others(input.path);
     PrivateKey key;
-    for (const Item &item : input.items)
-        if (take_private_key(context, input, item, key))
-            return key;
+    for (const Item &item : input.items) {
+        if (!take_private_key(context, input, item, key))
+            continue;
+        warn_if_open_to_others(input.path);
+        return key;
+    }
     const Item &first = input.items.front();
     if (input.armoured && first.problem.empty())
         throw Failure{

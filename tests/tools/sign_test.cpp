@@ -230,6 +230,8 @@ TEST_F(Sign, KeyThatOthersCanReadIsWarnedOf) {
         EXPECT_EQ(ran.exit, 0) << ran.err;
         EXPECT_EQ(holds(ran.err, "open to others"), warned) << std::oct << mode;
     }
+    chmod(path("public.pem").c_str(), 0644);
+    EXPECT_FALSE(holds(qel(sign_words("public.pem")).err, "open to others")) << "no private key";
 }
 
 TEST_F(Sign, OutputThatCannotBeWrittenIsStatusSeven) {
