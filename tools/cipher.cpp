@@ -209,9 +209,13 @@ void CipherRun::step(std::span<const uint8_t> data, uint32_t mode, const Sink &t
         run(context_, data.empty() ? nullptr : data.data(), static_cast<uint32_t>(data.size()),
             mode, &algorithm_.id, cipher_.key.data(), static_cast<uint32_t>(cipher_.key.size()),
             &algorithm_.id, &output, &length);
-    if (status != QEL_OK)
-        throw policy_failure(status, what_,
-                             cipher_rule(*cipher_.row, cipher_.key, cipher_.effective_bits));
+    if (status != QEL_OK) {
+        PolicyRule rule = cipher_rule(*cipher_.row, cipher_.key, cipher_.effective_bits);
+        if (direction_ == Direction::decrypt)
+            rule.advice =
+                "Have the data encrypted by 'qel encrypt', or with RC2 or RC4 of 40 bits.";
+        throw policy_failure(status, what_, rule);
+    }
     if (length != 0)
         take({output, length});
 }

@@ -184,7 +184,12 @@ Exit run_keypkg_import(const Arguments &arguments) {
     const Context context;
     Plan plan(context, arguments);
     const std::string &path = arguments.operands()[0];
-    const PrivateKey key = read_private_key(context, read_input(path));
+    const Input input = read_input(path);
+    if (!packages_of(context, input).empty())
+        throw Failure{Exit::input, "cannot import the private key in " + display_name(path),
+                      "it is in a key package already",
+                      "Use that, or take the key out with 'qel keypkg export --unencrypted'."};
+    const PrivateKey key = read_private_key(context, input);
     int difference = 1;
     __qel_cmp_oid(key.algorithm->algorithm, QEL_RSA_ENCR_OID, &difference);
     const KeyPair pair = {key.octets, public_part(key.octets)};

@@ -224,7 +224,8 @@ Exit run_keypkg_passwd(const Arguments &arguments) {
         json["id"] = utf8_or_latin1(package.record->keypkgId);
         put_json(json);
     } else if (output != "-") {
-        put(named(package) + ": pass phrase changed\n");
+        put(named(package) + ": pass phrase changed" +
+            (output == path ? "" : " in " + display_name(output) + ", not in this file") + "\n");
     }
     return Exit::yes;
 }

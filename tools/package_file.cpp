@@ -181,11 +181,16 @@ Bytes with_package_added(const Arguments &arguments, const std::string &path,
 
 void check_place(const Arguments &arguments, const std::string &path) {
     arguments.check_output(path, false, true);
+    const auto options = arguments.command().options;
+    const bool knows_add = std::any_of(options.begin(), options.end(), [](const Option &option) {
+        return std::string_view(option.name) == "add";
+    });
     if (path != "-" && !arguments.has("force") && !arguments.has("add") && is_there(path))
         throw Failure{Exit::output, "cannot write " + display_name(path),
                       "it exists, and what it holds would be lost",
-                      "Give another '--output', '--add' to keep what it holds, or '--force' to "
-                      "replace it."};
+                      std::string("Give another '--output'") +
+                          (knows_add ? ", '--add' to keep what it holds" : "") +
+                          ", or '--force' to replace it."};
 }
 
 void store_package(const Arguments &arguments, const std::string &path,

@@ -191,7 +191,7 @@ TEST_F(KeyPkg, PrivateKeysThatCannotBecomePackagesAreRefused) {
         {"cut", path("cut.der"), "cannot read a private key"},
         {"numbers that do not fit", path("spoiled.der"), ""},
         {"encrypted", vector_path("pkcs8/pkcs8v1_rsa_md5_des1.der"), "pbeWithMD5AndDES-CBC"},
-        {"a key package", path("alice.KEYPKG"), "it holds KEYPKG"},
+        {"a key package", path("alice.KEYPKG"), "in a key package already"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
@@ -344,6 +344,11 @@ TEST_F(KeyPkg, EachRefusalHasItsStatusAndItsReason) {
          {"--passin", phrase(), "-o", alice},
          7,
          "exists"},
+        {"file that is there, which passwd does not add to",
+         {"keypkg", "passwd", "--passin", phrase(), "--new-passin", phrase("other")},
+         {"-o", path("phrase"), alice},
+         7,
+         "'--output', or '--force'"},
         {"same identifier added",
          {"keygen", "--owner", "CN=A"},
          {"--passin", phrase(), "-o", alice, "--add", "--id", "alice", "--iterations", "1000"},
