@@ -1,10 +1,8 @@
 #include "cryptoki/token.h"
+#include "support/arguments.h"
 #include "support/fault.h"
-#include "toolkit/cbc.h"
 
 #include <cstring>
-#include <functional>
-#include <random>
 
 namespace {
 
@@ -17,119 +15,8 @@ Bytes rc2_parameter(uint32_t bits, const Bytes &vector) {
     return {bytes, bytes + sizeof parameter};
 }
 
-Bytes padded(Bytes text) {
-    const std::size_t pad = 8 - text.size() % 8;
-    text.insert(text.end(), pad, static_cast<uint8_t>(pad));
-    return text;
-}
-
-struct Cipher {
-    const char *name;
-    uint32_t mechanism;
-    uint32_t key_type;
-    Bytes key;
-    Bytes parameter;
-    const char *peer;
-
-    CK_MECHANISM record() const {
-        return {mechanism, parameter.empty() ? nullptr : const_cast<uint8_t *>(parameter.data()),
-                length_of(parameter)};
-    }
-};
-
-Bytes oracle(const Cipher &cipher, const Bytes &text) {
-    const bool is_stream = cipher.mechanism == CKM_RC4;
-    const Bytes in = padded(text);
-    Bytes out(in.size()), chain = iv;
-    peer_cbc_encrypt(cipher.peer, cipher.key, cipher.mechanism == CKM_RC2_CBC ? 40 : 0,
-                     chain.data(), in.data(), out.data(), in.size() / 8);
-    out.resize(is_stream ? text.size() : in.size());
-    return out;
-}
-
-const Cipher ciphers[] = {
-    {"RC2", CKM_RC2_CBC, CKK_RC2, from_hex("1122334455"), rc2_parameter(40, iv), "RC2-CBC"},
-    {"RC4", CKM_RC4, CKK_RC4, from_hex("5566778899"), {}, "RC4"},
-    {"DES", CKM_DES_CBC, CKK_DES, from_hex("0123456789abcdef"), iv, "DES-CBC"},
-    {"triple DES", CKM_DES3_CBC, CKK_DES3,
-     from_hex("0123456789abcdeffedcba987654321089abcdef01234567"), iv, "DES-EDE3-CBC"},
-};
-
-Bytes text_of_length(std::size_t length) {
-    std::mt19937 random(static_cast<unsigned>(length));
-    Bytes text(length);
-    for (uint8_t &byte : text)
-        byte = static_cast<uint8_t>(random());
-    return text;
-}
-
 using Single = CK_RV (*)(CK_SESSION_HANDLE, const uint8_t *, uint32_t, uint8_t *, uint32_t *);
 using Final = CK_RV (*)(CK_SESSION_HANDLE, uint8_t *, uint32_t *);
-
-// The output buffer has exactly the room that the call may use.
-Bytes single(Single call, CK_SESSION_HANDLE session, const Bytes &in, std::size_t room) {
-    Bytes out(room);
-    uint32_t length = 0;
-    EXPECT_EQ(call(session, in.data(), length_of(in), out.data(), &length), CKR_OK);
-    out.resize(length);
-    return out;
-}
-
-Bytes in_parts(Single update, Final final, CK_SESSION_HANDLE session, const Bytes &in,
-               std::size_t part) {
-    Bytes result;
-    for (std::size_t start = 0; start < in.size(); start += part) {
-        const Bytes piece(in.begin() + static_cast<std::ptrdiff_t>(start),
-                          in.begin() +
-                              static_cast<std::ptrdiff_t>(std::min(start + part, in.size())));
-        result = result + single(update, session, piece, piece.size() + 24);
-    }
-    Bytes out(8);
-    uint32_t length = 0;
-    EXPECT_EQ(final(session, out.data(), &length), CKR_OK);
-    out.resize(length);
-    return result + out;
-}
-
-TEST(Cipher, AgreesWithAnotherLibraryWholeAndInParts) {
-    for (const Cipher &cipher : ciphers) {
-        SCOPED_TRACE(cipher.name);
-        const OwnedSession session = open_session();
-        const TestObject key = secret_object(cipher.key, cipher.key_type);
-        const CK_MECHANISM mechanism = cipher.record();
-        for (const std::size_t length : {1, 7, 8, 9, 16, 100, 1000}) {
-            SCOPED_TRACE(length);
-            const Bytes text = text_of_length(length);
-            const Bytes expected = oracle(cipher, text);
-            ASSERT_EQ(C_EncryptInit(session.get(), &mechanism, key.get()), CKR_OK);
-            EXPECT_EQ(single(C_Encrypt, session.get(), text, expected.size()), expected);
-            EXPECT_EQ(in_parts(C_EncryptUpdate, C_EncryptFinal, session.get(), text, 3), expected);
-            EXPECT_EQ(in_parts(C_EncryptUpdate, C_EncryptFinal, session.get(), text, 64), expected);
-            ASSERT_EQ(C_DecryptInit(session.get(), &mechanism, key.get()), CKR_OK);
-            EXPECT_EQ(single(C_Decrypt, session.get(), expected, expected.size()), text);
-            EXPECT_EQ(in_parts(C_DecryptUpdate, C_DecryptFinal, session.get(), expected, 5), text);
-        }
-    }
-}
-
-TEST(Cipher, RsaWithAnotherLibrary) {
-    const CK_MECHANISM mechanism = {CKM_RSA_PKCS, nullptr, 0};
-    const RsaKey &rsa = RsaKey::of_1024_bits();
-    const OwnedSession session = open_session();
-    const TestObject public_key = public_object(rsa);
-    const TestObject private_key = private_object(rsa);
-    for (const std::size_t length : {std::size_t{1}, rsa.size() - 11}) {
-        const Bytes text = text_of_length(length);
-        ASSERT_EQ(C_EncryptInit(session.get(), &mechanism, public_key.get()), CKR_OK);
-        const Bytes first = single(C_Encrypt, session.get(), text, rsa.size());
-        const Bytes second = single(C_Encrypt, session.get(), text, rsa.size());
-        EXPECT_NE(first, second) << "the padding is random";
-        EXPECT_EQ(rsa.decrypt(first), text);
-        EXPECT_EQ(rsa.decrypt(second), text);
-        ASSERT_EQ(C_DecryptInit(session.get(), &mechanism, private_key.get()), CKR_OK);
-        EXPECT_EQ(single(C_Decrypt, session.get(), rsa.encrypt(text), rsa.size()), text);
-    }
-}
 
 // ---- What an Init refuses, in which order
 
@@ -226,10 +113,7 @@ protected:
 TEST_F(DataTest, ArgumentsBeforeOperation) {
     for (const Single call : {C_Encrypt, C_Decrypt, C_EncryptUpdate, C_DecryptUpdate}) {
         EXPECT_EQ(call(nullptr, nullptr, 0, nullptr, nullptr), CKR_SESSION_HANDLE_INVALID);
-        EXPECT_EQ(call(session.get(), nullptr, 8, out, &length), CKR_DATA_INVALID);
-        EXPECT_EQ(call(session.get(), data, 0, out, &length), CKR_DATA_INVALID);
-        EXPECT_EQ(call(session.get(), data, 8, nullptr, &length), CKR_DATA_INVALID);
-        EXPECT_EQ(call(session.get(), data, 8, out, nullptr), CKR_DATA_INVALID);
+        each_missing(CKR_DATA_INVALID, call, {1}, session.get(), data, 8, out, &length);
         EXPECT_EQ(call(session.get(), data, 8, out, &length), CKR_OPERATION_NOT_INITIALIZED);
     }
 }
@@ -312,31 +196,6 @@ TEST_F(DataTest, LengthsThatWrap) {
 }
 
 // ---- Out of memory and out of randomness
-
-TEST_F(DataTest, EachAllocationOfAnInit) {
-    const struct {
-        uint32_t number;
-        CK_OBJECT_HANDLE key;
-        bool encrypt;
-    } cases[] = {
-        {CKM_DES_CBC, des_key.get(), true},
-        {CKM_RC4, des_key.get(), false},
-        {CKM_RSA_PKCS, rsa_public.get(), true},
-        {CKM_RSA_PKCS, rsa_private.get(), false},
-    };
-    for (const auto &c : cases) {
-        const CK_MECHANISM mechanism = {c.number, const_cast<uint8_t *>(iv.data()), 8};
-        fault::each_allocation([&] {
-            const CK_RV result = c.encrypt ? C_EncryptInit(session.get(), &mechanism, c.key)
-                                           : C_DecryptInit(session.get(), &mechanism, c.key);
-            EXPECT_EQ(result == CKR_OK, !fault::met()) << result;
-            if (result != CKR_OK) {
-                EXPECT_EQ(C_Encrypt(session.get(), data, 8, out, &length),
-                          CKR_OPERATION_NOT_INITIALIZED);
-            }
-        });
-    }
-}
 
 TEST_F(InitTest, RsaEncryptionNeedsRandomness) {
     const CK_MECHANISM mechanism = {CKM_RSA_PKCS, nullptr, 0};

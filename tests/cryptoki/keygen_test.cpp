@@ -2,7 +2,6 @@
 #include "support/fault.h"
 
 #include <cryptoki/generate.h>
-#include <openssl/bn.h>
 
 #include <cerrno>
 #include <csignal>
@@ -109,51 +108,6 @@ CK_RV generate_pair(CK_SESSION_HANDLE session, const PublicTemplate &parameters,
     return result;
 }
 
-Bytes value_of(const TestObject &object, uint32_t type) {
-    toolkit::ITEM item = {};
-    EXPECT_EQ(get_item_from_template(object->attributes, object->count, type, &item), CKR_OK);
-    return {item.data, item.data + item.len};
-}
-
-// Whether libcrypto, too, takes these numbers for one key.
-bool is_key(const TestObject &object) {
-    uint8_t *ber = nullptr;
-    uint32_t length = 0;
-    if (template_2_privateKeyInfoBer(object->attributes, object->count, &ber, &length) != CKR_OK)
-        return false;
-    const unsigned char *at = ber;
-    PKCS8_PRIV_KEY_INFO *info = d2i_PKCS8_PRIV_KEY_INFO(nullptr, &at, length);
-    EVP_PKEY *key = info != nullptr ? EVP_PKCS82PKEY(info) : nullptr;
-    EVP_PKEY_CTX *context = key != nullptr ? EVP_PKEY_CTX_new(key, nullptr) : nullptr;
-    const bool good = context != nullptr && EVP_PKEY_check(context) == 1;
-    EVP_PKEY_CTX_free(context);
-    EVP_PKEY_free(key);
-    PKCS8_PRIV_KEY_INFO_free(info);
-    std::free(ber);
-    return good;
-}
-
-TEST(KeyPair, Generated) {
-    const OwnedSession session = open_session();
-    const struct {
-        uint32_t bits;
-        Bytes exponent;
-    } cases[] = {{512, from_hex("010001")}, {512, from_hex("03")}, {777, from_hex("010001")}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.bits);
-        KeyPair pair;
-        ASSERT_EQ(generate_pair(session.get(), {c.bits, c.exponent}, &pair), CKR_OK);
-        ASSERT_EQ(pair.private_key->count, 10u) << "the private key comes first";
-        ASSERT_EQ(pair.public_key->count, 4u);
-        const Bytes modulus = value_of(pair.private_key, CKA_MODULUS);
-        EXPECT_EQ(value_of(pair.public_key, CKA_MODULUS), modulus);
-        EXPECT_EQ(value_of(pair.public_key, CKA_PUBLIC_EXPONENT), c.exponent);
-        EXPECT_EQ(modulus.size(), (c.bits + 7) / 8);
-        EXPECT_EQ(modulus[0] >> ((c.bits - 1) % 8), 1) << "of full length";
-        EXPECT_TRUE(is_key(pair.private_key));
-    }
-}
-
 TEST(KeyPair, Refusals) {
     const OwnedSession session = open_session();
     const PublicTemplate good = {512, from_hex("010001")};
@@ -200,34 +154,7 @@ TEST(KeyPair, Refusals) {
     fault::clear(fault::Call::open);
 }
 
-TEST(KeyPair, EachAllocation) {
-    const OwnedSession session = open_session();
-    const PublicTemplate smallest = {256, from_hex("03")};
-    fault::each_allocation([&] {
-        KeyPair pair;
-        const CK_RV result = generate_pair(session.get(), smallest, &pair);
-        EXPECT_EQ(result == CKR_OK, !fault::met()) << result;
-        EXPECT_EQ(pair.private_key != nullptr, result == CKR_OK);
-        EXPECT_EQ(pair.public_key != nullptr, result == CKR_OK);
-    });
-}
-
 // ---- Wrapping
-
-TEST(Wrap, AnotherLibraryUnwraps) {
-    const RsaKey &rsa = RsaKey::of_512_bits();
-    const OwnedSession session = open_session();
-    const TestObject wrapping = public_object(rsa);
-    const Bytes octets = from_hex("0123456789abcdef");
-    const TestObject key = secret_object(octets, CKK_DES);
-    Bytes out(rsa.size());
-    uint32_t length = 0;
-    ASSERT_EQ(
-        C_WrapKey(session.get(), &rsa_mechanism, wrapping.get(), key.get(), out.data(), &length),
-        CKR_OK);
-    EXPECT_EQ(length, out.size());
-    EXPECT_EQ(rsa.decrypt(out), octets);
-}
 
 TEST(Wrap, Refusals) {
     const OwnedSession session = open_session();

@@ -1,12 +1,11 @@
 #include "cryptoki/token.h"
-#include "support/fault.h"
+#include "support/arguments.h"
 
 #include <cryptoki/template.h>
 #include <gmock/gmock.h>
 #include <util/toolkit_binding.h>
 
 #include <cstring>
-#include <functional>
 
 namespace {
 
@@ -310,9 +309,7 @@ TEST(Template, NullAndEmptyArguments) {
     CK_ATTRIBUTE attribute = {};
     EXPECT_EQ(bundle_attr(0x7FFFFFFF, &octet, 1, &attribute), CKR_OK);
     EXPECT_EQ(bundle_attr(0x80000000, &octet, 1, &attribute), CKR_DATA_INVALID);
-    EXPECT_EQ(bundle_attr(CKA_VALUE, nullptr, 1, &attribute), CKR_DATA_INVALID);
-    EXPECT_EQ(bundle_attr(CKA_VALUE, &octet, 0, &attribute), CKR_DATA_INVALID);
-    EXPECT_EQ(bundle_attr(CKA_VALUE, &octet, 1, nullptr), CKR_DATA_INVALID);
+    each_missing(CKR_DATA_INVALID, bundle_attr, {1}, CKA_VALUE, &octet, 1, &attribute);
     EXPECT_EQ(store_attr_in_template(nullptr, 0, &attribute), CKR_DATA_INVALID);
     attribute.type = 0x80000000;
     EXPECT_EQ(get_attr_from_template(made.get(), 4, &attribute), CKR_DATA_INVALID);
@@ -334,43 +331,6 @@ TEST(Template, FirstEntryOfATypeIsTaken) {
     std::vector<Bytes> result;
     EXPECT_EQ(to_key_item(made.get(), 4, &result), CKR_OK);
     EXPECT_THAT(result, ElementsAre(from_hex("0123456789")));
-}
-
-// Each conversion with each of its allocations failing: a status, and nothing left behind.
-TEST(Template, OutOfMemory) {
-    const OwnedTemplate public_template = template_of(public_entries());
-    const OwnedTemplate private_template = template_of(private_entries());
-    const OwnedTemplate secret_template = template_of(secret_entries());
-    const Bytes private_info = key().private_key_info();
-    const Bytes public_info = key().public_key_info();
-    CK_ATTRIBUTE *attributes = nullptr;
-    uint32_t count = 0;
-    std::vector<Bytes> result;
-    const std::function<CK_RV()> conversions[] = {
-        [&] { return to_public_encoding(public_template.get(), 4, &result); },
-        [&] { return to_private_encoding(private_template.get(), 10, &result); },
-        [&] { return to_crt_key(private_template.get(), 10, &result); },
-        [&] { return to_rsa_key(private_template.get(), 10, &result); },
-        [&] { return to_key_item(secret_template.get(), 3, &result); },
-        [&] {
-            return privateKeyInfoBer_2_template(private_info.data(), length_of(private_info),
-                                                &attributes, &count);
-        },
-        [&] {
-            return subjectPublicKeyInfoBer_2_template(public_info.data(), length_of(public_info),
-                                                      &attributes, &count);
-        },
-        [&] { return secretKey_2_template(private_info.data(), 8, CKK_DES, &attributes, &count); },
-    };
-    for (const auto &convert : conversions) {
-        fault::each_allocation([&] {
-            attributes = nullptr;
-            const CK_RV status = convert();
-            const OwnedTemplate owned = own_template(attributes, count);
-            EXPECT_EQ(status, fault::met() ? CKR_HOST_MEMORY : CKR_OK);
-            EXPECT_TRUE(status == CKR_OK || attributes == nullptr);
-        });
-    }
 }
 
 } // namespace

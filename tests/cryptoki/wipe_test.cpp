@@ -40,38 +40,6 @@ TEST_F(WipeTest, Objects) {
     secret_object(octets, CKK_RC4).reset();
 }
 
-TEST_F(WipeTest, PrivateKeyInfoThereAndBack) {
-    const TestObject key = private_object(rsa);
-    watch.add(rsa);
-    uint8_t *ber = nullptr;
-    ASSERT_EQ(template_2_privateKeyInfoBer(key->attributes, key->count, &ber, &length), CKR_OK);
-    explicit_bzero(ber, length);
-    free(ber);
-}
-
-TEST_F(WipeTest, Operations) {
-    const Bytes octets = from_hex("8877665544332211");
-    const TestObject private_key = private_object(rsa);
-    const TestObject des_key = secret_object(octets, CKK_DES);
-    const TestObject public_key = public_object(rsa);
-    watch.add(rsa);
-    watch.add("DES key", octets);
-    const CK_MECHANISM rsa_mechanism = {CKM_RSA_PKCS, nullptr, 0};
-    const CK_MECHANISM des = {CKM_DES_CBC, out, 8};
-    ASSERT_EQ(C_SignInit(session.get(), &rsa_mechanism, private_key.get()), CKR_OK);
-    ASSERT_EQ(C_Sign(session.get(), out, 16, out, &length), CKR_OK);
-    ASSERT_EQ(C_DecryptInit(session.get(), &rsa_mechanism, private_key.get()), CKR_OK);
-    const Bytes wrapped = rsa.encrypt(octets);
-    ASSERT_EQ(C_Decrypt(session.get(), wrapped.data(), length_of(wrapped), out, &length), CKR_OK);
-    ASSERT_EQ(Bytes(out, out + length), octets);
-    ASSERT_EQ(
-        C_WrapKey(session.get(), &rsa_mechanism, public_key.get(), des_key.get(), out, &length),
-        CKR_OK);
-    ASSERT_EQ(C_EncryptInit(session.get(), &des, des_key.get()), CKR_OK);
-    ASSERT_EQ(C_Encrypt(session.get(), out, 16, out, &length), CKR_OK);
-    session.reset();
-}
-
 TEST_F(WipeTest, SeedsOfTheGenerator) {
     ASSERT_EQ(gen_random_alg(session.get()), CKR_OK);
     watch.add("first seed", Bytes(session->seed, session->seed + session->seed_length));
