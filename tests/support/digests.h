@@ -15,6 +15,9 @@ inline Bytes md2(const Bytes &data) {
     md2_digest(&context, 16, digest.data());
     return digest;
 }
+// The peer renames its functions by macros that would catch ours.
+#undef md2_init
+#undef md2_update
 
 inline Bytes md5(const Bytes &data) {
     Bytes digest(16);

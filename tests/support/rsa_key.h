@@ -27,6 +27,19 @@ public:
         key_.reset(made);
     }
 
+    // From an encoded PrivateKeyInfo or RSAPrivateKey.
+    explicit RsaKey(const Bytes &encoding) {
+        const unsigned char *at = encoding.data();
+        key_.reset(d2i_AutoPrivateKey(nullptr, &at, static_cast<long>(encoding.size())));
+        must(key_ != nullptr && at == encoding.data() + encoding.size());
+    }
+
+    // Whether libcrypto takes the numbers for one key, of prime factors.
+    bool is_sound() const {
+        const Context context(EVP_PKEY_CTX_new(key_.get(), nullptr));
+        return EVP_PKEY_check(context.get()) == 1;
+    }
+    unsigned bits() const { return static_cast<unsigned>(EVP_PKEY_get_bits(key_.get())); }
     std::size_t size() const { return static_cast<std::size_t>(EVP_PKEY_get_size(key_.get())); }
 
     // Unsigned big-endian, without leading zeros.

@@ -316,15 +316,6 @@ TEST(Recoding, FitsPaddingThatComesInTwoPieces) {
     EXPECT_EQ(out[0], 'f');
 }
 
-TEST(Recoding, LongInputOfBlanksNeedsNoRoom) {
-    const Bytes blanks(100000, ' ');
-    const Algorithm_ object(AI_RFC1113Recode);
-    uint32_t size;
-    ASSERT_EQ(B_DecodeInit(object), BE_OK);
-    EXPECT_EQ(B_DecodeUpdate(object, nullptr, &size, 0, blanks.data(), 100000), BE_OK);
-    EXPECT_EQ(B_DecodeFinal(object, nullptr, &size, 0), BE_OK);
-}
-
 TEST(Recoding, EndsOnBadData) {
     for (const char *text : {"Zm9*", "Zg==Zg==", "Zg=x", "Zh==", "====", "Zg\0=", "Zm9vZ"}) {
         SCOPED_TRACE(text);

@@ -9,7 +9,6 @@ using namespace toolkit;
 namespace {
 
 // ---- Ours
-// ----------------------------------------------------------------------------------------
 
 template <auto run>
 void des(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
@@ -86,15 +85,7 @@ const Ways des_ways("DES", des<des_cbc_encrypt>, des<des_cbc_decrypt>, des_row);
 const Ways ede3_ways("EDE3", ede3<des_ede3_cbc_encrypt>, ede3<des_ede3_cbc_decrypt>, ede3_row);
 const Ways desx_ways("DESX", desx<desx_cbc_encrypt>, desx<desx_cbc_decrypt>, desx_row);
 
-Bytes joined(const Bytes &a, const Bytes &b, const Bytes &c) {
-    Bytes all = a;
-    all.insert(all.end(), b.begin(), b.end());
-    all.insert(all.end(), c.begin(), c.end());
-    return all;
-}
-
 // ---- Peer
-// ----------------------------------------------------------------------------------------
 
 void peer_des(const Bytes &key, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
     peer_cbc_encrypt("DES-CBC", key, 0, iv, in, out, blocks);
@@ -119,7 +110,7 @@ TEST(Des, NistKnownAnswers) {
             for (VectorCase &vector : vector_cases(name)) {
                 if (!vector.has("COUNT"))
                     continue;
-                const Bytes key = vector.bytes("KEYs"), key3 = joined(key, key, key);
+                const Bytes key = vector.bytes("KEYs"), key3 = key + key + key;
                 const Bytes plain = vector.bytes("PLAINTEXT"),
                             encrypted = vector.bytes("CIPHERTEXT");
                 if (vector.has("IV")) {
@@ -148,7 +139,7 @@ TEST(Des, NistMultiBlockMessages) {
                 if (!vector.has("COUNT"))
                     continue;
                 const Bytes key =
-                    joined(vector.bytes("KEY1"), vector.bytes("KEY2"), vector.bytes("KEY3"));
+                    vector.bytes("KEY1") + vector.bytes("KEY2") + vector.bytes("KEY3");
                 const Bytes plain = vector.bytes("PLAINTEXT"),
                             encrypted = vector.bytes("CIPHERTEXT");
                 ede3_ways.each([&](const CbcCipher &cipher) {

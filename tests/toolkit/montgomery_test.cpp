@@ -204,7 +204,7 @@ TEST(Prime, SearchFindsPrimesOfItsForm) {
         Bytes bytes(sizeof prime);
         bn::store(bytes.data(), bytes.size(), prime, prime_size(256));
         const Number p = number(bytes);
-        EXPECT_EQ(BN_check_prime(p.get(), context(), nullptr), 1);
+        EXPECT_EQ(BN_check_prime(p.get(), bn_context(), nullptr), 1);
         EXPECT_EQ(BN_num_bits(p.get()), 256);
         for (const unsigned long factor : {3ul, 5ul, 1009ul})
             EXPECT_NE(BN_mod_word(p.get(), factor), 1u) << factor;

@@ -3,16 +3,11 @@
 #define TESTS_TOOLKIT_OBJECTS_H
 
 #include "support/fault.h"
-#include "support/files.h"
+#include "support/rsa_key.h"
 #include "zeroed.h"
 
 #include <gtest/gtest.h>
 #include <toolkit/toolkit.h>
-
-#include <openssl/bio.h>
-#include <openssl/evp.h>
-#include <openssl/pem.h>
-#include <openssl/x509.h>
 
 #include <algorithm>
 #include <memory>
@@ -95,47 +90,14 @@ public:
     }
 };
 
-// ---- RSA keys of libcrypto ---------------------------------------------------------------------
-
-struct FreeKey {
-    void operator()(EVP_PKEY *key) const { EVP_PKEY_free(key); }
-};
-using OpensslKey = std::unique_ptr<EVP_PKEY, FreeKey>;
-
-inline OpensslKey openssl_key(const std::string &vector) {
-    const Bytes text = vector_file(vector);
-    BIO *bio = BIO_new_mem_buf(text.data(), static_cast<int>(text.size()));
-    OpensslKey key(PEM_read_bio_PrivateKey(bio, nullptr, nullptr, nullptr));
-    BIO_free(bio);
-    return key;
-}
-
-inline Bytes private_key_info(EVP_PKEY *key) {
-    PKCS8_PRIV_KEY_INFO *info = EVP_PKEY2PKCS8(key);
-    uint8_t *der = nullptr;
-    const int size = i2d_PKCS8_PRIV_KEY_INFO(info, &der);
-    Bytes bytes(der, der + size);
-    OPENSSL_free(der);
-    PKCS8_PRIV_KEY_INFO_free(info);
-    return bytes;
-}
-
-inline Bytes public_key_info(EVP_PKEY *key) {
-    uint8_t *der = nullptr;
-    const int size = i2d_PUBKEY(key, &der);
-    Bytes bytes(der, der + size);
-    OPENSSL_free(der);
-    return bytes;
-}
-
-// The 1024-bit key of the vectors: its private encoding and its public one.
+// A 1024-bit key: its private encoding and its public one.
 inline const Bytes &sample_private_key() {
-    static const Bytes key = private_key_info(openssl_key("pkcs8/unenc-rsa-pkcs8.pem").get());
+    static const Bytes key = RsaKey::of_1024_bits().private_key_info();
     return key;
 }
 
 inline const Bytes &sample_public_key() {
-    static const Bytes key = public_key_info(openssl_key("pkcs8/unenc-rsa-pkcs8.pem").get());
+    static const Bytes key = RsaKey::of_1024_bits().public_key_info();
     return key;
 }
 

@@ -1,4 +1,5 @@
-#include "digests.h"
+#include "samples.h"
+#include "support/digests.h"
 #include "support/fault.h"
 
 #include <toolkit/random.h>
