@@ -1,4 +1,5 @@
 // The binding: order of checks, statuses, rules, presence bits, buffers.
+#include "support/arguments.h"
 #include "support/asn1.h"
 #include "support/ber.h"
 #include "support/fault.h"
@@ -54,19 +55,14 @@ TEST_F(Binding, RefusesNulls) {
         __qel_asn1_free(bad, &number, 14);
         __qel_free_keyinfo_pdu(bad, reinterpret_cast<QelKeyInfo *>(&number));
     }
-    EXPECT_EQ(__qel_asn1_encode(good, nullptr, 14, &buffer, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_asn1_encode(good, &number, 14, nullptr, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_asn1_encode(good, &number, 14, &buffer, nullptr), QEL_ERR_BAD_PARAM);
+    const auto refused = QEL_ERR_BAD_PARAM;
+    each_missing(refused, __qel_asn1_encode, {3}, good, &number, 14, &buffer, &length);
+    each_missing(refused, __qel_asn1_decode, {3, 4}, good, data, 3, 14, &value);
+    each_missing(refused, __qel_mark_oss_file, {}, good, "file", &value);
+    each_missing(refused, __qel_unmark_oss_file, {}, good, &number, &value);
+    each_missing(refused, __qel_asn1_print, {}, good, stdout, &number, 14);
     length = 1;
     EXPECT_EQ(__qel_asn1_encode(good, &number, 14, &buffer, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_asn1_decode(good, nullptr, 3, 14, &value), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_asn1_decode(good, data, 3, 14, nullptr), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_mark_oss_file(good, nullptr, &value), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_mark_oss_file(good, "file", nullptr), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_unmark_oss_file(good, nullptr, &value), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_unmark_oss_file(good, &number, nullptr), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_asn1_print(good, nullptr, &number, 14), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_asn1_print(good, stdout, nullptr, 14), QEL_ERR_BAD_PARAM);
     EXPECT_EQ(__qel_asn1_print(good, stdout, &number, 37), QEL_ERR_BAD_PARAM);
     __qel_asn1_free(good, nullptr, 14);
     __qel_free_pkcsdata_pdu(good, nullptr);
@@ -120,17 +116,6 @@ TEST_F(Binding, NamesAreDerWhateverTheRulesAndTheRulesStay) {
     context.encode(&unsorted.name, QEL_PDU_Name, &status);
     EXPECT_EQ(status, QEL_ERR_ASN1_ENCODE);
     EXPECT_EQ(ossGetEncodingRules(environment()), OSS_BER);
-}
-
-TEST_F(Binding, OtherPdusFollowTheRules) {
-    uint32_t arcs[] = {1, 2, 3};
-    QelOid type = {3, arcs};
-    const QelContentInfo info = {&type, nullptr};
-    EXPECT_EQ(to_hex(context.encode(&info, QEL_PDU_ContentInfo)), to_hex(ber("30{06022a03}")));
-    ASSERT_EQ(__qel_set_encoding_flags_indefinite(context.get()), QEL_OK);
-    EXPECT_EQ(to_hex(context.encode(&info, QEL_PDU_ContentInfo)), to_hex(ber("308006022a030000")));
-    ossSetEncodingRules(environment(), OSS_DER);
-    EXPECT_EQ(to_hex(context.encode(&info, QEL_PDU_ContentInfo)), to_hex(ber("30{06022a03}")));
 }
 
 TEST_F(Binding, TracesWhatItDecodes) {
@@ -205,47 +190,6 @@ TEST_F(Binding, CertificatesMarkTheirExtensions) {
     ASSERT_NE(empty, nullptr);
     EXPECT_EQ(empty->mask, QEL_CERT_VERSION | QEL_CERT_EXTENSIONS);
     certificate->extensions = extensions;
-}
-
-const char kName[] = "30{31{30{0603550403 13{'A'}}}}";
-const char kAlg[] = "30{06022a03 0500}";
-
-std::string key_package(const char *attributes, const char *keys) {
-    const std::string key = std::string("30{") + kAlg + "03020001}";
-    return "30{30{ 13{'1'} 16{'id'}" + std::string(kName) + key + "30{" + kAlg + "0401aa}" +
-           attributes + "020104" + keys + "}" + kAlg + "03020002}";
-}
-
-std::string trusted_keys() {
-    return std::string("31{30{") + kName + "30{" + kAlg + "03020001}}}";
-}
-
-TEST_F(Binding, KeyPackagesMarkTheirLists) {
-    const std::string attributes = "31{30{06022a04 31{0500}}}";
-    const struct {
-        const char *reason;
-        std::string attributes, keys;
-        uint8_t mask;
-    } cases[] = {
-        {"neither", "", "", 0},
-        {"attributes", attributes, "", QEL_KEYPKG_ATTRS},
-        {"trusted keys", "", trusted_keys(), QEL_KEYPKG_TKEYS},
-        {"both", attributes, trusted_keys(), QEL_KEYPKG_ATTRS | QEL_KEYPKG_TKEYS},
-    };
-    for (const auto &each : cases) {
-        SCOPED_TRACE(each.reason);
-        const Bytes encoding = ber(key_package(each.attributes.c_str(), each.keys.c_str()));
-        const auto package = context.decode<QelKeyPkg>(encoding, QEL_PDU_KeyPkg);
-        ASSERT_NE(package, nullptr);
-        EXPECT_EQ(package->mask, each.mask);
-        const Bytes info = context.encode(package.get(), QEL_PDU_KeyPkgInfo);
-        for (const int pdu : {QEL_PDU_KeyPkg, QEL_PDU_KeyPkgInfo}) {
-            package->mask = 0;
-            EXPECT_EQ(to_hex(context.encode(package.get(), pdu)),
-                      to_hex(pdu == QEL_PDU_KeyPkg ? encoding : info));
-            EXPECT_EQ(package->mask, each.mask);
-        }
-    }
 }
 
 // ---- Faults -------------------------------------------------------------------------------------

@@ -1,12 +1,12 @@
+#include "support/arguments.h"
+#include "support/asn1.h"
 #include "support/fault.h"
-#include "support/files.h"
 
 #include <gtest/gtest.h>
 
 #include <openssl/objects.h>
 #include <openssl/x509.h>
 
-#include <lib/context.h>
 #include <lib/memory.h>
 #include <qel/qelp.h>
 
@@ -89,13 +89,12 @@ std::string escaped(const std::string &value) {
 
 class Names : public testing::Test {
 protected:
-    QelContext context = {};
-    void SetUp() override { ASSERT_EQ(__qel_init_asn1(&context), QEL_OK); }
-    void TearDown() override { __qel_end_asn1(&context); }
+    Asn1Context asn1;
+    QelContext *context = asn1.get();
 
     QelStatus read(const std::string &text, OwnedName *name) {
         auto *made = reinterpret_cast<QelName *>(1);
-        const QelStatus status = qel_str2dn(&context, text.c_str(), &made);
+        const QelStatus status = qel_str2dn(context, text.c_str(), &made);
         EXPECT_EQ(made != nullptr, status == QEL_OK);
         name->reset(made);
         return status;
@@ -103,8 +102,8 @@ protected:
 
     QelStatus write(const QelName *name, int mode, std::string *text) {
         auto *made = reinterpret_cast<char *>(1);
-        const QelStatus status = mode == 1 ? qel_dn2str(&context, name, &made)
-                                           : __qel_dn2str(&context, name, mode, &made);
+        const QelStatus status =
+            mode == 1 ? qel_dn2str(context, name, &made) : __qel_dn2str(context, name, mode, &made);
         EXPECT_EQ(made != nullptr, status == QEL_OK);
         const qel::Owned<char> owner(made);
         *text = made != nullptr ? made : "";
@@ -113,28 +112,15 @@ protected:
 
     QelStatus normalize(const std::string &from, int mode, std::string *text) {
         auto *made = reinterpret_cast<char *>(1);
-        const QelStatus status = __qel_normalize_DN(&context, from.c_str(), mode, &made);
+        const QelStatus status = __qel_normalize_DN(context, from.c_str(), mode, &made);
         EXPECT_EQ(made != nullptr, status == QEL_OK);
         const qel::Owned<char> owner(made);
         *text = made != nullptr ? made : "";
         return status;
     }
 
-    Bytes encode(const QelName *name) {
-        uint8_t *bytes = nullptr;
-        uint32_t length = 0;
-        EXPECT_EQ(__qel_asn1_encode(&context, name, QEL_PDU_Name, &bytes, &length), QEL_OK);
-        const qel::Owned<uint8_t> owner(bytes);
-        return {bytes, bytes + length};
-    }
-
-    OwnedName decode(const Bytes &der) {
-        void *name = nullptr;
-        EXPECT_EQ(__qel_asn1_decode(&context, der.data(), static_cast<uint32_t>(der.size()),
-                                    QEL_PDU_Name, &name),
-                  QEL_OK);
-        return OwnedName(static_cast<QelName *>(name));
-    }
+    Bytes encode(const QelName *name) { return asn1.encode(name, QEL_PDU_Name); }
+    auto decode(const Bytes &der) { return asn1.decode<QelName>(der, QEL_PDU_Name); }
 };
 
 // ---- Reading ------------------------------------------------------------------------------------
@@ -298,33 +284,6 @@ TEST_F(Names, hostile_strings_are_read_in_linear_time) {
 
 // ---- Writing ------------------------------------------------------------------------------------
 
-struct WriteCase {
-    const char *reason;
-    const char *from;
-    const char *escaped, *bare; // modes 1 and 2
-};
-
-const WriteCase write_cases[] = {
-    {"from the last component to the first", "cn=a, o=b, c=us", "CN=A, O=B, C=US",
-     "CN=A, O=B, C=US"},
-    {"a comma in a value", "O=a\\, b, C=GB", "O=A\\, B, C=GB", "O=A, B, C=GB"},
-    {"assertions in the order of the string", "OU=B+CN=A", "OU=B + CN=A", "OU=B + CN=A"},
-    {"letters outside ASCII are kept", "CN=\xe9\xc9", "CN=\xe9\xc9", "CN=\xe9\xc9"},
-};
-
-TEST_F(Names, written) {
-    for (const WriteCase &row : write_cases) {
-        SCOPED_TRACE(row.reason);
-        OwnedName name;
-        ASSERT_EQ(read(row.from, &name), QEL_OK);
-        std::string text;
-        EXPECT_EQ(write(name.get(), 1, &text), QEL_OK);
-        EXPECT_EQ(text, row.escaped);
-        EXPECT_EQ(write(name.get(), 2, &text), QEL_OK);
-        EXPECT_EQ(text, row.bare);
-    }
-}
-
 struct ValueCase {
     const char *reason;
     const char *name; // DER
@@ -348,7 +307,7 @@ const ValueCase value_cases[] = {
 TEST_F(Names, values_of_other_types) {
     for (const ValueCase &row : value_cases) {
         SCOPED_TRACE(row.reason);
-        const OwnedName name = decode(from_hex(row.name));
+        const auto name = decode(from_hex(row.name));
         ASSERT_TRUE(name);
         std::string text;
         EXPECT_EQ(write(name.get(), 1, &text), row.status);
@@ -373,7 +332,7 @@ TEST_F(Names, incomplete_records_are_refused) {
     EXPECT_EQ(write(&name, 0, &text), QEL_ERR_BAD_PARAM);
     EXPECT_EQ(write(&name, 3, &text), QEL_ERR_BAD_PARAM);
     EXPECT_EQ(write(nullptr, 1, &text), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_dn2str(&context, &name, 1, nullptr), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_dn2str(context, &name, 1, nullptr), QEL_ERR_BAD_PARAM);
     auto *made = reinterpret_cast<char *>(1);
     EXPECT_EQ(__qel_dn2str(nullptr, &name, 1, &made), QEL_ERR_BAD_PARAM);
     EXPECT_EQ(made, nullptr);
@@ -395,11 +354,9 @@ TEST_F(Names, incomplete_records_are_refused) {
 TEST_F(Names, spoiled_encodings_give_a_status) {
     const Bytes good = der_of(assertions_of("C:US|O:a,b|CN:c&OU:d"));
     each_spoiled(good, [&](const Bytes &spoiled, const std::string &what) {
-        void *decoded = nullptr;
-        if (__qel_asn1_decode(&context, spoiled.data(), static_cast<uint32_t>(spoiled.size()),
-                              QEL_PDU_Name, &decoded) != QEL_OK)
+        const auto name = decode(spoiled);
+        if (name == nullptr)
             return;
-        const OwnedName name(static_cast<QelName *>(decoded));
         std::string text;
         const QelStatus status = write(name.get(), 1, &text);
         EXPECT_TRUE(status == QEL_OK || status == QEL_ERR_BAD_PARAM ||
@@ -466,11 +423,8 @@ TEST_F(Names, of_historical_certificates) {
         ASSERT_TRUE(reference);
         if (ASN1_STRING_type(X509_get0_notAfter(reference.get())) != V_ASN1_UTCTIME)
             continue; // GeneralizedTime, which the schema does not have
-        void *decoded = nullptr;
-        ASSERT_EQ(__qel_asn1_decode(&context, der.data(), static_cast<uint32_t>(der.size()),
-                                    QEL_PDU_Certificate, &decoded),
-                  QEL_OK);
-        const qel::Record<QelCert, qel_free_cert> certificate(static_cast<QelCert *>(decoded));
+        const auto certificate = asn1.decode<QelCert>(der, QEL_PDU_Certificate);
+        ASSERT_NE(certificate, nullptr);
         const std::pair<const QelName *, const X509_NAME *> names[] = {
             {certificate->subject, X509_get_subject_name(reference.get())},
             {certificate->issuer, X509_get_issuer_name(reference.get())},
@@ -545,7 +499,7 @@ protected:
 TEST_F(RandomNames, read_back_as_they_were_but_for_case) {
     for (int round = 0; round < 1000; ++round) {
         Assertions assertions = name();
-        const OwnedName record = decode(der_of(assertions));
+        const auto record = decode(der_of(assertions));
         ASSERT_TRUE(record);
         std::string text;
         ASSERT_EQ(write(record.get(), 1, &text), QEL_OK);
@@ -556,7 +510,7 @@ TEST_F(RandomNames, read_back_as_they_were_but_for_case) {
         ASSERT_EQ(to_hex(encode(back.get())), to_hex(der_of(assertions))) << text;
 
         int difference = 1;
-        EXPECT_EQ(__qel_cmp_dn(&context, record.get(), back.get(), &difference), QEL_OK);
+        EXPECT_EQ(__qel_cmp_dn(context, record.get(), back.get(), &difference), QEL_OK);
         EXPECT_EQ(difference, 0) << text;
     }
 }
@@ -627,12 +581,8 @@ TEST_F(RandomNames, normalizing_twice_changes_nothing_more) {
 TEST_F(Names, missing_arguments) {
     auto *name = reinterpret_cast<QelName *>(1);
     auto *text = reinterpret_cast<char *>(1);
-    for (const QelStatus status :
-         {qel_str2dn(nullptr, "CN=A", &name), qel_str2dn(&context, nullptr, &name),
-          qel_str2dn(&context, "CN=A", nullptr), __qel_normalize_DN(nullptr, "CN=A", 1, &text),
-          __qel_normalize_DN(&context, nullptr, 1, &text),
-          __qel_normalize_DN(&context, "CN=A", 1, nullptr)})
-        EXPECT_EQ(status, QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, qel_str2dn, {}, context, "CN=A", &name);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_normalize_DN, {}, context, "CN=A", 1, &text);
     EXPECT_TRUE(name == nullptr && text == nullptr);
 }
 

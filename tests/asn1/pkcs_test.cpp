@@ -253,6 +253,22 @@ TEST_F(Pkcs, SignedDataMarksItsListsAndThoseOfItsSigners) {
     }
 }
 
+TEST_F(Pkcs, KeyPackagesMarkTheListsThatAreThere) {
+    const Bytes encoding = ber("30{" + kKeyPkgInfo + kOtherAlg + kBits + "}");
+    const auto package = context.decode<QelKeyPkg>(encoding, QEL_PDU_KeyPkg);
+    ASSERT_NE(package, nullptr);
+    for (const int pdu : {QEL_PDU_KeyPkg, QEL_PDU_KeyPkgInfo}) {
+        QelTrustedKeys *const keys = std::exchange(package->tKeys, nullptr);
+        package->mask = 0;
+        context.encode(package.get(), pdu);
+        EXPECT_EQ(package->mask, QEL_KEYPKG_ATTRS);
+        package->tKeys = keys;
+        EXPECT_EQ(to_hex(context.encode(package.get(), pdu)),
+                  to_hex(pdu == QEL_PDU_KeyPkg ? encoding : ber(kKeyPkgInfo)));
+        EXPECT_EQ(package->mask, QEL_KEYPKG_ATTRS | QEL_KEYPKG_TKEYS);
+    }
+}
+
 // ---- Releasing ----------------------------------------------------------------------------------
 
 int blocks = 0;

@@ -1,31 +1,12 @@
+#include "support/arguments.h"
 #include "support/fault.h"
-#include "support/records.h"
-
-#include <lib/context.h>
-#include <qel/qelp.h>
-
-#include <gtest/gtest.h>
+#include "support/names.h"
 
 using namespace records;
 
 namespace {
 
-class DnList : public testing::Test {
-protected:
-    void SetUp() override {
-        QelContext *made = nullptr;
-        ASSERT_EQ(__qel_init(&made, nullptr, nullptr), QEL_OK);
-        context.reset(made);
-    }
-
-    OwnedName name(const char *text) {
-        QelName *parsed = nullptr;
-        EXPECT_EQ(qel_str2dn(context.get(), text, &parsed), QEL_OK);
-        return OwnedName(parsed);
-    }
-
-    qel::OwnedContext context;
-};
+using DnList = NamesTest;
 
 struct ListCase {
     const char *reason;
@@ -77,11 +58,8 @@ TEST_F(DnList, NullArguments) {
     const char *const strings[] = {"CN=A", nullptr};
     QelName *names = nullptr;
     int count = 0;
-    EXPECT_EQ(__qel_strs2dns(nullptr, &names, &count), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_strs2dns(strings, nullptr, &count), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_strs2dns(strings, &names, nullptr), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_find_dn_in_list(nullptr, name("CN=A").get()), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_find_dn_in_list(strings, nullptr), QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_strs2dns, {}, strings, &names, &count);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_find_dn_in_list, {}, strings, name("CN=A").get());
 }
 
 TEST_F(DnList, MemoryRunsOut) {

@@ -1,3 +1,4 @@
+#include "support/arguments.h"
 #include "support/fault.h"
 #include "support/files.h"
 #include "support/process.h"
@@ -97,15 +98,8 @@ TEST(Armour, refuses_missing_arguments_and_impossible_lengths) {
     auto *text = reinterpret_cast<char *>(1);
     auto *bytes = reinterpret_cast<uint8_t *>(1);
     uint32_t length = 77;
-    for (const QelStatus status : {__qel_binary_2_rfc1421(nullptr, 1, &text, &length),
-                                   __qel_binary_2_rfc1421(&byte, 0, &text, &length),
-                                   __qel_binary_2_rfc1421(&byte, 1, nullptr, &length),
-                                   __qel_binary_2_rfc1421(&byte, 1, &text, nullptr),
-                                   __qel_rfc1421_2_binary(nullptr, 1, &bytes, &length),
-                                   __qel_rfc1421_2_binary("Z", 0, &bytes, &length),
-                                   __qel_rfc1421_2_binary("Z", 1, nullptr, &length),
-                                   __qel_rfc1421_2_binary("Z", 1, &bytes, nullptr)})
-        EXPECT_EQ(status, QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_binary_2_rfc1421, {}, &byte, 1, &text, &length);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_rfc1421_2_binary, {}, "Z", 1, &bytes, &length);
     EXPECT_TRUE(text == nullptr && bytes == nullptr && length == 0);
     EXPECT_EQ(__qel_binary_2_rfc1421(&byte, 0x80000000, &text, &length), QEL_ERR_NO_MEMORY);
     EXPECT_EQ(__qel_rfc1421_2_binary("Z", UINT32_MAX, &bytes, &length), QEL_ERR_NO_MEMORY);
@@ -242,19 +236,13 @@ TEST(ArmourSession, refuses_and_hands_out_no_buffer) {
     uint32_t produced = 0;
     for (const QelStatus status :
          {rfc1421_enc_init(nullptr), rfc1421_dec_init(nullptr), rfc1421_session_end(nullptr),
-          rfc1421_session_end(&empty), rfc1421_enc_update(nullptr, &byte, 1, &t, &size, &produced),
-          rfc1421_enc_update(&empty, &byte, 1, &t, &size, &produced),
+          rfc1421_session_end(&empty), rfc1421_enc_update(&empty, &byte, 1, &t, &size, &produced),
           rfc1421_dec_update(&empty, "A", 1, &b, &size, &produced),
           rfc1421_enc_final(&empty, text, 8, &produced),
-          rfc1421_dec_final(&empty, bytes, 8, &produced),
-          rfc1421_enc_update(s, nullptr, 1, &t, &size, &produced),
-          rfc1421_enc_update(s, &byte, 0, &t, &size, &produced),
-          rfc1421_enc_update(s, &byte, 1, nullptr, &size, &produced),
-          rfc1421_enc_update(s, &byte, 1, &t, nullptr, &produced),
-          rfc1421_enc_update(s, &byte, 1, &t, &size, nullptr),
-          rfc1421_enc_final(s, nullptr, 8, &produced), rfc1421_enc_final(s, text, 0, &produced),
-          rfc1421_enc_final(s, text, 8, nullptr)})
+          rfc1421_dec_final(&empty, bytes, 8, &produced)})
         EXPECT_EQ(status, QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, rfc1421_enc_update, {}, s, &byte, 1, &t, &size, &produced);
+    each_missing(QEL_ERR_BAD_PARAM, rfc1421_enc_final, {}, s, text, 8, &produced);
     t = nullptr;
     b = nullptr;
     EXPECT_EQ(rfc1421_enc_update(s, &byte, 0x80000000, &t, &size, &produced), QEL_ERR_NO_MEMORY);

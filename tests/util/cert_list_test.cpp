@@ -1,3 +1,4 @@
+#include "support/arguments.h"
 #include "support/asn1.h"
 #include "support/fault.h"
 #include "support/files.h"
@@ -132,24 +133,19 @@ TEST_F(CertList, one_after_another) {
 TEST_F(CertList, failures_leave_nothing_to_read) {
     const Sample a(1);
     const char *text = a.armour.data();
-    const char *none = nullptr;
     auto *cert = reinterpret_cast<QelCert *>(1);
     uint32_t remaining = 5;
     EXPECT_EQ(__qel_read_next_cert(context, &text, &remaining, &cert), QEL_ERR_BAD_PARAM);
     EXPECT_EQ(remaining, 0U);
     EXPECT_EQ(cert, nullptr);
-    for (remaining = 5; const QelStatus status : {
-                            __qel_read_next_cert(nullptr, &text, &remaining, &cert),
-                            __qel_read_next_cert(context, nullptr, &remaining, &cert),
-                            __qel_read_next_cert(context, &none, &remaining, &cert),
-                            __qel_read_next_cert(context, &text, nullptr, &cert),
-                            __qel_read_next_cert(context, &text, &remaining, nullptr),
-                        })
-        EXPECT_EQ(status, QEL_ERR_BAD_PARAM);
+    remaining = 5;
+    each_missing(QEL_ERR_BAD_PARAM, __qel_read_next_cert, {}, context, &text, &remaining, &cert);
     EXPECT_EQ(remaining, 0U);
+    remaining = 5;
+    text = nullptr;
+    EXPECT_EQ(__qel_read_next_cert(context, &text, &remaining, &cert), QEL_ERR_BAD_PARAM);
     QelCertList *list = nullptr;
-    EXPECT_EQ(__qel_file_2_certlist(nullptr, in.c_str(), &list), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_file_2_certlist(context, in.c_str(), nullptr), QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_file_2_certlist, {2}, context, in.c_str(), &list);
     EXPECT_EQ(__qel_file_2_certlist(context, in.c_str(), &list), QEL_ERR_NO_FILE);
     __qel_free_certlist(nullptr);
     __qel_free_certlist(&list);

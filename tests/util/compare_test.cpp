@@ -1,9 +1,5 @@
 #include "support/fault.h"
-#include "support/records.h"
-
-#include <lib/context.h>
-
-#include <gtest/gtest.h>
+#include "support/names.h"
 
 using namespace records;
 
@@ -199,22 +195,7 @@ TEST(Compare, RecordsThatCountValuesTheyHaveNotAreRefused) {
     __qel_free_oid(&good);
 }
 
-class CompareNames : public testing::Test {
-protected:
-    void SetUp() override {
-        QelContext *made = nullptr;
-        ASSERT_EQ(__qel_init(&made, nullptr, nullptr), QEL_OK);
-        context.reset(made);
-    }
-
-    OwnedName name(const char *text) {
-        QelName *parsed = nullptr;
-        EXPECT_EQ(qel_str2dn(context.get(), text, &parsed), QEL_OK);
-        return OwnedName(parsed);
-    }
-
-    qel::OwnedContext context;
-};
+using CompareNames = NamesTest;
 
 struct NameCase {
     const char *reason;

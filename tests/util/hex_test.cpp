@@ -1,3 +1,4 @@
+#include "support/arguments.h"
 #include "support/fault.h"
 #include "support/files.h"
 
@@ -80,16 +81,12 @@ TEST(Hex, what_is_written_reads_back) {
 TEST(Hex, refuses_missing_arguments_and_impossible_lengths) {
     const uint8_t byte = 0;
     char *text = reinterpret_cast<char *>(1);
-    EXPECT_EQ(binary_2_hex(nullptr, 1, &text), QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, binary_2_hex, {}, &byte, 1, &text);
     EXPECT_EQ(text, nullptr);
-    EXPECT_EQ(binary_2_hex(&byte, 0, &text), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(binary_2_hex(&byte, 1, nullptr), QEL_ERR_BAD_PARAM);
     EXPECT_EQ(binary_2_hex(&byte, 0x80000000, &text), QEL_ERR_NO_MEMORY);
     uint8_t *bytes = nullptr;
     uint32_t length = 0;
-    EXPECT_EQ(__qel_hex_2_binary(nullptr, &bytes, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_hex_2_binary("00", nullptr, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_hex_2_binary("00", &bytes, nullptr), QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_hex_2_binary, {}, "00", &bytes, &length);
 }
 
 TEST(Hex, reports_a_failed_allocation) {
@@ -157,8 +154,7 @@ TEST(Hex, takes_digits_out_of_text) {
     EXPECT_EQ(__qel_parse_hex("10x", 2, &digits), QEL_OK) << "the x is behind the text";
     EXPECT_STREQ(digits, "10");
     std::free(digits);
-    EXPECT_EQ(__qel_parse_hex(nullptr, 1, &digits), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_parse_hex("1", 1, nullptr), QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_parse_hex, {}, "1", 1, &digits);
 }
 
 } // namespace

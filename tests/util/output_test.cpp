@@ -1,3 +1,4 @@
+#include "support/arguments.h"
 #include "support/fault.h"
 #include "support/files.h"
 #include "support/process.h"
@@ -67,12 +68,10 @@ TEST(Layout, lines_and_prefixes) {
 TEST(Layout, refuses_bad_arguments_and_impossible_lengths) {
     auto *text = reinterpret_cast<char *>(1);
     uint32_t length = 77;
-    EXPECT_EQ(__qel_format_output(nullptr, 1, 0, 0, &text, &length), QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_format_output, {3, 4}, bytes(a64), 1, 0, 0, &text,
+                 &length);
     EXPECT_EQ(text, nullptr);
     EXPECT_EQ(length, 0U);
-    EXPECT_EQ(__qel_format_output(bytes(a64), 0, 0, 0, &text, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_format_output(bytes(a64), 1, 0, 0, nullptr, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_format_output(bytes(a64), 1, 0, 0, &text, nullptr), QEL_ERR_BAD_PARAM);
     for (const uint32_t indent : {0xffffffffU, 0xfffffffdU, 0x80000000U})
         EXPECT_EQ(__qel_format_output(bytes(a64), 64, indent, 1, &text, &length),
                   QEL_ERR_NO_MEMORY);

@@ -1,6 +1,7 @@
 #include <asn1/object_ids.h>
 #include <qel/qelp.h>
 
+#include "support/arguments.h"
 #include "support/records.h"
 
 #include <gtest/gtest.h>
@@ -152,19 +153,15 @@ TEST(Registry, NullArguments) {
     const char *name = nullptr;
     uint32_t number = 0;
     const QelOid *oid = nullptr;
-    EXPECT_EQ(qel_get_alglist(nullptr), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_alg2name(nullptr, &name), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_alg2name(QEL_MD5_OID, nullptr), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_alg2AlgType(nullptr, &number), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_alg2AlgType(QEL_MD5_OID, nullptr), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_alg2ParmType(nullptr, &number), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_alg2ParmType(QEL_MD5_OID, nullptr), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_name2alg(nullptr, &oid), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_name2alg("md5", nullptr), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_algname2ExportKeySize(nullptr, &number), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_algname2ExportKeySize("md5", nullptr), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_attrtype2name(nullptr, &name), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_attrtype2name(commonName_OID, nullptr), QEL_ERR_BAD_PARAM);
+    const QelAlgListEntry *list = nullptr;
+    const auto refused = QEL_ERR_BAD_PARAM;
+    each_missing(refused, qel_get_alglist, {}, &list);
+    each_missing(refused, __qel_alg2name, {}, QEL_MD5_OID, &name);
+    each_missing(refused, __qel_alg2AlgType, {}, QEL_MD5_OID, &number);
+    each_missing(refused, __qel_alg2ParmType, {}, QEL_MD5_OID, &number);
+    each_missing(refused, __qel_name2alg, {}, "md5", &oid);
+    each_missing(refused, __qel_algname2ExportKeySize, {}, "md5", &number);
+    each_missing(refused, __qel_attrtype2name, {}, commonName_OID, &name);
 }
 
 } // namespace

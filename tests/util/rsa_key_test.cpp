@@ -1,3 +1,4 @@
+#include "support/arguments.h"
 #include "support/asn1.h"
 #include "support/ber.h"
 #include "support/fault.h"
@@ -39,7 +40,6 @@ TEST_F(RsaKeyTest, SizeRefusals) {
         Bytes key;
         QelStatus status;
     } cases[] = {
-        {"kind 0", 0, public_key, QEL_ERR_BAD_PARAM},
         {"kind 3", 3, private_key, QEL_ERR_BAD_PARAM},
         {"an empty key", QEL_RSA_PUBLIC, {}, QEL_ERR_BAD_PARAM},
         {"a private key as a public one", QEL_RSA_PUBLIC, private_key, QEL_ERR_BAD_KEY},
@@ -55,11 +55,8 @@ TEST_F(RsaKeyTest, SizeRefusals) {
         EXPECT_EQ(size, 0u) << c.why;
     }
     const uint8_t *bytes = public_key.data();
-    EXPECT_EQ(__qel_get_rsa_keysize(nullptr, QEL_RSA_PUBLIC, bytes, 1, &size), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_get_rsa_keysize(context.get(), QEL_RSA_PUBLIC, nullptr, 1, &size),
-              QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_get_rsa_keysize(context.get(), QEL_RSA_PUBLIC, bytes, 1, nullptr),
-              QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_get_rsa_keysize, {}, context.get(), QEL_RSA_PUBLIC, bytes,
+                 1, &size);
     EXPECT_EQ(__qel_get_rsa_keysize(context.get(), QEL_RSA_PUBLIC, bytes, 1u << 29, &size),
               QEL_ERR_BAD_PARAM)
         << "so many bytes that their bits cannot be counted; none is read";
@@ -111,12 +108,7 @@ TEST(RsaComponents, Refusals) {
     uint32_t length = 0;
     const uint8_t *bytes = good.data();
     const auto read = __qel_get_rsa_pubkey_components;
-    EXPECT_EQ(read(nullptr, 1, &number, &length, &number, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(read(bytes, 0, &number, &length, &number, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(read(bytes, 1, nullptr, &length, &number, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(read(bytes, 1, &number, nullptr, &number, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(read(bytes, 1, &number, &length, nullptr, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(read(bytes, 1, &number, &length, &number, nullptr), QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, read, {}, bytes, 1, &number, &length, &number, &length);
 }
 
 TEST_F(RsaKeyTest, EachAllocation) {

@@ -1,3 +1,4 @@
+#include "support/arguments.h"
 #include "support/fault.h"
 #include "support/files.h"
 
@@ -41,11 +42,9 @@ TEST(Serial, reports_failures) {
     QelContext context = {};
     auto *bytes = reinterpret_cast<uint8_t *>(1);
     uint16_t length = 7;
-    EXPECT_EQ(__qel_gen_serial(nullptr, &bytes, &length), QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_gen_serial, {}, &context, &bytes, &length);
     EXPECT_EQ(bytes, nullptr);
     EXPECT_EQ(length, 0);
-    EXPECT_EQ(__qel_gen_serial(&context, nullptr, &length), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_gen_serial(&context, &bytes, nullptr), QEL_ERR_BAD_PARAM);
     fault::each_allocation([&] {
         uint8_t *made = nullptr;
         uint16_t size = 0;
