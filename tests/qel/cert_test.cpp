@@ -11,11 +11,8 @@ namespace {
 
 using records::OwnedCert;
 
-OwnedCert decoded(QelContext *context, const std::string &name) {
-    const Bytes file = vector_file(name);
-    void *value = nullptr;
-    __qel_asn1_decode(context, file.data(), length_of(file), QEL_PDU_Certificate, &value);
-    return OwnedCert(static_cast<QelCert *>(value));
+OwnedCert decoded(const TestContext &context, const std::string &name) {
+    return OwnedCert(context.decode<QelCert>(vector_file(name), QEL_PDU_Certificate).release());
 }
 
 // A row of outcomes.txt: whose key, and whether the signature is good.
@@ -55,17 +52,13 @@ bool is_rsa_encryption(const QelKeyInfo &key) {
 }
 
 // The signature alone, whatever validity and extensions say.
-QelStatus verify_signature(QelContext *context, const QelCert &certificate, const QelKeyInfo &key) {
-    uint8_t *encoding = nullptr;
-    uint32_t length = 0;
-    EXPECT_EQ(__qel_asn1_encode(context, &certificate, QEL_PDU_CertificateInfo, &encoding, &length),
-              QEL_OK);
-    const QelStatus status =
-        qel_verify(context, encoding, length, QEL_MODE_FINAL, key.algorithm->algorithm,
-                   key.algorithm->parameters, &key.pubKey, certificate.algorithm,
-                   certificate.sigBits.value, certificate.sigBits.length / 8);
-    free(encoding);
-    return status;
+QelStatus verify_signature(const TestContext &context, const QelCert &certificate,
+                           const QelKeyInfo &key) {
+    const Bytes encoding = context.encode(&certificate, QEL_PDU_CertificateInfo);
+    return qel_verify(context, encoding.data(), length_of(encoding), QEL_MODE_FINAL,
+                      key.algorithm->algorithm, key.algorithm->parameters, &key.pubKey,
+                      certificate.algorithm, certificate.sigBits.value,
+                      certificate.sigBits.length / 8);
 }
 
 // What the signature's status comes to for the certificate: a critical extension is refused before
@@ -131,9 +124,7 @@ protected:
 
 TEST_F(CertTest, Arguments) {
     QelKeyInfo no_algorithm = {nullptr, key.bits};
-    EXPECT_EQ(qel_verify_cert(nullptr, certificate.get(), &key.info), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(qel_verify_cert(context, nullptr, &key.info), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(qel_verify_cert(context, certificate.get(), nullptr), QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, qel_verify_cert, {}, context, certificate.get(), &key.info);
     EXPECT_EQ(qel_verify_cert(context, certificate.get(), &no_algorithm), QEL_ERR_BAD_PARAM);
 }
 
@@ -217,9 +208,7 @@ TEST(Cert, NoBitOfTheSignedPartMayChange) {
     std::size_t decodable = 0;
     for (std::size_t bit = 4 * 8; bit < end * 8; ++bit) {
         file[bit / 8] ^= static_cast<uint8_t>(1 << bit % 8);
-        void *value = nullptr;
-        __qel_asn1_decode(context, file.data(), length_of(file), QEL_PDU_Certificate, &value);
-        const OwnedCert certificate(static_cast<QelCert *>(value));
+        const auto certificate = context.decode<QelCert>(file, QEL_PDU_Certificate);
         if (certificate != nullptr) {
             const QelStatus status =
                 qel_verify_cert(context, certificate.get(), issuer->pubKeyInfo);

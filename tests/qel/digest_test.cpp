@@ -50,38 +50,12 @@ TEST_F(DigestTest, WholeInPartsAndIntoEitherBuffer) {
 }
 
 TEST_F(DigestTest, BadParameters) {
-    const uint8_t *data = text.data();
-    const uint32_t size = length_of(text);
-    uint8_t **const to = &out;
-    uint32_t *const to_length = &length;
-    const struct {
-        const char *why;
-        bool context;
-        const uint8_t *data;
-        uint32_t length;
-        uint32_t mode;
-        const QelAlgId *algorithm;
-        uint8_t **digest;
-        uint32_t *digest_length;
-    } cases[] = {
-        {"no context", false, data, size, 2, QEL_MD5_AID, to, to_length},
-        {"no algorithm", true, data, size, 2, nullptr, to, to_length},
-        {"mode 0", true, data, size, 0, QEL_MD5_AID, to, to_length},
-        {"a digest is not digested", true, data, 16, 3, QEL_MD5_AID, to, to_length},
-        {"nowhere to put the digest", true, data, size, 2, QEL_MD5_AID, nullptr, to_length},
-        {"nowhere to put its length", true, data, size, 2, QEL_MD5_AID, to, nullptr},
-        {"data without length", true, data, 0, 2, QEL_MD5_AID, to, to_length},
-        {"length without data", true, nullptr, size, 2, QEL_MD5_AID, to, to_length},
-        {"an update without data", true, nullptr, 0, 1, QEL_MD5_AID, to, to_length},
-        {"nothing to finish", true, nullptr, 0, 2, QEL_MD5_AID, to, to_length},
-    };
-    for (const auto &c : cases) {
-        EXPECT_EQ(qel_digest(c.context ? static_cast<QelContext *>(context) : nullptr, c.data,
-                             c.length, c.mode, c.algorithm, c.digest, c.digest_length),
-                  QEL_ERR_BAD_PARAM)
-            << c.why;
-        EXPECT_TRUE(context.idle()) << c.why;
-    }
+    each_missing(QEL_ERR_BAD_PARAM, qel_digest, {}, context, text.data(), length_of(text),
+                 QEL_MODE_FINAL, QEL_MD5_AID, &out, &length);
+    EXPECT_EQ(digest(Bytes(16), QEL_MODE_DIGEST, QEL_MD5_AID), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(digest({}, QEL_MODE_UPDATE, QEL_MD5_AID), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(digest({}, QEL_MODE_FINAL, QEL_MD5_AID), QEL_ERR_BAD_PARAM) << "nothing to finish";
+    EXPECT_TRUE(context.idle());
 }
 
 TEST_F(DigestTest, ARefusedCallLeavesTheRunningDigest) {

@@ -128,31 +128,17 @@ TEST(ExportPolicy, Arguments) {
     const QelAlgId broken = {nullptr, nullptr};
     uint8_t *out = nullptr;
     uint32_t length = 0;
-    const struct {
-        const char *why;
-        QelContext *context;
-        uint32_t mode;
-        const QelAlgId *key_algorithm;
-        const uint8_t *key;
-        const QelAlgId *algorithm;
-        uint8_t **output;
-        uint32_t *output_length;
-    } cases[] = {
-        {"no context", nullptr, 2, rc4, key.data(), rc4, &out, &length},
-        {"mode 3", context, 3, rc4, key.data(), rc4, &out, &length},
-        {"no output", context, 2, rc4, key.data(), rc4, nullptr, &length},
-        {"no length of the output", context, 2, rc4, key.data(), rc4, &out, nullptr},
-        {"no algorithm of the key", context, 2, nullptr, key.data(), rc4, &out, &length},
-        {"no key", context, 2, rc4, nullptr, rc4, &out, &length},
-        {"no algorithm", context, 2, rc4, key.data(), nullptr, &out, &length},
-        {"an algorithm without identifier", context, 2, rc4, key.data(), &broken, &out, &length},
-    };
-    for (const auto &c : cases)
-        for (Core *crypt : {qel_encrypt, qel_decrypt})
-            EXPECT_EQ(crypt(c.context, key.data(), 5, c.mode, c.key_algorithm, c.key, 5,
-                            c.algorithm, c.output, c.output_length),
-                      QEL_ERR_BAD_PARAM)
-                << c.why;
+    for (Core *crypt : {qel_encrypt, qel_decrypt}) {
+        each_missing(QEL_ERR_BAD_PARAM, crypt, {}, context, key.data(), 5, QEL_MODE_FINAL, rc4,
+                     key.data(), 5, rc4, &out, &length);
+        EXPECT_EQ(
+            crypt(context, key.data(), 5, QEL_MODE_DIGEST, rc4, key.data(), 5, rc4, &out, &length),
+            QEL_ERR_BAD_PARAM);
+        EXPECT_EQ(crypt(context, key.data(), 5, QEL_MODE_FINAL, rc4, key.data(), 5, &broken, &out,
+                        &length),
+                  QEL_ERR_BAD_PARAM)
+            << "an algorithm without identifier";
+    }
 }
 
 // ---- What has just been made is not taken again

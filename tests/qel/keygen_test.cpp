@@ -1,8 +1,6 @@
 #include "qel/signer.h"
 #include "support/fault.h"
 
-#include <openssl/bn.h>
-
 #include <algorithm>
 #include <functional>
 #include <set>
@@ -93,38 +91,12 @@ TEST(SymmetricKeys, AreNewEachTime) {
 TEST(SymmetricKeys, Refusals) {
     const TestContext context;
     Made made;
-    uint8_t **const key = &made.key;
-    QelOctetString **const parameters = &made.parameters;
-    const auto des = [&](QelContext *c, uint8_t **k, QelOctetString **p) {
-        return qel_gen_des_key(c, k, p);
-    };
-    EXPECT_EQ(des(nullptr, key, parameters), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(des(context, nullptr, parameters), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(des(context, key, nullptr), QEL_ERR_BAD_PARAM);
-    const struct {
-        const char *why;
-        QelContext *context;
-        uint32_t length;
-        uint32_t bits;
-        uint8_t **key;
-        QelOctetString **parameters;
-        QelStatus status;
-    } rc2_cases[] = {
-        {"no context", nullptr, 5, 41, key, parameters, QEL_ERR_BAD_PARAM},
-        {"no length", context, 0, 41, key, parameters, QEL_ERR_BAD_PARAM},
-        {"no bits", context, 5, 0, key, parameters, QEL_ERR_BAD_PARAM},
-        {"no key", context, 5, 41, nullptr, parameters, QEL_ERR_BAD_PARAM},
-        {"no parameters", context, 5, 41, key, nullptr, QEL_ERR_BAD_PARAM},
-        {"41 effective bits", context, 5, 41, key, parameters, QEL_ERR_EXPORT},
-    };
-    for (const auto &c : rc2_cases) {
-        EXPECT_EQ(qel_gen_rc2_key(c.context, c.length, c.bits, c.key, c.parameters), c.status)
-            << c.why;
-    }
-    EXPECT_EQ(qel_gen_rc4_key(nullptr, 5, key), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(qel_gen_rc4_key(context, 0, key), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(qel_gen_rc4_key(context, 5, nullptr), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(qel_gen_des3_key(context, key, parameters), QEL_ERR_EXPORT);
+    const auto refused = QEL_ERR_BAD_PARAM;
+    each_missing(refused, qel_gen_des_key, {}, context, &made.key, &made.parameters);
+    each_missing(refused, qel_gen_rc2_key, {}, context, 5, 41, &made.key, &made.parameters);
+    each_missing(refused, qel_gen_rc4_key, {}, context, 5, &made.key);
+    EXPECT_EQ(qel_gen_rc2_key(context, 5, 41, &made.key, &made.parameters), QEL_ERR_EXPORT);
+    EXPECT_EQ(qel_gen_des3_key(context, &made.key, &made.parameters), QEL_ERR_EXPORT);
     EXPECT_EQ(qel_gen_des3_key(nullptr, nullptr, nullptr), QEL_ERR_EXPORT);
     EXPECT_FALSE(made.handed_out());
 }
@@ -185,25 +157,8 @@ struct Pair {
     }
 };
 
-struct FreePkey {
-    void operator()(EVP_PKEY *key) const { EVP_PKEY_free(key); }
-};
-using Pkey = std::unique_ptr<EVP_PKEY, FreePkey>;
-
-Pkey private_half(const Pair &pair) {
-    const uint8_t *at = pair.private_key;
-    Pkey key(d2i_PrivateKey(EVP_PKEY_RSA, nullptr, &at, pair.private_length));
-    EXPECT_EQ(at, pair.private_key + pair.private_length);
-    return key;
-}
-
-Bytes number(const Pkey &key, const char *name) {
-    BIGNUM *value = nullptr;
-    EXPECT_EQ(EVP_PKEY_get_bn_param(key.get(), name, &value), 1);
-    Bytes bytes(static_cast<std::size_t>(BN_num_bytes(value)));
-    BN_bn2bin(value, bytes.data());
-    BN_clear_free(value);
-    return bytes;
+RsaKey key_of(const Pair &pair) {
+    return RsaKey(Bytes(pair.private_key, pair.private_key + pair.private_length));
 }
 
 TEST(RsaKeyPair, PassesAnotherLibrarysCheck) {
@@ -217,19 +172,11 @@ TEST(RsaKeyPair, PassesAnotherLibrarysCheck) {
         SCOPED_TRACE(std::to_string(c.bits) + " bits, e " + to_hex(c.exponent));
         Pair pair;
         ASSERT_EQ(pair.generate(context, c.bits, c.exponent), QEL_OK);
-        const Pkey key = private_half(pair);
-        ASSERT_NE(key, nullptr);
-        EVP_PKEY_CTX *check = EVP_PKEY_CTX_new(key.get(), nullptr);
-        EXPECT_EQ(EVP_PKEY_check(check), 1);
-        EVP_PKEY_CTX_free(check);
-        EXPECT_EQ(static_cast<uint32_t>(EVP_PKEY_get_bits(key.get())), c.bits);
-
+        const RsaKey key = key_of(pair);
+        EXPECT_TRUE(key.is_sound());
+        EXPECT_EQ(key.bits(), c.bits);
         EXPECT_EQ(pair.public_bits % 8, 0u);
-        const uint8_t *at = pair.public_key;
-        const Pkey half(d2i_PublicKey(EVP_PKEY_RSA, nullptr, &at, pair.public_bits / 8));
-        ASSERT_NE(half, nullptr);
-        EXPECT_EQ(at, pair.public_key + pair.public_bits / 8);
-        EXPECT_EQ(EVP_PKEY_eq(key.get(), half.get()), 1) << "the halves belong together";
+        EXPECT_EQ(Bytes(pair.public_key, pair.public_key + pair.public_bits / 8), key.public_key());
     }
 }
 
@@ -245,11 +192,10 @@ TEST(RsaKeyPair, NoTwoShareAPrime) {
     for (std::size_t i = 0; i < count; ++i) {
         Pair pair;
         ASSERT_EQ(pair.generate(context, 512, f4), QEL_OK);
-        const Pkey key = private_half(pair);
-        ASSERT_NE(key, nullptr);
-        ASSERT_EQ(EVP_PKEY_get_bits(key.get()), 512);
-        primes.insert(number(key, "rsa-factor1"));
-        primes.insert(number(key, "rsa-factor2"));
+        const RsaKey key = key_of(pair);
+        ASSERT_EQ(key.bits(), 512u);
+        primes.insert(key.prime1());
+        primes.insert(key.prime2());
     }
     EXPECT_EQ(primes.size(), 2 * count);
 }
@@ -259,27 +205,13 @@ TEST(RsaKeyPair, Refusals) {
     Pair pair;
     const QelRsaKeypairParams good = {512, {3, const_cast<uint8_t *>(f4.data())}};
     const QelRsaKeypairParams no_exponent = {513, {3, nullptr}}, empty = {513, {0, nullptr}};
-    const struct {
-        const char *why;
-        QelContext *context;
-        const QelRsaKeypairParams *parameters;
-        int missing; // which output
-    } cases[] = {
-        {"no context", nullptr, &good, 0},         {"no parameters", context, nullptr, 0},
-        {"no exponent", context, &no_exponent, 0}, {"an empty exponent", context, &empty, 0},
-        {"no public key", context, &good, 1},      {"no bits", context, &good, 2},
-        {"no private key", context, &good, 3},     {"no length", context, &good, 4},
-    };
-    for (const auto &c : cases) {
-        EXPECT_EQ(qel_gen_rsa_keypair(c.context, c.parameters,
-                                      c.missing != 1 ? &pair.public_key : nullptr,
-                                      c.missing != 2 ? &pair.public_bits : nullptr,
-                                      c.missing != 3 ? &pair.private_key : nullptr,
-                                      c.missing != 4 ? &pair.private_length : nullptr),
-                  QEL_ERR_BAD_PARAM)
-            << c.why;
-        EXPECT_FALSE(pair.handed_out()) << c.why;
-    }
+    for (const QelRsaKeypairParams *bad : {&no_exponent, &empty})
+        EXPECT_EQ(qel_gen_rsa_keypair(context, bad, &pair.public_key, &pair.public_bits,
+                                      &pair.private_key, &pair.private_length),
+                  QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, qel_gen_rsa_keypair, {}, context, &good, &pair.public_key,
+                 &pair.public_bits, &pair.private_key, &pair.private_length);
+    EXPECT_FALSE(pair.handed_out());
     const struct {
         const char *why;
         uint32_t bits;
@@ -338,14 +270,13 @@ TEST(Wipe, NoFreedBlockHoldsANewKey) {
     const Bytes public_bytes(pair.public_key, pair.public_key + 16);
     EXPECT_TRUE(was_freed(public_bytes)) << "the watcher sees";
     EXPECT_FALSE(was_freed(Bytes(des.key, des.key + 8)));
-    const Pkey key = private_half(pair);
-    for (const char *name : {"d", "rsa-factor1", "rsa-factor2", "rsa-exponent1", "rsa-exponent2",
-                             "rsa-coefficient1"}) {
+    const RsaKey key = key_of(pair);
+    for (const Bytes &value : {key.private_exponent(), key.prime1(), key.prime2(), key.exponent1(),
+                               key.exponent2(), key.coefficient()}) {
         // Written either way round, and not even a part.
-        const Bytes value = number(key, name);
         const Bytes piece(value.end() - 16, value.end() - 8);
-        EXPECT_FALSE(was_freed(piece)) << name;
-        EXPECT_FALSE(was_freed(Bytes(piece.rbegin(), piece.rend()))) << name;
+        EXPECT_FALSE(was_freed(piece));
+        EXPECT_FALSE(was_freed(Bytes(piece.rbegin(), piece.rend())));
     }
     freed = {};
 }

@@ -63,19 +63,10 @@ protected:
         return status;
     }
     Owned decoded(const Bytes &encoding) {
-        void *value = nullptr;
-        EXPECT_EQ(__qel_asn1_decode(context, encoding.data(), length_of(encoding), QEL_PDU_KeyPkg,
-                                    &value),
-                  QEL_OK);
-        return Owned(static_cast<QelKeyPkg *>(value));
+        return Owned(context.decode<QelKeyPkg>(encoding, QEL_PDU_KeyPkg).release());
     }
     Bytes encoded(const void *package, int pdu = QEL_PDU_KeyPkg) {
-        uint8_t *bytes = nullptr;
-        uint32_t length = 0;
-        EXPECT_EQ(__qel_asn1_encode(context, package, pdu, &bytes, &length), QEL_OK);
-        const Bytes encoding(bytes, bytes + length);
-        free(bytes);
-        return encoding;
+        return context.encode(package, pdu);
     }
 
     TestContext context;
@@ -291,31 +282,12 @@ TEST_F(KeyPkgTest, BadParameters) {
     QelKeyPkg *package = nullptr;
     uint8_t *out = nullptr;
     uint32_t length = 0;
-    const auto open_with = __qel_validate_keypkg_with_pwd;
-    const auto prove = __qel_validate_keypkg_with_privkey;
-    const auto verify = __qel_verify_keypkg_sig;
-    const QelStatus statuses[] = {
-        open_with(nullptr, der, size, phrase, &package, &out, &length),
-        open_with(context, nullptr, size, phrase, &package, &out, &length),
-        open_with(context, der, 0, phrase, &package, &out, &length),
-        open_with(context, der, size, nullptr, &package, &out, &length),
-        open_with(context, der, size, phrase, nullptr, &out, &length),
-        open_with(context, der, size, phrase, &package, nullptr, &length),
-        open_with(context, der, size, phrase, &package, &out, nullptr),
-        prove(nullptr, der, size, bytes, key_size, algorithm, algorithm_size),
-        prove(context, nullptr, size, bytes, key_size, algorithm, algorithm_size),
-        prove(context, der, 0, bytes, key_size, algorithm, algorithm_size),
-        prove(context, der, size, nullptr, key_size, algorithm, algorithm_size),
-        prove(context, der, size, bytes, 0, algorithm, algorithm_size),
-        prove(context, der, size, bytes, key_size, nullptr, algorithm_size),
-        prove(context, der, size, bytes, key_size, algorithm, 0),
-        verify(nullptr, der, size, &package),
-        verify(context, nullptr, size, &package),
-        verify(context, der, 0, &package),
-        verify(context, der, size, nullptr),
-    };
-    for (std::size_t i = 0; i < std::size(statuses); ++i)
-        EXPECT_EQ(statuses[i], QEL_ERR_BAD_PARAM) << "row " << i;
+    const auto refused = QEL_ERR_BAD_PARAM;
+    each_missing(refused, __qel_validate_keypkg_with_pwd, {}, context, der, size, phrase, &package,
+                 &out, &length);
+    each_missing(refused, __qel_validate_keypkg_with_privkey, {}, context, der, size, bytes,
+                 key_size, algorithm, algorithm_size);
+    each_missing(refused, __qel_verify_keypkg_sig, {}, context, der, size, &package);
     EXPECT_EQ(package, nullptr);
     EXPECT_EQ(out, nullptr);
 }
@@ -390,12 +362,8 @@ TEST_F(ChangeTest, BadParameters) {
     const Owned package = decoded(usual.encoding());
     const uint8_t *der = private_key.data();
     const uint32_t size = length_of(private_key);
-    const auto change_with = __qel_change_pass_phrase;
-    EXPECT_EQ(change_with(nullptr, "phrase", der, size, package.get()), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(change_with(context, nullptr, der, size, package.get()), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(change_with(context, "phrase", nullptr, size, package.get()), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(change_with(context, "phrase", der, 0, package.get()), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(change_with(context, "phrase", der, size, nullptr), QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_change_pass_phrase, {}, context, "phrase", der, size,
+                 package.get());
     EXPECT_EQ(encoded(package.get()), usual.encoding());
     QelAlgId *algorithm = package->encrPrivKeyInfo->encryptionAlgorithm;
     __qel_free_ostr(&algorithm->parameters);

@@ -1,10 +1,10 @@
 #include "qel/signer.h"
 #include "support/ber.h"
 #include "support/fault.h"
+#include "support/secrets.h"
 #include "support/stack.h"
 
 #include <algorithm>
-#include <functional>
 #include <gmock/gmock.h>
 #include <random>
 
@@ -112,52 +112,34 @@ TEST(PassPhraseKey, TripleDesOfAnySize) {
 TEST(PassPhraseKey, TripleDesRefusals) {
     const TestContext context;
     const Bytes salt = from_hex("0102030401020304");
-    struct Arguments {
-        QelContext *context;
-        PassPhraseKeyInput input;
-        bool has_input = true;
-        int missing_output = 0;
-    };
+    Bytes given = salt;
+    char phrase[] = "phrase", nothing[] = "";
+    PassPhraseKeyInput good = {given.data(), 8, phrase, 1};
+    uint8_t *key = given.data(), *iv = given.data();
+    uint32_t key_length = 99, iv_length = 99;
+    each_missing(QEL_ERR_BAD_PARAM, __qel_gen_des3_key_from_pwd, {}, context, &good, &key,
+                 &key_length, &iv, &iv_length);
     const struct {
         const char *why;
-        std::function<void(Arguments &)> change;
+        PassPhraseKeyInput input;
     } cases[] = {
-        {"no context", [](Arguments &a) { a.context = nullptr; }},
-        {"no input", [](Arguments &a) { a.has_input = false; }},
-        {"no salt", [](Arguments &a) { a.input.salt = nullptr; }},
-        {"an empty salt", [](Arguments &a) { a.input.salt_length = 0; }},
-        {"a salt of one byte", [](Arguments &a) { a.input.salt_length = 1; }},
-        {"a salt of odd length", [](Arguments &a) { a.input.salt_length = 7; }},
-        {"no pass phrase", [](Arguments &a) { a.input.pass_phrase = nullptr; }},
-        {"an empty pass phrase",
-         [](Arguments &a) { a.input.pass_phrase = const_cast<char *>(""); }},
-        {"no iteration: the key would be the salt",
-         [](Arguments &a) { a.input.iteration_count = 0; }},
-        {"no room for the key", [](Arguments &a) { a.missing_output = 1; }},
-        {"no room for its length", [](Arguments &a) { a.missing_output = 2; }},
-        {"no room for the vector", [](Arguments &a) { a.missing_output = 3; }},
-        {"no room for its length", [](Arguments &a) { a.missing_output = 4; }},
+        {"no salt", {nullptr, 8, phrase, 1}},
+        {"an empty salt", {given.data(), 0, phrase, 1}},
+        {"a salt of one byte", {given.data(), 1, phrase, 1}},
+        {"a salt of odd length", {given.data(), 7, phrase, 1}},
+        {"no pass phrase", {given.data(), 8, nullptr, 1}},
+        {"an empty pass phrase", {given.data(), 8, nothing, 1}},
+        {"no iteration: the key would be the salt", {given.data(), 8, phrase, 0}},
     };
-    char phrase[] = "phrase";
     for (const auto &c : cases) {
         SCOPED_TRACE(c.why);
-        Bytes given = salt;
-        Arguments a = {context, {given.data(), length_of(given), phrase, 1}};
-        c.change(a);
-        uint8_t *key = given.data(), *iv = given.data();
-        uint32_t key_length = 99, iv_length = 99;
-        EXPECT_EQ(__qel_gen_des3_key_from_pwd(a.context, a.has_input ? &a.input : nullptr,
-                                              a.missing_output != 1 ? &key : nullptr,
-                                              a.missing_output != 2 ? &key_length : nullptr,
-                                              a.missing_output != 3 ? &iv : nullptr,
-                                              a.missing_output != 4 ? &iv_length : nullptr),
+        PassPhraseKeyInput input = c.input;
+        key = iv = given.data();
+        key_length = iv_length = 99;
+        EXPECT_EQ(__qel_gen_des3_key_from_pwd(context, &input, &key, &key_length, &iv, &iv_length),
                   QEL_ERR_BAD_PARAM);
         EXPECT_EQ(given, salt) << "what is refused changes no salt";
-        if (a.missing_output != 0)
-            continue;
-        EXPECT_EQ(key, nullptr);
-        EXPECT_EQ(iv, nullptr);
-        EXPECT_EQ(key_length + iv_length, 0u);
+        EXPECT_TRUE(key == nullptr && iv == nullptr && key_length + iv_length == 0);
     }
 }
 
@@ -251,14 +233,8 @@ TEST(PassPhraseKey, DesRefusals) {
     const QelAlgId algorithm = {const_cast<QelOid *>(QEL_PbeWithMD5AndDES_CBC_OID), &encoded};
     uint8_t *key = nullptr;
     QelOctetString *iv = nullptr;
-    EXPECT_EQ(__qel_gen_des_key_from_pwd(nullptr, &algorithm, "p", &key, &iv), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_gen_des_key_from_pwd(context, nullptr, "p", &key, &iv), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_gen_des_key_from_pwd(context, &algorithm, nullptr, &key, &iv),
-              QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_gen_des_key_from_pwd(context, &algorithm, "p", nullptr, &iv),
-              QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_gen_des_key_from_pwd(context, &algorithm, "p", &key, nullptr),
-              QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_gen_des_key_from_pwd, {}, context, &algorithm, "p", &key,
+                 &iv);
 }
 
 // ---- Both
@@ -271,13 +247,6 @@ TEST(PassPhraseKey, EachAllocation) {
     });
 }
 
-Bytes watched;
-bool found;
-
-void look_into(const unsigned char *block, std::size_t size) {
-    found |= std::search(block, block + size, watched.begin(), watched.end()) != block + size;
-}
-
 // The key is made before the last allocation, so that one of the failures gives it up.
 TEST(PassPhraseKey, EachAllocationOfDesAndNoKeyFreedUnzeroed) {
     const TestContext context;
@@ -285,19 +254,15 @@ TEST(PassPhraseKey, EachAllocationOfDesAndNoKeyFreedUnzeroed) {
     const auto derive_it = [&] {
         return derive_des(context, QEL_PbeWithMD5AndDES_CBC_OID, parameters, "phrase");
     };
-    watched = derive_it().key;
+    const Bytes key = derive_it().key;
+    SecretWatch watch;
+    watch.add("key", key);
     fault::each_allocation([&] {
-        found = false;
-        fault::watch_free(look_into);
         const QelStatus status = derive_it().status;
-        fault::watch_free(nullptr);
-        if (!fault::met()) {
-            EXPECT_EQ(status, QEL_OK);
-            EXPECT_TRUE(found) << "what this test itself frees";
-            return;
-        }
-        EXPECT_TRUE(status == QEL_ERR_NO_MEMORY || status == QEL_ERR_ASN1_DECODE) << status;
-        EXPECT_FALSE(found);
+        EXPECT_EQ(watch.take_found().empty(), fault::met()) << "this test itself frees a key";
+        EXPECT_TRUE(fault::met() ? status == QEL_ERR_NO_MEMORY || status == QEL_ERR_ASN1_DECODE
+                                 : status == QEL_OK)
+            << status;
     });
 }
 

@@ -1,7 +1,6 @@
 #include "qel/signer.h"
 #include "support/fault.h"
 
-#include <functional>
 #include <set>
 
 namespace {
@@ -83,66 +82,41 @@ TEST_F(SignTest, CallersBuffer) {
 }
 
 TEST_F(SignTest, BadParameters) {
-    const QelAlgId *const rsa_id = QEL_RSA_ENCR_AID;
-    const QelAlgId *const md5_rsa = QEL_MD5WithRSAEncryption_AID;
-    const uint8_t *bytes = key.private_bytes.data();
+    const QelAlgId *const rsa_id = QEL_RSA_ENCR_AID, *const with_md5 = QEL_MD5WithRSAEncryption_AID;
+    const uint8_t *const bytes = key.private_bytes.data();
     const uint32_t size = length_of(key.private_bytes);
-    struct Arguments {
-        bool context = true;
-        const uint8_t *data = nullptr;
-        uint32_t length = 0;
-        uint32_t mode = QEL_MODE_FINAL;
-        const QelAlgId *key_algorithm = nullptr;
-        const uint8_t *key_bytes = nullptr;
-        uint32_t key_length = 0;
-        const QelAlgId *algorithm = nullptr;
-        bool out = true;
-        bool out_length = true;
-        uint32_t capacity = 0;
-    };
-    const Arguments good = {true,  text.data(), length_of(text), QEL_MODE_FINAL, rsa_id,
-                            bytes, size,        md5_rsa,         true,           true,
-                            0};
+    for (const uint32_t mode : {QEL_MODE_FINAL, QEL_MODE_DIGEST})
+        each_missing(QEL_ERR_BAD_PARAM, qel_sign, {}, context, text.data(), 16, mode, rsa_id, bytes,
+                     size, with_md5, &out, &length);
     const struct {
         const char *why;
-        std::function<void(Arguments &)> change;
+        Bytes data;
+        uint32_t mode;
+        uint32_t capacity;
     } cases[] = {
-        {"no context", [](Arguments &a) { a.context = false; }},
-        {"no signature algorithm", [](Arguments &a) { a.algorithm = nullptr; }},
-        {"mode 0", [](Arguments &a) { a.mode = 0; }},
-        {"mode 4", [](Arguments &a) { a.mode = 4; }},
-        {"nowhere to put the signature", [](Arguments &a) { a.out = false; }},
-        {"nowhere to put its length", [](Arguments &a) { a.out_length = false; }},
-        {"data without length", [](Arguments &a) { a.length = 0; }},
-        {"length without data", [](Arguments &a) { a.data = nullptr; }},
-        {"no data", [](Arguments &a) { a.data = nullptr, a.length = 0; }},
-        {"no data in an update",
-         [](Arguments &a) { a.data = nullptr, a.length = 0, a.mode = QEL_MODE_UPDATE; }},
-        {"a capacity without a buffer", [](Arguments &a) { a.capacity = 128; }},
-        {"no key algorithm", [](Arguments &a) { a.key_algorithm = nullptr; }},
-        {"no key bytes", [](Arguments &a) { a.key_bytes = nullptr; }},
-        {"no key length", [](Arguments &a) { a.key_length = 0; }},
-        {"the key algorithm alone", [](Arguments &a) { a.key_bytes = nullptr, a.key_length = 0; }},
-        {"the key length alone",
-         [](Arguments &a) { a.key_algorithm = nullptr, a.key_bytes = nullptr; }},
-        {"no digest", [](Arguments &a) { a.data = nullptr, a.length = 0, a.mode = 3; }},
-        {"a digest one byte short", [](Arguments &a) { a.length = 15, a.mode = 3; }},
-        {"a digest one byte long", [](Arguments &a) { a.length = 17, a.mode = 3; }},
-        {"nowhere to put a digest's signature",
-         [](Arguments &a) { a.length = 16, a.mode = 3, a.out = false; }},
+        {"mode 4", text, 4, 0},
+        {"no data", {}, QEL_MODE_FINAL, 0},
+        {"no data in an update", {}, QEL_MODE_UPDATE, 0},
+        {"no digest", {}, QEL_MODE_DIGEST, 0},
+        {"a digest one byte short", Bytes(15), QEL_MODE_DIGEST, 0},
+        {"a digest one byte long", Bytes(17), QEL_MODE_DIGEST, 0},
+        {"a capacity without a buffer", text, QEL_MODE_FINAL, 128},
     };
     for (const auto &c : cases) {
-        Arguments a = good;
-        c.change(a);
-        length = a.capacity;
-        EXPECT_EQ(qel_sign(a.context ? static_cast<QelContext *>(context) : nullptr, a.data,
-                           a.length, a.mode, a.key_algorithm, a.key_bytes, a.key_length,
-                           a.algorithm, a.out ? &out : nullptr, a.out_length ? &length : nullptr),
-                  QEL_ERR_BAD_PARAM)
+        length = c.capacity;
+        EXPECT_EQ(key.sign(context, c.data, c.mode, with_md5, &out, &length), QEL_ERR_BAD_PARAM)
             << c.why;
-        EXPECT_EQ(out, nullptr) << c.why;
         EXPECT_TRUE(context.idle()) << c.why;
     }
+    length = 0;
+    const auto sign_with = [&](const QelAlgId *key_algorithm, uint32_t key_length) {
+        return qel_sign(context, text.data(), length_of(text), QEL_MODE_FINAL, key_algorithm,
+                        nullptr, key_length, with_md5, &out, &length);
+    };
+    EXPECT_EQ(sign_with(rsa_id, 0), QEL_ERR_BAD_PARAM) << "the key algorithm alone";
+    EXPECT_EQ(sign_with(nullptr, size), QEL_ERR_BAD_PARAM) << "the key length alone";
+    EXPECT_EQ(out, nullptr);
+    EXPECT_TRUE(context.idle());
 }
 
 TEST_F(SignTest, Failures) {

@@ -2,14 +2,14 @@
 #ifndef TESTS_QEL_SIGNER_H
 #define TESTS_QEL_SIGNER_H
 
+#include "support/arguments.h"
+#include "support/asn1.h"
 #include "support/digests.h"
 #include "support/files.h"
 #include "support/rsa_key.h"
 
 #include <gtest/gtest.h>
-#include <lib/context.h>
 #include <lib/memory.h>
-#include <qel/qelp.h>
 
 // A context without a key server.
 class TestContext {
@@ -20,6 +20,11 @@ public:
     TestContext &operator=(const TestContext &) = delete;
     operator QelContext *() const { return context_; }
     QelContext *operator->() const { return context_; }
+
+    template <class Record> Asn1Value<Record> decode(const Bytes &encoding, int pdu) const {
+        return asn1_decode<Record>(context_, encoding, pdu);
+    }
+    Bytes encode(const void *value, int pdu) const { return asn1_encode(context_, value, pdu); }
 
     // Nothing is under way.
     bool idle() const {

@@ -1,7 +1,6 @@
 #include "qel/signer.h"
 #include "support/fault.h"
 
-#include <functional>
 #include <set>
 
 namespace {
@@ -89,56 +88,27 @@ TEST_F(VerifyTest, NoSpoiledSignatureIsGood) {
 
 TEST_F(VerifyTest, BadParameters) {
     TestOid<4> unknown = {{1, 2, 3, 4}};
-    struct Arguments {
-        QelContext *context = nullptr;
-        const uint8_t *data = nullptr;
-        uint32_t length = 0;
-        uint32_t mode = QEL_MODE_FINAL;
-        const QelOid *key_algorithm = QEL_RSA_ENCR_OID;
-        const QelOctetString *key_parameters = QEL_RSA_ENCR_AID->parameters;
-        const QelBitString *key_bits = nullptr;
-        const QelAlgId *algorithm = nullptr;
-        const uint8_t *signature = nullptr;
-        uint32_t signature_length = 0;
-    };
-    Arguments usual;
-    usual.context = context;
-    usual.data = text.data();
-    usual.length = length_of(text);
-    usual.key_bits = &key.bits;
-    usual.algorithm = with_md5;
-    usual.signature = good.data();
-    usual.signature_length = length_of(good);
+    each_missing(QEL_ERR_BAD_PARAM, qel_verify, {}, context, text.data(), length_of(text),
+                 QEL_MODE_FINAL, QEL_RSA_ENCR_OID, QEL_RSA_ENCR_AID->parameters, &key.bits,
+                 with_md5, good.data(), length_of(good));
     const struct {
         const char *why;
-        std::function<void(Arguments &)> change;
+        Bytes data;
+        uint32_t mode;
+        const QelAlgId *algorithm;
+        Bytes signature;
     } cases[] = {
-        {"no context", [](Arguments &a) { a.context = nullptr; }},
-        {"mode 0", [](Arguments &a) { a.mode = 0; }},
-        {"mode 4", [](Arguments &a) { a.mode = 4; }},
-        {"no key algorithm", [](Arguments &a) { a.key_algorithm = nullptr; }},
-        {"no key parameters", [](Arguments &a) { a.key_parameters = nullptr; }},
-        {"no key", [](Arguments &a) { a.key_bits = nullptr; }},
-        {"no signature", [](Arguments &a) { a.signature = nullptr; }},
-        {"no signature length", [](Arguments &a) { a.signature_length = 0; }},
-        {"no signature even in an update",
-         [](Arguments &a) { a.signature = nullptr, a.mode = QEL_MODE_UPDATE; }},
-        {"data without length", [](Arguments &a) { a.length = 0; }},
-        {"length without data", [](Arguments &a) { a.data = nullptr; }},
-        {"no data", [](Arguments &a) { a.data = nullptr, a.length = 0; }},
-        {"no signature algorithm", [](Arguments &a) { a.algorithm = nullptr; }},
-        {"an algorithm that nobody knows", [&](Arguments &a) { a.algorithm = &unknown.algorithm; }},
-        {"a digest algorithm", [](Arguments &a) { a.algorithm = QEL_MD5_AID; }},
-        {"a key algorithm", [](Arguments &a) { a.algorithm = QEL_RSA_ENCR_AID; }},
-        {"a digest one byte short", [](Arguments &a) { a.length = 15, a.mode = 3; }},
-        {"a digest one byte long", [](Arguments &a) { a.length = 17, a.mode = 3; }},
+        {"mode 4", text, 4, with_md5, good},
+        {"no data", {}, QEL_MODE_FINAL, with_md5, good},
+        {"no signature even in an update", text, QEL_MODE_UPDATE, with_md5, {}},
+        {"an algorithm that nobody knows", text, QEL_MODE_FINAL, &unknown.algorithm, good},
+        {"a digest algorithm", text, QEL_MODE_FINAL, QEL_MD5_AID, good},
+        {"a key algorithm", text, QEL_MODE_FINAL, QEL_RSA_ENCR_AID, good},
+        {"a digest one byte short", Bytes(15), QEL_MODE_DIGEST, with_md5, good},
+        {"a digest one byte long", Bytes(17), QEL_MODE_DIGEST, with_md5, good},
     };
     for (const auto &c : cases) {
-        Arguments a = usual;
-        c.change(a);
-        EXPECT_EQ(qel_verify(a.context, a.data, a.length, a.mode, a.key_algorithm, a.key_parameters,
-                             a.key_bits, a.algorithm, a.signature, a.signature_length),
-                  QEL_ERR_BAD_PARAM)
+        EXPECT_EQ(key.verify(context, c.data, c.mode, c.algorithm, c.signature), QEL_ERR_BAD_PARAM)
             << c.why;
         EXPECT_TRUE(context.idle()) << c.why;
     }
@@ -217,11 +187,7 @@ using OwnedCertReq = qel::Record<QelCertReq, __qel_free_certreq>;
 class StructureTest : public VerifyTest {
 protected:
     template <class Record> Record *decoded(const std::string &name, int pdu) {
-        const Bytes file = vector_file(name);
-        void *value = nullptr;
-        EXPECT_EQ(__qel_asn1_decode(context, file.data(), length_of(file), pdu, &value), QEL_OK)
-            << name;
-        return static_cast<Record *>(value);
+        return context.decode<Record>(vector_file(name), pdu).release();
     }
 };
 
@@ -311,12 +277,7 @@ TEST_F(KeyPkgTest, SignedAndVerifiedWithItsDigest) {
         ASSERT_EQ(sign(nullptr), QEL_OK);
         EXPECT_EQ(__qel_verify_keypkg(context, &package, &key.info), QEL_OK);
 
-        uint8_t *encoding = nullptr;
-        uint32_t length = 0;
-        ASSERT_EQ(__qel_asn1_encode(context, &package, QEL_PDU_KeyPkgInfo, &encoding, &length),
-                  QEL_OK);
-        const Bytes signed_part(encoding, encoding + length);
-        free(encoding);
+        const Bytes signed_part = context.encode(&package, QEL_PDU_KeyPkgInfo);
         uint8_t *info = nullptr;
         uint32_t info_length = 0;
         ASSERT_EQ(
