@@ -35,7 +35,6 @@ std::size_t padded_schedule_size(const CipherMethod &method) {
 
 void crypt(Cipher *cipher, uint8_t *iv, const uint8_t *in, uint8_t *out, std::size_t blocks) {
     cipher->method->crypt(schedule_of(cipher), iv, in, out, blocks);
-    wipe_stack();
 }
 
 void restart(Cipher *cipher) {

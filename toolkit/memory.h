@@ -47,13 +47,6 @@ template <class T> struct SecretRecord {
     ~SecretRecord() { explicit_bzero(&record, sizeof record); }
 };
 
-// Zeroes the stack below its caller, where a function that has returned kept what it had no
-// registers for.
-[[gnu::noinline]] inline void wipe_stack() {
-    uint8_t room[512];
-    explicit_bzero(room, sizeof room);
-}
-
 // A record that its own function releases: Handle<RsaPublic, rsa_public_free>.
 template <auto release> struct Release {
     template <class T> void operator()(T *record) const { release(record); }

@@ -6,6 +6,7 @@
 #include "operation.h"
 #include <cryptoki/template.h>
 #include <lib/memory.h>
+#include <toolkit/traces.h>
 
 namespace {
 
@@ -255,6 +256,7 @@ bool arguments_are_bad(const Call &call) {
 }
 
 QelStatus crypt(const Direction &direction, const Call &call) {
+    const toolkit::TracesWiped traces;
     if (arguments_are_bad(call))
         return QEL_ERR_BAD_PARAM;
     QelStatus status = QEL_OK;

@@ -1,9 +1,9 @@
 #include <qel/qelp.h>
 
-#include <cstring>
 #include <pthread.h>
 
 #include <lib/context.h>
+#include <toolkit/traces.h>
 
 namespace {
 
@@ -19,32 +19,30 @@ constexpr uint8_t mask[memory_size] = {
     0xc0, 0xac, 0x29, 0xb7, 0xc9, 0x7c, 0x50, 0xdd, 0x3f, 0x84, 0xd5, 0xb5, 0xb5, 0x47, 0x09, 0x17,
 };
 
-// The head of the last long output of the process, masked until it is compared.
+// The head of the last long output of the process, under the mask: it may be what was decrypted.
 pthread_mutex_t memory_lock = PTHREAD_MUTEX_INITIALIZER;
 uint8_t memory[memory_size];
+bool mask_counts = false;
 
-void toggle_mask() {
-    for (uint32_t i = 0; i < memory_size; ++i)
-        memory[i] ^= mask[i];
-}
-
-// What was compared is left as it is compared. So only the first long input after a long output is
-// held against that output, the next against its masked form, and so on in turn. The time does not
-// tell how much is equal: the output may be a plaintext.
+// Only the first long input after a long output is held against that output, the next against its
+// masked form, and so on in turn.
 bool is_last_output(const uint8_t *data) {
+    const toolkit::TracesWiped traces;
     uint8_t difference = 0;
     pthread_mutex_lock(&memory_lock);
-    toggle_mask();
     for (uint32_t i = 0; i < memory_size; ++i)
-        difference |= memory[i] ^ data[i];
+        difference |= memory[i] ^ data[i] ^ (mask_counts ? 0 : mask[i]);
+    mask_counts = !mask_counts;
     pthread_mutex_unlock(&memory_lock);
     return difference == 0;
 }
 
 void remember(const uint8_t *output) {
+    const toolkit::TracesWiped traces;
     pthread_mutex_lock(&memory_lock);
-    std::memcpy(memory, output, memory_size);
-    toggle_mask();
+    for (uint32_t i = 0; i < memory_size; ++i)
+        memory[i] = output[i] ^ mask[i];
+    mask_counts = false;
     pthread_mutex_unlock(&memory_lock);
 }
 

@@ -1,6 +1,7 @@
 #include <cryptoki/session.h>
 #include <lib/context.h>
 #include <qel/qelp.h>
+#include <toolkit/traces.h>
 #include <util/toolkit_binding.h>
 
 using namespace toolkit;
@@ -37,6 +38,7 @@ QelStatus __qel_dh_part1(QelContext *context, uint32_t exponent_bits, uint32_t p
                          const uint8_t *prime, uint32_t base_length, const uint8_t *base,
                          const uint8_t *seed, uint32_t seed_length, uint8_t *public_value,
                          uint32_t public_value_capacity) {
+    const toolkit::TracesWiped traces;
     if (context == nullptr || context->key_agreement != nullptr)
         return QEL_ERR_BAD_PARAM;
     if (prime == nullptr || prime_length == 0 || seed == nullptr || seed_length == 0 ||
@@ -63,6 +65,7 @@ QelStatus __qel_dh_part1(QelContext *context, uint32_t exponent_bits, uint32_t p
 QelStatus __qel_dh_part2(QelContext *context, uint8_t *secret, uint32_t *secret_length,
                          uint32_t secret_capacity, const uint8_t *other_public_value,
                          uint32_t other_length) {
+    const toolkit::TracesWiped traces;
     if (secret_length != nullptr)
         *secret_length = 0;
     if (context == nullptr || context->key_agreement == nullptr || secret == nullptr ||

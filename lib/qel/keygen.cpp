@@ -3,6 +3,7 @@
 #include "token_key.h"
 
 #include <lib/memory.h>
+#include <toolkit/traces.h>
 #include <util/weak_key.h>
 
 namespace {
@@ -147,6 +148,7 @@ bool clear_output(uint8_t **key, uint32_t *length) {
 } // namespace
 
 QelStatus qel_gen_des_key(QelContext *context, uint8_t **key, QelOctetString **parameters) {
+    const toolkit::TracesWiped traces;
     if (!clear_outputs(key, parameters) || context == nullptr)
         return QEL_ERR_BAD_PARAM;
     SecretBytes made;
@@ -168,6 +170,7 @@ QelStatus qel_gen_des3_key(QelContext *, uint8_t **key, QelOctetString **paramet
 
 QelStatus qel_gen_rc2_key(QelContext *context, uint32_t key_length, uint32_t effective_bits,
                           uint8_t **key, QelOctetString **parameters) {
+    const toolkit::TracesWiped traces;
     if (!clear_outputs(key, parameters) || context == nullptr || key_length == 0 ||
         effective_bits == 0)
         return QEL_ERR_BAD_PARAM;
@@ -186,6 +189,7 @@ QelStatus qel_gen_rc2_key(QelContext *context, uint32_t key_length, uint32_t eff
 }
 
 QelStatus qel_gen_rc4_key(QelContext *context, uint32_t key_length, uint8_t **key) {
+    const toolkit::TracesWiped traces;
     if (key != nullptr)
         *key = nullptr;
     if (context == nullptr || key_length == 0 || key == nullptr)
@@ -200,6 +204,7 @@ QelStatus qel_gen_rc4_key(QelContext *context, uint32_t key_length, uint8_t **ke
 QelStatus qel_gen_rsa_keypair(QelContext *context, const QelRsaKeypairParams *parameters,
                               uint8_t **public_key, uint32_t *public_key_bits,
                               uint8_t **private_key, uint32_t *private_key_length) {
+    const toolkit::TracesWiped traces;
     const bool private_has_place = clear_output(private_key, private_key_length);
     if (!clear_output(public_key, public_key_bits) || !private_has_place || context == nullptr ||
         parameters == nullptr || parameters->publicExponent.value == nullptr ||

@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+#include <toolkit/traces.h>
+
 namespace {
 
 using qel::Decoded;
@@ -148,6 +150,7 @@ QelStatus __qel_validate_keypkg_with_pwd(QelContext *context, const uint8_t *pac
                                          uint32_t package_length, const char *pass_phrase,
                                          QelKeyPkg **package, uint8_t **private_key_der,
                                          uint32_t *private_key_length) {
+    const toolkit::TracesWiped traces;
     if (package == nullptr || private_key_der == nullptr || private_key_length == nullptr)
         return QEL_ERR_BAD_PARAM;
     *package = nullptr;
@@ -181,6 +184,7 @@ QelStatus __qel_validate_keypkg_with_privkey(QelContext *context, const uint8_t 
                                              uint32_t package_length, const uint8_t *key_bytes,
                                              uint32_t key_length, const uint8_t *key_algorithm_der,
                                              uint32_t key_algorithm_length) {
+    const toolkit::TracesWiped traces;
     if (context == nullptr || package_der == nullptr || package_length == 0 ||
         key_bytes == nullptr || key_length == 0 || key_algorithm_der == nullptr ||
         key_algorithm_length == 0)
@@ -215,6 +219,7 @@ QelStatus __qel_verify_keypkg_sig(QelContext *context, const uint8_t *package_de
 QelStatus __qel_change_pass_phrase(QelContext *context, const char *new_pass_phrase,
                                    const uint8_t *private_key_der, uint32_t private_key_length,
                                    QelKeyPkg *package) {
+    const toolkit::TracesWiped traces;
     if (context == nullptr || new_pass_phrase == nullptr || private_key_der == nullptr ||
         private_key_length == 0 || package == nullptr || package->encrPrivKeyInfo == nullptr)
         return QEL_ERR_BAD_PARAM;

@@ -6,6 +6,7 @@
 #include <lib/memory.h>
 #include <toolkit/md2.h>
 #include <toolkit/md5.h>
+#include <toolkit/traces.h>
 
 namespace {
 
@@ -16,12 +17,6 @@ constexpr uint32_t iv_size = 8;
 
 const uint8_t *bytes_of(const char *text) {
     return reinterpret_cast<const uint8_t *>(text);
-}
-
-// Zeroes the stack below the caller, where digests that have returned may have left words for which
-// there was no register.
-[[gnu::noinline]] void wipe_stack_below() {
-    const qel::SecretArray<4096> used;
 }
 
 // Whatever is empty or 0 would leave a key that some of the others have no part in.
@@ -87,6 +82,7 @@ QelStatus copy_iv(QelContext *context, uint8_t *iv, QelOctetString **parameters_
 
 QelStatus __qel_gen_des3_key_from_pwd(QelContext *context, PassPhraseKeyInput *input, uint8_t **key,
                                       uint32_t *key_length, uint8_t **iv, uint32_t *iv_length) {
+    const toolkit::TracesWiped traces;
     if (key == nullptr || key_length == nullptr || iv == nullptr || iv_length == nullptr)
         return QEL_ERR_BAD_PARAM;
     *key = nullptr;
@@ -107,7 +103,6 @@ QelStatus __qel_gen_des3_key_from_pwd(QelContext *context, PassPhraseKeyInput *i
     static_assert(sizeof derived.bytes == 2 * toolkit::md5_digest_size);
     toolkit::md5_chains(input->salt, half, bytes_of(input->pass_phrase),
                         std::strlen(input->pass_phrase), input->iteration_count, derived.bytes);
-    wipe_stack_below();
     std::memcpy(made_key.get(), derived.bytes, des3_key_size);
     std::memcpy(made_iv.get(), derived.bytes + des3_key_size, iv_size);
     *key = made_key.release();
@@ -120,6 +115,7 @@ QelStatus __qel_gen_des3_key_from_pwd(QelContext *context, PassPhraseKeyInput *i
 QelStatus __qel_gen_des_key_from_pwd(QelContext *context, const QelAlgId *algorithm,
                                      const char *pass_phrase, uint8_t **key,
                                      QelOctetString **parameters) {
+    const toolkit::TracesWiped traces;
     if (key == nullptr || parameters == nullptr)
         return QEL_ERR_BAD_PARAM;
     *key = nullptr;
@@ -140,7 +136,6 @@ QelStatus __qel_gen_des_key_from_pwd(QelContext *context, const QelAlgId *algori
 
     qel::SecretArray<digest_size> derived;
     derivation(pass_phrase, *parameter, derived.bytes);
-    wipe_stack_below();
     std::memcpy(made_key.get(), derived.bytes, des_key_size);
     for (uint32_t i = 1; i < des_key_size; i += 2)
         made_key.get()[i] &= 0x0F; // what the export policy allows of a DES key

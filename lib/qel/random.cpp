@@ -2,6 +2,7 @@
 #include "token_key.h"
 
 #include <lib/memory.h>
+#include <toolkit/traces.h>
 
 QelStatus qel::fill_random(uint8_t *buffer, uint32_t length) {
     OwnedSession session;
@@ -12,6 +13,7 @@ QelStatus qel::fill_random(uint8_t *buffer, uint32_t length) {
 }
 
 QelStatus qel_random(uint16_t count, uint8_t **buffer) {
+    const toolkit::TracesWiped traces;
     if (count == 0 || buffer == nullptr)
         return QEL_ERR_BAD_PARAM;
     if (*buffer != nullptr)

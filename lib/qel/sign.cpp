@@ -1,5 +1,7 @@
 #include "signature.h"
 
+#include <toolkit/traces.h>
+
 namespace {
 
 using qel::Owned;
@@ -131,6 +133,7 @@ QelStatus qel_sign(QelContext *context, const uint8_t *data, uint32_t length, ui
                    const QelAlgId *key_algorithm, const uint8_t *key_bytes, uint32_t key_length,
                    const QelAlgId *signature_algorithm, uint8_t **signature,
                    uint32_t *signature_length) {
+    const toolkit::TracesWiped traces;
     const SignerKey key = {key_algorithm, key_bytes, key_length};
     if (context == nullptr || mode < QEL_MODE_UPDATE || mode > QEL_MODE_DIGEST)
         return QEL_ERR_BAD_PARAM;

@@ -1,6 +1,7 @@
 #include "token_key.h"
 
 #include <lib/memory.h>
+#include <toolkit/traces.h>
 
 namespace {
 
@@ -138,6 +139,7 @@ QelStatus vfeqjfkkj(QelContext *context, const uint8_t *key, uint32_t key_length
                     const QelOctetString *public_key_parameters,
                     const QelAlgId *public_key_algorithm, uint8_t **wrapped,
                     uint32_t *wrapped_length) {
+    const toolkit::TracesWiped traces;
     if (wrapped != nullptr)
         *wrapped = nullptr;
     if (wrapped_length != nullptr)
@@ -166,6 +168,7 @@ QelStatus qel_unwrap_key(QelContext *context, const uint8_t *wrapped, uint32_t w
                          const QelAlgId *private_key_algorithm, const uint8_t *private_key,
                          uint32_t private_key_length, const QelAlgId *wrapping_algorithm,
                          uint8_t **key, uint32_t *key_length) {
+    const toolkit::TracesWiped traces;
     const PrivateKey own_key = {private_key_algorithm, private_key, private_key_length};
     if (context == nullptr || wrapped == nullptr || wrapped_length == 0 ||
         wrapping_algorithm == nullptr || key == nullptr || key_length == nullptr ||
