@@ -122,7 +122,8 @@ inline std::vector<Bytes> made_elsewhere(const std::function<std::vector<Bytes>(
     if (child == 0) {
         for (const Bytes &bytes : work()) {
             const auto size = static_cast<uint32_t>(bytes.size());
-            if (write(ends[1], &size, 4) != 4 || write(ends[1], bytes.data(), size) != size)
+            if (write(ends[1], &size, 4) != 4 ||
+                write(ends[1], bytes.data(), size) != static_cast<ssize_t>(size))
                 _exit(1);
         }
         _exit(testing::Test::HasFailure() && !has_failed ? 1 : 0);
