@@ -111,7 +111,7 @@ QelStatus session_update(const Direction &direction, Rfc1421Session *session, co
     const uint64_t room = std::max(demanded, longest_output(direction, input_length));
     if (room > UINT32_MAX || room > SIZE_MAX)
         return QEL_ERR_NO_MEMORY;
-    qel::Owned<uint8_t> made(qel::allocate_bytes(static_cast<std::size_t>(room)));
+    qel::SecretBytes made = qel::allocate_secret(static_cast<std::size_t>(room));
     if (!made)
         return QEL_ERR_NO_MEMORY;
     const int error = direction.update(session->object, made.get(), produced,
@@ -149,7 +149,7 @@ QelStatus convert(const Direction &direction, const uint8_t *input, uint32_t len
     if (const QelStatus status = session_init(direction, &made); status != QEL_OK)
         return status;
     const OwnedSession session(made);
-    qel::Owned<uint8_t> output(qel::allocate_bytes(static_cast<std::size_t>(room)));
+    qel::SecretBytes output = qel::allocate_secret(static_cast<std::size_t>(room));
     if (!output)
         return QEL_ERR_NO_MEMORY;
     const auto size = static_cast<uint32_t>(room);
@@ -188,26 +188,27 @@ QelStatus encode_stream(const File &input, const File &output, int) {
     if (const QelStatus status = rfc1421_enc_init(&made); status != QEL_OK)
         return status;
     const OwnedSession session(made);
-    uint8_t block[block_size];
-    char text[2 * block_size];
+    qel::SecretArray<block_size> block;
+    qel::SecretArray<2 * block_size> room;
+    char *const text = reinterpret_cast<char *>(room.bytes);
     char *buffer = text;
-    uint32_t size = sizeof text;
+    uint32_t size = sizeof room.bytes;
     uint32_t produced = 0;
     for (;;) {
         std::size_t length = 0;
-        QelStatus status = input.read_some(block, sizeof block, &length);
+        QelStatus status = input.read_some(block.bytes, sizeof block.bytes, &length);
         if (status != QEL_OK)
             return status;
         if (length == 0)
             break;
-        status = rfc1421_enc_update(made, block, static_cast<uint32_t>(length), &buffer, &size,
-                                    &produced);
+        status = rfc1421_enc_update(made, block.bytes, static_cast<uint32_t>(length), &buffer,
+                                    &size, &produced);
         if (status == QEL_OK)
             status = output.write_all(text, produced);
         if (status != QEL_OK)
             return status;
     }
-    QelStatus status = rfc1421_enc_final(made, text, sizeof text, &produced);
+    QelStatus status = rfc1421_enc_final(made, text, size, &produced);
     if (status == QEL_OK)
         status = output.write_all(text, produced);
     return status != QEL_OK ? status : output.write_all("\n", 1);
@@ -219,8 +220,8 @@ struct LineDecoder {
     Rfc1421Session *session;
     bool at_line_start = true;
     bool in_marker = false;
-    uint8_t bytes[2 * block_size] = {}; // decoded and not written yet: those of one block at most
     uint32_t used = 0;
+    qel::SecretArray<2 * block_size> decoded = {}; // and not written yet: of one block at most
 
     QelStatus piece(const char *text, std::size_t length) {
         if (at_line_start)
@@ -229,8 +230,8 @@ struct LineDecoder {
         at_line_start = text[length - 1] == '\n';
         if (in_marker)
             return QEL_OK;
-        uint8_t *buffer = bytes + used;
-        uint32_t size = static_cast<uint32_t>(sizeof bytes) - used;
+        uint8_t *buffer = decoded.bytes + used;
+        uint32_t size = static_cast<uint32_t>(sizeof decoded.bytes) - used;
         uint32_t produced = 0;
         const QelStatus status = rfc1421_dec_update(session, text, static_cast<uint32_t>(length),
                                                     &buffer, &size, &produced);
@@ -239,7 +240,7 @@ struct LineDecoder {
     }
 
     QelStatus write_out(const File &output) {
-        const QelStatus status = output.write_all(bytes, used);
+        const QelStatus status = output.write_all(decoded.bytes, used);
         used = 0;
         return status;
     }
@@ -271,12 +272,13 @@ QelStatus decode_stream(const File &input, const File &output, int) {
         return status;
     const OwnedSession session(made);
     LineDecoder lines{made};
-    char block[block_size];
+    qel::SecretArray<block_size> room;
+    char *const block = reinterpret_cast<char *>(room.bytes);
     std::size_t held = 0;
     for (bool is_last = false; !is_last;) {
         std::size_t length = 0;
         std::size_t taken = 0;
-        QelStatus status = input.read_some(block + held, sizeof block - held, &length);
+        QelStatus status = input.read_some(block + held, block_size - held, &length);
         is_last = length == 0;
         held += length;
         if (status == QEL_OK)
@@ -289,14 +291,14 @@ QelStatus decode_stream(const File &input, const File &output, int) {
         std::memmove(block, block + taken, held);
     }
     if (const QelStatus status =
-            rfc1421_dec_final(made, lines.bytes, sizeof lines.bytes, &lines.used);
+            rfc1421_dec_final(made, lines.decoded.bytes, sizeof lines.decoded.bytes, &lines.used);
         status != QEL_OK)
         return status;
     return lines.write_out(output);
 }
 
 // Pieces never span two blocks, so that a short read ends a line early.
-std::size_t wrap_block(const char *block, std::size_t length, char *out) {
+std::size_t wrap_block(const uint8_t *block, std::size_t length, uint8_t *out) {
     std::size_t written = 0;
     for (std::size_t done = 0; done < length;) {
         const std::size_t piece = std::min(line_size, length - done);
@@ -315,17 +317,17 @@ QelStatus wrap_stream(const File &input, const File &output, int type) {
         if (const QelStatus status = output.write_line(around->begin); status != QEL_OK)
             return status;
     }
-    char block[block_size];
-    char lines[block_size + block_size / line_size];
+    qel::SecretArray<block_size> block;
+    qel::SecretArray<block_size + block_size / line_size> lines;
     for (;;) {
         std::size_t length = 0;
-        if (const QelStatus status = input.read_some(block, sizeof block, &length);
+        if (const QelStatus status = input.read_some(block.bytes, sizeof block.bytes, &length);
             status != QEL_OK)
             return status;
         if (length == 0)
             break;
-        if (const QelStatus status = output.write_all(lines, wrap_block(block, length, lines));
-            status != QEL_OK)
+        const std::size_t written = wrap_block(block.bytes, length, lines.bytes);
+        if (const QelStatus status = output.write_all(lines.bytes, written); status != QEL_OK)
             return status;
     }
     if (around == nullptr)

@@ -74,7 +74,7 @@ QelStatus __qel_hex_2_binary(const char *text, uint8_t **bytes_out, uint32_t *le
     if (length >= UINT32_MAX)
         return QEL_ERR_NO_MEMORY;
 
-    qel::Owned<uint8_t> bytes(qel::allocate_bytes(length + 1));
+    qel::SecretBytes bytes = qel::allocate_secret(length + 1);
     if (!bytes)
         return QEL_ERR_NO_MEMORY;
     // Nibbles are counted from the end, so that an odd number of digits gains a 0 in front.

@@ -10,7 +10,8 @@ namespace {
 
 // Made by OpenSSL in another process. Those that are secret are veiled.
 struct Material {
-    Bytes phrase, new_phrase, derived, private_info, private_key, private_numbers, session_key;
+    Bytes phrase, new_phrase, derived, private_info, private_key, private_numbers, session_key,
+        armour, digits;                           // of the private key
     Bytes package, public_key, wrapped, des_text; // not secret
 };
 
@@ -28,14 +29,20 @@ std::vector<Bytes> make_material() {
     package.count = 20;
     const Bytes key = rsa.private_key(), session_key = random(24);
     const Bytes exponent = from_hex("0203010001");
+    const Bytes info = rsa.private_key_info();
+    Bytes armour(info.size() * 2);
+    armour.resize(static_cast<std::size_t>(
+        EVP_EncodeBlock(armour.data(), info.data(), static_cast<int>(info.size()))));
     const auto numbers = std::search(key.begin(), key.end(), exponent.begin(), exponent.end()) + 5;
     return {veiled(bytes_of(package.phrase)),
             veiled(random(24)),
             veiled(package.key_and_iv()),
-            veiled(rsa.private_key_info()),
+            veiled(info),
             veiled(key),
             veiled(Bytes(numbers, key.end())),
             veiled(session_key),
+            veiled(armour),
+            veiled(bytes_of(to_hex(info))),
             package.encoding(),
             rsa.public_key(),
             rsa.encrypt(session_key),
@@ -45,8 +52,9 @@ std::vector<Bytes> make_material() {
 const Material &material() {
     static const Material made = [] {
         std::vector<Bytes> m = made_elsewhere(make_material);
-        m.resize(11);
-        return Material{m[0], m[1], m[2], m[3], m[4], m[5], m[6], m[7], m[8], m[9], m[10]};
+        m.resize(13);
+        return Material{m[0], m[1], m[2], m[3],  m[4],  m[5], m[6],
+                        m[7], m[8], m[9], m[10], m[11], m[12]};
     }();
     return made;
 }
@@ -240,6 +248,48 @@ void generate(Holder &holder) {
     free(public_key);
 }
 
+// A private key to and from text; broken text cannot be read to its end.
+void convert(Holder &holder, bool broken) {
+    const Bytes &armour = material().armour, &digits = material().digits;
+    uint8_t *text = holder.take(armour), *bytes = nullptr;
+    text[armour.size() - 5] = broken ? '!' : text[armour.size() - 5];
+    uint32_t length = 0;
+    EXPECT_EQ(__qel_rfc1421_2_binary(reinterpret_cast<char *>(text), length_of(armour), &bytes,
+                                     &length) == QEL_OK,
+              !broken);
+    holder.look_for(material().private_numbers);
+    if (bytes != nullptr)
+        explicit_bzero(bytes, length);
+    free(bytes);
+
+    text = holder.take(digits);
+    text[digits.size() - 1] = broken ? 'g' : text[digits.size() - 1];
+    EXPECT_EQ(__qel_hex_2_binary(reinterpret_cast<char *>(text), &bytes, &length) == QEL_OK,
+              !broken);
+    if (bytes != nullptr)
+        explicit_bzero(bytes, length);
+    free(bytes);
+
+    const Bytes &info = material().private_info;
+    bytes = holder.take_unwatched(info);
+    for (const int form : {QEL_FORM_RAW, QEL_FORM_ARMOUR, QEL_FORM_HEX})
+        expect(__qel_dump_output("/dev/null", form, bytes, length_of(info), 2, 64));
+}
+
+// From a file, here a pipe, to a file.
+void convert_file(Holder &holder, QelStatus (*conversion)(const char *, const char *, int),
+                  const Bytes &contents) {
+    holder.look_for(material().private_numbers);
+    holder.look_for(material().armour);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_GT(write(ends[1], holder.take_unwatched(contents), contents.size()), 0);
+    close(ends[1]);
+    const std::string name = "/dev/fd/" + std::to_string(ends[0]);
+    expect(conversion(name.c_str(), "/dev/null", O_WRONLY));
+    close(ends[0]);
+}
+
 TEST(Memory, NoCopiesAreLeft) {
     if (!memory_can_be_scanned)
         GTEST_SKIP();
@@ -265,6 +315,21 @@ TEST(Memory, NoCopiesAreLeft) {
         {"opening with a wrong phrase", [](Holder &h) { open_package(h, false); }},
         {"proving a private key", prove},
         {"changing the phrase", change},
+        {"a key as text", [](Holder &h) { convert(h, false); }},
+        {"broken text", [](Holder &h) { convert(h, true); }},
+        {"a file into armour",
+         [](Holder &h) { convert_file(h, __qel_binary_2_rfc1421_files, material().private_info); }},
+        {"armour into a file",
+         [](Holder &h) { convert_file(h, __qel_rfc1421_2_binary_files, material().armour); }},
+        {"armour into lines",
+         [](Holder &h) {
+             convert_file(
+                 h,
+                 [](const char *from, const char *to, int flags) {
+                     return __qel_add_linewraps(0, from, to, flags);
+                 },
+                 material().armour);
+         }},
     };
     for (const auto &c : cases)
         EXPECT_EQ(left_by(c.operation), "") << c.why;
