@@ -269,19 +269,21 @@ Exit run_keypkg_export(const Arguments &arguments) {
     }
     const Context context;
     const StoredPackage package = read_package(context, arguments, path);
+    const Bytes public_key =
+        encode(context, package.record->pubKeyInfo, QEL_PDU_SubjectPublicKeyInfo, "the public key");
+    const bool to_json = arguments.json() && output == "-";
     if (secret)
         export_private(arguments, context, package, *source, output);
-    else
-        write_key(arguments, output,
-                  encode(context, package.record->pubKeyInfo, QEL_PDU_SubjectPublicKeyInfo,
-                         "the public key"),
-                  "PUBLIC KEY");
-    if (arguments.json() && output != "-") {
+    else if (!to_json)
+        write_key(arguments, output, public_key, "PUBLIC KEY");
+    if (arguments.json()) {
         Json json = arguments.report();
         json["file"] = utf8_or_latin1(path);
         json["id"] = utf8_or_latin1(package.record->keypkgId);
         json["key"] = secret ? "private" : "public";
-        json["output"] = utf8_or_latin1(output);
+        json["output"] = to_json ? Json(nullptr) : Json(utf8_or_latin1(output));
+        if (to_json)
+            json["hex"] = hex(public_key);
         json["form"] = arguments.value("form", "der");
         put_json(json);
     }

@@ -409,6 +409,9 @@ TEST_F(KeyPkg, UnlockedKeyServesTheCommandsThatItsUsageAllows) {
                                  path(std::string(package) + ".KEYPKG")});
             ASSERT_EQ(ran.exit, 0) << ran.err;
         }
+    EXPECT_EQ(qel({"keypkg", "export", "--public", "--json", "-o", "-", path("sign.KEYPKG")})
+                  .json()["hex"],
+              to_hex(read_file(path("sign.der"))));
     const std::vector<std::string> sign = {"sign", "-o", path("made.sig"), data};
     ASSERT_EQ(run(sign, "sign.KEYPKG", "phrase").exit, 0);
     openssl({"dgst", "-md5", "-verify", path("sign.pem"), "-signature", path("made.sig"), data});
