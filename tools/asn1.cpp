@@ -186,7 +186,7 @@ Exit encode_value(const Arguments &arguments, const Context &context, const void
 // Under another type's name a private key would be printed with all that is in it.
 void refuse_private_key(const Context &context, const Input &input, const Item &item, int pdu) {
     if (!peculiarity(pdu).secret && is_secret(context, item))
-        throw Failure{Exit::input, "cannot take " + input.name_of(item) + " for a " + pdu_name(pdu),
+        throw Failure{Exit::input, "cannot take " + input.name_of(item) + " for " + pdu_name(pdu),
                       "it is a private key, encrypted or not, or a key package",
                       "Give its own type: PrivateKeyInfo, EncryptedPrivateKeyInfo or KeyPkg."};
 }
@@ -202,7 +202,7 @@ Decoded<void> read_value(const Context &context, const Input &input, int pdu) {
         refuse_private_key(context, input, item, pdu);
         return value;
     }
-    throw bad_item(input, input.items.front(), "a " + pdu_name(pdu), status);
+    throw bad_item(input, input.items.front(), pdu_name(pdu), status);
 }
 
 } // namespace

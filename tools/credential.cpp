@@ -82,7 +82,8 @@ std::string decoding_hint(std::span<const uint8_t> bytes) {
         return "; it is cut: " + std::to_string(header.length - there) + " bytes are missing";
     if (header.length < there)
         return "; " + std::to_string(there - header.length) + " bytes follow the value";
-    return has_generalized_time(bytes) ? "; its validity is in GeneralizedTime" : "";
+    return has_generalized_time(bytes) ? "; its validity is in GeneralizedTime, which is not read"
+                                       : "";
 }
 
 // An RSAPublicKey (PKCS#1) is two integers; a SubjectPublicKeyInfo is put around it.

@@ -47,9 +47,8 @@ constexpr StatusRow statuses[] = {
      "Check the value for missing or impossible parts."},
     {ROW(QEL_ERR_ASN1_DECODE), Exit::input,
      "The bytes are not the ASN.1 value that was expected: cut, damaged, or of another type.",
-     "Check that it is the right file, whole, and with nothing behind the value. In a certificate, "
-     "a validity in GeneralizedTime is not read. 'qel asn1 --list' names the types that can be "
-     "looked at."},
+     "Check that it is the right file, whole, and with nothing behind the value. 'qel asn1 --list' "
+     "names the types that can be looked at."},
     {ROW(QEL_ERR_BAD_KEY), Exit::input, "The key is not well formed, or its parts do not fit.",
      "Get the key again from where it came."},
     {ROW(QEL_ERR_KEYGEN), Exit::internal, "A key could not be generated.",
