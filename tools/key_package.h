@@ -19,7 +19,7 @@ constexpr const char *default_package_id = "default_keyid";
 constexpr const char *package_label = "KEYPKG";
 
 // A package whose pass phrase costs more iterations than these is refused before the first, unless
-// --max-iterations says more: its maker could otherwise keep a host busy for an hour.
+// --max-iterations says more: its maker could otherwise keep a host busy for minutes.
 constexpr uint32_t most_iterations = 50'000'000;
 
 // Takes a secret over from the library; null gives no bytes.
