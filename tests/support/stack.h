@@ -12,7 +12,7 @@
 
 // Runs scenario on a fresh stack, and gives that stack as it then is.
 inline Bytes stack_after(const std::function<void()> &scenario) {
-    constexpr std::size_t size = 1 << 18;
+    constexpr std::size_t size = 1 << 20; // a thread sanitizer keeps its own data there, too
     void *stack = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
