@@ -221,7 +221,7 @@ struct LineDecoder {
     bool at_line_start = true;
     bool in_marker = false;
     uint32_t used = 0;
-    qel::SecretArray<2 * block_size> decoded = {}; // and not written yet: of one block at most
+    qel::SecretArray<2 *block_size> decoded = {}; // and not written yet: of one block at most
 
     QelStatus piece(const char *text, std::size_t length) {
         if (at_line_start)
