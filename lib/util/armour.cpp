@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include <lib/memory.h>
+#include <toolkit/traces.h>
 #include <util/file.h>
 
 using namespace toolkit;
@@ -389,6 +390,7 @@ QelStatus rfc1421_session_end(Rfc1421Session *session) {
 
 QelStatus __qel_binary_2_rfc1421(const uint8_t *bytes, uint32_t length, char **text_out,
                                  uint32_t *text_length_out) {
+    const toolkit::TracesWiped traces;
     // A single byte comes out as four characters.
     const uint64_t room = std::max<uint64_t>(uint64_t{2} * length, encoding.group_out);
     uint8_t *text = nullptr;
@@ -401,21 +403,25 @@ QelStatus __qel_binary_2_rfc1421(const uint8_t *bytes, uint32_t length, char **t
 
 QelStatus __qel_rfc1421_2_binary(const char *text, uint32_t length, uint8_t **bytes_out,
                                  uint32_t *bytes_length_out) {
+    const toolkit::TracesWiped traces;
     return convert(decoding, reinterpret_cast<const uint8_t *>(text), length, uint64_t{length} + 1,
                    bytes_out, bytes_length_out);
 }
 
 QelStatus __qel_binary_2_rfc1421_files(const char *input_name, const char *output_name,
                                        int open_flags) {
+    const toolkit::TracesWiped traces;
     return between_files(input_name, output_name, open_flags, encode_stream, 0);
 }
 
 QelStatus __qel_rfc1421_2_binary_files(const char *input_name, const char *output_name,
                                        int open_flags) {
+    const toolkit::TracesWiped traces;
     return between_files(input_name, output_name, open_flags, decode_stream, 0);
 }
 
 QelStatus __qel_add_linewraps(int type, const char *input_name, const char *output_name,
                               int open_flags) {
+    const toolkit::TracesWiped traces;
     return between_files(input_name, output_name, open_flags, wrap_stream, type);
 }

@@ -4,6 +4,7 @@
 
 #include <lib/memory.h>
 #include <qel/qelp.h>
+#include <toolkit/traces.h>
 
 namespace {
 
@@ -59,6 +60,7 @@ QelStatus binary_2_hex(const uint8_t *bytes, uint32_t length, char **text_out) {
 }
 
 QelStatus __qel_hex_2_binary(const char *text, uint8_t **bytes_out, uint32_t *length_out) {
+    const toolkit::TracesWiped traces;
     if (bytes_out != nullptr)
         *bytes_out = nullptr;
     if (length_out != nullptr)

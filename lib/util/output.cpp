@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 
+#include <toolkit/traces.h>
 #include <util/file.h>
 #include <util/hex.h>
 
@@ -153,15 +154,18 @@ QelStatus __qel_format_output(const uint8_t *data, uint32_t length, uint32_t ind
 
 QelStatus __qel_dump_output(const char *file_name, int form, const uint8_t *data, uint32_t length,
                             uint32_t indent, uint32_t line_width) {
+    const toolkit::TracesWiped traces;
     return dump(file_name, replace_flags, form, data, length, indent, line_width);
 }
 
 QelStatus __qel_dump_append(const char *file_name, int form, const uint8_t *data, uint32_t length) {
+    const toolkit::TracesWiped traces;
     return dump(file_name, append_flags, form, data, length, 0, armour_width);
 }
 
 QelStatus __qel_fdump_output(FILE *stream, int form, const uint8_t *data, uint32_t length,
                              uint32_t indent, uint32_t line_width) {
+    const toolkit::TracesWiped traces;
     if (stream == nullptr)
         return QEL_ERR_BAD_PARAM;
     Output output;

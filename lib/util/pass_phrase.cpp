@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <lib/memory.h>
+#include <toolkit/traces.h>
 
 namespace {
 
@@ -235,6 +236,7 @@ OwnedPhrase ask(const char *program_name, const char *verb, const char *text) {
 } // namespace
 
 QelStatus __qel_get_encryption_phrase(const char *program_name, int kind, char **phrase_out) {
+    const toolkit::TracesWiped traces;
     if (phrase_out == nullptr)
         return QEL_ERR_BAD_PARAM;
     *phrase_out = nullptr;
@@ -255,6 +257,7 @@ QelStatus __qel_get_encryption_phrase(const char *program_name, int kind, char *
 }
 
 char *__qel_getpass(void) {
+    const toolkit::TracesWiped traces;
     intrupt = 0;
     for (const int number : watched)
         caught[number] = 0;

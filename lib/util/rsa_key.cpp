@@ -5,6 +5,7 @@
 #include <lib/memory.h>
 #include <qel/qelp.h>
 #include <toolkit/toolkit.h>
+#include <toolkit/traces.h>
 
 using namespace toolkit;
 
@@ -78,6 +79,7 @@ qel::Owned<uint8_t> copy_of(const ITEM &number) {
 
 QelStatus __qel_get_rsa_keysize(QelContext *context, int kind, const uint8_t *key,
                                 uint32_t key_length, uint32_t *size_out) {
+    const toolkit::TracesWiped traces;
     constexpr uint32_t most_bytes = UINT32_MAX / 8; // a bit string counts bits
     if (size_out != nullptr)
         *size_out = 0;

@@ -1,19 +1,76 @@
 // Once an operation is over, no copy of its secrets but the caller's is anywhere in memory: not in
 // blocks that are in use or were freed, not on the stack, not among the variables of any library.
 #include "qel/signer.h"
+#include "support/fault.h"
 #include "support/keypkg.h"
 #include "support/memory_scan.h"
 
 #include <openssl/rand.h>
+#include <toolkit/des.h>
+#include <toolkit/dh.h>
+#include <toolkit/rc2.h>
+#include <toolkit/rc4.h>
 
 namespace {
 
 // Made by OpenSSL in another process. Those that are secret are veiled.
 struct Material {
     Bytes phrase, new_phrase, derived, private_info, private_key, private_numbers, session_key,
-        armour, digits;                           // of the private key
-    Bytes package, public_key, wrapped, des_text; // not secret
+        armour, digits;                 // of the private key
+    std::vector<Bytes> schedules;       // of DES, triple DES, RC2 and RC4
+    Bytes exponent;                     // of the agreement
+    Bytes package, public_key, wrapped; // not secret
 };
+
+const Bytes prime = from_hex("eb2425d2bb372a6c3cca8dcc962ddeb7f40b97c3b371bcb95a4d79eb42ea49a9"
+                             "e616d893e530e88c282ff92ce1f66f94dc4b4cb93c772b7163273891792be47b");
+
+template <class Schedule> Bytes bytes_of_schedule(const Schedule &schedule) {
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&schedule);
+    return Bytes(bytes, bytes + sizeof schedule);
+}
+
+std::vector<Bytes> schedules_of(const Bytes &key) {
+    toolkit::DesKey des;
+    toolkit::DesEde3Key des3;
+    toolkit::Rc2Key rc2;
+    toolkit::Rc4 rc4;
+    Bytes weak = key;
+    for (std::size_t i = 1; i < 8; i += 2)
+        weak[i] &= 0x0f;
+    toolkit::des_set_key(&des, weak.data());
+    toolkit::des_ede3_set_key(&des3, key.data());
+    toolkit::rc2_set_key(&rc2, key.data(), 16, 32);
+    toolkit::rc4_set_key(&rc4, key.data(), 16);
+    return {bytes_of_schedule(des), bytes_of_schedule(des3), bytes_of_schedule(rc2),
+            bytes_of_schedule(rc4)};
+}
+
+Bytes exponent_from(const Bytes &seed) {
+    Bytes modulus = prime, base = {2}, exponent(20), value(64);
+    toolkit::DhGroup *group = nullptr;
+    toolkit::DigestRandom random;
+    toolkit::digest_random_init(&random, toolkit::RandomDigest::md5);
+    toolkit::digest_random_seed(&random, seed.data(), seed.size());
+    if (toolkit::dh_group_new(&group, {modulus.data(), 64}, {base.data(), 1}, 160) != 0 ||
+        toolkit::dh_generate(group, exponent.data(), value.data(),
+                             toolkit::digest_random_source(&random)) != 0)
+        std::abort();
+    return exponent;
+}
+
+// -1 / prime modulo 2^64, as multiplication modulo it needs.
+Bytes negative_inverse(const Bytes &number) {
+    uint64_t low = 0, inverse = 1;
+    for (std::size_t i = number.size() - 8; i < number.size(); ++i)
+        low = low << 8 | number[i];
+    for (int i = 0; i < 6; ++i)
+        inverse *= 2 - low * inverse;
+    Bytes bytes(8);
+    for (std::size_t i = 0; i < 8; ++i)
+        bytes[i] = static_cast<uint8_t>(-inverse >> (56 - 8 * i));
+    return bytes;
+}
 
 std::vector<Bytes> make_material() {
     const auto random = [](std::size_t size) {
@@ -34,43 +91,63 @@ std::vector<Bytes> make_material() {
     armour.resize(static_cast<std::size_t>(
         EVP_EncodeBlock(armour.data(), info.data(), static_cast<int>(info.size()))));
     const auto numbers = std::search(key.begin(), key.end(), exponent.begin(), exponent.end()) + 5;
-    return {veiled(bytes_of(package.phrase)),
-            veiled(random(24)),
-            veiled(package.key_and_iv()),
-            veiled(info),
-            veiled(key),
-            veiled(Bytes(numbers, key.end())),
-            veiled(session_key),
-            veiled(armour),
-            veiled(bytes_of(to_hex(info))),
-            package.encoding(),
-            rsa.public_key(),
-            rsa.encrypt(session_key),
-            des3_encrypted(session_key + Bytes(8, 1), Bytes(100, 7))};
+    std::vector<Bytes> all = schedules_of(session_key);
+    all.insert(all.end(),
+               {bytes_of(package.phrase), random(24), package.key_and_iv(), info, key,
+                Bytes(numbers, key.end()) + negative_inverse(rsa.prime1()) +
+                    negative_inverse(rsa.prime2()),
+                session_key, armour, bytes_of(to_hex(info)), exponent_from(session_key)});
+    for (Bytes &secret : all)
+        secret = veiled(secret);
+    all.insert(all.end(), {package.encoding(), rsa.public_key(), rsa.encrypt(session_key)});
+    return all;
 }
 
 const Material &material() {
     static const Material made = [] {
         std::vector<Bytes> m = made_elsewhere(make_material);
-        m.resize(13);
-        return Material{m[0], m[1], m[2], m[3],  m[4],  m[5], m[6],
-                        m[7], m[8], m[9], m[10], m[11], m[12]};
+        m.resize(17);
+        return Material{m[4],  m[5],  m[6],  m[7],  m[8],
+                        m[9],  m[10], m[11], m[12], {m[0], m[1], m[2], m[3]},
+                        m[13], m[14], m[15], m[16]};
     }();
     return made;
 }
 
-void expect(QelStatus status) {
-    EXPECT_EQ(status, QEL_OK);
+// The call of the platform that fails while an operation runs; nth is 0 when none does.
+struct Failing {
+    fault::Call call;
+    std::size_t nth;
+};
+Failing failing = {fault::Call::allocate, 0};
+bool met;
+
+// Lets it fail as long as this lives.
+struct Failure {
+    Failure() { fault::fail(failing.call, failing.nth); }
+    ~Failure() { met = fault::clear(failing.call); }
+    Failure(const Failure &) = delete;
+    Failure &operator=(const Failure &) = delete;
+};
+
+// The context of an operation, made and ended while nothing fails.
+class FailingContext : public TestContext {
+    const Failure failure_;
+};
+
+void expect(QelStatus status, bool good = true) {
+    EXPECT_TRUE(failing.nth != 0 || (status == QEL_OK) == good) << status;
 }
 
 const Bytes iv_parameters = from_hex("04080101010101010101");
 
 // Encrypts in parts and decrypts in one with the first bytes of the session key.
 void there_and_back(Holder &holder, decltype(kvdsaivqa) *encrypt, decltype(kvdsaivqa) *decrypt,
-                    const QelOid *oid, uint32_t key_length, bool weaken) {
-    const TestContext context;
+                    const QelOid *oid, uint32_t key_length, std::size_t schedule) {
+    const FailingContext context;
+    holder.look_for(material().schedules[schedule]);
     Bytes secret(material().session_key.begin(), material().session_key.begin() + key_length);
-    for (std::size_t i = 1; weaken && i < key_length; i += 2)
+    for (std::size_t i = 1; oid == QEL_DES_CBC_OID && i < key_length; i += 2)
         secret[i] = (secret[i] & 0x0f) | 0xa0; // 0 above, unveiled
     const uint8_t *key = holder.take(secret);
     QelOctetString parameters = {length_of(iv_parameters),
@@ -89,14 +166,14 @@ void there_and_back(Holder &holder, decltype(kvdsaivqa) *encrypt, decltype(kvdsa
     free(out);
     length = 0;
     out = nullptr;
-    EXPECT_NE(decrypt(context, text, 50, QEL_MODE_FINAL, &algorithm, key, key_length, &algorithm,
-                      &out, &length) == QEL_OK,
-              oid != QEL_RC4_OID);
+    expect(decrypt(context, text, 50, QEL_MODE_FINAL, &algorithm, key, key_length, &algorithm, &out,
+                   &length),
+           oid == QEL_RC4_OID);
     free(out);
 }
 
 void unwrap(Holder &holder, uint8_t damage) {
-    const TestContext context;
+    const FailingContext context;
     const Bytes &key = material().private_key;
     holder.look_for(material().private_numbers);
     Bytes wrapped = material().wrapped;
@@ -106,7 +183,7 @@ void unwrap(Holder &holder, uint8_t damage) {
     const QelStatus status =
         qel_unwrap_key(context, wrapped.data(), length_of(wrapped), QEL_RSA_ENCR_AID,
                        holder.take_unwatched(key), length_of(key), QEL_RSA_ENCR_AID, &out, &length);
-    EXPECT_EQ(status == QEL_OK, damage == 0);
+    expect(status, damage == 0);
     holder.look_for(material().session_key);
     if (out != nullptr)
         holder.made(out, length);
@@ -118,18 +195,18 @@ const char *phrase_of(Holder &holder, const Bytes &phrase) {
 }
 
 void open_package(Holder &holder, bool right) {
-    const TestContext context;
+    const FailingContext context;
     const Bytes &der = material().package;
     holder.look_for(material().derived);
     holder.look_for(material().private_numbers);
     QelKeyPkg *package = nullptr;
     uint8_t *key = nullptr;
     uint32_t length = 0;
-    EXPECT_EQ(__qel_validate_keypkg_with_pwd(
-                  context, der.data(), length_of(der),
-                  phrase_of(holder, right ? material().phrase : material().new_phrase), &package,
-                  &key, &length) == QEL_OK,
-              right);
+    const QelStatus status = __qel_validate_keypkg_with_pwd(
+        context, der.data(), length_of(der),
+        phrase_of(holder, right ? material().phrase : material().new_phrase), &package, &key,
+        &length);
+    expect(status, right);
     if (key != nullptr)
         explicit_bzero(key, length);
     free(key);
@@ -137,7 +214,7 @@ void open_package(Holder &holder, bool right) {
 }
 
 void prove(Holder &holder) {
-    const TestContext context;
+    const FailingContext context;
     const Bytes &der = material().package, &key = material().private_key;
     const Bytes algorithm = ber("30{06{2a864886f70d010101}0500}");
     holder.look_for(material().private_numbers);
@@ -150,7 +227,7 @@ void prove(Holder &holder) {
 }
 
 void change(Holder &holder) {
-    const TestContext context;
+    const FailingContext context;
     const Bytes &der = material().package, &info = material().private_info;
     holder.look_for(material().private_numbers);
     QelKeyPkg *package = nullptr;
@@ -161,7 +238,7 @@ void change(Holder &holder) {
 }
 
 void derive(Holder &holder) {
-    const TestContext context;
+    const FailingContext context;
     uint8_t salt[] = {1, 2, 3, 4, 5, 6, 7, 8}, *key = nullptr, *iv = nullptr;
     const char *phrase = phrase_of(holder, material().phrase);
     PassPhraseKeyInput input = {salt, 8, const_cast<char *>(phrase), 20};
@@ -183,7 +260,7 @@ void derive(Holder &holder) {
 }
 
 void sign(Holder &holder) {
-    const TestContext context;
+    const FailingContext context;
     const Bytes &key = material().private_key;
     holder.look_for(material().private_numbers);
     uint8_t *signature = nullptr;
@@ -195,7 +272,7 @@ void sign(Holder &holder) {
 }
 
 void wrap(Holder &holder) {
-    const TestContext context;
+    const FailingContext context;
     Bytes der = material().public_key;
     const QelBitString bits = {length_of(der) * 8, der.data()};
     uint8_t *wrapped = nullptr;
@@ -206,9 +283,8 @@ void wrap(Holder &holder) {
 }
 
 void agree(Holder &holder) {
-    const TestContext context;
-    Bytes prime = from_hex("eb2425d2bb372a6c3cca8dcc962ddeb7f40b97c3b371bcb95a4d79eb42ea49a9"
-                           "e616d893e530e88c282ff92ce1f66f94dc4b4cb93c772b7163273891792be47b");
+    const FailingContext context;
+    holder.look_for(material().exponent);
     const uint8_t base[] = {2}, other[] = {0x55, 0x66, 0x77, 0x88};
     uint8_t value[64], secret[64];
     uint32_t length = 0;
@@ -219,7 +295,7 @@ void agree(Holder &holder) {
 }
 
 void generate(Holder &holder) {
-    const TestContext context;
+    const FailingContext context;
     uint8_t *key = nullptr, *public_key = nullptr;
     QelOctetString *parameters = nullptr;
     expect(qel_gen_des_key(context, &key, &parameters));
@@ -243,20 +319,22 @@ void generate(Holder &holder) {
     uint32_t bits = 0, length = 0;
     expect(qel_gen_rsa_keypair(context, &wanted, &public_key, &bits, &key, &length));
     // Sequence, version, modulus and public exponent are not secret.
-    holder.made(key + 79, length - 79);
+    if (key != nullptr)
+        holder.made(key + 79, length - 79);
     free(key);
     free(public_key);
 }
 
 // A private key to and from text; broken text cannot be read to its end.
 void convert(Holder &holder, bool broken) {
+    const Failure failure;
     const Bytes &armour = material().armour, &digits = material().digits;
     uint8_t *text = holder.take(armour), *bytes = nullptr;
     text[armour.size() - 5] = broken ? '!' : text[armour.size() - 5];
     uint32_t length = 0;
-    EXPECT_EQ(__qel_rfc1421_2_binary(reinterpret_cast<char *>(text), length_of(armour), &bytes,
-                                     &length) == QEL_OK,
-              !broken);
+    expect(
+        __qel_rfc1421_2_binary(reinterpret_cast<char *>(text), length_of(armour), &bytes, &length),
+        !broken);
     holder.look_for(material().private_numbers);
     if (bytes != nullptr)
         explicit_bzero(bytes, length);
@@ -264,8 +342,8 @@ void convert(Holder &holder, bool broken) {
 
     text = holder.take(digits);
     text[digits.size() - 1] = broken ? 'g' : text[digits.size() - 1];
-    EXPECT_EQ(__qel_hex_2_binary(reinterpret_cast<char *>(text), &bytes, &length) == QEL_OK,
-              !broken);
+    bytes = nullptr;
+    expect(__qel_hex_2_binary(reinterpret_cast<char *>(text), &bytes, &length), !broken);
     if (bytes != nullptr)
         explicit_bzero(bytes, length);
     free(bytes);
@@ -286,8 +364,31 @@ void convert_file(Holder &holder, QelStatus (*conversion)(const char *, const ch
     ASSERT_GT(write(ends[1], holder.take_unwatched(contents), contents.size()), 0);
     close(ends[1]);
     const std::string name = "/dev/fd/" + std::to_string(ends[0]);
+    const Failure failure;
     expect(conversion(name.c_str(), "/dev/null", O_WRONLY));
     close(ends[0]);
+}
+
+// What each operation leaves, also when a call that it makes fails, each in turn.
+void expect_nothing_left(const std::function<void(Holder &)> &operation) {
+    EXPECT_EQ(left_by(operation), "");
+    for (const fault::Call call :
+         {fault::Call::allocate, fault::Call::open, fault::Call::read, fault::Call::getrandom}) {
+        for (failing = {call, 1};; ++failing.nth) {
+            SCOPED_TRACE(testing::Message() << "call " << failing.nth << " of kind "
+                                            << static_cast<int>(call) << " fails");
+            const auto scan_and_tell = [&] {
+                const std::string found = scan_after(operation);
+                return std::vector<Bytes>{bytes_of(found), Bytes(met)};
+            };
+            const std::vector<Bytes> told = made_elsewhere(scan_and_tell);
+            ASSERT_EQ(told.size(), 2U);
+            EXPECT_EQ(text_of(told[0]), "");
+            if (told[1].empty())
+                break;
+        }
+    }
+    failing.nth = 0;
 }
 
 TEST(Memory, NoCopiesAreLeft) {
@@ -298,12 +399,11 @@ TEST(Memory, NoCopiesAreLeft) {
         std::function<void(Holder &)> operation;
     } cases[] = {
         {"DES",
-         [](Holder &h) { there_and_back(h, qel_encrypt, qel_decrypt, QEL_DES_CBC_OID, 8, true); }},
+         [](Holder &h) { there_and_back(h, qel_encrypt, qel_decrypt, QEL_DES_CBC_OID, 8, 0); }},
         {"triple DES",
-         [](Holder &h) { there_and_back(h, kvdsaivqa, kdlsdkspd, QEL_DES3_CBC_OID, 24, false); }},
-        {"RC2",
-         [](Holder &h) { there_and_back(h, kvdsaivqa, kdlsdkspd, QEL_RC2_CBC_OID, 16, false); }},
-        {"RC4", [](Holder &h) { there_and_back(h, kvdsaivqa, kdlsdkspd, QEL_RC4_OID, 16, false); }},
+         [](Holder &h) { there_and_back(h, kvdsaivqa, kdlsdkspd, QEL_DES3_CBC_OID, 24, 1); }},
+        {"RC2", [](Holder &h) { there_and_back(h, kvdsaivqa, kdlsdkspd, QEL_RC2_CBC_OID, 16, 2); }},
+        {"RC4", [](Holder &h) { there_and_back(h, kvdsaivqa, kdlsdkspd, QEL_RC4_OID, 16, 3); }},
         {"wrapping", wrap},
         {"unwrapping", [](Holder &h) { unwrap(h, 0); }},
         {"unwrapping what does not open", [](Holder &h) { unwrap(h, 1); }},
@@ -331,8 +431,43 @@ TEST(Memory, NoCopiesAreLeft) {
                  material().armour);
          }},
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(left_by(c.operation), "") << c.why;
+    material(); // made while nothing fails
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.why);
+        expect_nothing_left(c.operation);
+    }
+}
+
+// The forms that are looked for are those that the library works with.
+TEST(Memory, WhatIsUnderWayIsSeen) {
+    if (!memory_can_be_scanned)
+        GTEST_SKIP();
+    const Material &made = material();
+    const auto begin = [&](Holder &holder, const QelOid *oid, uint32_t key_length,
+                           std::size_t schedule) {
+        auto *context = new TestContext;
+        holder.look_for(made.schedules[schedule]);
+        QelOctetString parameters = {length_of(iv_parameters),
+                                     const_cast<uint8_t *>(iv_parameters.data())};
+        const QelAlgId algorithm = {const_cast<QelOid *>(oid), &parameters};
+        const uint8_t text[50] = {}, *key = holder.take_unwatched(made.session_key);
+        uint8_t encrypted[100], *out = encrypted;
+        uint32_t length = sizeof encrypted;
+        expect(kvdsaivqa(*context, text, 50, QEL_MODE_UPDATE, &algorithm, key, key_length,
+                         &algorithm, &out, &length));
+    };
+    EXPECT_NE(left_by([&](Holder &h) { begin(h, QEL_DES3_CBC_OID, 24, 1); }), "");
+    EXPECT_NE(left_by([&](Holder &h) { begin(h, QEL_RC2_CBC_OID, 16, 2); }), "");
+    EXPECT_NE(left_by([&](Holder &h) { begin(h, QEL_RC4_OID, 16, 3); }), "");
+    EXPECT_NE(left_by([&](Holder &holder) {
+                  auto *context = new TestContext;
+                  holder.look_for(made.exponent);
+                  const uint8_t base[] = {2}, *seed = holder.take_unwatched(made.session_key);
+                  uint8_t value[64];
+                  expect(__qel_dh_part1(*context, 160, 64, prime.data(), 1, base, seed, 24, value,
+                                        sizeof value));
+              }),
+              "");
 }
 
 uint8_t careless_variable[24];
@@ -356,9 +491,18 @@ TEST(Memory, CopiesAreSeen) {
         const uint8_t *plain = holder.take(secret);
         std::reverse_copy(plain, plain + secret.size(), careless_variable);
     };
+    const auto in_a_register = [&]([[maybe_unused]] Holder &holder) {
+#ifdef __x86_64__
+        const uint8_t *plain = holder.take(secret);
+        asm volatile("movups (%0), %%xmm14" : : "r"(plain) : "xmm14");
+#endif
+    };
     EXPECT_NE(left_by(on_the_heap), "");
     EXPECT_NE(left_by(on_the_stack), "");
     EXPECT_NE(left_by(in_a_variable), "");
+#ifdef __x86_64__
+    EXPECT_NE(left_by(in_a_register), "");
+#endif
     EXPECT_EQ(left_by([&](Holder &holder) { holder.take(secret); }), "");
 }
 

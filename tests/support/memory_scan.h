@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -23,10 +24,12 @@ constexpr bool memory_can_be_scanned = true;
 #endif
 
 // Secrets are looked for, and wait for their use, under a veil, so that nothing but the operation
-// between makes the copies that are found. Veiling twice gives back the bytes.
+// between makes the copies that are found. Veiling twice gives back the bytes. No more than one of
+// them is in a register at a time.
 inline void veil(uint8_t *bytes, std::size_t size) {
+    volatile uint8_t *const veiled = bytes;
     for (std::size_t i = 0; i < size; ++i)
-        bytes[i] ^= 0xa5;
+        veiled[i] = veiled[i] ^ 0xa5;
 }
 
 inline Bytes veiled(Bytes bytes) {
@@ -53,6 +56,8 @@ public:
     }
     // A secret that the operation has made: it is looked for, and wiped.
     void made(uint8_t *bytes, std::size_t size) {
+        if (bytes == nullptr)
+            return;
         veil(bytes, size);
         look_for(Bytes(bytes, bytes + size));
         explicit_bzero(bytes, size);
@@ -62,14 +67,19 @@ public:
             uint64_t word;
             memcpy(&word, &secret[at], 8);
             words_.insert(word);
-            words_.insert(__builtin_bswap64(word)); // as numbers are held
+            word = __builtin_bswap64(word); // as numbers are held
+            words_.insert(word);
+            words_.insert(digit(word, 0));
+            words_.insert(digit(word, 4));
         }
     }
 
     void wipe() { explicit_bzero(held_, sizeof held_); }
 
-    // The mappings with copies, one in a line, with how many pieces of 8 bytes each has.
-    std::string scan() const {
+    // The mappings with copies, one in a line, with how many pieces of 8 bytes each has. Nothing
+    // counts that lies between own_stack and this function's frame.
+    std::string scan(const uint8_t *own_stack) const {
+        const auto *const frame = static_cast<const uint8_t *>(__builtin_frame_address(0));
         static char maps[1 << 16];
         std::size_t size = 0;
         const int file = open("/proc/self/maps", O_RDONLY);
@@ -83,8 +93,14 @@ public:
             std::sscanf(line, "%lx-%lx %4s %*s %*s %*s%99[^\n]", &begin, &end, rights, name);
             if (rights[0] != 'r' || rights[1] != 'w')
                 continue;
-            const std::size_t found = count_in(reinterpret_cast<const uint8_t *>(begin),
-                                               reinterpret_cast<const uint8_t *>(end));
+            const auto *from = reinterpret_cast<const uint8_t *>(begin);
+            const auto *const to = reinterpret_cast<const uint8_t *>(end);
+            std::size_t found = 0;
+            if (from <= own_stack && own_stack < to) {
+                found = count_in(from, own_stack);
+                from = frame;
+            }
+            found += count_in(from, to);
             if (found != 0)
                 result += std::to_string(found) + " pieces in" + name + "\n";
         }
@@ -92,6 +108,12 @@ public:
     }
 
 private:
+    // A digit of 52 bits, which some arithmetic has in a word of its own, from this bit on.
+    static uint64_t digit(uint64_t veiled_word, int bit) {
+        constexpr uint64_t digit_bits = (uint64_t{1} << 52) - 1, veil_word = 0xa5a5a5a5a5a5a5a5;
+        return ((veiled_word >> bit) & digit_bits) ^ ((veil_word >> bit) & digit_bits) ^ veil_word;
+    }
+
     std::size_t count_in(const uint8_t *at, const uint8_t *end) const {
         std::size_t found = 0;
         static bool may_start[1 << 16];
@@ -146,7 +168,7 @@ inline std::vector<Bytes> made_elsewhere(const std::function<std::vector<Bytes>(
     return all;
 }
 
-// Runs an operation below the part of the stack that the scan itself will use.
+// Runs an operation, with room between its frames and those of the caller.
 [[gnu::noinline]] inline void run_deeper(const std::function<void(Holder &)> &operation,
                                          Holder &holder) {
     uint8_t above[1 << 15];
@@ -155,14 +177,33 @@ inline std::vector<Bytes> made_elsewhere(const std::function<std::vector<Bytes>(
     asm volatile("" : : "r"(above) : "memory");
 }
 
+// Runs an operation, wipes what its caller holds, and scans. A signal's handler does that, on a
+// stack of its own: the registers are in memory then, and what the operation left below its end on
+// the stack is as it was.
+inline std::string scan_after(const std::function<void(Holder &)> &operation) {
+    alignas(64) static uint8_t stack[1 << 17];
+    static Holder holder;
+    static std::string found;
+    struct sigaction action = {};
+    action.sa_handler = [](int) {
+        holder.wipe();
+        found = holder.scan(stack);
+    };
+    action.sa_flags = SA_ONSTACK;
+    stack_t own_stack = {};
+    own_stack.ss_sp = stack;
+    own_stack.ss_size = sizeof stack;
+    if (sigaltstack(&own_stack, nullptr) != 0 || sigaction(SIGUSR1, &action, nullptr) != 0)
+        std::abort();
+    run_deeper(operation, holder);
+    raise(SIGUSR1);
+    return found;
+}
+
 // Where an operation in a new process leaves copies of its secrets.
 inline std::string left_by(const std::function<void(Holder &)> &operation) {
-    const std::vector<Bytes> found = made_elsewhere([&] {
-        Holder holder;
-        run_deeper(operation, holder);
-        holder.wipe();
-        return std::vector<Bytes>{bytes_of(holder.scan())};
-    });
+    const std::vector<Bytes> found =
+        made_elsewhere([&] { return std::vector<Bytes>{bytes_of(scan_after(operation))}; });
     return found.empty() ? "no answer" : text_of(found[0]);
 }
 

@@ -577,18 +577,15 @@ TEST_F(PassPhrase, no_copy_is_left_but_the_callers) {
     if (!memory_can_be_scanned)
         GTEST_SKIP();
     TerminalSession session([] {
-        Holder holder;
-        run_deeper(
-            [](Holder &within) {
-                char *phrase = nullptr;
-                report->status = __qel_get_encryption_phrase(nullptr, QEL_PHRASE_NEW, &phrase);
-                report->has_phrase = phrase != nullptr && std::strlen(phrase) == 20;
-                if (report->has_phrase)
-                    within.made(reinterpret_cast<uint8_t *>(phrase), 20);
-                std::free(phrase);
-            },
-            holder);
-        std::strncpy(report->phrase, holder.scan().c_str(), sizeof report->phrase - 1);
+        const std::string found = scan_after([](Holder &holder) {
+            char *phrase = nullptr;
+            report->status = __qel_get_encryption_phrase(nullptr, QEL_PHRASE_NEW, &phrase);
+            report->has_phrase = phrase != nullptr && std::strlen(phrase) == 20;
+            if (report->has_phrase)
+                holder.made(reinterpret_cast<uint8_t *>(phrase), 20);
+            std::free(phrase);
+        });
+        std::strncpy(report->phrase, found.c_str(), sizeof report->phrase - 1);
     });
     std::string phrase;
     while (phrase.size() < 20)
