@@ -5,13 +5,6 @@
 
 namespace {
 
-Bytes sample(std::size_t size) {
-    Bytes data(size);
-    for (std::size_t i = 0; i < size; ++i)
-        data[i] = static_cast<uint8_t>(i * 13 + i / 255);
-    return data;
-}
-
 Bytes joined(Bytes a, const Bytes &b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
@@ -29,10 +22,9 @@ const CipherCase ciphers[] = {
 };
 const char *const iv = "a1a2a3a4a5a6a7a8";
 
-class Encrypt : public ::testing::Test {
+class Encrypt : public SharedFolder {
 protected:
     static void SetUpTestSuite() {
-        folder_ = new TemporaryFolder;
         for (const char *name : {"alice", "bob", "eve"})
             make_person(name, "1024");
         make_person("short", "512");
@@ -43,10 +35,6 @@ protected:
         key_file("rc2.key", "0102030405");
         key_file("rc4.key", "f1f2f3f4f5");
         write_file(path("data"), sample(1000));
-    }
-    static void TearDownTestSuite() {
-        delete folder_;
-        folder_ = nullptr;
     }
     static void make_person(const std::string &name, const char *bits) {
         const std::string key = path(name + ".pem");
@@ -61,8 +49,6 @@ protected:
         write_file(path(name), from_hex(digits));
         chmod(path(name).c_str(), 0600);
     }
-    static std::string path(const std::string &name) { return folder_->path(name); }
-    static Bytes contents(const std::string &name) { return read_file(path(name)); }
     static Bytes key_of(const CipherCase &cipher) {
         return contents(std::string(cipher.name) + ".key");
     }
@@ -106,9 +92,6 @@ protected:
         const Ran listed = run_program({"find", path(""), "-name", "kept.*"});
         EXPECT_EQ(listed.out, "") << "a temporary file is left";
     }
-
-private:
-    static inline TemporaryFolder *folder_ = nullptr;
 };
 
 TEST_F(Encrypt, ContainersAreTheOraclesWhateverTheSize) {
@@ -140,13 +123,13 @@ TEST_F(Encrypt, ContainersAreTheOraclesWhateverTheSize) {
 }
 
 TEST_F(Encrypt, KnownSizesAreDerAndPipesAreIndefinite) {
-    succeeds({"encrypt", "-k", "$des.key", "--iv", iv, "-o", "$der", "$data"});
+    succeeds(split("encrypt -k $des.key --iv a1a2a3a4a5a6a7a8 -o $der $data"));
     const Ran listed = openssl({"asn1parse", "-inform", "DER", "-in", path("der")});
     EXPECT_FALSE(holds(listed.out, "l=inf"));
-    succeeds({"encrypt", "-k", "$des.key", "--iv", iv, "-o", "$redirected"},
+    succeeds(split("encrypt -k $des.key --iv a1a2a3a4a5a6a7a8 -o $redirected"),
              {.input = contents("data")});
     EXPECT_EQ(contents("redirected"), contents("der"));
-    const Ran pipe = piped("data", {"encrypt", "-k", "$des.key", "--iv", iv});
+    const Ran pipe = piped("data", split("encrypt -k $des.key --iv a1a2a3a4a5a6a7a8"));
     EXPECT_EQ(to_hex(bytes_of(pipe.out.substr(0, 2))), "3080");
 }
 
@@ -180,8 +163,8 @@ TEST_F(Encrypt, EnvelopesOpenForEveryRecipientAndNobodyElse) {
                   {"decrypt", "-k", "$eve.pem", "-c", "$eve.cert", path(file)}, 4, "for others");
         }
     }
-    succeeds({"encrypt", "-t", "$short.cert", "-o", "$ours", "$data"});
-    fails("a key of another size", {"decrypt", "-k", "$eve.pem", "$ours"}, 4, "size");
+    succeeds(split("encrypt -t $short.cert -o $ours $data"));
+    fails("a key of another size", split("decrypt -k $eve.pem $ours"), 4, "size");
 }
 
 TEST_F(Encrypt, EnvelopesOfTheOracleOpen) {
@@ -191,8 +174,8 @@ TEST_F(Encrypt, EnvelopesOfTheOracleOpen) {
     } rows[] = {
         {"DER", {"smime", "-outform", "DER"}},
         {"armour", {"smime", "-outform", "PEM"}},
-        {"indefinite lengths", {"cms", "-outform", "DER", "-stream"}},
-        {"armour around indefinite lengths", {"cms", "-outform", "PEM", "-stream"}},
+        {"indefinite lengths", split("cms -outform DER -stream")},
+        {"armour around indefinite lengths", split("cms -outform PEM -stream")},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
@@ -208,7 +191,7 @@ TEST_F(Encrypt, EnvelopesOfTheOracleOpen) {
                       path(name + std::string(".cert")), "-o", "$opened", "$theirs"});
             EXPECT_EQ(contents("opened"), contents("data"));
         }
-        EXPECT_EQ(piped("theirs", {"decrypt", "-k", "$alice.pem"}).out, text_of(contents("data")));
+        EXPECT_EQ(piped("theirs", split("decrypt -k $alice.pem")).out, text_of(contents("data")));
     }
 }
 
@@ -239,18 +222,16 @@ TEST_F(Encrypt, BareCiphertextIsTheOracles) {
             EXPECT_EQ(contents("ours"), data);
         }
     }
-    succeeds({"encrypt", "--raw", "-a", "rc2", "-k", "$rc2.key", "--iv", iv, "-o", "$a", "$data"});
-    succeeds({"encrypt", "--raw", "-a", "rc2", "-k", "$hex.key", "--key-hex", "--iv", iv, "-o",
-              "$b", "$data"});
+    succeeds(split("encrypt --raw -a rc2 -k $rc2.key --iv a1a2a3a4a5a6a7a8 -o $a $data"));
+    succeeds(split("encrypt --raw -a rc2 -k $hex.key --key-hex --iv a1a2a3a4a5a6a7a8 -o $b $data"));
     EXPECT_EQ(contents("a"), contents("b"));
     write_file(path("rc2.par"), from_hex("300e 020200a0 0408 a1a2a3a4a5a6a7a8"));
-    succeeds(
-        {"encrypt", "--raw", "-a", "rc2", "-k", "$rc2.key", "-p", "$rc2.par", "-o", "$b", "$data"});
+    succeeds(split("encrypt --raw -a rc2 -k $rc2.key -p $rc2.par -o $b $data"));
     EXPECT_EQ(contents("a"), contents("b"));
 }
 
 TEST_F(Encrypt, WhatCannotBeDecryptedLeavesTheOutputAlone) {
-    succeeds({"encrypt", "-k", "$des.key", "--iv", iv, "-o", "$good", "$data"});
+    succeeds(split("encrypt -k $des.key --iv a1a2a3a4a5a6a7a8 -o $good $data"));
     const Bytes good = contents("good");
     Bytes flipped = good;
     flipped[flipped.size() - 9] ^= 0x80; // what stands before the last block changes the padding
@@ -261,38 +242,32 @@ TEST_F(Encrypt, WhatCannotBeDecryptedLeavesTheOutputAlone) {
     write_file(path("nothing"), {});
     key_file("wrong.key", "010203040506070b"); // that it ends in bad padding is seen here
     key_file("seven.key", "01020304050607");
-    oracle({"cms", "-EncryptedData_encrypt", "-binary", "-outform", "DER", "-aes128", "-secretkey",
-            "000102030405060708090a0b0c0d0e0f", "-in", "$data", "-out", "$aes"});
+    oracle(split("cms -EncryptedData_encrypt -binary -outform DER -aes128 -secretkey "
+                 "000102030405060708090a0b0c0d0e0f -in $data -out $aes"));
     const struct {
         const char *reason;
         std::vector<std::string> words;
         int exit;
         const char *told;
     } rows[] = {
-        {"wrong key", {"-k", "$wrong.key", "$good"}, 3, "status 14 QEL_ERR_DECRYPT"},
-        {"changed ciphertext", {"-k", "$des.key", "$flipped"}, 3, "status 14"},
-        {"a byte behind the end", {"-k", "$des.key", "$longer"}, 3, "something follows"},
-        {"cut", {"-k", "$des.key", "$cut"}, 3, "is cut after"},
-        {"neither BER nor armour", {"-k", "$des.key", "$text"}, 3, "neither BER nor armour"},
-        {"empty file", {"-k", "$des.key", "$nothing"}, 3, "cut after 0 bytes"},
-        {"another type of PKCS#7's family", {"-k", "$des.key", "$alice.cert"}, 3, "status 10"},
-        {"key of another size", {"-k", "$seven.key", "$good"}, 3, "it has 7 bytes"},
-        {"key that is no hexadecimal", {"-k", "$data", "--key-hex", "$good"}, 3, "hexadecimal"},
-        {"empty key", {"-k", "$nothing", "$good"}, 3, "empty"},
-        {"algorithm of another time", {"-k", "$des.key", "$aes"}, 3, "2.16.840.1.101.3.4.1.2"},
-        {"no such input", {"-k", "$des.key", "$absent"}, 3, "No such file"},
-        {"no such key", {"-k", "$absent", "$good"}, 3, "No such file"},
+        {"wrong key", split("-k $wrong.key $good"), 3, "status 14 QEL_ERR_DECRYPT"},
+        {"changed ciphertext", split("-k $des.key $flipped"), 3, "status 14"},
+        {"a byte behind the end", split("-k $des.key $longer"), 3, "something follows"},
+        {"cut", split("-k $des.key $cut"), 3, "is cut after"},
+        {"neither BER nor armour", split("-k $des.key $text"), 3, "neither BER nor armour"},
+        {"empty file", split("-k $des.key $nothing"), 3, "cut after 0 bytes"},
+        {"another type of PKCS#7's family", split("-k $des.key $alice.cert"), 3, "status 10"},
+        {"key of another size", split("-k $seven.key $good"), 3, "it has 7 bytes"},
+        {"key that is no hexadecimal", split("-k $data --key-hex $good"), 3, "hexadecimal"},
+        {"empty key", split("-k $nothing $good"), 3, "empty"},
+        {"algorithm of another time", split("-k $des.key $aes"), 3, "2.16.840.1.101.3.4.1.2"},
+        {"no such input", split("-k $des.key $absent"), 3, "No such file"},
+        {"no such key", split("-k $absent $good"), 3, "No such file"},
         {"bare ciphertext that is no whole block",
-         {"--raw", "-a", "des", "--iv", iv, "-k", "$des.key", "$seven.key"},
-         3,
-         "status 14"},
-        {"no ciphertext at all",
-         {"--raw", "-a", "des", "--iv", iv, "-k", "$des.key", "$nothing"},
-         3,
-         "status 14"},
-        {"parameters of another cipher",
-         {"--raw", "-a", "rc2", "-p", "$des.key", "-k", "$rc2.key", "$good"},
-         3,
+         split("--raw -a des --iv a1a2a3a4a5a6a7a8 -k $des.key $seven.key"), 3, "status 14"},
+        {"no ciphertext at all", split("--raw -a des --iv a1a2a3a4a5a6a7a8 -k $des.key $nothing"),
+         3, "status 14"},
+        {"parameters of another cipher", split("--raw -a rc2 -p $des.key -k $rc2.key $good"), 3,
          "parameters"},
     };
     for (const auto &row : rows) {
@@ -304,12 +279,12 @@ TEST_F(Encrypt, WhatCannotBeDecryptedLeavesTheOutputAlone) {
 
 TEST_F(Encrypt, EverySpoiledContainerIsRefusedOrHarmless) {
     write_file(path("one"), {0x61});
-    const std::vector<std::string> words = {"encrypt", "-k", "$des.key", "--iv", iv};
+    const std::vector<std::string> words = split("encrypt -k $des.key --iv a1a2a3a4a5a6a7a8");
     const auto try_one = [&](const Bytes &spoiled, bool cut, const std::string &what) {
         SCOPED_TRACE(what);
         write_file(path("spoiled"), spoiled);
         unlink(path("made").c_str());
-        const Ran ran = run({"decrypt", "-k", "$des.key", "-o", "$made", "$spoiled"});
+        const Ran ran = run(split("decrypt -k $des.key -o $made $spoiled"));
         EXPECT_EQ(access(path("made").c_str(), F_OK) == 0, ran.exit == 0);
         EXPECT_TRUE(ran.exit == 3 || (!cut && (ran.exit == 0 || ran.exit == 4))) << ran.err;
     };
@@ -328,43 +303,38 @@ TEST_F(Encrypt, EverySpoiledContainerIsRefusedOrHarmless) {
 TEST_F(Encrypt, RefusalsOfTheExportPolicyNameTheRule) {
     const Bytes plain = sample(65536);
     write_file(path("plain"), plain);
-    succeeds({"encrypt", "--raw", "-k", "$des.key", "--iv", iv, "-o", "$once", "$plain"});
+    succeeds(split("encrypt --raw -k $des.key --iv a1a2a3a4a5a6a7a8 -o $once $plain"));
     const Bytes once = contents("once");
     write_file(path("again"), joined(plain, Bytes(once.begin(), once.begin() + 65)));
     key_file("odd1.key", "0110010101010101");
     key_file("odd7.key", "ffffffffffffffff");
     key_file("six.key", "010203040506");
-    oracle({"cms", "-EncryptedData_encrypt", "-binary", "-outform", "DER", "-des3", "-secretkey",
-            "0102030405060708090a0b0c0d0e0f101112131415161718", "-in", "$data", "-out", "$triple"});
+    oracle(split("cms -EncryptedData_encrypt -binary -outform DER -des3 -secretkey "
+                 "0102030405060708090a0b0c0d0e0f101112131415161718 -in $data -out $triple"));
     key_file("triple.key", "0102030405060708090a0b0c0d0e0f101112131415161718");
     const struct {
         const char *reason;
         std::vector<std::string> words;
         const char *told;
     } rows[] = {
-        {"DES byte 1", {"encrypt", "-k", "$odd1.key", "$data"}, "position 1 is above 0F"},
-        {"DES, all ones", {"encrypt", "-k", "$odd7.key", "$data"}, "position 1 is above 0F"},
-        {"long RC2 key", {"encrypt", "-a", "rc2", "-k", "$six.key", "$data"}, "has 6 bytes; RC2"},
-        {"long RC4 key", {"encrypt", "-a", "rc4", "-k", "$six.key", "$data"}, "has 6 bytes; RC4"},
-        {"effective bits",
-         {"encrypt", "-a", "rc2", "--effective-bits", "41", "-k", "$rc2.key", "$data"},
+        {"DES byte 1", split("encrypt -k $odd1.key $data"), "position 1 is above 0F"},
+        {"DES, all ones", split("encrypt -k $odd7.key $data"), "position 1 is above 0F"},
+        {"long RC2 key", split("encrypt -a rc2 -k $six.key $data"), "has 6 bytes; RC2"},
+        {"long RC4 key", split("encrypt -a rc4 -k $six.key $data"), "has 6 bytes; RC4"},
+        {"effective bits", split("encrypt -a rc2 --effective-bits 41 -k $rc2.key $data"),
          "have 41 effective key bits"},
         {"effective bits of what is read",
-         {"decrypt", "--raw", "-a", "rc2", "--effective-bits", "64", "--iv", iv, "-k", "$rc2.key",
-          "$data"},
+         split("decrypt --raw -a rc2 --effective-bits 64 --iv a1a2a3a4a5a6a7a8 -k $rc2.key $data"),
          "have 64 effective key bits"},
         {"effective bits of a session key",
-         {"encrypt", "-a", "rc2", "--effective-bits", "64", "-t", "$alice.pub", "$data"},
-         "effective key bits"},
-        {"triple DES", {"decrypt", "-k", "$triple.key", "$triple"}, "triple DES"},
-        {"the last output again",
-         {"encrypt", "--raw", "-k", "$des.key", "--iv", iv, "$again"},
+         split("encrypt -a rc2 --effective-bits 64 -t $alice.pub $data"), "effective key bits"},
+        {"triple DES", split("decrypt -k $triple.key $triple"), "triple DES"},
+        {"the last output again", split("encrypt --raw -k $des.key --iv a1a2a3a4a5a6a7a8 $again"),
          "status 50 QEL_ERR_DOUBLE_ENCRYPT"},
     };
     for (const auto &row : rows)
         fails(row.reason, row.words, 9, row.told);
-    const Json error =
-        run({"encrypt", "--json", "-k", "$odd1.key", "-o", "$kept", "$data"}).json()["error"];
+    const Json error = run(split("encrypt --json -k $odd1.key -o $kept $data")).json()["error"];
     EXPECT_EQ(error["status"]["number"], 53);
     EXPECT_TRUE(holds(error["next_step"], "qel genkey des"));
 }
@@ -372,8 +342,8 @@ TEST_F(Encrypt, RefusalsOfTheExportPolicyNameTheRule) {
 TEST_F(Encrypt, WhatIsWrittenIsForItsOwner) {
     write_file(path("plain"), sample(10));
     const mode_t mask = umask(0);
-    succeeds({"encrypt", "-k", "$des.key", "-o", "$secret.p7", "$plain"});
-    succeeds({"decrypt", "-k", "$des.key", "-o", "$private.out", "$secret.p7"});
+    succeeds(split("encrypt -k $des.key -o $secret.p7 $plain"));
+    succeeds(split("decrypt -k $des.key -o $private.out $secret.p7"));
     umask(mask);
     struct stat about;
     ASSERT_EQ(stat(path("private.out").c_str(), &about), 0);
@@ -381,19 +351,19 @@ TEST_F(Encrypt, WhatIsWrittenIsForItsOwner) {
     ASSERT_EQ(stat(path("secret.p7").c_str(), &about), 0);
     EXPECT_EQ(about.st_mode & 0777, 0666U);
     chmod(path("private.out").c_str(), 0644); // a file that is there keeps the mode it was given
-    succeeds({"decrypt", "-k", "$des.key", "-o", "$private.out", "$secret.p7"});
+    succeeds(split("decrypt -k $des.key -o $private.out $secret.p7"));
     ASSERT_EQ(stat(path("private.out").c_str(), &about), 0);
     EXPECT_EQ(about.st_mode & 0777, 0644U);
 
     for (const auto &[mode, warned] : {std::pair(0600, false), {0640, true}, {0604, true}}) {
         write_file(path("read.key"), contents("des.key"));
         chmod(path("read.key").c_str(), static_cast<mode_t>(mode));
-        const Ran ran = run({"encrypt", "-k", "$read.key", "-o", "$secret.p7", "$plain"});
+        const Ran ran = run(split("encrypt -k $read.key -o $secret.p7 $plain"));
         EXPECT_EQ(ran.exit, 0);
         EXPECT_EQ(holds(ran.err, "open to others"), warned) << ran.err;
     }
     const Bytes key = contents("alice.pem");
-    EXPECT_EQ(run({"encrypt", "-k", "$des.key", "-o", "$alice.pem", "$plain"}).exit, 7);
+    EXPECT_EQ(run(split("encrypt -k $des.key -o $alice.pem $plain")).exit, 7);
     EXPECT_EQ(contents("alice.pem"), key);
 }
 
@@ -416,9 +386,8 @@ TEST_F(Encrypt, NothingHalfMadeIsLeftWhenASignalEndsIt) {
 }
 
 TEST_F(Encrypt, JsonTellsWhatWasDone) {
-    const Json made = run({"encrypt", "--json", "-a", "rc2", "-t", "$alice.cert", "-t", "$bob.pub",
-                           "-o", "$ours", "$data"})
-                          .json();
+    const Json made =
+        run(split("encrypt --json -a rc2 -t $alice.cert -t $bob.pub -o $ours $data")).json();
     EXPECT_EQ(made["container"], "EnvelopedData");
     EXPECT_EQ(made["algorithm"]["name"], "RC2-CBC");
     EXPECT_EQ(made["algorithm"]["effective_bits"], 40);
@@ -427,8 +396,7 @@ TEST_F(Encrypt, JsonTellsWhatWasDone) {
     ASSERT_EQ(made["recipients"].size(), 2U);
     EXPECT_EQ(made["recipients"][0]["subject"], "CN=alice, O=Acme");
     EXPECT_TRUE(made["recipients"][1]["subject"].is_null());
-    const Json opened =
-        run({"decrypt", "--json", "-k", "$bob.pem", "-o", "$opened", "$ours"}).json();
+    const Json opened = run(split("decrypt --json -k $bob.pem -o $opened $ours")).json();
     EXPECT_EQ(opened["bytes_out"], 1000);
     EXPECT_EQ(opened["algorithm"], made["algorithm"]);
 }
@@ -452,14 +420,14 @@ TEST_F(Encrypt, KeyPackagesAreRecipients) {
     EXPECT_EQ(piped_to("decrypt.KEYPKG", "ours").exit, 0);
     EXPECT_EQ(piped_to("bob.cert", "absent").exit, 0);
     unlink(path("absent").c_str());
-    fails("a recipient that could not decrypt", {"encrypt", "-t", "$sign.KEYPKG", "$data"}, 9,
+    fails("a recipient that could not decrypt", split("encrypt -t $sign.KEYPKG $data"), 9,
           "usage of its key is sign");
-    const std::vector<std::string> words = {"decrypt", "--batch", "-k", "$decrypt.KEYPKG"};
+    const std::vector<std::string> words = split("decrypt --batch -k $decrypt.KEYPKG");
     auto opens = words;
     opens.insert(opens.end(), {"--passin", right, "-o", "$opened", "$ours"});
     succeeds(opens);
     EXPECT_EQ(contents("opened"), contents("data"));
-    succeeds({"wrap", "-t", "$decrypt.KEYPKG", "-o", "$wrapped", "$des.key"});
+    succeeds(split("wrap -t $decrypt.KEYPKG -o $wrapped $des.key"));
     succeeds({"unwrap", "-k", "$decrypt.KEYPKG", "--passin", right, "--force", "-o", "$session",
               "$wrapped"});
     EXPECT_EQ(contents("session"), contents("des.key"));
@@ -474,16 +442,16 @@ TEST_F(Encrypt, KeyPackagesAreRecipients) {
     fails("a wrong pass phrase", refused, 6, "pass phrase is wrong");
     fails("a key for signatures", {"decrypt", "-k", "$sign.KEYPKG", "--passin", right, "$ours"}, 9,
           "its usage is sign");
-    EXPECT_NE(run({"encrypt", "-t", "$damaged", "-o", "$absent", "$data"}).exit, 0);
+    EXPECT_NE(run(split("encrypt -t $damaged -o $absent $data")).exit, 0);
     EXPECT_NE(access(path("absent").c_str(), F_OK), 0);
 }
 
 TEST_F(Encrypt, LargeFilesTakeLittleMemory) {
     write_file(path("large"), bytes_of("a beginning"));
     ASSERT_EQ(truncate(path("large").c_str(), 100L << 20), 0);
-    const Ran there = run({"encrypt", "-k", "$des.key", "-o", "$large.p7", "$large"});
+    const Ran there = run(split("encrypt -k $des.key -o $large.p7 $large"));
     EXPECT_EQ(there.exit, 0) << there.err;
-    const Ran back = run({"decrypt", "-k", "$des.key", "-o", "$large.out", "$large.p7"});
+    const Ran back = run(split("decrypt -k $des.key -o $large.out $large.p7"));
     EXPECT_EQ(back.exit, 0) << back.err;
     EXPECT_EQ(run_program({"cmp", path("large"), path("large.out")}).exit, 0);
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
@@ -514,12 +482,12 @@ TEST_F(Encrypt, WrappedKeysAreTheOracles) {
             EXPECT_EQ(contents("session"), contents("des.key"));
         }
     }
-    succeeds({"unwrap", "-k", "$short.pem", "--hex", "-o", "$session.hex", "$wrapped"});
+    succeeds(split("unwrap -k $short.pem --hex -o $session.hex $wrapped"));
     EXPECT_EQ(text_of(contents("session.hex")), to_hex(contents("des.key")) + "\n");
 }
 
 TEST_F(Encrypt, KeysThatCannotBeWrappedOrUnwrappedTellWhy) {
-    succeeds({"wrap", "-t", "$alice.pub", "-o", "$wrapped", "$des.key"});
+    succeeds(split("wrap -t $alice.pub -o $wrapped $des.key"));
     Bytes spoiled = contents("wrapped");
     spoiled[100] ^= 4;
     write_file(path("spoiled"), spoiled);
@@ -534,25 +502,21 @@ TEST_F(Encrypt, KeysThatCannotBeWrappedOrUnwrappedTellWhy) {
              path("long.pem")});
     for (const char *name : {"117", "118", "ec.pem", "long.pem"})
         chmod(path(name).c_str(), 0600);
-    succeeds({"wrap", "-t", "$alice.pub", "-o", "$full", "$117"});
+    succeeds(split("wrap -t $alice.pub -o $full $117"));
     const struct {
         const char *reason;
         std::vector<std::string> words;
         int exit;
         const char *told;
     } rows[] = {
-        {"a bit", {"unwrap", "-k", "$alice.pem", "$spoiled"}, 3, "status 46 QEL_ERR_UNWRAP"},
-        {"another key", {"unwrap", "-k", "$eve.pem", "$wrapped"}, 3, "status 46"},
-        {"a byte too few", {"unwrap", "-k", "$alice.pem", "$cut"}, 3, "has 127 bytes"},
-        {"a modulus beyond 512 bytes",
-         {"unwrap", "-k", "$long.pem", "$wrapped"},
-         9,
+        {"a bit", split("unwrap -k $alice.pem $spoiled"), 3, "status 46 QEL_ERR_UNWRAP"},
+        {"another key", split("unwrap -k $eve.pem $wrapped"), 3, "status 46"},
+        {"a byte too few", split("unwrap -k $alice.pem $cut"), 3, "has 127 bytes"},
+        {"a modulus beyond 512 bytes", split("unwrap -k $long.pem $wrapped"), 9,
          "modulus has 513 bytes"},
-        {"no RSA key", {"wrap", "-t", "$ec.pub", "$des.key"}, 3, "status 47"},
-        {"no RSA private key", {"unwrap", "-k", "$ec.pem", "$wrapped"}, 3, "private key"},
-        {"a byte too much for the modulus",
-         {"wrap", "-t", "$alice.pub", "$118"},
-         3,
+        {"no RSA key", split("wrap -t $ec.pub $des.key"), 3, "status 47"},
+        {"no RSA private key", split("unwrap -k $ec.pem $wrapped"), 3, "private key"},
+        {"a byte too much for the modulus", split("wrap -t $alice.pub $118"), 3,
          "has 118 bytes, and a modulus of 128 has room for 117"},
     };
     for (const auto &row : rows) {

@@ -15,11 +15,10 @@ namespace {
 constexpr const char *right_phrase = "correct horse battery staple";
 
 // A folder with pass phrases, keys made by OpenSSL, and one key package.
-class KeyPkg : public ::testing::Test {
+class KeyPkg : public SharedFolder {
 protected:
     static void SetUpTestSuite() {
         umask(0);
-        folder_ = new TemporaryFolder;
         for (const auto &[name, text] :
              {std::pair("phrase", std::string(right_phrase) + "\n"),
               {"other", std::string("another phrase")},
@@ -37,11 +36,6 @@ protected:
                  path("1024.der")});
         make("alice.KEYPKG", "alice");
     }
-    static void TearDownTestSuite() {
-        delete folder_;
-        folder_ = nullptr;
-    }
-    static std::string path(const std::string &name) { return folder_->path(name); }
     static void write_secret(const std::string &name, const Bytes &contents) {
         write_file(path(name), contents);
         chmod(path(name).c_str(), 0600);
@@ -71,9 +65,6 @@ protected:
         words.insert(words.end(), more.begin(), more.end());
         return qel(words).exit;
     }
-
-private:
-    static inline TemporaryFolder *folder_ = nullptr;
 };
 
 // ---- Making ------------------------------------------------------------------------------------
@@ -89,8 +80,8 @@ TEST_F(KeyPkg, NewPackageHoldsWhatWasAskedForAndAKeyThatTheOracleAccepts) {
         std::size_t trusted;
     } rows[] = {
         {"defaults", {}, 512, "65537", "both", 0},
-        {"smallest key and exponent", {"-b", "360", "-e", "3"}, 360, "3", "both", 0},
-        {"odd size, for signing", {"-b", "511", "--usage", "sign"}, 511, "65537", "sign", 0},
+        {"smallest key and exponent", split("-b 360 -e 3"), 360, "3", "both", 0},
+        {"odd size, for signing", split("-b 511 --usage sign"), 511, "65537", "sign", 0},
         {"for decryption", {"--usage", "decrypt"}, 512, "65537", "decrypt", 0},
         {"two files of trusted keys",
          {"--trust", path("root.pem"), "--trust", vector_path("armour/01.pem")},
@@ -261,110 +252,81 @@ TEST_F(KeyPkg, EachRefusalHasItsStatusAndItsReason) {
     write_secret("damaged.KEYPKG", damaged);
     write_secret("costly.KEYPKG",
                  with_iterations(read_file(alice), read_file(path("alice.p8")), 0xFFFFFFFF));
-    const std::vector<std::string> verify = {"keypkg", "verify"},
-                                   keygen = {"keygen", "--owner", "CN=A", "-o",
-                                             path("none.KEYPKG")};
     const struct {
         const char *reason;
-        std::vector<std::string> command, words;
+        const char *words; // $name is a file of the folder
         int exit;
         const char *told;
     } rows[] = {
-        {"wrong pass phrase", verify, {"--passin", phrase("wrong"), alice}, 6, "wrong"},
-        {"empty pass phrase", verify, {"--passin", phrase("empty"), alice}, 6, "empty"},
-        {"file open to others", verify, {"--passin", phrase("open"), alice}, 9, "0640"},
-        {"no such file", verify, {"--passin", phrase("absent"), alice}, 3, "No such file"},
-        {"no such variable", verify, {"--passin", "env:QEL_TEST_ABSENT", alice}, 3, "no variable"},
-        {"empty variable", verify, {"--passin", "env:QEL_TEST_EMPTY", alice}, 6, "empty"},
-        {"descriptor that is not open", verify, {"--passin", "fd:77", alice}, 3, "descriptor 77"},
-        {"no kind of source", verify, {"--passin", "pass:secret", alice}, 2, "fd:N"},
-        {"no number", verify, {"--passin", "fd:x", alice}, 2, "fd:N"},
-        {"standard input twice", verify, {"--passin", "fd:0", "-"}, 2, "standard input"},
-        {"batch, and a prompt",
-         verify,
-         {"--batch", "--passin", "prompt", alice},
-         2,
+        {"wrong pass phrase", "keypkg verify --passin file:$wrong $alice.KEYPKG", 6, "wrong"},
+        {"empty pass phrase", "keypkg verify --passin file:$empty $alice.KEYPKG", 6, "empty"},
+        {"file open to others", "keypkg verify --passin file:$open $alice.KEYPKG", 9, "0640"},
+        {"no such file", "keypkg verify --passin file:$no $alice.KEYPKG", 3, "No such file"},
+        {"no such variable", "keypkg verify --passin env:QEL_TEST_ABSENT $alice.KEYPKG", 3,
+         "no variable"},
+        {"empty variable", "keypkg verify --passin env:QEL_TEST_EMPTY $alice.KEYPKG", 6, "empty"},
+        {"descriptor that is not open", "keypkg verify --passin fd:77 $alice.KEYPKG", 3,
+         "descriptor 77"},
+        {"no kind of source", "keypkg verify --passin pass:secret $alice.KEYPKG", 2, "fd:N"},
+        {"no number", "keypkg verify --passin fd:x $alice.KEYPKG", 2, "fd:N"},
+        {"standard input twice", "keypkg verify --passin fd:0 -", 2, "standard input"},
+        {"batch, and a prompt", "keypkg verify --batch --passin prompt $alice.KEYPKG", 2,
          "'--passin fd:N'"},
-        {"batch, and no source", keygen, {"--batch"}, 2, "'--passin fd:N'"},
+        {"batch, and no source", "keygen --owner CN=A -o $none.KEYPKG --batch", 2,
+         "'--passin fd:N'"},
         {"batch, and no source for the new phrase",
-         {"keypkg", "passwd"},
-         {"--batch", "--passin", phrase(), alice},
-         2,
-         "'--new-passin fd:N'"},
-        {"new phrase longer than can be typed", keygen, {"--passin", phrase("long")}, 3, "100"},
-        {"no such identifier", verify, {"--id", "bob", alice}, 4, "it holds 'alice'"},
-        {"not a key package", verify, {vector_path("armour/01.pem")}, 3, "key package"},
-        {"damaged, looked at", verify, {path("damaged.KEYPKG")}, 1, "NOT"},
+         "keypkg passwd --batch --passin file:$phrase $alice.KEYPKG", 2, "'--new-passin fd:N'"},
+        {"new phrase longer than can be typed",
+         "keygen --owner CN=A -o $none.KEYPKG --passin file:$long", 3, "100"},
+        {"no such identifier", "keypkg verify --id bob $alice.KEYPKG", 4, "it holds 'alice'"},
+        {"not a key package", "keypkg verify " QEL_SOURCE "/tests/vectors/armour/01.pem", 3,
+         "key package"},
+        {"damaged, looked at", "keypkg verify $damaged.KEYPKG", 1, "NOT"},
         {"damaged, unlocked",
-         {"keypkg", "passwd"},
-         {"--passin", phrase(), "--new-passin", phrase("other"), path("damaged.KEYPKG")},
-         3,
+         "keypkg passwd --passin file:$phrase --new-passin file:$other $damaged.KEYPKG", 3,
          "cannot unlock"},
-        {"work for hours",
-         verify,
-         {"--passin", phrase(), path("costly.KEYPKG")},
-         3,
+        {"work for hours", "keypkg verify --passin file:$phrase $costly.KEYPKG", 3,
          "--max-iterations 4294967295"},
         {"more work than allowed",
-         verify,
-         {"--passin", phrase(), "--max-iterations", "999", alice},
-         3,
+         "keypkg verify --passin file:$phrase --max-iterations 999 $alice.KEYPKG", 3,
          "more than 999"},
         {"longer than the export policy allows",
-         keygen,
-         {"--passin", phrase(), "-b", "513"},
-         9,
-         "status 53"},
-        {"too short to sign", keygen, {"-b", "359"}, 2, "from 360"},
-        {"even exponent", keygen, {"-e", "4"}, 2, "odd"},
-        {"identifier that is not ASCII", keygen, {"--batch", "--id", "\xc3\xa4"}, 2, ""},
-        {"impossible owner",
-         {"keygen", "--owner", "Alice"},
-         {"-o", path("none.KEYPKG"), "--passin", phrase()},
-         3,
+         "keygen --owner CN=A -o $none.KEYPKG --passin file:$phrase -b 513", 9, "status 53"},
+        {"too short to sign", "keygen --owner CN=A -o $none.KEYPKG -b 359", 2, "from 360"},
+        {"even exponent", "keygen --owner CN=A -o $none.KEYPKG -e 4", 2, "odd"},
+        {"identifier that is not ASCII",
+         "keygen --owner CN=A -o $none.KEYPKG --batch --id \xc3\xa4", 2, ""},
+        {"impossible owner", "keygen --owner Alice -o $none.KEYPKG --passin file:$phrase", 3,
          "Equals missing"},
-        {"export without consent", {"keypkg", "export"}, {"-o", "x", alice}, 2, "--unencrypted"},
-        {"export of both keys",
-         {"keypkg", "export"},
-         {"--public", "--unencrypted", "-o", "x", alice},
-         2,
+        {"export without consent", "keypkg export -o x $alice.KEYPKG", 2, "--unencrypted"},
+        {"export of both keys", "keypkg export --public --unencrypted -o x $alice.KEYPKG", 2,
          "--public"},
         {"export to standard output",
-         {"keypkg", "export"},
-         {"--unencrypted", "--passin", phrase(), "-o", "-", alice},
-         2,
+         "keypkg export --unencrypted --passin file:$phrase -o - $alice.KEYPKG", 2,
          "file of its own"},
         {"export to what is no file",
-         {"keypkg", "export"},
-         {"--unencrypted", "--passin", phrase(), "-o", "/dev/full", alice},
-         2,
+         "keypkg export --unencrypted --passin file:$phrase -o /dev/full $alice.KEYPKG", 2,
          "file of its own"},
-        {"file that is there",
-         {"keygen", "--owner", "CN=A"},
-         {"--passin", phrase(), "-o", alice},
-         7,
+        {"file that is there", "keygen --owner CN=A --passin file:$phrase -o $alice.KEYPKG", 7,
          "exists"},
         {"file that is there, which passwd does not add to",
-         {"keypkg", "passwd", "--passin", phrase(), "--new-passin", phrase("other")},
-         {"-o", path("phrase"), alice},
-         7,
+         "keypkg passwd --passin file:$phrase --new-passin file:$other -o $phrase $alice.KEYPKG", 7,
          "'--output', or '--force'"},
         {"same identifier added",
-         {"keygen", "--owner", "CN=A"},
-         {"--passin", phrase(), "-o", alice, "--add", "--id", "alice", "--iterations", "1000"},
-         7,
-         "'alice' already"},
+         "keygen --owner CN=A --passin file:$phrase -o $alice.KEYPKG --add --id alice "
+         "--iterations 1000",
+         7, "'alice' already"},
         {"no such folder",
-         {"keygen", "--owner", "CN=A"},
-         {"--passin", phrase(), "-o", path("no/such"), "--iterations", "1000"},
-         7,
+         "keygen --owner CN=A --passin file:$phrase -o $no/such --iterations 1000", 7,
          "No such file"},
     };
     const Bytes before = read_file(alice);
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
-        std::vector<std::string> words = row.command;
-        words.insert(words.end(), row.words.begin(), row.words.end());
+        std::vector<std::string> words = split(row.words);
+        for (std::string &word : words)
+            if (const std::size_t at = word.find('$'); at != word.npos)
+                word = word.substr(0, at) + path(word.substr(at + 1));
         const auto begin = std::chrono::steady_clock::now();
         const Ran ran = qel(words);
         EXPECT_EQ(ran.exit, row.exit) << ran.err;

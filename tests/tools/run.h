@@ -6,6 +6,8 @@
 
 #include <cstdlib>
 #include <fcntl.h>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -82,6 +84,12 @@ inline Ran qel(std::vector<std::string> words, const How &how = {}) {
     return run_program(words, how);
 }
 
+// The words of a command line, which blanks separate.
+inline std::vector<std::string> split(const std::string &line) {
+    std::istringstream stream(line);
+    return std::vector<std::string>(std::istream_iterator<std::string>(stream), {});
+}
+
 // The oracle. A failure of it ends the test.
 inline Ran openssl(std::vector<std::string> words) {
     words.insert(words.begin(), "openssl");
@@ -89,6 +97,23 @@ inline Ran openssl(std::vector<std::string> words) {
     if (ran.exit != 0)
         ADD_FAILURE() << "openssl " << words[1] << ": " << ran.err;
     return ran;
+}
+
+// Tests that share a folder, with what they make in it.
+class SharedFolder : public ::testing::Test {
+protected:
+    static std::string path(const std::string &name) {
+        static const TemporaryFolder folder;
+        return folder.path(name);
+    }
+    static Bytes contents(const std::string &name) { return read_file(path(name)); }
+};
+
+inline Bytes sample(std::size_t size) {
+    Bytes data(size);
+    for (std::size_t i = 0; i < size; ++i)
+        data[i] = static_cast<uint8_t>(i * 13 + i / 255);
+    return data;
 }
 
 inline bool holds(const std::string &text, const std::string &part) {

@@ -76,7 +76,7 @@ TEST(Genkey, KeysBeyondThePolicyAreWarnedOf) {
 TEST(Genkey, NothingSecretOrBinaryGoesToATerminal) {
     const TemporaryFolder folder;
     const std::vector<std::vector<std::string>> rows = {
-        {"genkey", "des", "-o", "-"},
+        split("genkey des -o -"),
         {"random", "16"},
         {"encrypt", "-k", folder.path("key"), QEL_TOOL},
         {"wrap", "-t", folder.path("key"), QEL_TOOL},
@@ -87,7 +87,7 @@ TEST(Genkey, NothingSecretOrBinaryGoesToATerminal) {
         EXPECT_EQ(ran.exit, 2) << words[0];
         EXPECT_TRUE(holds(ran.out, "standard output is a terminal")) << ran.out;
     }
-    const Ran by_name = at_terminal({"genkey", "des", "-o", "/dev/tty"});
+    const Ran by_name = at_terminal(split("genkey des -o /dev/tty"));
     EXPECT_EQ(by_name.exit, 7);
     EXPECT_TRUE(holds(by_name.out, "secrets are not printed")) << by_name.out;
     EXPECT_EQ(at_terminal({"random", "2", "--hex"}).out.size(), 6U);
@@ -123,10 +123,9 @@ TEST(Random, ThereAreAsManyBytesAsWereAskedFor) {
 
 // ---- Key agreement -----------------------------------------------------------------------------
 
-class Dh : public ::testing::Test {
+class Dh : public SharedFolder {
 protected:
     static void SetUpTestSuite() {
-        folder_ = new TemporaryFolder;
         openssl({"dhparam", "-out", path("group.pem"), "512"});
         openssl({"dhparam", "-in", path("group.pem"), "-outform", "DER", "-out", path("group")});
         openssl({"genpkey", "-paramfile", path("group.pem"), "-out", path("their.pem")});
@@ -135,11 +134,6 @@ protected:
         EXPECT_EQ(ran.exit, 0) << ran.err;
         EXPECT_EQ(ran.err, "");
     }
-    static void TearDownTestSuite() {
-        delete folder_;
-        folder_ = nullptr;
-    }
-    static std::string path(const std::string &name) { return folder_->path(name); }
     static Ran start(const char *group, const std::string &side,
                      const std::vector<std::string> &more = {}) {
         std::vector<std::string> words = {"dh",           "start",
@@ -154,9 +148,6 @@ protected:
         return qel({"dh", "finish", "--parameters", path(group), "--seed", path(seed), "--peer",
                     path(peer), "--out", path("secret")});
     }
-
-private:
-    static inline TemporaryFolder *folder_ = nullptr;
 };
 
 TEST_F(Dh, SecretsAreTheOracles) {

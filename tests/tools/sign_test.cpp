@@ -5,18 +5,10 @@
 
 namespace {
 
-Bytes sample(std::size_t size) {
-    Bytes data(size);
-    for (std::size_t i = 0; i < size; ++i)
-        data[i] = static_cast<uint8_t>(i * 13 + i / 255);
-    return data;
-}
-
 // An RSA key in all the forms in which people have keys.
-class Sign : public ::testing::Test {
+class Sign : public SharedFolder {
 protected:
     static void SetUpTestSuite() {
-        folder_ = new TemporaryFolder;
         make_key("key.pem", "65537");
         make_key("other.pem", "65537");
         write_file(path("data"), sample(300000));
@@ -42,10 +34,6 @@ protected:
         openssl({"genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:1024", "-pkeyopt",
                  "rsa_keygen_pubexp:" + exponent, "-out", path(name)});
     }
-    static void TearDownTestSuite() {
-        delete folder_;
-        folder_ = nullptr;
-    }
     static void oracle_signs(const char *key, const char *signature, const char *data) {
         openssl({"dgst", "-md5", "-sign", path(key), "-out", path(signature), path(data)});
     }
@@ -53,7 +41,6 @@ protected:
         openssl({"dgst", "-md5", "-verify", path("public.pem"), "-signature", path(signature),
                  path(data)});
     }
-    static std::string path(const std::string &name) { return folder_->path(name); }
     static std::vector<std::string> verify_words(const char *data, const char *signature,
                                                  const char *key) {
         return {"verify", "-s", path(signature), "-k", path(key), path(data)};
@@ -61,9 +48,6 @@ protected:
     static std::vector<std::string> sign_words(const std::string &key) {
         return {"sign", "-k", path(key), "-o", path("made.sig"), path("data")};
     }
-
-private:
-    static inline TemporaryFolder *folder_ = nullptr;
 };
 
 TEST_F(Sign, SignaturesAreTheOraclesWhateverTheSize) {
