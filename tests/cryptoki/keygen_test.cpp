@@ -1,5 +1,6 @@
 #include "cryptoki/token.h"
 #include "support/fault.h"
+#include "support/secrets.h"
 
 #include <cryptoki/generate.h>
 
@@ -80,6 +81,16 @@ TEST_F(RandomTest, TheGeneratorIsReplacedAndKeptOnFailure) {
         const CK_RV result = gen_random_alg(session.get());
         EXPECT_EQ(result == CKR_OK, !fault::met());
     });
+}
+
+TEST_F(RandomTest, SeedsAreZeroedBeforeTheyAreFreed) {
+    SecretWatch watch;
+    for (const char *name : {"first seed", "second seed"}) {
+        ASSERT_EQ(gen_random_alg(session.get()), CKR_OK);
+        watch.add(name, Bytes(session->seed, session->seed + session->seed_length));
+    }
+    session.reset();
+    EXPECT_TRUE(watch.take_found().empty());
 }
 
 // ---- Key pairs

@@ -1,13 +1,10 @@
 #include "qel/signer.h"
 #include "support/fault.h"
 
-#include <algorithm>
 #include <functional>
 #include <set>
 
 namespace {
-
-using OwnedOctetString = qel::Record<QelOctetString, __qel_free_ostr>;
 
 // What a generation hands out.
 struct Made {
@@ -245,40 +242,6 @@ TEST(RsaKeyPair, EachAllocation) {
     });
     EXPECT_EQ(seen,
               (std::set<QelStatus>{QEL_OK, QEL_ERR_GENERAL, QEL_ERR_KEYGEN, QEL_ERR_BAD_KEY}));
-}
-
-// ---- What is left in memory
-
-Bytes freed; // what all freed blocks held
-
-void keep(const unsigned char *block, std::size_t size) {
-    freed.insert(freed.end(), block, block + size);
-}
-
-bool was_freed(const Bytes &secret) {
-    return std::search(freed.begin(), freed.end(), secret.begin(), secret.end()) != freed.end();
-}
-
-TEST(Wipe, NoFreedBlockHoldsANewKey) {
-    const TestContext context;
-    Pair pair;
-    Made des;
-    fault::watch_free(keep);
-    ASSERT_EQ(pair.generate(context, 512, f4), QEL_OK);
-    ASSERT_EQ(qel_gen_des_key(context, &des.key, &des.parameters), QEL_OK);
-    fault::watch_free(nullptr);
-    const Bytes public_bytes(pair.public_key, pair.public_key + 16);
-    EXPECT_TRUE(was_freed(public_bytes)) << "the watcher sees";
-    EXPECT_FALSE(was_freed(Bytes(des.key, des.key + 8)));
-    const RsaKey key = key_of(pair);
-    for (const Bytes &value : {key.private_exponent(), key.prime1(), key.prime2(), key.exponent1(),
-                               key.exponent2(), key.coefficient()}) {
-        // Written either way round, and not even a part.
-        const Bytes piece(value.end() - 16, value.end() - 8);
-        EXPECT_FALSE(was_freed(piece));
-        EXPECT_FALSE(was_freed(Bytes(piece.rbegin(), piece.rend())));
-    }
-    freed = {};
 }
 
 } // namespace
