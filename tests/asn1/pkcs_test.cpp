@@ -2,6 +2,7 @@
 #include "support/asn1.h"
 #include "support/ber.h"
 #include "support/fault.h"
+#include "support/records.h"
 #include "support/tar.h"
 
 #include <asn1/pkcs.h>
@@ -334,32 +335,11 @@ TEST_F(Pkcs, CertificateComponentsAreInTheirMembers) {
         context.decode<QelCertPair>(ber("30{a0{" + kCertificate + "}}"), QEL_PDU_CertificatePair);
     ASSERT_NE(pair, nullptr);
     EXPECT_EQ(pair->reverse, nullptr);
-    const QelCert &certificate = *pair->forward;
-    EXPECT_EQ(certificate.mask, QEL_CERT_VERSION | QEL_CERT_EXTENSIONS);
-    EXPECT_EQ(certificate.version, 2);
-    EXPECT_EQ(to_hex(certificate.serial.value, certificate.serial.length), "0080");
-    EXPECT_EQ(last_of(certificate.signature->algorithm), 3u);
-    EXPECT_EQ(to_hex(bytes_of(*certificate.signature->parameters)), "0500");
-    EXPECT_EQ(character_of(certificate.issuer), "A");
-    EXPECT_EQ(certificate.validity->notBefore->year, 96);
-    EXPECT_EQ(certificate.validity->notBefore->month, 4);
-    EXPECT_EQ(certificate.validity->notBefore->second, 1);
-    EXPECT_EQ(certificate.validity->notBefore->utc, 1);
-    EXPECT_EQ(certificate.validity->notAfter->year, 97);
-    EXPECT_EQ(character_of(certificate.subject), "B");
-    EXPECT_EQ(certificate.issuerUID->length, 8u);
-    EXPECT_EQ(certificate.subjectUID->length, 4u);
-    const QelExtension &first = *certificate.extensions->extension;
-    EXPECT_EQ(first.mask, QEL_EXTENSION_CRITICAL);
-    EXPECT_EQ(first.critical, 1);
-    EXPECT_EQ(last_of(first.extnId), 19u);
-    EXPECT_EQ(to_hex(bytes_of(first.extnValue)), "3000");
-    EXPECT_EQ(certificate.extensions->next->extension->mask, 0);
-    EXPECT_EQ(certificate.extensions->next->next, nullptr);
-    EXPECT_EQ(last_of(certificate.algorithm->algorithm), 4u);
-    EXPECT_EQ(certificate.algorithm->parameters, nullptr);
-    EXPECT_EQ(certificate.sigBits.length, 2u);
-    EXPECT_EQ(certificate.sigBits.value[0], 0x80);
+    EXPECT_EQ(records::describe(*pair->forward),
+              "{ 192 2 2:0080 { 1.2.3 2:0500 } { 1 [ [ { 2.5.4.3 3:130141 } ] ] } "
+              "{ 96 4 26 13 35 1 0 0 1  97 4 26 13 35 1 0 0 1  } "
+              "{ 1 [ [ { 2.5.4.3 3:130142 } ] ] } { { 1.2.3 2:0500 } 8:01 } 8:80 4:f0 "
+              "[ { 128 2.5.29.19 1 2:3000 } { 0 2.5.29.15 0 3:030100 } ] { 1.2.4 null } 2:80 }");
 }
 
 TEST_F(Pkcs, KeyPackageComponentsAreInTheirMembers) {
@@ -372,18 +352,14 @@ TEST_F(Pkcs, KeyPackageComponentsAreInTheirMembers) {
     EXPECT_EQ(last_of(package->keypkgAttrs->attribute->type), 5u);
     EXPECT_EQ(to_hex(bytes_of(*package->keypkgAttrs->attribute->values->next->value)), "0500");
     EXPECT_EQ(package->usage, 2u);
-    const QelTrustedKey &key = *package->tKeys->next->key;
-    EXPECT_EQ(key.mask, QEL_TKEY_EXTENSIONS);
-    EXPECT_EQ(character_of(key.owner), "A");
-    EXPECT_EQ(character_of(key.issuer), "B");
-    EXPECT_EQ(key.validity->notAfter->year, 97);
-    EXPECT_EQ(to_hex(bytes_of(*key.serial)), "05");
-    EXPECT_EQ(last_of(key.extensions->extension->extnId), 19u);
-    const QelTrustedKey &bare = *package->tKeys->key;
-    EXPECT_EQ(bare.mask, 0);
-    EXPECT_EQ(bare.issuer, nullptr);
-    EXPECT_EQ(bare.validity, nullptr);
-    EXPECT_EQ(bare.serial, nullptr);
+    EXPECT_EQ(records::describe(*package->tKeys->next->key),
+              "{ 128 { 1 [ [ { 2.5.4.3 3:130141 } ] ] } { { 1.2.3 2:0500 } 8:01 } "
+              "{ 1 [ [ { 2.5.4.3 3:130142 } ] ] } "
+              "{ 96 4 26 13 35 1 0 0 1  97 4 26 13 35 1 0 0 1  } 1:05 "
+              "[ { 128 2.5.29.19 1 2:3000 } { 0 2.5.29.15 0 3:030100 } ] }");
+    EXPECT_EQ(records::describe(*package->tKeys->key),
+              "{ 0 { 1 [ [ { 2.5.4.3 3:130142 } ] ] } { { 1.2.3 2:0500 } 8:01 } null null null "
+              "null }");
     EXPECT_EQ(package->algorithm, nullptr);
 }
 

@@ -54,19 +54,26 @@ std::vector<Number> inputs(const Number &n) {
     return all;
 }
 
+// One operation on inputs of each kind, in place; what is not below the modulus is refused.
+template <class Apply>
+void check_operation(const RsaNumbers &numbers, const Number &exponent, Apply apply) {
+    const Number n = number(numbers.n);
+    for (const Number &input : inputs(n)) {
+        Bytes block = bytes_of(input, numbers.n.size());
+        ASSERT_EQ(apply(block.data()), BE_OK);
+        EXPECT_EQ(to_hex(block), to_hex(bytes_of(power(input, exponent, n), numbers.n.size())));
+    }
+    Bytes above = numbers.n, untouched = above;
+    EXPECT_EQ(apply(above.data()), BE_DATA);
+    EXPECT_EQ(above, untouched);
+}
+
 void check_public(const RsaNumbers &numbers) {
     const PublicKey key = prepare_public(numbers);
     ASSERT_NE(key, nullptr);
     ASSERT_EQ(rsa_public_size(key.get()), numbers.n.size());
-    const Number n = number(numbers.n), e = number(numbers.e);
-    for (const Number &input : inputs(n)) {
-        Bytes block = bytes_of(input, numbers.n.size());
-        ASSERT_EQ(rsa_public_apply(key.get(), block.data(), block.data()), BE_OK);
-        EXPECT_EQ(to_hex(block), to_hex(bytes_of(power(input, e, n), numbers.n.size())));
-    }
-    Bytes above = numbers.n, untouched = above;
-    EXPECT_EQ(rsa_public_apply(key.get(), above.data(), above.data()), BE_DATA);
-    EXPECT_EQ(above, untouched);
+    check_operation(numbers, number(numbers.e),
+                    [&](uint8_t *block) { return rsa_public_apply(key.get(), block, block); });
 }
 
 void check_private(const RsaNumbers &numbers, Form form) {
@@ -74,22 +81,16 @@ void check_private(const RsaNumbers &numbers, Form form) {
     const PrivateKey key = prepare_private(numbers, BE_OK, form);
     ASSERT_NE(key, nullptr);
     ASSERT_EQ(rsa_private_size(key.get()), numbers.n.size());
-    const Number n = number(numbers.n), d = number(numbers.d);
-    for (const Number &input : inputs(n)) {
-        Bytes block = bytes_of(input, numbers.n.size());
-        ASSERT_EQ(rsa_private_apply(key.get(), block.data(), block.data()), BE_OK);
-        EXPECT_EQ(to_hex(block), to_hex(bytes_of(power(input, d, n), numbers.n.size())));
-    }
-    Bytes above = numbers.n, untouched = above;
-    EXPECT_EQ(rsa_private_apply(key.get(), above.data(), above.data()), BE_DATA);
-    EXPECT_EQ(above, untouched);
+    check_operation(numbers, number(numbers.d),
+                    [&](uint8_t *block) { return rsa_private_apply(key.get(), block, block); });
 }
 
 struct SizeCase {
     const char *why;
     int p_bits, q_bits;
     bool one_short;
-    const char *e; // decimal
+    const char *e;  // decimal; null: a random one
+    int e_bits = 0; // of that
 };
 
 const SizeCase kSizeCases[] = {
@@ -112,13 +113,20 @@ const SizeCase kSizeCases[] = {
     {"an exponent above 32 bits", 256, 256, false, "4294967311"},
     {"an exponent longer than one prime", 20, 492, false, "4294967311"},
     {"a usual exponent longer than one prime", 12, 500, false, "65537"},
+    // No one number is then the public exponent modulo both p - 1 and q - 1.
+    {"the least modulus, a long exponent", 128, 128, false, nullptr, 255},
+    {"an exponent as long as the primes", 256, 256, false, nullptr, 256},
+    {"nearly as long as the modulus", 256, 256, false, nullptr, 500},
+    {"longer than one prime", 200, 312, false, nullptr, 300},
+    {"as long as the modulus", 512, 512, false, nullptr, 1023},
 };
 
 TEST(Rsa, OperationsAgreeAtEverySize) {
     for (const SizeCase &row : kSizeCases) {
         SCOPED_TRACE(row.why);
-        const RsaNumbers numbers =
-            new_rsa_numbers(row.p_bits, row.q_bits, decimal(row.e), row.one_short);
+        const RsaNumbers numbers = new_rsa_numbers(
+            row.p_bits, row.q_bits, row.e != nullptr ? decimal(row.e) : random_odd(row.e_bits),
+            row.one_short);
         with_each_arithmetic([&] {
             check_public(numbers);
             for (const Form form : {with_exponent, crt_alone, without_primes})
@@ -126,27 +134,6 @@ TEST(Rsa, OperationsAgreeAtEverySize) {
         });
         if (HasFailure())
             return;
-    }
-}
-
-// No one number is then the public exponent modulo both p - 1 and q - 1.
-TEST(Rsa, ExponentsAsLongAsThePrimesAndLonger) {
-    const struct {
-        const char *why;
-        int p_bits, q_bits, e_bits;
-    } rows[] = {{"the least modulus", 128, 128, 255},
-                {"as long as the primes", 256, 256, 256},
-                {"nearly as long as the modulus", 256, 256, 500},
-                {"longer than one prime", 200, 312, 300},
-                {"as long as the modulus", 512, 512, 1023}};
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.why);
-        const RsaNumbers numbers = new_rsa_numbers(row.p_bits, row.q_bits, random_odd(row.e_bits));
-        with_each_arithmetic([&] {
-            check_public(numbers);
-            for (const Form form : {with_exponent, crt_alone, without_primes})
-                check_private(numbers, form);
-        });
     }
 }
 

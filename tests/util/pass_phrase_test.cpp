@@ -118,90 +118,47 @@ void expect_continued(TerminalSession *session) {
 
 // ---- What is asked and typed --------------------------------------------------------------------
 
+constexpr char enter_new[] = "qp: Enter your NEW key package password: ";
+constexpr char reenter_new[] = "qp: Reenter your NEW key package password: ";
+constexpr char enter_own[] = "qp: Enter your own key package password: ";
+constexpr char enter_old[] = "qp: Enter your OLD key package password: ";
+constexpr char enter_first[] = "qp: Enter key package password for new key packages: ";
+constexpr char enter_host[] = "qp: Enter host key package password: ";
+constexpr char enter[] = "Enter password: ";
 constexpr char mismatch[] = "qp: No password or different passwords entered\r\n";
 
 struct PromptCase {
     const char *reason;
     const char *program;
     int kind;
-    std::vector<const char *> prompts;
-    std::vector<std::string> lines;
-    const char *phrase; // null: QEL_ERR_BAD_PASSWORD
-    const char *message;
+    std::vector<std::pair<const char *, const char *>> entries; // prompts and what is typed
+    const char *phrase;                                         // null: QEL_ERR_BAD_PASSWORD
+    const char *message = "";
 };
 
+// The names "" and null stand in no prompt.
 const PromptCase prompt_cases[] = {
-    {"1",
-     "qp",
-     1,
-     {"qp: Enter your NEW key package password: ", "qp: Reenter your NEW key package password: "},
-     {"abc\n", "abc\n"},
-     "abc",
-     ""},
-    {"2", "qp", 2, {"qp: Enter your OLD key package password: "}, {"abc\n"}, "abc", ""},
-    {"3", "qp", 3, {"qp: Enter your own key package password: "}, {"abc\n"}, "abc", ""},
-    {"4", "qp", 4, {"qp: Enter key package password for new key packages: "}, {"a\n"}, "a", ""},
-    {"5", "qp", 5, {"qp: Enter host key package password: "}, {"abc\n"}, "abc", ""},
-    {"another kind", "qp", 6, {"qp: Enter password: "}, {"abc\n"}, "abc", ""},
-    {"no name", nullptr, 0, {"Enter password: "}, {"abc\n"}, "abc", ""},
-    {"an empty name", "", -1, {"Enter password: "}, {"abc\n"}, "abc", ""},
-    {"different",
-     "qp",
-     1,
-     {"qp: Enter your NEW key package password: ", "qp: Reenter your NEW key package password: "},
-     {"abc\n", "abd\n"},
-     nullptr,
-     mismatch},
-    {"nothing the second time",
-     "qp",
-     1,
-     {"qp: Enter your NEW key package password: ", "qp: Reenter your NEW key package password: "},
-     {"abc\n", "\n"},
-     nullptr,
-     mismatch},
-    {"nothing, and no second time",
-     "qp",
-     1,
-     {"qp: Enter your NEW key package password: "},
-     {"\n"},
-     nullptr,
-     ""},
+    {"1", "qp", 1, {{enter_new, "abc\n"}, {reenter_new, "abc\n"}}, "abc"},
+    {"2", "qp", 2, {{enter_old, "abc\n"}}, "abc"},
+    {"3", "qp", 3, {{enter_own, "abc\n"}}, "abc"},
+    {"4", "qp", 4, {{enter_first, "a\n"}}, "a"},
+    {"5", "qp", 5, {{enter_host, "abc\n"}}, "abc"},
+    {"another kind", "qp", 6, {{"qp: Enter password: ", "abc\n"}}, "abc"},
+    {"no name", nullptr, 0, {{enter, "abc\n"}}, "abc"},
+    {"an empty name", "", -1, {{enter, "abc\n"}}, "abc"},
+    {"different", "qp", 1, {{enter_new, "abc\n"}, {reenter_new, "abd\n"}}, nullptr, mismatch},
+    {"nothing then", "qp", 1, {{enter_new, "abc\n"}, {reenter_new, "\n"}}, nullptr, mismatch},
+    {"nothing, and no second time", "qp", 1, {{enter_new, "\n"}}, nullptr},
     {"different, without a name",
      nullptr,
      1,
-     {"Enter your NEW key package password: ", "Reenter your NEW key package password: "},
-     {"abc\n", "ab\n"},
+     {{enter_new + 4, "abc\n"}, {reenter_new + 4, "ab\n"}},
      nullptr,
      mismatch + 4},
-    {"an end of file alone",
-     "qp",
-     2,
-     {"qp: Enter your OLD key package password: "},
-     {"\x04"},
-     nullptr,
-     ""},
-    {"an end of file behind a phrase",
-     nullptr,
-     0,
-     {"Enter password: "},
-     {"abc\x04\x04"},
-     "abc",
-     ""},
-    {"the terminal's erase character",
-     nullptr,
-     0,
-     {"Enter password: "},
-     {"abd\x7f"
-      "c\n"},
-     "abc",
-     ""},
-    {"blanks and bytes beyond ASCII",
-     nullptr,
-     0,
-     {"Enter password: "},
-     {" \xc3\xa4 \n"},
-     " \xc3\xa4 ",
-     ""},
+    {"an end of file alone", "qp", 2, {{enter_old, "\x04"}}, nullptr},
+    {"an end of file behind a phrase", nullptr, 0, {{enter, "abc\x04\x04"}}, "abc"},
+    {"the terminal's erase character", nullptr, 0, {{enter, "abd\177c\n"}}, "abc"},
+    {"blanks and bytes beyond ASCII", nullptr, 0, {{enter, " \xc3\xa4 \n"}}, " \xc3\xa4 "},
 };
 
 TEST_F(PassPhrase, prompts_and_phrases) {
@@ -210,10 +167,10 @@ TEST_F(PassPhrase, prompts_and_phrases) {
         *report = {};
         TerminalSession session([&] { ask(row.program, row.kind); });
         std::string screen;
-        for (std::size_t i = 0; i < row.lines.size(); ++i) {
-            session.await_prompt(row.prompts[i]);
-            session.type(row.lines[i]);
-            screen += std::string(row.prompts[i]) + "\r\n";
+        for (const auto &[prompt, typed] : row.entries) {
+            session.await_prompt(prompt);
+            session.type(typed);
+            screen += std::string(prompt) + "\r\n";
         }
         expect_exit(&session);
         expect_phrase(row.phrase);
@@ -245,20 +202,27 @@ tcflag_t &local_modes(termios &settings) {
     return settings.c_lflag;
 }
 
+// The job stops before it asks, so that the terminal can be made ready.
+void ask_after_a_stop() {
+    raise(SIGSTOP);
+    ask(nullptr, 0);
+}
+
+void continue_to_the_prompt(TerminalSession *session) {
+    session->continue_in_foreground();
+    expect_continued(session);
+    session->await_prompt(": ");
+}
+
 TEST_F(PassPhrase, a_carriage_return_ends_the_line) {
     for (const tcflag_t cleared_modes : {tcflag_t{0}, tcflag_t{ICANON}}) {
         *report = {};
-        TerminalSession session([] {
-            raise(SIGSTOP);
-            ask(nullptr, 0);
-        });
+        TerminalSession session(ask_after_a_stop);
         expect_stop(&session, SIGSTOP);
         session.change_modes(input_modes, ICRNL, 0);
         session.change_modes(local_modes, cleared_modes, 0);
         session.keep_settings();
-        session.continue_in_foreground();
-        expect_continued(&session);
-        session.await_prompt(": ");
+        continue_to_the_prompt(&session);
         session.type("abc\rdef\n");
         expect_exit(&session);
         expect_phrase("abc");
@@ -266,16 +230,11 @@ TEST_F(PassPhrase, a_carriage_return_ends_the_line) {
 }
 
 TEST_F(PassPhrase, what_was_typed_before_the_prompt_does_not_count) {
-    TerminalSession session([] {
-        raise(SIGSTOP);
-        ask(nullptr, 0);
-    });
+    TerminalSession session(ask_after_a_stop);
     expect_stop(&session, SIGSTOP);
     session.type("early\n");
     session.await_screen("early\r\n");
-    session.continue_in_foreground();
-    expect_continued(&session);
-    session.await_prompt(": ");
+    continue_to_the_prompt(&session);
     session.type("late\n");
     expect_exit(&session);
     expect_phrase("late");
@@ -283,16 +242,11 @@ TEST_F(PassPhrase, what_was_typed_before_the_prompt_does_not_count) {
 
 // A terminal whose echo is off already stays like that.
 TEST_F(PassPhrase, settings_come_back_whatever_they_were) {
-    TerminalSession session([] {
-        raise(SIGSTOP);
-        ask(nullptr, 0);
-    });
+    TerminalSession session(ask_after_a_stop);
     expect_stop(&session, SIGSTOP);
     session.change_modes(local_modes, ECHO | ECHOK, ECHONL);
     session.keep_settings();
-    session.continue_in_foreground();
-    expect_continued(&session);
-    session.await_prompt(": ");
+    continue_to_the_prompt(&session);
     session.type("abc\n");
     expect_exit(&session);
     expect_phrase("abc");
@@ -539,8 +493,7 @@ TEST_F(PassPhrase, without_memory_there_is_none) {
             ask("qp", QEL_PHRASE_NEW);
         });
         for (std::size_t i = 0; i < nth; ++i) {
-            session.await_prompt(i == 0 ? "qp: Enter your NEW key package password: "
-                                        : "qp: Reenter your NEW key package password: ");
+            session.await_prompt(i == 0 ? enter_new : reenter_new);
             session.type("abc\n");
         }
         expect_exit(&session);
@@ -561,9 +514,9 @@ TEST_F(PassPhrase, copies_are_zeroed) {
             std::free(phrase);
             report->secrets_seen = watch.take_found().size();
         });
-        session.await_prompt("Enter your NEW key package password: ");
+        session.await_prompt(enter_new + 4);
         session.type("open sesame\n");
-        session.await_prompt("Reenter your NEW key package password: ");
+        session.await_prompt(reenter_new + 4);
         session.type(std::string(second) + "\n");
         expect_exit(&session);
         EXPECT_EQ(report->secrets_freed, 0U);
