@@ -238,6 +238,12 @@ TEST_F(WrapTest, BlocksThatDoNotOpen) {
     out = nullptr;
     EXPECT_EQ(unwrap(context, key.private_bytes, rsa().modulus(), &out, &length), QEL_ERR_UNWRAP)
         << "a number that is not below the modulus";
+    static const RsaKey other(512);
+    Bytes foreign = other.encrypt(secret);
+    while (foreign >= rsa().modulus())
+        foreign = other.encrypt(secret);
+    EXPECT_EQ(unwrap(context, key.private_bytes, foreign, &out, &length), QEL_ERR_UNWRAP)
+        << "a block for another key";
 }
 
 TEST_F(WrapTest, EachAllocation) {
