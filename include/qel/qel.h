@@ -95,8 +95,21 @@ enum {
  */
 
 /*
+ * qel_init makes a context that is connected to the key server of this host; without one there is no
+ * context. The caller ends it with qel_end.
+ *   keyid  the default key identifier; null or "": "default_keyid".
+ *   host   the host's IPv4 address. A dotted one is kept as it stands, a name becomes its first
+ *          address; null: "0.0.0.0".
+ * QEL_ERR_BAD_PARAM: a null context_out, or a name that cannot be resolved. QEL_ERR_NO_MEMORY.
+ * QEL_ERR_ASN1_INIT: the ASN.1 runtime refused its tables. QEL_ERR_GENERAL: no key server is
+ * registered on this host.
+ */
+QelStatus qel_init(QelContext **context_out, const char *keyid, const char *host);
+
+/*
  * qel_end releases a context with everything it owns: its strings, ASN.1 environment and catalogue,
- * a key agreement between its two phases, and the token session. QEL_ERR_BAD_PARAM for null.
+ * a key agreement between its two phases, the token session, and the connection to the key server.
+ * QEL_ERR_BAD_PARAM for null.
  */
 QelStatus qel_end(QelContext *context);
 

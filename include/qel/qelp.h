@@ -19,12 +19,7 @@ extern "C" {
 /* ---- Context and small utilities ---------------------------------------------------------------- */
 
 /*
- * __qel_init makes a context that knows no key server. The caller ends it with qel_end.
- *   keyid  the default key identifier; null or "": "default_keyid".
- *   host   the host's IPv4 address. A dotted one is kept as it stands, a name becomes its first
- *          address; null: "0.0.0.0".
- * QEL_ERR_BAD_PARAM: a null context_out, or a name that cannot be resolved. QEL_ERR_NO_MEMORY.
- * QEL_ERR_ASN1_INIT: the ASN.1 runtime refused its tables.
+ * __qel_init is qel_init without the key server: the context knows none, and none need be there.
  */
 QelStatus __qel_init(QelContext **context_out, const char *keyid, const char *host);
 

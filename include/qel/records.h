@@ -443,8 +443,8 @@ typedef struct QelEncryptedData {
 /* ---- Lists of anything -------------------------------------------------------------------------- */
 
 typedef struct QelItemList {
-    void *data; /* owned, one block */
-    void *extra;
+    void *data;       /* owned, one block */
+    uintptr_t length; /* bytes in data, where that is known */
     struct QelItemList *next;
 } QelItemList;
 

@@ -6,6 +6,7 @@
 #include "catalogue.h"
 #include <lib/context.h>
 #include <lib/memory.h>
+#include <qel/qelserv.h>
 #include <toolkit/toolkit.h>
 #include <util/host.h>
 
@@ -58,6 +59,20 @@ QelStatus __qel_init(QelContext **context_out, const char *keyid, const char *ho
     return QEL_OK;
 }
 
+QelStatus qel_init(QelContext **context_out, const char *keyid, const char *host) {
+    QelStatus status = __qel_init(context_out, keyid, host);
+    if (status != QEL_OK)
+        return status;
+    CLIENT *client = nullptr;
+    status = __qel_get_client_handle(&client);
+    (*context_out)->key_server = client;
+    if (status == QEL_OK)
+        return QEL_OK;
+    qel_end(*context_out);
+    *context_out = nullptr;
+    return QEL_ERR_GENERAL;
+}
+
 QelStatus qel_end(QelContext *context) {
     if (context == nullptr)
         return QEL_ERR_BAD_PARAM;
@@ -73,6 +88,8 @@ QelStatus qel_end(QelContext *context) {
     }
     if (context->session != nullptr)
         C_CloseSession(context->session);
+    if (context->key_server != nullptr)
+        clnt_destroy(static_cast<CLIENT *>(context->key_server));
     std::free(context);
     return QEL_OK;
 }

@@ -1,5 +1,6 @@
 #include "signature.h"
 
+#include <qellogin/session.h>
 #include <toolkit/traces.h>
 
 namespace {
@@ -70,9 +71,9 @@ QelStatus sign_digest(QelContext *context, const QelAlgId *digest_algorithm, uin
     const QelStatus status = qel::encode(context, &info, QEL_PDU_DigestInfo, &encoding, &length);
     if (status != QEL_OK)
         return status;
-    // Without a key the key server signs, for a context that holds a client of it: none does yet.
     if (!key.given())
-        return QEL_ERR_SERV_CONNECT;
+        return rpc_sign(context, encoding.get(), &length, context->signature_algorithm, signature,
+                        signature_length);
     return __qel_sign1(context, encoding.get(), length, key, context->signature_algorithm,
                        signature, signature_length);
 }

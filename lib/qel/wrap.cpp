@@ -1,6 +1,7 @@
 #include "token_key.h"
 
 #include <lib/memory.h>
+#include <qellogin/session.h>
 #include <toolkit/traces.h>
 
 namespace {
@@ -176,9 +177,8 @@ QelStatus qel_unwrap_key(QelContext *context, const uint8_t *wrapped, uint32_t w
         return QEL_ERR_BAD_PARAM;
     if (*key == nullptr)
         *key_length = 0;
-    // Without a key the key server unwraps, for a context that holds a client of it: none does yet.
     if (!own_key.given())
-        return QEL_ERR_SERV_CONNECT;
+        return rpc_unwrap(context, wrapped, &wrapped_length, wrapping_algorithm, key, key_length);
     return unwrap_with_key(context, wrapped, wrapped_length, own_key, wrapping_algorithm, key,
                            key_length);
 }

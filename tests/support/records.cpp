@@ -225,8 +225,8 @@ QelRcptInfos *full_rcpt_infos() {
 }
 
 QelItemList *full_item_list() {
-    auto *second = heap(QelItemList{heap_text("second"), nullptr, nullptr});
-    return heap(QelItemList{heap_text("first"), nullptr, second});
+    auto *second = heap(QelItemList{heap_text("second"), 0, nullptr});
+    return heap(QelItemList{heap_text("first"), 0, second});
 }
 
 // ---- Descriptions
