@@ -1,0 +1,83 @@
+#include "connection.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "rpc.h"
+
+namespace {
+
+constexpr std::size_t piece = 64 * 1024;
+constexpr uint32_t last_fragment = 0x80000000;
+constexpr std::size_t mark_size = sizeof(uint32_t);
+
+bool would_block() {
+    return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+}
+
+} // namespace
+
+Descriptor::~Descriptor() {
+    if (fd_ >= 0)
+        close(fd_);
+}
+
+bool Connection::receive() {
+    if (complete_ || has_reply())
+        return true;
+    if (incoming_.empty() && call_.empty())
+        since_ = BootClock::now();
+    const std::size_t held = incoming_.size();
+    incoming_.resize(held + piece);
+    const ssize_t count = recv(fd(), &incoming_[held], piece, MSG_DONTWAIT);
+    incoming_.resize(held + (count > 0 ? static_cast<std::size_t>(count) : 0));
+    if (count < 0)
+        return would_block();
+    return count > 0 && take_fragments();
+}
+
+// Moves whole fragments from what was received to the call, until it is complete.
+bool Connection::take_fragments() {
+    std::size_t at = 0;
+    while (!complete_ && incoming_.size() - at >= mark_size) {
+        uint32_t mark = 0;
+        std::memcpy(&mark, &incoming_[at], mark_size);
+        mark = ntohl(mark);
+        const std::size_t length = mark & ~last_fragment;
+        if (length > longest_call - call_.size() || (length == 0 && mark == 0))
+            return false;
+        if (incoming_.size() - at - mark_size < length)
+            break;
+        const auto begin = incoming_.begin() + static_cast<std::ptrdiff_t>(at + mark_size);
+        call_.insert(call_.end(), begin, begin + static_cast<std::ptrdiff_t>(length));
+        at += mark_size + length;
+        complete_ = (mark & last_fragment) != 0;
+    }
+    SecretBytes rest(incoming_.begin() + static_cast<std::ptrdiff_t>(at), incoming_.end());
+    incoming_.swap(rest);
+    return true;
+}
+
+SecretBytes Connection::take_call() {
+    SecretBytes call = std::exchange(call_, {});
+    complete_ = false;
+    since_ = BootClock::now();
+    return call;
+}
+
+bool Connection::send() {
+    while (sent_ < reply_.size()) {
+        const ssize_t count =
+            ::send(fd(), &reply_[sent_], reply_.size() - sent_, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (count < 0)
+            return would_block();
+        sent_ += static_cast<std::size_t>(count);
+    }
+    SecretBytes().swap(reply_);
+    sent_ = 0;
+    // A client that has sent its next call already is not kept waiting for more bytes.
+    return take_fragments();
+}

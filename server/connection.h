@@ -1,0 +1,64 @@
+// connection.h: one client's stream: records in (RFC 5531, section 11), replies out.
+#ifndef SERVER_CONNECTION_H
+#define SERVER_CONNECTION_H
+
+#include <utility>
+
+#include "log.h"
+#include "secret.h"
+#include "vault.h"
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd = -1) : fd_(fd) {}
+    Descriptor(Descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    Descriptor &operator=(Descriptor &&other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~Descriptor();
+    int get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+class Connection {
+public:
+    Connection(Descriptor descriptor, const Caller &caller)
+        : descriptor_(std::move(descriptor)), caller_(caller) {}
+
+    int fd() const { return descriptor_.get(); }
+    const Caller &caller() const { return caller_; }
+
+    // Each returns false when the connection is over: closed by the peer, failed, or no stream of
+    // records that anybody would send.
+    bool receive();
+    bool send();
+
+    bool has_call() const { return complete_; }
+    bool has_reply() const { return !reply_.empty(); }
+    // Nothing is under way.
+    bool idle() const { return incoming_.empty() && call_.empty() && !has_reply(); }
+
+    // The call that has come; taking it makes room for the next.
+    SecretBytes take_call();
+    void reply(SecretBytes record) { reply_ = std::move(record); }
+
+    // When the present call or reply has begun to travel.
+    Instant since() const { return since_; }
+
+private:
+    bool take_fragments();
+
+    Descriptor descriptor_;
+    Caller caller_;
+    SecretBytes incoming_; // received: what follows the fragments that are in call_
+    SecretBytes call_;     // contents of the fragments so far
+    bool complete_ = false;
+    SecretBytes reply_;
+    std::size_t sent_ = 0;
+    Instant since_{};
+};
+
+#endif

@@ -1,0 +1,19 @@
+// hardening.h: what keeps the server's memory from others, and the server from what it does not need.
+#ifndef SERVER_HARDENING_H
+#define SERVER_HARDENING_H
+
+#include <cstddef>
+#include <string>
+
+// No core file, no tracing by the same user, and with lock_memory no page on a swap device. Throws
+// std::system_error when the system refuses.
+void protect_memory(bool lock_memory);
+
+// As many descriptors as the system lets us have, up to wanted. Returns how many.
+std::size_t raise_descriptor_limit(std::size_t wanted);
+
+// Becomes another user for good, with no group and no capability of the super-user's. Throws
+// std::runtime_error when there is no such user, std::system_error when the system refuses.
+void become_user(const std::string &name);
+
+#endif

@@ -1,0 +1,45 @@
+#include "vault.h"
+
+#include <algorithm>
+#include <ctime>
+
+BootClock::time_point BootClock::now() {
+    timespec time = {};
+    clock_gettime(CLOCK_BOOTTIME, &time);
+    return time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
+
+Entry *Vault::find(const EntryName &name, Instant now) {
+    const auto at = entries_.find(name);
+    return at == entries_.end() || has_ended(at->second, now) ? nullptr : &at->second;
+}
+
+void Vault::put(EntryName name, Entry entry) {
+    entries_.insert_or_assign(std::move(name), std::move(entry));
+}
+
+std::size_t Vault::withdraw_all(uid_t uid) {
+    return std::erase_if(entries_, [&](const auto &entry) { return entry.first.uid == uid; });
+}
+
+std::size_t Vault::lock_all(uid_t uid) {
+    std::size_t count = 0;
+    for (auto at = first_of(uid); at != entries_.end() && at->first.uid == uid; ++at, ++count)
+        SecretBytes().swap(at->second.private_key);
+    return count;
+}
+
+std::size_t Vault::count(uid_t uid) const {
+    return static_cast<std::size_t>(
+        std::count_if(entries_.begin(), entries_.end(),
+                      [&](const auto &entry) { return entry.first.uid == uid; }));
+}
+
+std::optional<Instant> Vault::next_end() const {
+    std::optional<Instant> next;
+    for (const auto &[name, entry] : entries_) {
+        if (entry.end && (!next || *entry.end < *next))
+            next = entry.end;
+    }
+    return next;
+}
