@@ -1,0 +1,246 @@
+#include "support/files.h"
+
+#include <gtest/gtest.h>
+
+#include <qel/qelserv.h>
+
+namespace {
+
+// An encoder of its own: words, and strings as RFC 4506 has them.
+struct Words {
+    Bytes bytes;
+
+    Words &word(uint32_t value) {
+        for (int shift = 24; shift >= 0; shift -= 8)
+            bytes.push_back(static_cast<uint8_t>(value >> shift));
+        return *this;
+    }
+    Words &text(const std::string &value) {
+        word(static_cast<uint32_t>(value.size()));
+        bytes.insert(bytes.end(), value.begin(), value.end());
+        bytes.resize((bytes.size() + 3) / 4 * 4);
+        return *this;
+    }
+    // A word for each byte.
+    Words &array(const Bytes &value) {
+        word(static_cast<uint32_t>(value.size()));
+        for (const uint8_t byte : value)
+            word(byte);
+        return *this;
+    }
+    // As opaque data would be: what this protocol does not have.
+    Words &packed(const Bytes &value) { return text(text_of(value)); }
+};
+
+template <class T> using Routine = bool_t (*)(XDR *, T *);
+
+template <class T> void release(Routine<T> routine, T *value) {
+    xdr_free(reinterpret_cast<xdrproc_t>(routine), value);
+}
+
+template <class T> bool encode(Routine<T> routine, T value, Bytes *out) {
+    out->assign(600000, 0xEE);
+    XDR xdr;
+    xdrmem_create(&xdr, reinterpret_cast<char *>(out->data()), static_cast<u_int>(out->size()),
+                  XDR_ENCODE);
+    const bool encoded = routine(&xdr, &value);
+    out->resize(xdr_getpos(&xdr));
+    return encoded;
+}
+
+// Decodes, and encodes again what came out.
+template <class T> bool decode(Routine<T> routine, Bytes from, Bytes *again = nullptr) {
+    XDR xdr;
+    xdrmem_create(&xdr, reinterpret_cast<char *>(from.data()), static_cast<u_int>(from.size()),
+                  XDR_DECODE);
+    T value{};
+    const bool decoded = routine(&xdr, &value) && xdr_getpos(&xdr) == from.size();
+    if (decoded && again != nullptr) {
+        EXPECT_TRUE(encode(routine, value, again));
+    }
+    release(routine, &value);
+    return decoded;
+}
+
+char keyid[] = "me";
+char host[] = "10.1.2.3";
+uint8_t three[] = {1, 0xFF, 0x80};
+const Bytes three_bytes(three, three + 3);
+
+// Every type once: the value, what it must be on the wire, and back.
+template <class T>
+void expect_wire(const char *reason, Routine<T> routine, const T &value, const Words &wire) {
+    SCOPED_TRACE(reason);
+    Bytes encoded;
+    EXPECT_TRUE(encode(routine, value, &encoded));
+    EXPECT_EQ(to_hex(encoded), to_hex(wire.bytes));
+    Bytes again;
+    EXPECT_TRUE(decode(routine, wire.bytes, &again));
+    EXPECT_EQ(to_hex(again), to_hex(wire.bytes));
+    for (std::size_t size = 0; size < wire.bytes.size(); ++size)
+        EXPECT_FALSE(decode(routine, Bytes(wire.bytes.begin(), wire.bytes.begin() + size))) << size;
+}
+
+TEST(Xdr, every_type_on_the_wire) {
+    uid_list second = {-2, nullptr};
+    uid_list first = {1001, &second};
+    expect_wire("status", xdr_qelserv_status, qelserv_status{9}, Words().word(9));
+    expect_wire("uids", xdr_uid_list, first, Words().word(1001).word(1).word(0xFFFFFFFE).word(0));
+    expect_wire("registration", xdr_qelserv_keyinfo,
+                qelserv_keyinfo{keyid, nullptr, host, 3600, 1, {}, {}, {3, three}},
+                Words()
+                    .text("me")
+                    .word(0)
+                    .text("10.1.2.3")
+                    .word(3600)
+                    .word(1)
+                    .word(0)
+                    .word(0)
+                    .array(three_bytes));
+    expect_wire("withdrawal", xdr_qelserv_keyinfo,
+                qelserv_keyinfo{keyid, &second, host, 0, 0, {3, three}, {3, three}, {}},
+                Words()
+                    .text("me")
+                    .word(1)
+                    .word(0xFFFFFFFE)
+                    .word(0)
+                    .text("10.1.2.3")
+                    .word(0)
+                    .word(0)
+                    .array(three_bytes)
+                    .array(three_bytes)
+                    .word(0));
+    expect_wire("question for a list", xdr_qelserv_listinfo, qelserv_listinfo{7, -1},
+                Words().word(7).word(0xFFFFFFFF));
+    qelserv_keylist list_end = {10, host, 8, keyid, nullptr};
+    qelserv_keylist list = {0, keyid, 7, host, &list_end};
+    expect_wire("list", xdr_qelserv_keylistp, qelserv_keylistp{&list},
+                Words()
+                    .word(1)
+                    .word(0)
+                    .text("me")
+                    .word(7)
+                    .text("10.1.2.3")
+                    .word(1)
+                    .word(10)
+                    .text("10.1.2.3")
+                    .word(8)
+                    .text("me")
+                    .word(0));
+    expect_wire("question for a state", xdr_qelserv_statinfo, qelserv_statinfo{0, keyid, host, 0},
+                Words().word(0).text("me").text("10.1.2.3").word(0));
+    qelserv_keystat state = {8, keyid, host, 60, 4, 0x89ABCDEF, nullptr};
+    expect_wire("state", xdr_qelserv_keystatp, qelserv_keystatp{&state},
+                Words()
+                    .word(1)
+                    .word(8)
+                    .text("me")
+                    .text("10.1.2.3")
+                    .word(60)
+                    .word(4)
+                    .word(0x89ABCDEF)
+                    .word(0));
+    expect_wire("no state", xdr_qelserv_keystatp, qelserv_keystatp{}, Words().word(0));
+    expect_wire("question for a signature", xdr_qelserv_cryptinfo,
+                qelserv_cryptinfo{0, 0, 0, keyid, host, {3, three}, {2, three}},
+                Words()
+                    .word(0)
+                    .word(0)
+                    .word(0)
+                    .text("me")
+                    .text("10.1.2.3")
+                    .array(three_bytes)
+                    .array({1, 0xFF}));
+    qelserv_cryptdata data = {0, {3, three}};
+    expect_wire("signature", xdr_qelserv_cryptdatap, qelserv_cryptdatap{&data},
+                Words().word(1).word(0).array(three_bytes));
+    expect_wire("no signature", xdr_qelserv_cryptdatap, qelserv_cryptdatap{}, Words().word(0));
+    expect_wire("question for packages", xdr_qelserv_keypkginfo, qelserv_keypkginfo{keyid, host},
+                Words().text("me").text("10.1.2.3"));
+    qelserv_keypkglist third = {0, {}, nullptr};
+    qelserv_keypkglist middle = {0, {1, three}, &third};
+    qelserv_keypkglist packages = {0, {3, three}, &middle};
+    expect_wire("three packages", xdr_qelserv_keypkglistp, qelserv_keypkglistp{&packages},
+                Words()
+                    .word(1)
+                    .word(0)
+                    .array(three_bytes)
+                    .word(1)
+                    .word(0)
+                    .array({1})
+                    .word(1)
+                    .word(0)
+                    .word(0)
+                    .word(0));
+}
+
+// Every field at its bound, and one more.
+TEST(Xdr, bounds) {
+    Bytes bytes(65537, 7);
+    std::string text(1025, 'x');
+    const auto info = [&](uint32_t strings, uint32_t key, uint32_t cert, uint32_t package) {
+        std::string part(text, 0, strings);
+        Bytes out;
+        const bool encoded = encode(xdr_qelserv_keyinfo,
+                                    qelserv_keyinfo{part.data(),
+                                                    nullptr,
+                                                    part.data(),
+                                                    0,
+                                                    0,
+                                                    {key, bytes.data()},
+                                                    {cert, bytes.data()},
+                                                    {package, bytes.data()}},
+                                    &out);
+        const Words wire = Words()
+                               .text(part)
+                               .word(0)
+                               .text(part)
+                               .word(0)
+                               .word(0)
+                               .array(Bytes(key, 7))
+                               .array(Bytes(cert, 7))
+                               .array(Bytes(package, 7));
+        EXPECT_EQ(decode(xdr_qelserv_keyinfo, wire.bytes), encoded);
+        return encoded;
+    };
+    EXPECT_TRUE(info(1024, 1024, 8192, 65536));
+    EXPECT_FALSE(info(1025, 0, 0, 0));
+    EXPECT_FALSE(info(0, 1025, 0, 0));
+    EXPECT_FALSE(info(0, 0, 8193, 0));
+    EXPECT_FALSE(info(0, 0, 0, 65537));
+    const auto crypt = [&](uint32_t algorithm, uint32_t data) {
+        return decode(xdr_qelserv_cryptinfo, Words()
+                                                 .word(0)
+                                                 .word(0)
+                                                 .word(0)
+                                                 .text("")
+                                                 .text("")
+                                                 .array(Bytes(algorithm, 7))
+                                                 .array(Bytes(data, 7))
+                                                 .bytes);
+    };
+    EXPECT_TRUE(crypt(1024, 8192));
+    EXPECT_FALSE(crypt(1025, 0));
+    EXPECT_FALSE(crypt(0, 8193));
+    EXPECT_FALSE(
+        decode(xdr_qelserv_cryptdatap, Words().word(1).word(0).array(Bytes(8193, 7)).bytes));
+    EXPECT_FALSE(
+        decode(xdr_qelserv_keypkglistp, Words().word(1).word(0).array(Bytes(65537, 7)).bytes));
+}
+
+TEST(Xdr, packed_data_are_refused) {
+    EXPECT_FALSE(decode(xdr_qelserv_cryptdatap,
+                        Words().word(1).word(0).packed({1, 2, 3, 4, 5, 6, 7, 8}).bytes));
+}
+
+// A list as long as a message can be takes no stack.
+TEST(Xdr, long_lists) {
+    Words wire;
+    wire.word(1);
+    for (int i = 0; i < 60000; ++i)
+        wire.word(1).word(1);
+    wire.word(0);
+    EXPECT_TRUE(decode(xdr_uid_list, wire.bytes));
+}
+
+} // namespace
