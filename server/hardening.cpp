@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <grp.h>
+#include <linux/capability.h>
 #include <pwd.h>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -16,6 +18,15 @@ namespace {
 void check(int result, const char *what) {
     if (result != 0)
         throw std::system_error(errno, std::generic_category(), what);
+}
+
+// Of the super-user's capabilities only that to lock memory, whatever the limit, is kept: what is
+// allocated later must be locked, too.
+void keep_memory_capability() {
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
+    sets[0].effective = sets[0].permitted = 1U << CAP_IPC_LOCK;
+    check(static_cast<int>(syscall(SYS_capset, &header, sets)), "capset");
 }
 
 } // namespace
@@ -27,9 +38,6 @@ void protect_memory(bool lock_memory) {
     check(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), "cannot give up new privileges");
     if (!lock_memory)
         return;
-    // What is allocated after the change of user counts against the limit of an ordinary process.
-    const rlimit unlimited = {RLIM_INFINITY, RLIM_INFINITY};
-    setrlimit(RLIMIT_MEMLOCK, &unlimited);
     check(mlockall(MCL_CURRENT | MCL_FUTURE), "cannot lock memory");
 }
 
@@ -51,8 +59,10 @@ void become_user(const std::string &name) {
     const passwd *user = getpwnam(name.c_str());
     if (user == nullptr)
         throw std::runtime_error("there is no user " + name);
+    check(prctl(PR_SET_KEEPCAPS, 1), "cannot keep a capability");
     check(setgroups(0, nullptr), "setgroups");
     check(setresgid(user->pw_gid, user->pw_gid, user->pw_gid), "setresgid");
     check(setresuid(user->pw_uid, user->pw_uid, user->pw_uid), "setresuid");
+    keep_memory_capability();
     check(prctl(PR_SET_DUMPABLE, 0), "cannot switch tracing off"); // a change of user may set it
 }

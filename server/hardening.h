@@ -12,7 +12,8 @@ void protect_memory(bool lock_memory);
 // As many descriptors as the system lets us have, up to wanted. Returns how many.
 std::size_t raise_descriptor_limit(std::size_t wanted);
 
-// Becomes another user for good, with no group and no capability of the super-user's. Throws
+// Becomes another user for good, with no other group, and of the super-user's capabilities with the one
+// to lock memory only. Throws
 // std::runtime_error when there is no such user, std::system_error when the system refuses.
 void become_user(const std::string &name);
 

@@ -1,7 +1,6 @@
 #include "registration.h"
 
 #include <chrono>
-#include <csignal>
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/un.h>
