@@ -49,6 +49,12 @@ std::span<const Command> commands();
 std::span<const Option> common_options(); // every command has them
 const Command *find_command(std::string_view name);
 
+// A name of the program under which it is one command.
+struct Link {
+    const char *name, *command;
+};
+constexpr Link links[] = {{"qellogin", "login"}, {"qellogout", "logout"}};
+
 // The command line of one command, checked against its row.
 class Arguments {
 public:
@@ -126,6 +132,10 @@ Exit run_wrap(const Arguments &arguments);
 Exit run_unwrap(const Arguments &arguments);
 Exit run_genkey(const Arguments &arguments);
 Exit run_random(const Arguments &arguments);
+Exit run_login(const Arguments &arguments);
+Exit run_logout(const Arguments &arguments);
+Exit run_lock(const Arguments &arguments);
+Exit run_status(const Arguments &arguments);
 Exit run_dh_start(const Arguments &arguments);
 Exit run_dh_finish(const Arguments &arguments);
 Exit run_explain(const Arguments &arguments);

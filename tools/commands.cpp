@@ -20,8 +20,8 @@ constexpr Option passin_option = {
 constexpr Option max_iterations_option = {
     "max-iterations", 0,     "N",
     nullptr,          false, "most work that a pass phrase may cost (default 50000000)"};
-constexpr Option package_id_option = {
-    "id", 0, "KEYPKGID", nullptr, false, "which key package, where a file holds several"};
+constexpr Option package_id_option = {"id",    0,     "KEYPKGID",
+                                      nullptr, false, "which key package, where there are several"};
 
 // ---- digest, sign, verify ----------------------------------------------------------------------
 
@@ -32,8 +32,8 @@ constexpr Example digest_examples[] = {
 };
 
 constexpr Option sign_options[] = {
-    {"key", 'k', "FILE", nullptr, true,
-     "private key: key package, or unencrypted PKCS#8 or PKCS#1"},
+    {"key", 'k', "FILE", nullptr, false,
+     "private key: key package, or unencrypted PKCS#8 or PKCS#1 (default: the key server's)"},
     ALGORITHM,
     {"output", 'o', "FILE", nullptr, false, "where the signature goes (default standard output)"},
     {"armor", 0, nullptr, nullptr, false, "write the signature as armoured text"},
@@ -42,6 +42,7 @@ constexpr Option sign_options[] = {
     max_iterations_option,
 };
 constexpr Example sign_examples[] = {
+    {"qel sign -o report.sig report.txt", "sign a file with the key that you are logged in with"},
     {"qel sign -k my.key -o report.sig report.txt", "sign a file"},
     {"qel sign -k my.key --armor < report.txt", "sign standard input, print armoured text"},
 };
@@ -97,8 +98,8 @@ constexpr Example encrypt_examples[] = {
 };
 
 constexpr Option decrypt_options[] = {
-    {"key", 'k', "FILE", nullptr, true,
-     "a recipient's private key or key package, or the session key"},
+    {"key", 'k', "FILE", nullptr, false,
+     "a recipient's private key or key package (default: the key server's), or the session key"},
     {"cert", 'c', "FILE", nullptr, false, "the recipient's certificate, by which it is chosen"},
     KEY_HEX,
     {"raw", 0, nullptr, nullptr, false, "read bare ciphertext, without container"},
@@ -128,7 +129,8 @@ constexpr Example wrap_examples[] = {
 };
 
 constexpr Option unwrap_options[] = {
-    {"key", 'k', "FILE", nullptr, true, "the recipient's private key or key package"},
+    {"key", 'k', "FILE", nullptr, false,
+     "the recipient's private key or key package (default: the key server's)"},
     {"output", 'o', "FILE", nullptr, true, "where the session key goes"},
     HEX,
     FORCE_SECRET,
@@ -137,6 +139,7 @@ constexpr Option unwrap_options[] = {
     max_iterations_option,
 };
 constexpr Example unwrap_examples[] = {
+    {"qel unwrap -o session.key session.wrapped", "with the key that you are logged in with"},
     {"qel unwrap -k my.key -o session.key session.wrapped", "the session key again"},
 };
 
@@ -366,6 +369,51 @@ constexpr Example explain_examples[] = {
     {"qel explain key_expired", "by name"},
 };
 
+// ---- the key server ----------------------------------------------------------------------------
+
+#define USER                                                                                       \
+    { "user", 'u', "NAME", nullptr, false, "another user's, for the super-user" }
+
+constexpr Option login_options[] = {
+    package_id_option,
+    {"lifetime", 'l', "TIME", nullptr, false,
+     "how long the key stays: seconds, or 30m, 8h, 2d (default: the server's)"},
+    {"usage", 0, "USAGE", "both|sign|decrypt", false,
+     "what it may be used for (default: what the key package says)"},
+    {"host", 0, "ADDRESS", nullptr, false,
+     "host address under which programs look for it (default 0.0.0.0)"},
+    passin_option,
+    max_iterations_option,
+};
+constexpr Example login_examples[] = {
+    {"qel login", "with your own key package, until you log out"},
+    {"qel login --lifetime 8h --usage sign alice.KEYPKG", "for a day's work, for signing only"},
+};
+
+constexpr Option logout_options[] = {
+    {"id", 0, "KEYPKGID", nullptr, false, "which key, where there are several"},
+    {"all", 'a', nullptr, nullptr, false, "all keys"},
+    USER,
+};
+constexpr Example logout_examples[] = {
+    {"qel logout", "the key is gone"},
+    {"qel logout --all --user alice", "root ends another user's logins"},
+};
+
+constexpr Option lock_options[] = {USER};
+constexpr Example lock_examples[] = {{"qel lock", "until the next 'qel login'"}};
+
+constexpr Option status_options[] = {
+    {"all", 'a', nullptr, nullptr, false, "everybody's, for the super-user"},
+    USER,
+};
+constexpr Example status_examples[] = {
+    {"qel status", "your keys at the key server"},
+    {"qel status --json", "for another program"},
+};
+
+#undef USER
+
 // ---- about the program -------------------------------------------------------------------------
 
 constexpr Option man_options[] = {
@@ -389,6 +437,31 @@ constexpr Example man_examples[] = {
     "(file:PATH), or from an environment variable (env:NAME)."
 
 constexpr Command all_commands[] = {
+    {"login", "Log in: hand your key to the key server", "[FILE]", 0, 1,
+     "Unlocks a key package, by default your own, with its pass phrase, and hands the private key "
+     "to "
+     "the key server of this host. Until you log out, or the key's time is over, your programs "
+     "sign "
+     "and unwrap there without key or pass phrase: 'qel sign', 'qel unwrap' and 'qel decrypt' "
+     "where "
+     "no --key is given. A key that was locked is unlocked.\n\n"
+     "The key is registered for you as the system knows you, under the key package's identifier. "
+     "The "
+     "server must run as root or as the user qelserv. It takes private keys of up to 1024 bytes, "
+     "which is about 1600 bits. 'qellogin' is the same command." PASS_PHRASES,
+     login_options, login_examples, run_login},
+    {"logout", "Log out: take your key from the key server", "", 0, 0,
+     "Has the key server forget a key and its key package. 'qellogout' is the same command.",
+     logout_options, logout_examples, run_logout},
+    {"lock", "Lock your keys at the key server", "", 0, 0,
+     "Has the key server forget your private keys and keep your key packages, for instance while "
+     "you are away. 'qel login' unlocks them again.",
+     lock_options, lock_examples, run_lock},
+    {"status", "Tell what the key server holds", "", 0, 0,
+     "Lists your keys at the key server: identifier, usage, time that is left, whether locked. "
+     "Exits "
+     "0 if one can be used, 4 if none, 5 if the key server is out of reach.",
+     status_options, status_examples, run_status},
     {"digest", "Print message digests of files", "[FILE]...", 0, any_type,
      "Prints the MD5 or MD2 digest of each file, or of standard input, one line each.\n\n"
      "Both digests are of historical use: collisions of MD5 can be made at will.",
@@ -396,7 +469,7 @@ constexpr Command all_commands[] = {
     {"sign", "Sign a file with a private key", "[FILE]", 0, 1,
      "Makes an RSA signature (PKCS#1, md5WithRSAEncryption or md2WithRSAEncryption) over a file of "
      "any size, or standard input. The signature is as many bytes as the key's modulus; a terminal "
-     "only gets it armoured." PASS_PHRASES,
+     "only gets it armoured. Without --key the key server signs: log in first." PASS_PHRASES,
      sign_options, sign_examples, run_sign},
     {"verify", "Verify a signature over a file", "[FILE]", 0, 1,
      "Exits 0 only when the signature was checked and is good for the file, or standard input, "
@@ -420,7 +493,7 @@ constexpr Command all_commands[] = {
      "Decrypts PKCS#7 EnvelopedData with the private key of a recipient, or EncryptedData with the "
      "session key; BER, DER or armoured. Without --cert the wrapped keys that fit the private "
      "key's "
-     "size are tried.\n\n"
+     "size are tried. Without --key a key at the key server is used: log in first.\n\n"
      "An output file takes its place only when all was decrypted and the padding at the end is "
      "right. What goes to standard output goes at once, so that data may have been written before "
      "a "
@@ -434,7 +507,7 @@ constexpr Command all_commands[] = {
      wrap_options, wrap_examples, run_wrap},
     {"unwrap", "Unwrap a session key", "[FILE]", 0, 1,
      "Decrypts a wrapped key with the recipient's private key, which has at most 4096 bits, into a "
-     "file of mode 0600." PASS_PHRASES,
+     "file of mode 0600. Without --key the key server unwraps: log in first." PASS_PHRASES,
      unwrap_options, unwrap_examples, run_unwrap},
     {"genkey", "Make a session key", "des|rc2|rc4", 1, 1,
      "Makes a random key within the library's export policy and writes its bytes to a file of mode "

@@ -125,6 +125,14 @@ Context::Context() {
         throw library_failure(status, "cannot set up the library");
 }
 
+Context::Context(const std::string &key_id, const std::string &host) {
+    const QelStatus status = qel_init(&context_, key_id.c_str(), host.c_str());
+    if (status == QEL_ERR_GENERAL)
+        throw library_failure(QEL_ERR_SERV_CONNECT, "cannot reach the key server");
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot set up the library");
+}
+
 const Algorithm &algorithm_named(const std::string &name) {
     return algorithms[name == "md2" ? 0 : 1];
 }

@@ -17,10 +17,13 @@
 
 namespace tool {
 
-// A library context of its own for each piece of work, without a key server.
+// A library context of its own for each piece of work.
 class Context {
 public:
+    // Without a key server.
     Context();
+    // Connected to the key server of this host, for the key of this identifier and host address.
+    Context(const std::string &key_id, const std::string &host);
     ~Context() { qel_end(context_); }
     Context(const Context &) = delete;
     Context &operator=(const Context &) = delete;
@@ -112,12 +115,16 @@ struct RsaKey {
 };
 RsaKey as_rsa_key(const QelKeyInfo *key);
 
-// A private key for qel_sign. Warns where the file is open to others.
+// A private key for qel_sign and the like; without octets none, which leaves it to the key server.
 struct PrivateKey {
     Decoded<QelPrivateKeyInfo> record; // zeroed by whoever lets go of it
     Bytes octets;
     const QelAlgId *algorithm = nullptr;
+    // As qel_sign and qel_unwrap_key take them: null for none.
+    const uint8_t *data() const { return octets.empty() ? nullptr : octets.data(); }
+    uint32_t size() const { return static_cast<uint32_t>(octets.size()); }
 };
+// Warns where the file is open to others.
 PrivateKey read_private_key(QelContext *context, const Input &input);
 
 // Whether bytes are a private key, in PKCS#8, encrypted or not, or PKCS#1, or a key package, or what

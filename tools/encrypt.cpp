@@ -3,7 +3,8 @@
 #include "command.h"
 #include "encrypted_content.h"
 #include "export_policy.h"
-#include "key_package.h"
+#include "key_server.h"
+#include "pass_phrase.h"
 #include "text.h"
 #include "wrap.h"
 
@@ -176,6 +177,8 @@ void check_decrypt(const Arguments &arguments) {
                              "' goes with '--raw'; the container says it itself");
     if (raw && !arguments.has("algorithm"))
         arguments.misuse("bare ciphertext needs '--algorithm'");
+    if (raw && !arguments.has("key"))
+        arguments.misuse("bare ciphertext needs '--key'");
     if (raw && arguments.has("cert"))
         arguments.misuse("'--cert' does not go with '--raw'");
     arguments.check_stdin_once({arguments.operand_or_stdin(), arguments.value("key"),
@@ -216,18 +219,19 @@ std::vector<const QelRcptInfo *> fitting(const Arguments &arguments, const Conte
 Bytes session_key(const Arguments &arguments, const Context &context,
                   const QelEnvelopedData &enveloped, const CipherRow &row,
                   const std::string &what) {
-    const std::string path = arguments.value("key");
-    const PrivateKey private_key = read_private_key(context, arguments, path, USAGE_ENCRYPT);
-    const unsigned modulus = modulus_bytes(context, private_key, display_name(path));
+    const UsableKey private_key = usable_key(arguments, USAGE_ENCRYPT);
+    const unsigned modulus = modulus_bytes(private_key);
     for (const QelRcptInfo *info : fitting(arguments, context, enveloped, modulus, what)) {
         QelStatus status = QEL_OK;
-        Bytes key = unwrap_key(context, {info->encryptedKey.value, info->encryptedKey.length},
-                               private_key, status);
+        Bytes key =
+            unwrap_key(*private_key.context, {info->encryptedKey.value, info->encryptedKey.length},
+                       private_key.key, status);
         if (status == QEL_ERR_EXPORT)
             throw policy_failure(status, what, unwrapping_modulus_rule(modulus));
         if (status == QEL_OK && key.size() >= row.least && key.size() <= row.most)
             return key;
-        if (status != QEL_OK && status != QEL_ERR_UNWRAP && status != QEL_ERR_BAD_PARAM)
+        if (status != QEL_OK && status != QEL_ERR_UNWRAP && status != QEL_ERR_BAD_PARAM &&
+            status != QEL_ERR_SERV_DECRYPT)
             throw library_failure(status, what);
     }
     throw not_opened(what);
@@ -254,6 +258,8 @@ Cipher cipher_of(const Arguments &arguments, const Context &context,
     }
     if (arguments.has("cert"))
         warn("the data have no recipients; '--cert' does nothing");
+    if (!arguments.has("key"))
+        arguments.misuse("the data have no recipients: '--key' must name the session key");
     const std::string path = arguments.value("key");
     cipher.key = read_key_file(path, arguments.has("key-hex"));
     check_key_size(*cipher.row, cipher.key.size(), display_name(path));

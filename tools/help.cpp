@@ -214,7 +214,7 @@ std::string command_page(const Command &command) {
     text += ".SH EXAMPLES\n";
     for (const Example &example : command.examples)
         text += ".TP\n.B " + roff(example.command) + "\n" + roff(example.text) + ".\n";
-    return text + exit_section() + ".SH SEE ALSO\n.BR qel (1)\n";
+    return text + exit_section() + ".SH SEE ALSO\n.BR qel (1),\n.BR qelserv (8)\n";
 }
 
 std::string program_page() {
@@ -260,6 +260,11 @@ Exit run_man(const Arguments &arguments) {
     write_page(nullptr);
     for (const Command &command : commands())
         write_page(&command);
+    for (const Link &link : links) {
+        files.push_back(folder + "/" + link.name + ".1");
+        write_file(files.back(),
+                   bytes_of(".so man1/" + page_name(find_command(link.command)) + ".1\n"));
+    }
     if (arguments.json()) {
         Json json = arguments.report();
         json["files"] = files;

@@ -162,11 +162,23 @@ Exit guarded(const std::vector<std::string> &words) {
     return Exit::internal;
 }
 
+// The command line; under the name of a link the command that it stands for is put first.
+std::vector<std::string> words_of(int argc, char **argv) {
+    std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+    const std::string_view path = argc > 0 ? argv[0] : "";
+    const std::string_view name = path.substr(path.rfind('/') + 1);
+    const bool version = !words.empty() && words[0] == "--version";
+    for (const Link &link : links)
+        if (name == link.name && !version)
+            words.insert(words.begin(), link.command);
+    return words;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
     keep_standard_descriptors();
     std::signal(SIGXFSZ, SIG_IGN); // the write fails instead, and is reported
     read_locale();
-    return static_cast<int>(guarded({argv + 1, argv + argc}));
+    return static_cast<int>(guarded(words_of(argc, argv)));
 }

@@ -2,7 +2,8 @@
 #include "armour.h"
 #include "command.h"
 #include "credential.h"
-#include "key_package.h"
+#include "key_server.h"
+#include "pass_phrase.h"
 #include "text.h"
 
 namespace tool {
@@ -16,8 +17,8 @@ Bytes sign_file(const Context &context, const std::string &path, const PrivateKe
         const bool last = mode != QEL_MODE_UPDATE;
         const QelStatus status =
             qel_sign(context, data.data(), static_cast<uint32_t>(data.size()), mode, key.algorithm,
-                     key.octets.data(), static_cast<uint32_t>(key.octets.size()),
-                     *algorithm.signature, last ? &signature : nullptr, last ? &length : nullptr);
+                     key.data(), key.size(), *algorithm.signature, last ? &signature : nullptr,
+                     last ? &length : nullptr);
         if (status != QEL_OK)
             throw library_failure(status, "cannot sign " + display_name(path));
     };
@@ -98,9 +99,8 @@ Exit run_sign(const Arguments &arguments) {
                         "the result is binary; give '--output FILE' or '--armor'");
 
     const Algorithm &algorithm = algorithm_named(arguments.value("algorithm", "md5"));
-    const Context context;
-    const PrivateKey key = read_private_key(context, arguments, arguments.value("key"), USAGE_SIGN);
-    const Bytes signature = sign_file(context, path, key, algorithm);
+    const UsableKey key = usable_key(arguments, USAGE_SIGN);
+    const Bytes signature = sign_file(*key.context, path, key.key, algorithm);
 
     const bool to_json = arguments.json() && output == "-";
     if (!to_json && armor)

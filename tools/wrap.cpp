@@ -5,6 +5,8 @@
 #include "command.h"
 #include "export_policy.h"
 #include "key_package.h"
+#include "key_server.h"
+#include "pass_phrase.h"
 #include "text.h"
 
 #include <algorithm>
@@ -102,8 +104,7 @@ Bytes unwrap_key(const Context &context, std::span<const uint8_t> wrapped, const
     uint32_t length = 0;
     status =
         qel_unwrap_key(context, wrapped.data(), static_cast<uint32_t>(wrapped.size()),
-                       key.algorithm, key.octets.data(), static_cast<uint32_t>(key.octets.size()),
-                       QEL_RSA_ENCR_AID, &bytes, &length);
+                       key.algorithm, key.data(), key.size(), QEL_RSA_ENCR_AID, &bytes, &length);
     if (status != QEL_OK)
         return {};
     const Bytes result(bytes, bytes + length);
@@ -195,7 +196,7 @@ namespace {
 
 Failure unwrap_failure(QelStatus status, const std::string &path, unsigned modulus) {
     const std::string what = "cannot unwrap the key in " + display_name(path);
-    if (status == QEL_ERR_UNWRAP)
+    if (status == QEL_ERR_UNWRAP || status == QEL_ERR_SERV_DECRYPT)
         return library_failure(status, what,
                                "Check that it was wrapped for this private key, and is undamaged.");
     return policy_failure(status, what, unwrapping_modulus_rule(modulus));
@@ -212,11 +213,8 @@ Exit run_unwrap(const Arguments &arguments) {
     if (output == "-")
         refuse_terminal(arguments.command().name, "keys are not printed; give '--output FILE'");
 
-    const Context context;
-    const PrivateKey private_key =
-        read_private_key(context, arguments, arguments.value("key"), USAGE_ENCRYPT);
-    const unsigned modulus =
-        modulus_bytes(context, private_key, display_name(arguments.value("key")));
+    const UsableKey private_key = usable_key(arguments, USAGE_ENCRYPT);
+    const unsigned modulus = modulus_bytes(private_key);
     const Bytes wrapped = read_whole(path);
     if (wrapped.size() != modulus && modulus <= most_unwrap_bytes)
         throw Failure{Exit::input, "cannot unwrap the key in " + display_name(path),
@@ -225,7 +223,7 @@ Exit run_unwrap(const Arguments &arguments) {
                           std::to_string(modulus),
                       "Check that it is the right file, and bytes, not armour."};
     QelStatus status = QEL_OK;
-    const Bytes key = unwrap_key(context, wrapped, private_key, status);
+    const Bytes key = unwrap_key(*private_key.context, wrapped, private_key.key, status);
     if (status != QEL_OK)
         throw unwrap_failure(status, path, modulus);
     write_key_file(output, key, arguments);

@@ -35,7 +35,7 @@ const UsageCase kUsage[] = {
     {"option given twice", {"digest", "-a", "md5", "-a", "md2"}, "twice"},
     {"value that is none of the choices", {"digest", "-a", "sha1"}, "md2 or md5, not 'sha1'"},
     {"two choices as one value", {"digest", "-a", "md2|md5"}, "not 'md2|md5'"},
-    {"required option left out", {"sign", "file"}, "'--key' is needed"},
+    {"required option left out", {"verify", "file"}, "'--signature' is needed"},
     {"operand left out", {"cert", "verify"}, "too few"},
     {"one operand too many", {"sign", "-k", "key", "a", "b"}, "'b'"},
     {"empty operand", {"digest", ""}, "empty"},
