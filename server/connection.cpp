@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr std::size_t piece = 64 * 1024;
 constexpr uint32_t last_fragment = 0x80000000;
 constexpr std::size_t mark_size = sizeof(uint32_t);
 
@@ -25,18 +24,20 @@ Descriptor::~Descriptor() {
         close(fd_);
 }
 
-bool Connection::receive() {
+bool Connection::receive(std::span<uint8_t> room) {
     if (complete_ || has_reply())
         return true;
-    if (incoming_.empty() && call_.empty())
-        since_ = BootClock::now();
-    const std::size_t held = incoming_.size();
-    incoming_.resize(held + piece);
-    const ssize_t count = recv(fd(), &incoming_[held], piece, MSG_DONTWAIT);
-    incoming_.resize(held + (count > 0 ? static_cast<std::size_t>(count) : 0));
+    const ssize_t count = recv(fd(), room.data(), room.size(), MSG_DONTWAIT);
     if (count < 0)
         return would_block();
-    return count > 0 && take_fragments();
+    if (count == 0)
+        return false;
+    if (idle())
+        since_ = BootClock::now();
+    const std::span<uint8_t> received = room.first(static_cast<std::size_t>(count));
+    incoming_.insert(incoming_.end(), received.begin(), received.end());
+    explicit_bzero(received.data(), received.size());
+    return take_fragments();
 }
 
 // Moves whole fragments from what was received to the call, until it is complete.
@@ -56,6 +57,8 @@ bool Connection::take_fragments() {
         at += mark_size + length;
         complete_ = (mark & last_fragment) != 0;
     }
+    if (at == 0)
+        return true;
     SecretBytes rest(incoming_.begin() + static_cast<std::ptrdiff_t>(at), incoming_.end());
     incoming_.swap(rest);
     return true;

@@ -2,6 +2,7 @@
 #ifndef SERVER_CONNECTION_H
 #define SERVER_CONNECTION_H
 
+#include <span>
 #include <utility>
 
 #include "log.h"
@@ -32,14 +33,16 @@ public:
     const Caller &caller() const { return caller_; }
 
     // Each returns false when the connection is over: closed by the peer, failed, or no stream of
-    // records that anybody would send.
-    bool receive();
+    // records that anybody would send. room is where bytes are received; it is left zeroed.
+    bool receive(std::span<uint8_t> room);
     bool send();
 
     bool has_call() const { return complete_; }
     bool has_reply() const { return !reply_.empty(); }
     // Nothing is under way.
-    bool idle() const { return incoming_.empty() && call_.empty() && !has_reply(); }
+    bool idle() const { return held() == 0; }
+    // Bytes that are kept for it.
+    std::size_t held() const { return incoming_.size() + call_.size() + reply_.size(); }
 
     // The call that has come; taking it makes room for the next.
     SecretBytes take_call();

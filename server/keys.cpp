@@ -7,6 +7,9 @@
 
 namespace {
 
+// An RSAPublicKey, in bytes: of 1600 bits, and then some for the exponent.
+constexpr uint32_t longest_public_key = 320;
+
 struct EndContext {
     void operator()(QelContext *context) const { qel_end(context); }
 };
@@ -78,9 +81,11 @@ const QelAlgId *signature_algorithm_of(const QelAlgId *digest) {
 } // namespace
 
 qelserv_status check_package(View package, int *usage_out) {
-    if (package.empty())
-        return QELSERV_BAD_PACKAGE;
     const Context context = make_context();
+    // The work of a verification grows with the cube of the key's length, which its maker chooses.
+    const auto unverified = decode_package(context.get(), package);
+    if (unverified == nullptr || unverified->pubKeyInfo->pubKey.length > 8 * longest_public_key)
+        return QELSERV_BAD_PACKAGE;
     QelKeyPkg *decoded = nullptr;
     if (__qel_verify_keypkg_sig(context.get(), package.data(),
                                 static_cast<uint32_t>(package.size()), &decoded) != QEL_OK)

@@ -11,8 +11,8 @@
 
 using View = std::span<const uint8_t>;
 
-// The usage that a key package names; QELSERV_BAD_PACKAGE when it cannot be read or its signature is
-// not good.
+// The usage that a key package names; QELSERV_BAD_PACKAGE when it cannot be read, its public key is
+// longer than one whose private key a message can bring, or its signature is not good.
 qelserv_status check_package(View package, int *usage_out);
 
 // The private key's octets out of an encoded PrivateKeyInfo (PKCS#8). QELSERV_BAD_KEY when they do not

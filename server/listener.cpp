@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -68,6 +69,11 @@ std::optional<Descriptor> inherited_listener() {
         !option_is(first_inherited, SO_TYPE, SOCK_STREAM) ||
         !option_is(first_inherited, SO_ACCEPTCONN, 1))
         throw std::runtime_error("the service manager passed no listening local stream socket");
+    for (const char *name : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"})
+        unsetenv(name);
+    if (fcntl(first_inherited, F_SETFD, FD_CLOEXEC) != 0 ||
+        fcntl(first_inherited, F_SETFL, fcntl(first_inherited, F_GETFL) | O_NONBLOCK) != 0)
+        fail("fcntl");
     return passed;
 }
 

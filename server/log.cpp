@@ -1,8 +1,11 @@
 #include "log.h"
 
 #include <cstdarg>
+#include <map>
 #include <string>
 #include <syslog.h>
+
+#include "vault.h"
 
 namespace {
 
@@ -15,6 +18,30 @@ std::string printable(std::string_view text) {
     if (text.size() > longest_name)
         result += "...";
     return result;
+}
+
+constexpr std::chrono::seconds period{10};
+constexpr unsigned lines_in_period = 20;
+constexpr std::size_t most_users = 4096;
+
+// What a user has had of the log in the present period.
+struct Share {
+    Instant begin;
+    unsigned lines = 0;
+};
+std::map<uid_t, Share> shares;
+
+bool may_log(uid_t uid) {
+    if (shares.size() >= most_users && !shares.contains(uid))
+        shares.clear();
+    const Instant now = BootClock::now();
+    Share &share = shares[uid];
+    if (now - share.begin >= period) {
+        if (share.lines > lines_in_period)
+            log_notice("left out: %u lines about user %u", share.lines - lines_in_period, uid);
+        share = {now, 0};
+    }
+    return ++share.lines <= lines_in_period;
 }
 
 } // namespace
@@ -38,6 +65,8 @@ void log_error(const char *format, ...) {
 }
 
 void log_call(const Caller &caller, const char *what, std::string_view keyid) {
+    if (!may_log(caller.uid))
+        return;
     log_notice("%s: user %u, process %d, key \"%s\"", what, caller.uid, caller.pid,
                printable(keyid).c_str());
 }

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <system_error>
+#include <unistd.h>
 
 #include "rpc.h"
 
@@ -13,11 +15,20 @@ namespace {
 
 constexpr int accepted_at_once = 64;
 constexpr int events_at_once = 256;
+constexpr std::size_t received_at_once = 64 * 1024;
+constexpr std::chrono::milliseconds accept_pause{100};
 
 int checked(int result, const char *what) {
     if (result < 0)
         throw std::system_error(errno, std::generic_category(), what);
     return result;
+}
+
+bool control(int epoll, int operation, int fd, uint32_t events) {
+    epoll_event event = {};
+    event.events = events;
+    event.data.fd = fd;
+    return epoll_ctl(epoll, operation, fd, &event) == 0;
 }
 
 itimerspec absolute(std::optional<Instant> instant) {
@@ -36,14 +47,10 @@ itimerspec absolute(std::optional<Instant> instant) {
 Loop::Loop(Service *service, int listener, int stop, const LoopLimits &limits)
     : service_(service), listener_(listener), stop_(stop), limits_(limits),
       epoll_(checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
-      timer_(
-          checked(timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")) {
-    for (const int fd : {listener_, stop_, timer_.get()}) {
-        epoll_event event = {};
-        event.events = EPOLLIN;
-        event.data.fd = fd;
-        checked(epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event), "epoll_ctl");
-    }
+      timer_(checked(timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")),
+      room_(received_at_once) {
+    for (const int fd : {listener_, stop_, timer_.get()})
+        checked(control(epoll_.get(), EPOLL_CTL_ADD, fd, EPOLLIN) ? 0 : -1, "epoll_ctl");
 }
 
 void Loop::run() {
@@ -55,99 +62,118 @@ void Loop::run() {
         if (count < 0 && errno != EINTR)
             checked(count, "epoll_wait");
         for (int i = 0; i < count; ++i) {
-            const int fd = events[i].data.fd;
-            if (fd == stop_)
+            if (events[i].data.fd == stop_)
                 return;
-            if (fd == listener_) {
-                accept_clients();
-                continue;
-            }
-            const auto found = by_descriptor_.find(fd);
-            if (found != by_descriptor_.end())
-                handle(found->second, events[i].events);
+            dispatch(events[i].data.fd, events[i].events);
         }
         serve_waiting();
-        if (!slow_.empty())
-            drop_slow(BootClock::now());
+        drop_late();
+        resume_accepting();
+    }
+}
+
+// A client for which there is no memory is dropped; the others stay.
+void Loop::dispatch(int fd, uint32_t events) {
+    if (fd == timer_.get()) {
+        uint64_t times = 0;
+        if (read(fd, &times, sizeof times) > 0)
+            armed_.reset();
+        return;
+    }
+    try {
+        if (fd == listener_)
+            return accept_clients();
+        const auto client = clients_.find(fd); // an earlier event may have dropped it
+        if (client != clients_.end())
+            handle(client->second, events);
+    } catch (const std::bad_alloc &) {
+        log_error("no memory for a client");
+        drop(fd);
     }
 }
 
 // Wakes the loop for the end of an entry and of a client's time.
 void Loop::arm_timer() {
     std::optional<Instant> next = service_->expire();
-    for (const int fd : slow_) {
-        const Instant end = by_descriptor_.at(fd)->since() + limits_.patience;
-        if (!next || end < *next)
-            next = end;
-    }
+    if (!deadlines_.empty() && (!next || deadlines_.begin()->first < *next))
+        next = deadlines_.begin()->first;
+    if (accept_again_ && (!next || *accept_again_ < *next))
+        next = accept_again_;
+    if (next == armed_)
+        return;
     const itimerspec time = absolute(next);
     timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &time, nullptr);
+    armed_ = next;
 }
 
 void Loop::accept_clients() {
     for (int i = 0; i < accepted_at_once; ++i) {
-        Descriptor client(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        if (client.get() < 0)
-            return;
+        Descriptor descriptor(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        const int fd = descriptor.get();
+        if (fd < 0)
+            return errno == ECONNABORTED || errno == EINTR || errno == EAGAIN ? void()
+                                                                              : pause_accepting();
         ucred peer = {};
         socklen_t size = sizeof peer;
-        if (getsockopt(client.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+        if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || !has_room(peer.uid))
             continue;
-        if (!has_room(peer.uid))
+        if (!control(epoll_.get(), EPOLL_CTL_ADD, fd, EPOLLIN))
             continue;
-        const int fd = client.get();
-        epoll_event event = {};
-        event.events = EPOLLIN;
-        event.data.fd = fd;
-        if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) != 0)
-            continue;
-        connections_.emplace_back(std::move(client), Caller{peer.uid, peer.pid});
-        by_descriptor_[fd] = std::prev(connections_.end());
+        Client client = {{std::move(descriptor), {peer.uid, peer.pid}}, coming_++, EPOLLIN, {}, 0};
+        clients_.emplace(fd, std::move(client));
         ++per_user_[peer.uid];
     }
 }
 
-// A user with too many connections gets no more. When the house is full, the user with the most of
-// them loses the oldest.
+// Without a descriptor for it the client at the door stays there, and would wake the loop for ever.
+void Loop::pause_accepting() {
+    control(epoll_.get(), EPOLL_CTL_MOD, listener_, 0);
+    accept_again_ = BootClock::now() + accept_pause;
+}
+
+void Loop::resume_accepting() {
+    if (!accept_again_ || BootClock::now() < *accept_again_)
+        return;
+    accept_again_.reset();
+    control(epoll_.get(), EPOLL_CTL_MOD, listener_, EPOLLIN);
+}
+
+// A user with too many connections gets no more. When the house is full, a user with clearly more
+// connections than this one loses the oldest.
 bool Loop::has_room(uid_t uid) {
     const auto own = per_user_.find(uid);
-    if (own != per_user_.end() && own->second >= limits_.connections_per_user)
+    const std::size_t count = own != per_user_.end() ? own->second : 0;
+    if (count >= limits_.connections_per_user)
         return false;
-    if (connections_.size() < limits_.connections)
+    if (clients_.size() < limits_.connections)
         return true;
     const auto most = std::max_element(
         per_user_.begin(), per_user_.end(),
         [](const auto &one, const auto &other) { return one.second < other.second; });
-    drop(std::find_if(connections_.begin(), connections_.end(), [&](const Connection &connection) {
-        return connection.caller().uid == most->first;
-    }));
+    if (most == per_user_.end() || most->second <= count + 1)
+        return false;
+    const Client *oldest = nullptr;
+    for (const auto &[fd, client] : clients_) {
+        if (client.connection.caller().uid == most->first &&
+            (oldest == nullptr || client.number < oldest->number))
+            oldest = &client;
+    }
+    drop(oldest->connection.fd());
     return true;
 }
 
-void Loop::handle(Connections::iterator connection, uint32_t events) {
-    const bool waited = connection->has_call();
+void Loop::handle(Client &client, uint32_t events) {
+    Connection &connection = client.connection;
+    const bool waited = connection.has_call();
     const bool writable = (events & EPOLLOUT) != 0;
     const bool alive =
-        writable && connection->has_reply() ? connection->send() : connection->receive();
+        writable && connection.has_reply() ? connection.send() : connection.receive(room_);
     if (!alive)
-        return drop(connection);
-    if (connection->has_call() && !connection->has_reply() && !waited)
-        waiting_.push_back(connection->fd());
-    set_events(connection);
-}
-
-// A connection is read only when its last call is answered, so that nobody's calls pile up here.
-void Loop::set_events(Connections::iterator connection) {
-    epoll_event event = {};
-    event.events = connection->has_reply()  ? uint32_t{EPOLLOUT}
-                   : connection->has_call() ? 0
-                                            : uint32_t{EPOLLIN};
-    event.data.fd = connection->fd();
-    epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, connection->fd(), &event);
-    if (connection->idle() || (connection->has_call() && !connection->has_reply()))
-        slow_.erase(connection->fd());
-    else
-        slow_.insert(connection->fd());
+        return drop(connection.fd());
+    if (!connection.has_call() || connection.has_reply())
+        return settle(client);
+    if (!waited)
+        waiting_.push_back(connection.fd());
 }
 
 // One call of each user that waits; the others stay for the next round.
@@ -155,49 +181,95 @@ void Loop::serve_waiting() {
     std::set<uid_t> served;
     std::list<int> round;
     round.swap(waiting_);
-    for (const int fd : round) {
-        const auto found = by_descriptor_.find(fd);
-        if (found == by_descriptor_.end() || !found->second->has_call())
+    while (!round.empty()) {
+        const auto found = clients_.find(round.front());
+        if (found == clients_.end() || !found->second.connection.has_call()) {
+            round.pop_front();
             continue;
-        if (served.insert(found->second->caller().uid).second)
-            serve(found->second);
-        else
-            waiting_.push_back(fd);
+        }
+        Client &client = found->second;
+        const int fd = found->first;
+        try {
+            if (served.insert(client.connection.caller().uid).second) {
+                round.pop_front();
+                serve(client);
+            } else {
+                waiting_.splice(waiting_.end(), round, round.begin());
+                settle(client);
+            }
+        } catch (const std::bad_alloc &) {
+            log_call(client.connection.caller(), "no memory for a call", "");
+            drop(fd);
+        }
     }
 }
 
-void Loop::serve(Connections::iterator connection) {
-    SecretBytes call = connection->take_call();
-    SecretBytes reply;
-    try {
-        reply = answer_call(service_, connection->caller(), call);
-    } catch (const std::bad_alloc &) {
-        log_error("no memory for a call of user %u", connection->caller().uid);
-    }
+void Loop::serve(Client &client) {
+    Connection &connection = client.connection;
+    SecretBytes call = connection.take_call();
+    SecretBytes reply = answer_call(service_, connection.caller(), call);
     if (reply.empty())
-        return drop(connection);
-    connection->reply(std::move(reply));
-    if (!connection->send())
-        return drop(connection);
-    if (connection->has_call() && !connection->has_reply())
-        waiting_.push_back(connection->fd());
-    set_events(connection);
+        return drop(connection.fd());
+    connection.reply(std::move(reply));
+    if (!connection.send())
+        return drop(connection.fd());
+    if (connection.has_call() && !connection.has_reply())
+        waiting_.push_back(connection.fd());
+    settle(client);
 }
 
-void Loop::drop(Connections::iterator connection) {
-    const uid_t uid = connection->caller().uid;
-    by_descriptor_.erase(connection->fd());
-    slow_.erase(connection->fd());
-    connections_.erase(connection);
+// Brings what is known of a client in line with its state. A connection is read only when its last
+// call is answered, so that nobody's calls pile up here.
+void Loop::settle(Client &client) {
+    const Connection &connection = client.connection;
+    const bool waits = connection.has_call() && !connection.has_reply();
+    const uint32_t events = connection.has_reply() ? uint32_t{EPOLLOUT}
+                            : waits                ? 0
+                                                   : uint32_t{EPOLLIN};
+    if (events != client.events)
+        control(epoll_.get(), EPOLL_CTL_MOD, connection.fd(), events);
+    client.events = events;
+
+    std::optional<Instant> deadline;
+    if (!waits && !connection.idle())
+        deadline = connection.since() + limits_.patience;
+    if (deadline != client.deadline) {
+        if (client.deadline)
+            deadlines_.erase({*client.deadline, connection.fd()});
+        client.deadline.reset();
+        if (deadline)
+            deadlines_.emplace(*deadline, connection.fd());
+        client.deadline = deadline;
+    }
+
+    held_ += connection.held() - client.held;
+    client.held = connection.held();
+    if (held_ > limits_.bytes) {
+        const auto most = std::max_element(
+            clients_.begin(), clients_.end(),
+            [](const auto &one, const auto &other) { return one.second.held < other.second.held; });
+        drop(most->first);
+    }
+}
+
+void Loop::drop(int fd) {
+    const auto found = clients_.find(fd);
+    if (found == clients_.end())
+        return;
+    const Client &client = found->second;
+    const uid_t uid = client.connection.caller().uid;
+    if (client.deadline)
+        deadlines_.erase({*client.deadline, fd});
+    held_ -= client.held;
+    clients_.erase(found);
     if (--per_user_[uid] == 0)
         per_user_.erase(uid);
 }
 
-void Loop::drop_slow(Instant now) {
-    const std::set<int> slow = slow_;
-    for (const int fd : slow) {
-        const auto connection = by_descriptor_.at(fd);
-        if (now - connection->since() >= limits_.patience)
-            drop(connection);
-    }
+void Loop::drop_late() {
+    if (deadlines_.empty())
+        return;
+    const Instant now = BootClock::now();
+    while (!deadlines_.empty() && deadlines_.begin()->first <= now)
+        drop(deadlines_.begin()->second);
 }

@@ -7,6 +7,7 @@
 
 #include <list>
 #include <map>
+#include <optional>
 #include <set>
 #include <unordered_map>
 #include <vector>
@@ -17,29 +18,41 @@
 struct LoopLimits {
     std::size_t connections_per_user = 64;
     std::size_t connections = 4096;
+    // Of calls that have not come whole and replies that are not taken; above it the connection with
+    // the most goes.
+    std::size_t bytes = std::size_t{64} << 20;
     std::chrono::seconds patience{30}; // for the rest of a call, or for a reply to be taken
 };
 
 class Loop {
 public:
-    // listener: a listening stream socket of the local domain. stop: readable when it is time to end.
+    // listener: a listening stream socket of the local domain that does not block. stop: readable
+    // when it is time to end.
     Loop(Service *service, int listener, int stop, const LoopLimits &limits);
     // Until stop becomes readable. Throws std::system_error when the system refuses what any process
     // may have.
     void run();
 
 private:
-    using Connections = std::list<Connection>;
+    struct Client {
+        Connection connection;
+        uint64_t number;                 // in the order of their coming
+        uint32_t events;                 // that are waited for
+        std::optional<Instant> deadline; // as in deadlines_
+        std::size_t held = 0;            // as counted in held_
+    };
 
-    void watch(int fd, uint32_t events, void *tag);
-    void set_events(Connections::iterator connection);
+    void dispatch(int fd, uint32_t events);
     void accept_clients();
+    void pause_accepting();
+    void resume_accepting();
     bool has_room(uid_t uid);
-    void handle(Connections::iterator connection, uint32_t events);
+    void handle(Client &client, uint32_t events);
     void serve_waiting();
-    void serve(Connections::iterator connection);
-    void drop(Connections::iterator connection);
-    void drop_slow(Instant now);
+    void serve(Client &client);
+    void settle(Client &client);
+    void drop(int fd);
+    void drop_late();
     void arm_timer();
 
     Service *service_;
@@ -48,11 +61,15 @@ private:
     LoopLimits limits_;
     Descriptor epoll_;
     Descriptor timer_;
-    Connections connections_;
-    std::unordered_map<int, Connections::iterator> by_descriptor_;
-    std::map<uid_t, std::size_t> per_user_;
-    std::list<int> waiting_; // descriptors of connections with a call
-    std::set<int> slow_; // descriptors of connections from which, or by which, more must be taken
+    std::optional<Instant> armed_;            // what the timer is set to
+    std::optional<Instant> accept_again_;     // while no descriptors are left
+    std::unordered_map<int, Client> clients_; // by descriptor
+    std::map<uid_t, std::size_t> per_user_;   // how many
+    std::list<int> waiting_;                  // those with a call
+    std::set<std::pair<Instant, int>> deadlines_;
+    std::size_t held_ = 0;
+    uint64_t coming_ = 0;
+    std::vector<uint8_t> room_; // where bytes are received
 };
 
 #endif

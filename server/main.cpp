@@ -25,6 +25,10 @@ constexpr int usage_error = 2;
 constexpr const char *default_socket = "/run/qelserv/socket";
 constexpr std::size_t spare_descriptors = 64;
 
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 struct Options {
     std::string socket = default_socket;
     std::string user = "qelserv";
@@ -85,7 +89,7 @@ template <class Number> Number number(const char *text) {
     const std::string_view view = text;
     const auto [end, error] = std::from_chars(view.data(), view.data() + view.size(), value);
     if (error != std::errc() || end != view.data() + view.size())
-        throw std::runtime_error(std::string("not a number: ") + text);
+        throw UsageError(std::string("not a number: ") + text);
     return value;
 }
 
@@ -95,6 +99,7 @@ bool read_options(int argc, char **argv, Options *options) {
     std::transform(std::begin(option_rows), std::end(option_rows), table, [](const OptionRow &row) {
         return option{row.name, row.argument != nullptr, nullptr, row.code};
     });
+    opterr = 0;
     for (int code; (code = getopt_long(argc, argv, "", table, nullptr)) != -1;) {
         switch (code) {
         case help_option:
@@ -128,12 +133,11 @@ bool read_options(int argc, char **argv, Options *options) {
             options->verbose = true;
             break;
         default:
-            std::fputs("Try 'qelserv --help'.\n", stderr);
-            std::exit(usage_error);
+            throw UsageError("unknown option, or one without its value");
         }
     }
     if (optind < argc)
-        throw std::runtime_error(std::string("unexpected argument: ") + argv[optind]);
+        throw UsageError(std::string("unexpected argument: ") + argv[optind]);
     return true;
 }
 
@@ -164,15 +168,16 @@ int serve(Options options) {
     const Descriptor listener = own ? make_listener(options.socket) : std::move(*passed);
     const std::string path = path_of(listener);
     protect_memory(options.lock_memory);
-    if (geteuid() == 0 && options.user != "root")
-        become_user(options.user);
-
-    Service service(options.service);
-    Loop loop(&service, listener.get(), stop.get(), options.loop);
+    if (geteuid() == 0) {
+        Registration::clear();
+        if (options.user != "root")
+            become_user(options.user);
+    }
     log_notice("started, listening at %s", path.c_str());
     {
         const Registration registration(path, notify_ready);
-        loop.run();
+        Service service(options.service); // its keys are gone before the registration is
+        Loop(&service, listener.get(), stop.get(), options.loop).run();
         notify_stopping();
     }
     if (own)
@@ -190,6 +195,9 @@ int main(int argc, char **argv) {
             return 0;
         open_log(options.verbose);
         return serve(std::move(options));
+    } catch (const UsageError &error) {
+        std::fprintf(stderr, "qelserv: %s\nTry 'qelserv --help'.\n", error.what());
+        return usage_error;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "qelserv: %s\n", error.what());
         log_error("ended: %s", error.what());

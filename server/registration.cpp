@@ -2,8 +2,10 @@
 
 #include <chrono>
 #include <cstring>
+#include <optional>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <utility>
 #include <vector>
 
 #include <netconfig.h>
@@ -95,19 +97,19 @@ Registration::~Registration() {
     withdraw();
 }
 
+void Registration::clear() {
+    withdraw();
+}
+
 void Registration::keep() {
-    bool known = false;
-    bool told = false;
+    std::optional<bool> known;
     do {
         const bool done = ensure(path_);
-        if (done && !told) {
-            when_done_();
-            told = true;
-        }
-        if (done != known || (!done && !told))
+        if (done && when_done_)
+            std::exchange(when_done_, nullptr)();
+        if (done != known)
             log_notice(done ? "registered with rpcbind"
                             : "not registered: rpcbind is away or refuses");
-        told = told || done;
         known = done;
     } while (!wait());
 }

@@ -17,6 +17,10 @@ public:
     Registration(std::string path, std::function<void()> when_done);
     ~Registration();
 
+    // Withdraws whatever is registered for the program, which for what another user has registered
+    // only the super-user can do.
+    static void clear();
+
 private:
     void keep();
     bool wait();

@@ -77,6 +77,11 @@ SecretBytes refuse(uint32_t xid, accept_stat status) {
     return encode(&reply);
 }
 
+// In memory, a stream keeps there how many bytes are left.
+bool at_end(const XDR *in) {
+    return in->x_handy == 0;
+}
+
 using Serve = SecretBytes (*)(Service *, const Caller &, uint32_t xid, XDR *in);
 
 // Decodes the argument, calls the procedure, encodes its result. Bytes behind the argument are garbage.
@@ -85,7 +90,7 @@ SecretBytes serve(Service *service, const Caller &caller, uint32_t xid, XDR *in,
                   bool_t (*argument_routine)(XDR *, Argument *),
                   bool_t (*result_routine)(XDR *, Result *)) {
     XdrValue<Argument> argument(argument_routine);
-    if (!argument_routine(in, &argument.value))
+    if (!argument_routine(in, &argument.value) || !at_end(in))
         return refuse(xid, GARBAGE_ARGS);
     XdrValue<Result> result(result_routine);
     result.value = (service->*procedure)(caller, argument.value);

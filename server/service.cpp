@@ -131,14 +131,15 @@ qelserv_status Service::register_key(const Caller &caller, const qelserv_keyinfo
     if (usage != USAGE_SIGN_ENCRYPT && usage != argument.usage)
         return QELSERV_USAGE;
     EntryName name = {caller.uid, argument.keyid, argument.hostaddr};
-    const Instant now = BootClock::now();
-    Entry *present = vault_.find(name, now);
+    expire();
+    Entry *present = vault_.find(name, BootClock::now());
     if (argument.privkey.length == 0)
-        return present != nullptr ? replace_package(present, argument) : QELSERV_NOT_LOGGED_IN;
+        return present != nullptr ? replace_package(present, argument, present->usage)
+                                  : QELSERV_NOT_LOGGED_IN;
     if (present != nullptr)
         return unlock(present, argument);
-    expire();
-    if (vault_.count(caller.uid) >= limits_.entries_per_user)
+    if (vault_.count(caller.uid) >= limits_.entries_per_user ||
+        !has_room_for(argument.keypkg.length))
         return QELSERV_LIMIT;
     Entry entry;
     const qelserv_status status =
@@ -154,12 +155,28 @@ qelserv_status Service::register_key(const Caller &caller, const qelserv_keyinfo
     return QELSERV_OK;
 }
 
-qelserv_status Service::replace_package(Entry *entry, const qelserv_keyinfo &argument) {
-    if (!have_same_public_key(entry->package, view(argument.keypkg)))
-        return QELSERV_BAD_KEY;
+bool Service::has_room_for(std::size_t package) const {
+    std::size_t used = 0;
+    for (const auto &[name, entry] : vault_.entries())
+        used += entry.package.size();
+    return package <= limits_.bytes - std::min(used, limits_.bytes);
+}
+
+// The entry's new usage is within what is allowed. Any process of the user can replace the package,
+// without the pass phrase, so that the usage can then become narrower only.
+qelserv_status Service::replace_package(Entry *entry, const qelserv_keyinfo &argument,
+                                        int allowed) {
     const View package = view(argument.keypkg);
-    entry->package.assign(package.begin(), package.end());
-    entry->usage = argument.usage;
+    if (!have_same_public_key(entry->package, package))
+        return QELSERV_BAD_KEY;
+    if (package.size() > entry->package.size() &&
+        !has_room_for(package.size() - entry->package.size()))
+        return QELSERV_LIMIT;
+    const int usage = argument.usage == USAGE_SIGN_ENCRYPT ? allowed : argument.usage;
+    if (allowed != USAGE_SIGN_ENCRYPT && allowed != usage)
+        return QELSERV_USAGE;
+    Bytes(package.begin(), package.end()).swap(entry->package);
+    entry->usage = usage;
     return QELSERV_OK;
 }
 
@@ -170,7 +187,7 @@ qelserv_status Service::unlock(Entry *entry, const qelserv_keyinfo &argument) {
     SecretBytes key;
     qelserv_status status = open_private_key(view(argument.keypkg), view(argument.privkey), &key);
     if (status == QELSERV_OK)
-        status = replace_package(entry, argument);
+        status = replace_package(entry, argument, USAGE_SIGN_ENCRYPT);
     if (status != QELSERV_OK)
         return status;
     entry->private_key = std::move(key);

@@ -9,8 +9,9 @@
 
 struct ServiceLimits {
     std::size_t entries_per_user = 16;
-    uint32_t default_lifetime = 0; // seconds; 0: no limit
-    uint32_t longest_lifetime = 0; // seconds; 0: no limit
+    std::size_t bytes = std::size_t{64} << 20; // of all key packages
+    uint32_t default_lifetime = 0;             // seconds; 0: no limit
+    uint32_t longest_lifetime = 0;             // seconds; 0: no limit
 };
 
 // Each procedure answers one call. Results that are lists come in memory that the result's XDR routine
@@ -33,7 +34,8 @@ public:
 
 private:
     qelserv_status register_key(const Caller &caller, const qelserv_keyinfo &argument);
-    qelserv_status replace_package(Entry *entry, const qelserv_keyinfo &argument);
+    qelserv_status replace_package(Entry *entry, const qelserv_keyinfo &argument, int allowed);
+    bool has_room_for(std::size_t package) const;
     qelserv_status unlock(Entry *entry, const qelserv_keyinfo &argument);
     qelserv_status drop_keys(const Caller &caller, const qelserv_keyinfo &argument);
     qelserv_status find_usable(const Caller &caller, const qelserv_cryptinfo &argument, int use,

@@ -19,7 +19,10 @@ void Vault::put(EntryName name, Entry entry) {
 }
 
 std::size_t Vault::withdraw_all(uid_t uid) {
-    return std::erase_if(entries_, [&](const auto &entry) { return entry.first.uid == uid; });
+    std::size_t count = 0;
+    for (auto at = first_of(uid); at != entries_.end() && at->first.uid == uid; ++count)
+        at = entries_.erase(at);
+    return count;
 }
 
 std::size_t Vault::lock_all(uid_t uid) {
@@ -30,9 +33,11 @@ std::size_t Vault::lock_all(uid_t uid) {
 }
 
 std::size_t Vault::count(uid_t uid) const {
-    return static_cast<std::size_t>(
-        std::count_if(entries_.begin(), entries_.end(),
-                      [&](const auto &entry) { return entry.first.uid == uid; }));
+    std::size_t count = 0;
+    for (auto at = entries_.lower_bound({uid, "", ""});
+         at != entries_.end() && at->first.uid == uid; ++at)
+        ++count;
+    return count;
 }
 
 std::optional<Instant> Vault::next_end() const {
