@@ -1,0 +1,245 @@
+// The way of calls and replies: records, stalled and greedy clients, on a real socket.
+#include "messages.h"
+
+#include "support/keypkg.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <chrono>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+
+#include "listener.h"
+#include "loop.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+class Peer {
+public:
+    explicit Peer(const std::string &path) : fd_(socket(AF_UNIX, SOCK_STREAM, 0)) {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    }
+    ~Peer() { close(fd_); }
+    Peer(Peer &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
+    void send(const Bytes &bytes) {
+        for (std::size_t at = 0; at < bytes.size();) {
+            const ssize_t count = ::send(fd_, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
+            if (count <= 0)
+                return;
+            at += static_cast<std::size_t>(count);
+        }
+    }
+    // A whole record; none where the server has ended the connection.
+    Reply receive() {
+        Bytes record(4);
+        if (recv(fd_, record.data(), 4, MSG_WAITALL) != 4)
+            return {};
+        uint32_t mark = 0;
+        std::memcpy(&mark, record.data(), 4);
+        const std::size_t size = ntohl(mark) & 0x7fffffff;
+        record.resize(4 + size);
+        if (recv(fd_, record.data() + 4, size, MSG_WAITALL) != static_cast<ssize_t>(size))
+            return {};
+        return Reply(record);
+    }
+    bool is_closed_within(std::chrono::milliseconds time) {
+        pollfd state = {fd_, POLLIN, 0};
+        char byte;
+        return poll(&state, 1, static_cast<int>(time.count())) == 1 && recv(fd_, &byte, 1, 0) <= 0;
+    }
+
+private:
+    int fd_;
+};
+
+class Loops : public testing::Test {
+protected:
+    void start(const LoopLimits &limits = {}) {
+        thread_ = std::thread(
+            [this, limits] { Loop(&service_, listener_.get(), stop_.get(), limits).run(); });
+    }
+    void TearDown() override {
+        const uint64_t one = 1;
+        EXPECT_EQ(write(stop_.get(), &one, sizeof one), 8);
+        thread_.join();
+    }
+    Peer connect() const { return Peer(path_); }
+    bool answers(Peer &peer) {
+        peer.send(stat_call().record());
+        Reply reply = peer.receive();
+        return !reply.none() && reply.first_status() == QELSERV_NOT_LOGGED_IN;
+    }
+
+private:
+    TemporaryFolder folder_;
+    std::string path_ = folder_.path("socket");
+    Service service_{ServiceLimits()};
+    Descriptor listener_ = make_listener(path_);
+    Descriptor stop_{eventfd(0, 0)};
+    std::thread thread_;
+};
+
+Bytes mark(uint32_t length, bool last) {
+    return Words().word(length | (last ? 0x80000000 : 0)).bytes;
+}
+
+TEST_F(Loops, CallsComeInAnyPieces) {
+    start();
+    const Bytes message = stat_call().message();
+    const auto length = static_cast<uint32_t>(message.size());
+    const Bytes whole = stat_call().record();
+    const auto middle = message.begin() + 10;
+    Bytes in_words;
+    for (std::size_t at = 0; at < message.size(); at += 4)
+        in_words = in_words + mark(4, at + 4 == message.size()) +
+                   Bytes(message.begin() + static_cast<long>(at),
+                         message.begin() + static_cast<long>(at) + 4);
+    const struct {
+        const char *reason;
+        Bytes bytes;
+        std::size_t piece;
+        int calls;
+    } rows[] = {
+        {"whole", whole, whole.size(), 1},
+        {"byte by byte", whole, 1, 1},
+        {"two fragments",
+         mark(10, false) + Bytes(message.begin(), middle) + mark(length - 10, true) +
+             Bytes(middle, message.end()),
+         7, 1},
+        {"many fragments", in_words, in_words.size(), 1},
+        {"an empty last fragment", mark(length, false) + message + mark(0, true), 9, 1},
+        {"three at once", whole + whole + whole, 3 * whole.size(), 3},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.reason);
+        Peer peer = connect();
+        for (std::size_t at = 0; at < row.bytes.size(); at += row.piece) {
+            const std::size_t end = std::min(at + row.piece, row.bytes.size());
+            peer.send(Bytes(row.bytes.begin() + static_cast<long>(at),
+                            row.bytes.begin() + static_cast<long>(end)));
+        }
+        for (int i = 0; i < row.calls; ++i)
+            EXPECT_EQ(peer.receive().first_status(), uint32_t{QELSERV_NOT_LOGGED_IN});
+        EXPECT_TRUE(answers(peer)) << "and another on the same connection";
+    }
+}
+
+TEST_F(Loops, StreamsThatNobodyWouldSendEndAtOnce) {
+    start();
+    const struct {
+        const char *reason;
+        Bytes bytes;
+    } rows[] = {
+        {"a record of 2 GiB", mark(0x7fffffff, true)},
+        {"one byte more than the longest call", mark(320 * 1024 + 1, false)},
+        {"the same in two fragments", mark(8, false) + Bytes(8) + mark(320 * 1024 - 7, true)},
+        {"an empty fragment that is not the last", mark(0, false)},
+        {"a record that is no call", mark(8, true) + Bytes(8)},
+        {"words", bytes_of("GET / HTTP/1.0\r\n\r\n")},
+    };
+    Peer honest = connect();
+    for (const auto &row : rows) {
+        Peer peer = connect();
+        peer.send(row.bytes);
+        EXPECT_TRUE(peer.is_closed_within(2s)) << row.reason;
+        EXPECT_TRUE(answers(honest)) << row.reason;
+    }
+}
+
+TEST_F(Loops, PatienceEndsForHalfACallAndNotForAnIdleClient) {
+    LoopLimits limits;
+    limits.patience = 1s;
+    start(limits);
+    Peer idle = connect(), half = connect(), dripping = connect(), honest = connect();
+    const Bytes call = stat_call().record();
+    half.send({0x80, 0});
+    for (int i = 0; i < 8; ++i) {
+        dripping.send({call[static_cast<std::size_t>(i)]});
+        std::this_thread::sleep_for(100ms);
+    }
+    EXPECT_TRUE(half.is_closed_within(600ms));
+    EXPECT_TRUE(dripping.is_closed_within(600ms)) << "bytes now and then win no time";
+    EXPECT_TRUE(answers(idle));
+    EXPECT_TRUE(answers(honest));
+}
+
+TEST_F(Loops, ConnectionsOfAUserAndBytesOfAllAreBounded) {
+    LoopLimits limits;
+    limits.connections_per_user = 4;
+    limits.bytes = 100'000;
+    start(limits);
+    std::vector<Peer> peers;
+    for (int i = 0; i < 4; ++i)
+        peers.push_back(connect());
+    for (Peer &peer : peers)
+        EXPECT_TRUE(answers(peer));
+    EXPECT_TRUE(connect().is_closed_within(2s)) << "the fifth";
+    const Bytes part = mark(300'000, true) + Bytes(60'000);
+    peers[0].send(part);
+    EXPECT_FALSE(peers[0].is_closed_within(200ms)) << "within the bound";
+    peers[1].send(mark(300'000, true) + Bytes(50'000));
+    EXPECT_TRUE(peers[0].is_closed_within(2s)) << "the greediest goes";
+    EXPECT_TRUE(answers(peers[2]));
+    Peer fresh = connect();
+    EXPECT_TRUE(answers(fresh)) << "a place is free again";
+}
+
+TEST_F(Loops, ClientsThatGoBeforeTheAnswerHarmNobody) {
+    start();
+    Peer honest = connect();
+    for (int i = 0; i < 200; ++i)
+        connect().send(stat_call().record());
+    EXPECT_TRUE(answers(honest));
+}
+
+TEST(Listener, ASecondServerDoesNotTakeTheSocketOfALivingOne) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path("socket");
+    {
+        const Descriptor first = make_listener(path);
+        EXPECT_EQ(path_of(first), path);
+        EXPECT_THROW(make_listener(path), std::runtime_error);
+    }
+    EXPECT_NO_THROW(make_listener(path)) << "what a dead one has left";
+    EXPECT_THROW(make_listener(std::string(200, 'x')), std::runtime_error);
+}
+
+// In a process of its own, since the descriptor has a fixed number.
+TEST(Listener, DescriptorsOfTheServiceManagerAreTakenIfTheyListen) {
+    const auto inherits = [](int type, bool listens) {
+        const TemporaryFolder folder;
+        const Descriptor made = make_listener(folder.path("socket"));
+        const Descriptor other(socket(AF_UNIX, type, 0));
+        setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+        setenv("LISTEN_FDS", "1", 1);
+        fcntl(made.get(), F_SETFL, 0); // as service managers pass it
+        dup2(listens ? made.get() : other.get(), 3);
+        try {
+            const std::optional<Descriptor> got = inherited_listener();
+            const bool ready = got && (fcntl(3, F_GETFL) & O_NONBLOCK) != 0 &&
+                               (fcntl(3, F_GETFD) & FD_CLOEXEC) != 0 &&
+                               getenv("LISTEN_FDS") == nullptr;
+            _exit(ready ? 0 : 1);
+        } catch (const std::runtime_error &) {
+            _exit(2);
+        }
+    };
+    EXPECT_EXIT(inherits(SOCK_STREAM, true), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(inherits(SOCK_STREAM, false), testing::ExitedWithCode(2), "");
+    EXPECT_EXIT(inherits(SOCK_DGRAM, false), testing::ExitedWithCode(2), "");
+}
+
+} // namespace
