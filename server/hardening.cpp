@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <grp.h>
 #include <linux/capability.h>
 #include <pwd.h>
 #include <stdexcept>
+#include <string.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -39,6 +41,11 @@ void protect_memory(bool lock_memory) {
     if (!lock_memory)
         return;
     check(mlockall(MCL_CURRENT | MCL_FUTURE), "cannot lock memory");
+}
+
+[[gnu::noinline]] void wipe_stack() {
+    uint8_t used[64 * 1024];
+    explicit_bzero(used, sizeof used);
 }
 
 std::size_t raise_descriptor_limit(std::size_t wanted) {

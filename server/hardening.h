@@ -9,12 +9,15 @@
 // std::system_error when the system refuses.
 void protect_memory(bool lock_memory);
 
+// Zeroes the part of the stack that calls have used and left: vector registers are saved there, with
+// what was copied through them.
+void wipe_stack();
+
 // As many descriptors as the system lets us have, up to wanted. Returns how many.
 std::size_t raise_descriptor_limit(std::size_t wanted);
 
 // Becomes another user for good, with no other group, and of the super-user's capabilities with the one
-// to lock memory only. Throws
-// std::runtime_error when there is no such user, std::system_error when the system refuses.
+// to lock memory only. Throws std::runtime_error when there is no such user, std::system_error when the system refuses.
 void become_user(const std::string &name);
 
 #endif

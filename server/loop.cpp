@@ -9,6 +9,7 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "hardening.h"
 #include "rpc.h"
 
 namespace {
@@ -208,6 +209,7 @@ void Loop::serve(Client &client) {
     Connection &connection = client.connection;
     SecretBytes call = connection.take_call();
     SecretBytes reply = answer_call(service_, connection.caller(), call);
+    wipe_stack();
     if (reply.empty())
         return drop(connection.fd());
     connection.reply(std::move(reply));

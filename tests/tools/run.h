@@ -78,11 +78,13 @@ inline Ran run_program(const std::vector<std::string> &words, const How &how = {
     return ran;
 }
 
+#ifdef QEL_TOOL
 // The command under test.
 inline Ran qel(std::vector<std::string> words, const How &how = {}) {
     words.insert(words.begin(), QEL_TOOL);
     return run_program(words, how);
 }
+#endif
 
 // The words of a command line, which blanks separate.
 inline std::vector<std::string> split(const std::string &line) {
