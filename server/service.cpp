@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -80,11 +81,14 @@ bool is_usage(int usage) {
 }
 
 qelserv_cryptdata *answer(qelserv_status status, const SecretBytes &data) {
-    auto *made = make<qelserv_cryptdata>();
+    struct Free {
+        void operator()(qelserv_cryptdata *block) const { std::free(block); }
+    };
+    std::unique_ptr<qelserv_cryptdata, Free> made(make<qelserv_cryptdata>());
     made->status = status;
     if (status == QELSERV_OK)
         made->data = copy(data);
-    return made;
+    return made.release();
 }
 
 void log_refusal(const Caller &caller, const char *what, qelserv_status status, const char *keyid) {
@@ -317,8 +321,10 @@ qelserv_keypkglist *Service::get_packages(const Caller &caller,
     const Instant now = BootClock::now();
     for (const auto &[name, entry] : vault_.entries()) {
         if (name.uid == caller.uid && !has_ended(entry, now) &&
-            matches(name, argument.keyid, argument.hostaddr))
-            list.add()->keypkg = copy(entry.package);
+            matches(name, argument.keyid, argument.hostaddr)) {
+            qelserv_keypkglist *element = list.add();
+            element->keypkg = copy(entry.package);
+        }
     }
     if (list.empty())
         list.add()->status = QELSERV_NOT_LOGGED_IN;
