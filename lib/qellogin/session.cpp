@@ -32,8 +32,8 @@ QelStatus check_connection(const QelContext *context) {
 }
 
 // Walks the network configuration for a loopback transport of these semantics that reaches the server.
-// Without one the configuration stays open.
-QelStatus connect_by(unsigned semantics, const char *host, CLIENT **client_out) {
+// After the last walk without one the configuration stays open.
+QelStatus connect_by(unsigned semantics, bool last, const char *host, CLIENT **client_out) {
     void *configuration = setnetconfig();
     if (configuration == nullptr)
         return QEL_ERR_GENERAL;
@@ -46,6 +46,8 @@ QelStatus connect_by(unsigned semantics, const char *host, CLIENT **client_out) 
         endnetconfig(configuration);
         return QEL_OK;
     }
+    if (!last)
+        endnetconfig(configuration);
     return QEL_ERR_SERV_CONNECT;
 }
 
@@ -112,8 +114,7 @@ QelStatus ask(const CryptProcedure &procedure, QelContext *context, const uint8_
         return status;
     uint8_t *encoding = nullptr;
     uint32_t encoding_length = 0;
-    status = __qel_asn1_encode(context, algorithm, QEL_PDU_AlgID, &encoding,
-                               &encoding_length);
+    status = __qel_asn1_encode(context, algorithm, QEL_PDU_AlgID, &encoding, &encoding_length);
     if (status != QEL_OK)
         return status;
     const qel::Owned<uint8_t> owned(encoding);
@@ -182,8 +183,9 @@ QelStatus __qel_get_client_handle(CLIENT **client_out) {
     char host[name_size];
     if (!host_has_name(host))
         return QEL_ERR_GENERAL;
-    const QelStatus status = connect_by(NC_TPI_COTS, host, client_out);
-    return status == QEL_ERR_SERV_CONNECT ? connect_by(NC_TPI_COTS_ORD, host, client_out) : status;
+    const QelStatus status = connect_by(NC_TPI_COTS, false, host, client_out);
+    return status == QEL_ERR_SERV_CONNECT ? connect_by(NC_TPI_COTS_ORD, true, host, client_out)
+                                          : status;
 }
 
 QelStatus __qel_rpc_stat(QelContext *context) {
