@@ -52,7 +52,7 @@ enum {
     QELSERV_BAD_PACKAGE = 4,   /* the key package cannot be read, or its signature is not good */
     QELSERV_BAD_KEY = 5,       /* the private key does not belong to the key package */
     QELSERV_USAGE = 6,         /* the key is not for this use */
-    QELSERV_LIMIT = 7,         /* the caller has as many entries as the server allows */
+    QELSERV_LIMIT = 7,         /* the caller, or the server, has as many entries as it may */
     QELSERV_NOT_LOGGED_IN = 8, /* the caller has registered no key */
     QELSERV_KEY_EXISTS = 9,    /* QELSERV_SETKEY: there is an entry for this key already */
     QELSERV_LOCKED = 10,       /* the entry is there, but its private key was taken out of memory */
@@ -79,7 +79,8 @@ typedef struct uid_list {
 /*
  * QELSERV_SETKEY registers a key package with its private key for the calling user; flags is the time
  * to keep it, in seconds (0: the server's default). For an entry that is locked, with the same public
- * key, it unlocks. Without a private key it replaces the package of an entry with the same public key.
+ * key, it unlocks. Without a private key it replaces the package of an entry with the same public key,
+ * whose usage can become narrower then, never wider.
  * With uids it withdraws or locks entries of the listed users, as flags says: the caller's own, and
  * those of anybody for the super-user. The private key is an encoded PrivateKeyInfo (PKCS#8).
  */
