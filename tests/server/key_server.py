@@ -149,15 +149,14 @@ class Key:
 class Server:
     """The key server as a child process, with its end."""
 
-    def __init__(self, program, *options, environment=None):
+    def __init__(self, program, *options):
         os.makedirs("/run/qelserv", exist_ok=True)
         os.chown("/run/qelserv", 60001, 0)
         log = os.open(LOG, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600)
         self.pid = os.fork()
         if self.pid == 0:
             os.dup2(log, 2)
-            os.execve(program, [program, "--verbose", *options],
-                      {**os.environ, **(environment or {})})
+            os.execv(program, [program, "--verbose", *options])
         os.close(log)
         self.wait_for("registered with rpcbind")
 
