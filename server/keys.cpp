@@ -177,6 +177,11 @@ qelserv_status encrypt(View package, View data, SecretBytes *block_out) {
 }
 
 bool is_rsa_encryption(View algorithm) {
+    // What every client of ours sends needs no decoding.
+    constexpr uint8_t usual[] = {0x30, 0x0d, 0x06, 0x09, 0x2a, 0x86, 0x48, 0x86,
+                                 0xf7, 0x0d, 0x01, 0x01, 0x01, 0x05, 0x00};
+    if (std::equal(algorithm.begin(), algorithm.end(), std::begin(usual), std::end(usual)))
+        return true;
     const Context context = make_context();
     const auto decoded = decode<QelAlgId>(context.get(), algorithm, QEL_PDU_AlgID);
     int difference = 1;
