@@ -207,8 +207,11 @@ void Loop::serve_waiting() {
 
 void Loop::serve(Client &client) {
     Connection &connection = client.connection;
-    SecretBytes call = connection.take_call();
-    SecretBytes reply = answer_call(service_, connection.caller(), call);
+    SecretBytes reply;
+    { // The call is gone when the client gets its reply.
+        SecretBytes call = connection.take_call();
+        reply = answer_call(service_, connection.caller(), call);
+    }
     wipe_stack();
     if (reply.empty())
         return drop(connection.fd());
