@@ -61,7 +61,9 @@ qelserv_status hand_out(QelStatus status, uint8_t *bytes, uint32_t length, Secre
     return QELSERV_OK;
 }
 
-// The signature algorithm whose digest this is; null for another.
+constexpr uint32_t digest_size = 16; // of MD2 and MD5 alike
+
+// The signature algorithm whose digest identifier this is, with its parameters; null for another.
 const QelAlgId *signature_algorithm_of(const QelAlgId *digest) {
     const struct {
         const QelAlgId *digest, *signature;
@@ -71,8 +73,7 @@ const QelAlgId *signature_algorithm_of(const QelAlgId *digest) {
     };
     for (const auto &row : rows) {
         int difference = 1;
-        if (__qel_cmp_oid(digest->algorithm, row.digest->algorithm, &difference) == QEL_OK &&
-            difference == 0)
+        if (__qel_cmp_algid(digest, row.digest, &difference) == QEL_OK && difference == 0)
             return row.signature;
     }
     return nullptr;
@@ -132,7 +133,7 @@ qelserv_status sign(const SecretBytes &private_key, View digest_info, SecretByte
     if (info == nullptr || !encodes_as(context.get(), info.get(), QEL_PDU_DigestInfo, digest_info))
         return QELSERV_BAD_ARGUMENT;
     const QelAlgId *algorithm = signature_algorithm_of(info->digestAlgorithm);
-    if (algorithm == nullptr)
+    if (algorithm == nullptr || info->digest.length != digest_size)
         return QELSERV_BAD_ARGUMENT;
     uint8_t *signature = nullptr;
     uint32_t length = 0;

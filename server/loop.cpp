@@ -121,8 +121,9 @@ void Loop::accept_clients() {
         if (!control(epoll_.get(), EPOLL_CTL_ADD, fd, EPOLLIN))
             continue;
         Client client = {{std::move(descriptor), {peer.uid, peer.pid}}, coming_++, EPOLLIN, {}, 0};
+        std::size_t &count = per_user_[peer.uid];
         clients_.emplace(fd, std::move(client));
-        ++per_user_[peer.uid];
+        ++count;
     }
 }
 
@@ -166,7 +167,8 @@ bool Loop::has_room(uid_t uid) {
 void Loop::handle(Client &client, uint32_t events) {
     Connection &connection = client.connection;
     const bool waited = connection.has_call();
-    const bool writable = (events & EPOLLOUT) != 0;
+    // A client that is gone is written to as well, so that sending tells.
+    const bool writable = (events & (EPOLLOUT | EPOLLHUP | EPOLLERR)) != 0;
     const bool alive =
         writable && connection.has_reply() ? connection.send() : connection.receive(room_);
     if (!alive)

@@ -98,7 +98,8 @@ QelStatus hand_over(qelserv_bytes *from, uint8_t **result, uint32_t *result_leng
     }
     if (*result_length < from->length)
         return QEL_ERR_BAD_PARAM;
-    std::memcpy(*result, from->value, from->length);
+    if (from->length != 0)
+        std::memcpy(*result, from->value, from->length);
     *result_length = from->length;
     return QEL_OK;
 }
@@ -214,14 +215,15 @@ QelStatus __qel_save_key_under_uid(QelContext *context, uid_list *uids, int32_t 
         return QEL_ERR_BAD_PARAM;
     if (check_connection(context) != QEL_OK)
         return QEL_ERR_GENERAL;
-    const qelserv_keyinfo argument = {context->key_identifier,
-                                      uids,
-                                      context->host_address,
-                                      flags,
-                                      usage,
-                                      {key_length, const_cast<uint8_t *>(key)},
-                                      {cert_length, const_cast<uint8_t *>(cert)},
-                                      {package_length, const_cast<uint8_t *>(package)}};
+    const qelserv_keyinfo argument = {
+        context->key_identifier,
+        uids,
+        context->host_address,
+        flags,
+        usage,
+        {key_length, const_cast<uint8_t *>(key)},
+        {cert != nullptr ? cert_length : 0, const_cast<uint8_t *>(cert)},
+        {package_length, const_cast<uint8_t *>(package)}};
     qelserv_status verdict = QELSERV_OK;
     if (qelserv_setkey_1(argument, &verdict, client_of(context)) != RPC_SUCCESS) {
         syslog(LOG_ERR, "qel: RPC setkey failed during login");

@@ -7,6 +7,9 @@ constexpr timeval time_out = {25, 0};
 template <class Argument, class Result>
 clnt_stat call(CLIENT *client, rpcproc_t procedure, bool_t (*argument_routine)(XDR *, Argument *),
                Argument *argument, bool_t (*result_routine)(XDR *, Result *), Result *result) {
+    // What cannot be encoded whole is not begun: its first part would be sent as a call.
+    if (xdr_sizeof(reinterpret_cast<xdrproc_t>(argument_routine), argument) == 0)
+        return RPC_CANTENCODEARGS;
     return clnt_call(client, procedure, reinterpret_cast<xdrproc_t>(argument_routine), argument,
                      reinterpret_cast<xdrproc_t>(result_routine), result, time_out);
 }

@@ -39,6 +39,13 @@ public:
     OneAnswer(const OneAnswer &) = delete;
     OneAnswer &operator=(const OneAnswer &) = delete;
 
+    // Whether the client has sent nothing.
+    bool is_silent() {
+        shutdown(ends_[0], SHUT_WR);
+        server_.join();
+        server_ = std::thread([] {});
+        return !heard_;
+    }
     // The procedure's number and its argument, after the call.
     uint32_t procedure() const { return procedure_; }
     const Bytes &argument() const { return argument_; }
@@ -48,6 +55,7 @@ private:
         Bytes bytes(size);
         if (recv(ends_[1], bytes.data(), size, MSG_WAITALL) != static_cast<ssize_t>(size))
             bytes.clear();
+        heard_ = heard_ || !bytes.empty();
         return bytes;
     }
     static uint32_t word_at(const Bytes &bytes, std::size_t index) {
@@ -87,6 +95,7 @@ private:
     QelContext *context_;
     int ends_[2] = {-1, -1};
     std::thread server_;
+    bool heard_ = false;
     uint32_t procedure_ = 0;
     Bytes argument_;
 };
@@ -156,6 +165,22 @@ TEST_F(Session, save_key) {
                                                         .array({1})
                                                         .array(package)
                                                         .bytes));
+    }
+    {
+        SCOPED_TRACE("the length of a certificate that is not there");
+        OneAnswer server(context, Words().word(0));
+        EXPECT_EQ(
+            __qel_save_key_under_uid(context, nullptr, 0, 0, nullptr, 0, nullptr, 5, nullptr, 0),
+            QEL_OK);
+    }
+    {
+        SCOPED_TRACE("a field beyond its bound is not begun");
+        const Bytes long_package(65537);
+        OneAnswer server(context, Words().word(0));
+        EXPECT_EQ(__qel_save_key_under_uid(context, nullptr, 0, 0, package.data(), 3, nullptr, 0,
+                                           long_package.data(), 65537),
+                  QEL_ERR_LOGIN);
+        EXPECT_TRUE(server.is_silent());
     }
     const uint8_t byte = 0;
     for (const QelStatus status :
