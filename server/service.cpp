@@ -96,6 +96,14 @@ void log_refusal(const Caller &caller, const char *what, qelserv_status status, 
         log_call(caller, what, keyid);
 }
 
+// An operation with an entry's private key, which a locked entry has not.
+auto with_key(qelserv_status (*operation)(const SecretBytes &, View, SecretBytes *)) {
+    return [operation](const Entry &entry, View data, SecretBytes *result) {
+        return entry.locked() ? qelserv_status{QELSERV_LOCKED}
+                              : operation(entry.private_key, data, result);
+    };
+}
+
 } // namespace
 
 uint32_t Service::lifetime(int32_t asked) const {
@@ -283,36 +291,33 @@ qelserv_status Service::find_usable(const Caller &caller, const qelserv_cryptinf
     return QELSERV_OK;
 }
 
-qelserv_cryptdata *Service::sign(const Caller &caller, const qelserv_cryptinfo &argument) {
+// Answers with what operation makes of the data; refused is the line of the log when nothing comes of it.
+template <class Operation>
+qelserv_cryptdata *Service::work_with_entry(const Caller &caller, const qelserv_cryptinfo &argument,
+                                            int use, const char *refused, Operation operation) {
     const Entry *entry = nullptr;
-    SecretBytes signature;
-    qelserv_status status = find_usable(caller, argument, USAGE_SIGN, &entry);
+    SecretBytes result;
+    qelserv_status status = find_usable(caller, argument, use, &entry);
     if (status == QELSERV_OK)
-        status = entry->locked() ? QELSERV_LOCKED
-                                 : ::sign(entry->private_key, view(argument.data), &signature);
-    log_refusal(caller, "signature refused", status, argument.keyid);
-    return answer(status, signature);
+        status = operation(*entry, view(argument.data), &result);
+    log_refusal(caller, refused, status, argument.keyid);
+    return answer(status, result);
+}
+
+qelserv_cryptdata *Service::sign(const Caller &caller, const qelserv_cryptinfo &argument) {
+    return work_with_entry(caller, argument, USAGE_SIGN, "signature refused", with_key(::sign));
 }
 
 qelserv_cryptdata *Service::decrypt(const Caller &caller, const qelserv_cryptinfo &argument) {
-    const Entry *entry = nullptr;
-    SecretBytes data;
-    qelserv_status status = find_usable(caller, argument, USAGE_ENCRYPT, &entry);
-    if (status == QELSERV_OK)
-        status = entry->locked() ? QELSERV_LOCKED
-                                 : ::decrypt(entry->private_key, view(argument.data), &data);
-    log_refusal(caller, "decryption refused", status, argument.keyid);
-    return answer(status, data);
+    return work_with_entry(caller, argument, USAGE_ENCRYPT, "decryption refused",
+                           with_key(::decrypt));
 }
 
 qelserv_cryptdata *Service::encrypt(const Caller &caller, const qelserv_cryptinfo &argument) {
-    const Entry *entry = nullptr;
-    SecretBytes block;
-    qelserv_status status = find_usable(caller, argument, USAGE_ENCRYPT, &entry);
-    if (status == QELSERV_OK)
-        status = ::encrypt(entry->package, view(argument.data), &block);
-    log_refusal(caller, "encryption refused", status, argument.keyid);
-    return answer(status, block);
+    return work_with_entry(caller, argument, USAGE_ENCRYPT, "encryption refused",
+                           [](const Entry &entry, View data, SecretBytes *block) {
+                               return ::encrypt(entry.package, data, block);
+                           });
 }
 
 qelserv_keypkglist *Service::get_packages(const Caller &caller,

@@ -40,6 +40,9 @@ private:
     qelserv_status drop_keys(const Caller &caller, const qelserv_keyinfo &argument);
     qelserv_status find_usable(const Caller &caller, const qelserv_cryptinfo &argument, int use,
                                const Entry **entry_out);
+    template <class Operation>
+    qelserv_cryptdata *work_with_entry(const Caller &caller, const qelserv_cryptinfo &argument,
+                                       int use, const char *refused, Operation operation);
     uint32_t lifetime(int32_t asked) const;
 
     void set_end(Entry *entry, int32_t asked);

@@ -8,6 +8,12 @@
 namespace qel {
 namespace {
 
+// An algorithm identifier, and that of the digest which belongs to it.
+struct AlgorithmPair {
+    const QelAlgId *const *given;
+    const QelAlgId *const *digest;
+};
+
 constexpr AlgorithmPair digests[] = {
     {&QEL_MD2_AID, &QEL_MD2_AID},
     {&QEL_MD5_AID, &QEL_MD5_AID},

@@ -13,12 +13,6 @@ namespace qel {
 
 constexpr uint32_t digest_size = 16; // of MD2 and MD5 alike
 
-// An object identifier, and the algorithm identifier that belongs to it.
-struct AlgorithmPair {
-    const QelAlgId *const *given;
-    const QelAlgId *const *digest;
-};
-
 // The digest identifier (shared) that an algorithm identifier's OID stands for: MD2 or MD5 itself,
 // or the digest of md2WithRSAEncryption or md5WithRSAEncryption. QEL_ERR_UNSUPPORTED_ALG: any
 // other.
