@@ -305,6 +305,48 @@ QelStatus qel_verify_keypkg_return_digest(QelContext *context, const QelKeyPkg *
                                           const QelKeyInfo *public_key, uint8_t **digest_info,
                                           uint32_t *digest_info_length);
 
+/* ---- Certificate chains --------------------------------------------------------------------------- */
+
+/*
+ * A chain is an array of certificates, each but the last issued by the one behind it. It is good when
+ * it ends at a trusted key: one whose owner and public key are a certificate's subject and public key
+ * (QelTrustedKeys, see __qel_add_trusted_key).
+ */
+
+/*
+ * qel_verify_cert_chain verifies a chain that the caller has.
+ *   chain                count certificates; the first is the one in question.
+ *   expired_certificate  null, or receives a copy of the first certificate whose validity does not
+ *                        cover the present, for the caller to free (qel_free_cert); else null.
+ */
+QelStatus qel_verify_cert_chain(QelContext *context, const QelCert *chain, int count,
+                                const QelTrustedKeys *trusted_keys, QelCert **expired_certificate);
+
+/*
+ * qel_verify_cert_est_chain builds a chain for a certificate from the naming service, and verifies
+ * it.
+ */
+QelStatus qel_verify_cert_est_chain(QelContext *context, const QelCert *certificate,
+                                    const QelTrustedKeys *trusted_keys,
+                                    const char *const *allowed_names, int reserved,
+                                    QelCert **expired_certificate, QelCert **chain,
+                                    int *chain_count);
+
+/* ---- Certificates and key packages in their repositories ------------------------------------------ */
+
+/*
+ * The repositories and the statuses are those of store.h, which has the same operations on the others.
+ */
+
+QelStatus qel_get_keypkg(QelContext *context, const char *name, QelKeyPkg **package_out);
+QelStatus qel_set_keypkg(QelContext *context, const char *name, const QelKeyPkg *package);
+QelStatus qel_get_cert(QelContext *context, const char *subject, QelCert **certificates_out,
+                       int *count_out);
+QelStatus qel_set_cert(QelContext *context, const char *name, const QelCert *certificate);
+QelStatus qel_get_cert_chain(QelContext *context, const QelCert *certificate,
+                             const char *const *trusted_names, int flag, QelCert **chain_out,
+                             int *count_out);
+
 /* ---- Encryption ---------------------------------------------------------------------------------- */
 
 /*

@@ -10,6 +10,7 @@
 #include <time.h>
 
 #include <qel/qel.h>
+#include <qel/store.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -642,6 +643,32 @@ QelStatus __qel_dh_part2(QelContext *context, uint8_t *secret, uint32_t *secret_
                          uint32_t secret_capacity, const uint8_t *other_public_value,
                          uint32_t other_length);
 
+/* ---- Trusted keys and chains ------------------------------------------------------------------------ */
+
+QelStatus __qel_is_trusted_key(QelContext *context, const QelTrustedKeys *trusted_keys,
+                               const QelCert *certificate);
+QelStatus __qel_add_trusted_key(QelContext *context, const QelTrustedKey *key,
+                                QelTrustedKeys **list);
+QelStatus __qel_delete_trusted_key(QelContext *context, const QelTrustedKey *key_template,
+                                   QelTrustedKeys **list);
+QelStatus __qel_append_cert_to_chain(const QelCert *certificate, const QelCert *chain, int count,
+                                     QelCert **new_chain, int *new_count);
+
+/* ---- Signed messages --------------------------------------------------------------------------------- */
+
+QelStatus __qel_create_pkcs7_signedData(QelContext *context, const uint8_t *data, uint32_t length,
+                                        const QelAlgId *key_algorithm, const uint8_t *key,
+                                        uint32_t key_length, const QelAlgId *signature_algorithm,
+                                        const QelCert *signer_certificate,
+                                        const char *const *trusted_names, int flag,
+                                        uint8_t **message, uint32_t *message_length);
+QelStatus __qel_verify_pkcs7_signedData(QelContext *context, const uint8_t *message,
+                                        uint32_t message_length, const QelTrustedKeys *trusted_keys,
+                                        const char *const *allowed_names, int reserved,
+                                        uint8_t **data, uint32_t *data_length, char **signer_name,
+                                        QelCert **chain, int *chain_count,
+                                        QelCert **expired_certificate);
+
 /* ---- RSA keys ------------------------------------------------------------------------------------- */
 
 /* Kinds of key for __qel_get_rsa_keysize. */
@@ -841,12 +868,6 @@ enum { QEL_FORM_RAW = 1, QEL_FORM_ARMOUR = 2, QEL_FORM_HEX = 3 };
 
 /* Kinds of item between marker lines; any other has none. */
 enum { QEL_ITEM_CERTIFICATE = 1, QEL_ITEM_KEYPKG = 2 };
-
-/* An item of a data set. Length 0: removed. */
-typedef struct QelDataSetItem {
-    uint8_t *data;
-    uint32_t length;
-} QelDataSetItem;
 
 /* A list of certificates. */
 typedef struct QelCertList {
