@@ -997,6 +997,37 @@ QelStatus __qel_read_next_cert(QelContext *context, const char **text, uint32_t 
 /* Writes a number in decimal digits, at most 12 bytes with "-" and the NUL. Null is ignored. */
 void __qel_itoa(int32_t number, char *text);
 
+/* ---- The naming service ------------------------------------------------------------------------------ */
+
+/*
+ * Users and hosts have an entry in the naming service, which holds their distinguished name, their
+ * certificates and their key packages. An entry goes by the user's login name, the host's dotted IPv4
+ * address, or a full name, which begins with ".../". Where the naming service of this host was never
+ * set up, the first use runs the commands that do.
+ *
+ * QEL_ERR_XFN: the naming service is not there, cannot be set up, or failed.
+ */
+
+/*
+ * Looks up the distinguished names under which a name is registered; a full name is its own.
+ *   list_out  a new list of strings whose NUL length does not count; the caller frees it
+ *             (__qel_free_item_list). Null, and count 0, on failure.
+ * QEL_ERR_BAD_PARAM: a null argument. QEL_ERR_NO_DN: none is registered, or there is no such entry.
+ * QEL_ERR_UNKNOWN_USER: an address of no known host, an empty or malformed name. QEL_ERR_XFN,
+ * QEL_ERR_NO_MEMORY.
+ */
+QelStatus __dsv_get_dn_name_given_user_name(const char *name, QelItemList **list_out,
+                                            uint32_t *count_out);
+
+/*
+ * Finds the entry that is registered under a distinguished name, among users first, then hosts.
+ *   dn        in the form in which it was registered.
+ *   name_out  a new string, the login name or the host's dotted address; the caller frees it.
+ * QEL_ERR_BAD_PARAM: a null argument. QEL_ERR_UNKNOWN_USER: there is none, or the host has no
+ * address. QEL_ERR_NO_DN: the search failed. QEL_ERR_XFN, QEL_ERR_NO_MEMORY.
+ */
+QelStatus __dsv_get_user_name_given_cn_name(const char *dn, char **name_out);
+
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }
