@@ -182,7 +182,7 @@ const FN_string_t *fn_composite_name_next(const FN_composite_name_t *name, void 
 const FN_string_t *fn_composite_name_last(const FN_composite_name_t *name, void **iter_pos);
 const FN_string_t *fn_composite_name_prev(const FN_composite_name_t *name, void **iter_pos);
 
-/* The components up to the one at iter_pos, and from it on, itself included. */
+/* The components before the one at iter_pos; it and those behind it. */
 FN_composite_name_t *fn_composite_name_prefix(const FN_composite_name_t *name,
                                               const void *iter_pos);
 FN_composite_name_t *fn_composite_name_suffix(const FN_composite_name_t *name,
