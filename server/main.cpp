@@ -3,13 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
 #include <getopt.h>
 #include <string_view>
-#include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -18,6 +16,7 @@
 #include "listener.h"
 #include "loop.h"
 #include "registration.h"
+#include "rpc.h"
 
 namespace {
 
@@ -141,21 +140,6 @@ bool read_options(int argc, char **argv, Options *options) {
     return true;
 }
 
-// SIGTERM and SIGINT become readable on the descriptor, in all threads; the others are ignored.
-Descriptor stop_signals() {
-    signal(SIGPIPE, SIG_IGN);
-    signal(SIGHUP, SIG_IGN);
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGINT);
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
-    Descriptor descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
-    if (descriptor.get() < 0)
-        throw std::system_error(errno, std::generic_category(), "signalfd");
-    return descriptor;
-}
-
 int serve(Options options) {
     umask(0077);
     const Descriptor stop = stop_signals();
@@ -171,13 +155,18 @@ int serve(Options options) {
     if (geteuid() == 0) {
         Registration::clear();
         if (options.user != "root")
-            become_user(options.user);
+            become_user(options.user, options.lock_memory);
     }
     log_notice("started, listening at %s", path.c_str());
     {
         const Registration registration(path, notify_ready);
         Service service(options.service); // its keys are gone before the registration is
-        Loop(&service, listener.get(), stop.get(), options.loop).run();
+        const LoopWork work = {longest_call,
+                               [&service](const Caller &caller, std::span<uint8_t> call) {
+                                   return answer_call(&service, caller, call);
+                               },
+                               [&service] { return service.expire(); }};
+        Loop(work, listener.get(), stop.get(), options.loop).run();
         notify_stopping();
     }
     if (own)
@@ -193,7 +182,7 @@ int main(int argc, char **argv) {
         Options options;
         if (!read_options(argc, argv, &options))
             return 0;
-        open_log(options.verbose);
+        open_log("qelserv", "key", options.verbose);
         return serve(std::move(options));
     } catch (const UsageError &error) {
         std::fprintf(stderr, "qelserv: %s\nTry 'qelserv --help'.\n", error.what());

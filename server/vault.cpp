@@ -3,12 +3,6 @@
 #include <algorithm>
 #include <ctime>
 
-BootClock::time_point BootClock::now() {
-    timespec time = {};
-    clock_gettime(CLOCK_BOOTTIME, &time);
-    return time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
-}
-
 Entry *Vault::find(const EntryName &name, Instant now) {
     const auto at = entries_.find(name);
     return at == entries_.end() || has_ended(at->second, now) ? nullptr : &at->second;

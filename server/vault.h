@@ -2,24 +2,13 @@
 #ifndef SERVER_VAULT_H
 #define SERVER_VAULT_H
 
-#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
 #include <sys/types.h>
 
+#include "clock.h"
 #include "secret.h"
-
-// Time that goes on while the host is suspended.
-struct BootClock {
-    using duration = std::chrono::nanoseconds;
-    using rep = duration::rep;
-    using period = duration::period;
-    using time_point = std::chrono::time_point<BootClock>;
-    static constexpr bool is_steady = true;
-    static time_point now();
-};
-using Instant = BootClock::time_point;
 
 struct EntryName {
     uid_t uid;

@@ -14,6 +14,7 @@
 
 #include "listener.h"
 #include "loop.h"
+#include "rpc.h"
 
 namespace {
 
@@ -22,8 +23,13 @@ using namespace std::chrono_literals;
 class Loops : public testing::Test {
 protected:
     void start(const LoopLimits &limits = {}) {
+        const LoopWork work = {longest_call,
+                               [this](const Caller &caller, std::span<uint8_t> call) {
+                                   return answer_call(&service_, caller, call);
+                               },
+                               [this] { return service_.expire(); }};
         thread_ = std::thread(
-            [this, limits] { Loop(&service_, listener_.get(), stop_.get(), limits).run(); });
+            [this, work, limits] { Loop(work, listener_.get(), stop_.get(), limits).run(); });
     }
     void TearDown() override {
         const uint64_t one = 1;

@@ -1,6 +1,6 @@
-// hardening.h: what keeps the server's memory from others, and the server from what it does not need.
-#ifndef SERVER_HARDENING_H
-#define SERVER_HARDENING_H
+// hardening.h: what keeps a daemon's memory from others, and the daemon from what it does not need.
+#ifndef DAEMON_HARDENING_H
+#define DAEMON_HARDENING_H
 
 #include <cstddef>
 #include <string>
@@ -16,8 +16,8 @@ void wipe_stack();
 // As many descriptors as the system lets us have, up to wanted. Returns how many.
 std::size_t raise_descriptor_limit(std::size_t wanted);
 
-// Becomes another user for good, with no other group, and of the super-user's capabilities with the one
-// to lock memory only. Throws std::runtime_error when there is no such user, std::system_error when the system refuses.
-void become_user(const std::string &name);
+// Becomes another user for good, with no other group, and of the super-user's capabilities at most with
+// the one to lock memory. Throws std::runtime_error when there is no such user, std::system_error when the system refuses.
+void become_user(const std::string &name, bool keep_memory_lock);
 
 #endif

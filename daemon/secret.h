@@ -1,6 +1,6 @@
 // secret.h: bytes that are zeroed before their memory is released.
-#ifndef SERVER_SECRET_H
-#define SERVER_SECRET_H
+#ifndef DAEMON_SECRET_H
+#define DAEMON_SECRET_H
 
 #include <cstdint>
 #include <cstdlib>

@@ -2,9 +2,10 @@
 //
 // Nobody waits for a client: what has not come, or is not taken, stays in that connection's own
 // bounded buffers. Among calls that wait, each user has one served in turn.
-#ifndef SERVER_LOOP_H
-#define SERVER_LOOP_H
+#ifndef DAEMON_LOOP_H
+#define DAEMON_LOOP_H
 
+#include <functional>
 #include <list>
 #include <map>
 #include <optional>
@@ -13,7 +14,15 @@
 #include <vector>
 
 #include "connection.h"
-#include "service.h"
+
+// What a daemon does for its clients.
+struct LoopWork {
+    std::size_t longest_call;
+    // Answers a call. The reply is a complete record with its mark; an empty one ends the connection.
+    std::function<SecretBytes(const Caller &caller, std::span<uint8_t> call)> answer;
+    // Does what time demands, and says when it next has to. May be none.
+    std::function<std::optional<Instant>()> tend;
+};
 
 struct LoopLimits {
     std::size_t connections_per_user = 64;
@@ -24,11 +33,14 @@ struct LoopLimits {
     std::chrono::seconds patience{30}; // for the rest of a call, or for a reply to be taken
 };
 
+// SIGTERM and SIGINT become readable on this descriptor, in all threads; SIGHUP and SIGPIPE are ignored.
+Descriptor stop_signals();
+
 class Loop {
 public:
     // listener: a listening stream socket of the local domain that does not block. stop: readable
     // when it is time to end.
-    Loop(Service *service, int listener, int stop, const LoopLimits &limits);
+    Loop(LoopWork work, int listener, int stop, const LoopLimits &limits);
     // Until stop becomes readable. Throws std::system_error when the system refuses what any process
     // may have.
     void run();
@@ -55,7 +67,7 @@ private:
     void drop_late();
     void arm_timer();
 
-    Service *service_;
+    LoopWork work_;
     int listener_;
     int stop_;
     LoopLimits limits_;

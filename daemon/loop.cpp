@@ -2,15 +2,16 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <new>
 #include <sys/epoll.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <system_error>
 #include <unistd.h>
 
 #include "hardening.h"
-#include "rpc.h"
 
 namespace {
 
@@ -45,8 +46,22 @@ itimerspec absolute(std::optional<Instant> instant) {
 
 } // namespace
 
-Loop::Loop(Service *service, int listener, int stop, const LoopLimits &limits)
-    : service_(service), listener_(listener), stop_(stop), limits_(limits),
+Descriptor stop_signals() {
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGHUP, SIG_IGN);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    Descriptor descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
+    if (descriptor.get() < 0)
+        throw std::system_error(errno, std::generic_category(), "signalfd");
+    return descriptor;
+}
+
+Loop::Loop(LoopWork work, int listener, int stop, const LoopLimits &limits)
+    : work_(std::move(work)), listener_(listener), stop_(stop), limits_(limits),
       epoll_(checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")),
       timer_(checked(timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK), "timerfd_create")),
       room_(received_at_once) {
@@ -95,7 +110,7 @@ void Loop::dispatch(int fd, uint32_t events) {
 
 // Wakes the loop for the end of an entry and of a client's time.
 void Loop::arm_timer() {
-    std::optional<Instant> next = service_->expire();
+    std::optional<Instant> next = work_.tend ? work_.tend() : std::nullopt;
     if (!deadlines_.empty() && (!next || deadlines_.begin()->first < *next))
         next = deadlines_.begin()->first;
     if (accept_again_ && (!next || *accept_again_ < *next))
@@ -120,7 +135,11 @@ void Loop::accept_clients() {
             continue;
         if (!control(epoll_.get(), EPOLL_CTL_ADD, fd, EPOLLIN))
             continue;
-        Client client = {{std::move(descriptor), {peer.uid, peer.pid}}, coming_++, EPOLLIN, {}, 0};
+        Client client = {{std::move(descriptor), {peer.uid, peer.pid}, work_.longest_call},
+                         coming_++,
+                         EPOLLIN,
+                         {},
+                         0};
         std::size_t &count = per_user_[peer.uid];
         clients_.emplace(fd, std::move(client));
         ++count;
@@ -212,7 +231,7 @@ void Loop::serve(Client &client) {
     SecretBytes reply;
     { // The call is gone when the client gets its reply.
         SecretBytes call = connection.take_call();
-        reply = answer_call(service_, connection.caller(), call);
+        reply = work_.answer(connection.caller(), call);
     }
     wipe_stack();
     if (reply.empty())

@@ -1,33 +1,19 @@
 // connection.h: one client's stream: records in (RFC 5531, section 11), replies out.
-#ifndef SERVER_CONNECTION_H
-#define SERVER_CONNECTION_H
+#ifndef DAEMON_CONNECTION_H
+#define DAEMON_CONNECTION_H
 
 #include <span>
-#include <utility>
 
+#include "clock.h"
+#include "descriptor.h"
 #include "log.h"
 #include "secret.h"
-#include "vault.h"
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd = -1) : fd_(fd) {}
-    Descriptor(Descriptor &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    Descriptor &operator=(Descriptor &&other) noexcept {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    ~Descriptor();
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 class Connection {
 public:
-    Connection(Descriptor descriptor, const Caller &caller)
-        : descriptor_(std::move(descriptor)), caller_(caller) {}
+    // longest_call: a client that announces a longer one is no client.
+    Connection(Descriptor descriptor, const Caller &caller, std::size_t longest_call)
+        : descriptor_(std::move(descriptor)), caller_(caller), longest_call_(longest_call) {}
 
     int fd() const { return descriptor_.get(); }
     const Caller &caller() const { return caller_; }
@@ -56,6 +42,7 @@ private:
 
     Descriptor descriptor_;
     Caller caller_;
+    std::size_t longest_call_;
     SecretBytes incoming_; // received: what follows the fragments that are in call_
     SecretBytes call_;     // contents of the fragments so far
     bool complete_ = false;

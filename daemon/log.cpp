@@ -5,10 +5,11 @@
 #include <string>
 #include <syslog.h>
 
-#include "vault.h"
+#include "clock.h"
 
 namespace {
 
+const char *subject_of_calls = "subject";
 constexpr std::size_t longest_name = 64;
 
 std::string printable(std::string_view text) {
@@ -46,8 +47,9 @@ bool may_log(uid_t uid) {
 
 } // namespace
 
-void open_log(bool to_terminal) {
-    openlog("qelserv", LOG_PID | LOG_NDELAY | (to_terminal ? LOG_PERROR : 0), LOG_AUTH);
+void open_log(const char *program, const char *subject, bool to_terminal) {
+    subject_of_calls = subject;
+    openlog(program, LOG_PID | LOG_NDELAY | (to_terminal ? LOG_PERROR : 0), LOG_AUTH);
 }
 
 void log_notice(const char *format, ...) {
@@ -64,9 +66,9 @@ void log_error(const char *format, ...) {
     va_end(arguments);
 }
 
-void log_call(const Caller &caller, const char *what, std::string_view keyid) {
+void log_call(const Caller &caller, const char *what, std::string_view name) {
     if (!may_log(caller.uid))
         return;
-    log_notice("%s: user %u, process %d, key \"%s\"", what, caller.uid, caller.pid,
-               printable(keyid).c_str());
+    log_notice("%s: user %u, process %d, %s \"%s\"", what, caller.uid, caller.pid, subject_of_calls,
+               printable(name).c_str());
 }

@@ -1,11 +1,11 @@
 // listener.h: where clients come in, and how the service manager hands it over.
-#ifndef SERVER_LISTENER_H
-#define SERVER_LISTENER_H
+#ifndef DAEMON_LISTENER_H
+#define DAEMON_LISTENER_H
 
 #include <optional>
 #include <string>
 
-#include "connection.h"
+#include "descriptor.h"
 
 // A socket that the service manager has opened for us (LISTEN_FDS), or none. Throws std::runtime_error
 // when what it passed is no listening stream socket of the local domain.

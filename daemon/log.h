@@ -1,6 +1,6 @@
-// log.h: what the key server says in the system log. Never a secret.
-#ifndef SERVER_LOG_H
-#define SERVER_LOG_H
+// log.h: what a daemon says in the system log. Never a secret.
+#ifndef DAEMON_LOG_H
+#define DAEMON_LOG_H
 
 #include <string_view>
 #include <sys/types.h>
@@ -11,14 +11,15 @@ struct Caller {
     pid_t pid;
 };
 
-// Opens the log; with to_terminal lines go to standard error too.
-void open_log(bool to_terminal);
+// Opens the log of a program; with to_terminal lines go to standard error too. subject is what calls
+// are about ("key"). Both are literals.
+void open_log(const char *program, const char *subject, bool to_terminal);
 void log_notice(const char *format, ...) __attribute__((format(printf, 1, 2)));
 void log_error(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-// One line about a call: what was done or refused, for whom, about which key. The key identifier is the
+// One line about a call: what was done or refused, for whom, about what. The name is the
 // caller's text: only its printable characters are written, and not too many of them. Nor can a user
 // fill the log: of many lines in a short time most are left out, which is said.
-void log_call(const Caller &caller, const char *what, std::string_view keyid);
+void log_call(const Caller &caller, const char *what, std::string_view name);
 
 #endif

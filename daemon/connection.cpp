@@ -4,9 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <sys/socket.h>
-#include <unistd.h>
-
-#include "rpc.h"
 
 namespace {
 
@@ -18,11 +15,6 @@ bool would_block() {
 }
 
 } // namespace
-
-Descriptor::~Descriptor() {
-    if (fd_ >= 0)
-        close(fd_);
-}
 
 bool Connection::receive(std::span<uint8_t> room) {
     if (complete_ || has_reply())
@@ -48,7 +40,7 @@ bool Connection::take_fragments() {
         std::memcpy(&mark, &incoming_[at], mark_size);
         mark = ntohl(mark);
         const std::size_t length = mark & ~last_fragment;
-        if (length > longest_call - call_.size() || (length == 0 && mark == 0))
+        if (length > longest_call_ - call_.size() || (length == 0 && mark == 0))
             return false;
         if (incoming_.size() - at - mark_size < length)
             break;
