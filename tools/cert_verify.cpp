@@ -1,0 +1,177 @@
+// qel cert verify
+#include "certificate_text.h"
+#include "command.h"
+#include "text.h"
+
+namespace tool {
+namespace {
+
+// What was found out about a certificate's signature.
+struct Verdict {
+    const PublicKey *issuer = nullptr; // whose key was used; null for the certificate's own
+    QelStatus status = QEL_OK;
+    bool yes = false;
+    std::vector<std::string> notes;
+    std::string unsupported; // why the library knows no such signature, or empty
+};
+
+// The signature over the certificate information, and nothing else.
+QelStatus verify_signature(const Context &context, const QelCert &cert, const QelKeyInfo *key,
+                           std::vector<std::string> &notes) {
+    const Bytes info = encode(context, &cert, QEL_PDU_CertificateInfo, "the certificate's content");
+    const RsaKey rsa = as_rsa_key(key);
+    if (!rsa.note.empty())
+        notes.push_back(rsa.note);
+    return qel_verify(context, info.data(), static_cast<uint32_t>(info.size()), QEL_MODE_FINAL,
+                      rsa.algorithm, &rsa.parameters, rsa.bits, cert.algorithm, cert.sigBits.value,
+                      cert.sigBits.length / 8);
+}
+
+bool signature_is_good(QelStatus status) {
+    return status == QEL_OK || status == QEL_ERR_KEY_EXPIRED;
+}
+
+bool names_differ(const Context &context, const QelName *a, const QelName *b) {
+    int difference = 0;
+    return __qel_cmp_dn(context, a, b, &difference) == QEL_OK && difference != 0;
+}
+
+// Why the library refuses the certificate's signature algorithm, or empty if it knows it.
+std::string unsupported_algorithm(const QelCert &cert) {
+    for (const QelOid *known : {QEL_MD2WithRSAEncryption_OID, QEL_MD5WithRSAEncryption_OID}) {
+        int difference = 1;
+        __qel_cmp_oid(cert.algorithm->algorithm, known, &difference);
+        if (difference == 0)
+            return "";
+    }
+    return "the signature algorithm " + algorithm_text(cert.algorithm) +
+           " is not supported; only MD2 and MD5 with RSA are";
+}
+
+// What is odd about a certificate and the key that it is checked with, whatever the verdict.
+std::vector<std::string> oddities(const Context &context, const Certificate &certificate,
+                                  const PublicKey *issuer) {
+    const QelCert &cert = *certificate.record;
+    std::vector<std::string> notes;
+    const bool own = issuer == nullptr;
+    const bool certified = !own && issuer->certificate.record != nullptr;
+    if (own && names_differ(context, cert.issuer, cert.subject))
+        notes.push_back("the certificate is not self-signed by its names; its issuer's key is "
+                        "given with --issuer");
+    if (certified && names_differ(context, cert.issuer, issuer->certificate.record->subject))
+        notes.push_back("the certificate names another issuer than the subject of " +
+                        issuer->where);
+    int difference = 0;
+    if (__qel_cmp_algid(cert.signature, cert.algorithm, &difference) == QEL_OK && difference != 0)
+        notes.push_back("the algorithm beside the signature is not the signed one");
+    if (const std::string note = encoding_note(context, certificate); !note.empty())
+        notes.push_back(note);
+    return notes;
+}
+
+Verdict judge(const Arguments &arguments, const Context &context, const Certificate &certificate,
+              const PublicKey *issuer) {
+    const QelCert &cert = *certificate.record;
+    Verdict verdict;
+    verdict.issuer = issuer;
+    verdict.notes = oddities(context, certificate, issuer);
+    const QelKeyInfo *key = issuer != nullptr ? issuer->key() : cert.pubKeyInfo;
+    if (arguments.has("signature-only")) {
+        verdict.status = verify_signature(context, cert, key, verdict.notes);
+        verdict.notes.push_back("validity and extensions were not looked at");
+    } else {
+        verdict.status = qel_verify_cert(context, &cert, key);
+    }
+    verdict.yes = verdict.status == QEL_OK;
+    if (verdict.status == QEL_ERR_BAD_PARAM || verdict.status == QEL_ERR_UNSUPPORTED_ALG)
+        verdict.unsupported = unsupported_algorithm(cert);
+    if (verdict.status == QEL_ERR_KEY_EXPIRED) {
+        verdict.notes.push_back("the signature is good; the validity is " +
+                                validity_text(cert.validity));
+        verdict.yes = arguments.has("allow-expired");
+    }
+    return verdict;
+}
+
+// The verdict under the first issuer's key whose signature it is, or else under the first one.
+// Certificates of others than the named issuer are tried only where there is nothing else.
+Verdict judge_by(const Arguments &arguments, const Context &context, const Certificate &certificate,
+                 const std::vector<PublicKey> &issuers) {
+    std::vector<const PublicKey *> fitting;
+    for (const PublicKey &issuer : issuers)
+        if (!issuer.certificate.record ||
+            !names_differ(context, certificate.record->issuer, issuer.certificate.record->subject))
+            fitting.push_back(&issuer);
+    if (fitting.empty())
+        fitting.push_back(issuers.empty() ? nullptr : &issuers.front());
+    Verdict first = judge(arguments, context, certificate, fitting.front());
+    for (std::size_t i = 1; i < fitting.size() && !signature_is_good(first.status); ++i) {
+        Verdict next = judge(arguments, context, certificate, fitting[i]);
+        if (signature_is_good(next.status))
+            return next;
+    }
+    return first;
+}
+
+void print_verdict(const Arguments &arguments, const Verdict &verdict, const std::string &where) {
+    const std::string status = status_words(verdict.status);
+    const std::string key =
+        verdict.issuer != nullptr ? "the key of " + verdict.issuer->where : "its own key";
+    if (verdict.yes)
+        put(where + ": verified with " + key +
+            (verdict.status != QEL_OK ? ", expired certificates allowed (" + status + ")\n"
+                                      : "\n"));
+    else
+        put(where + ": NOT verified with " + key + ": " + status + "\n");
+    for (const std::string &note : verdict.notes)
+        put("  " + note + "\n");
+    const StatusRow *row = find_status(verdict.status);
+    if (!verdict.unsupported.empty())
+        print_failure(arguments.command().name, {Exit::no, verdict.unsupported, "", ""});
+    else if (!verdict.yes && row != nullptr)
+        print_failure(arguments.command().name, {Exit::no, row->meaning, "", row->advice});
+}
+
+} // namespace
+
+Exit run_cert_verify(const Arguments &arguments) {
+    const std::string path = arguments.operands()[0];
+    arguments.check_stdin_once({path, arguments.value("issuer")});
+    const Context context;
+    const std::vector<Certificate> certificates = read_certificates(context, path);
+    const Certificate &subject = certificates.front();
+    std::vector<PublicKey> issuers;
+    if (arguments.has("issuer"))
+        issuers = read_public_keys(context, arguments.value("issuer"), KeySource::either);
+    Verdict verdict = judge_by(arguments, context, subject, issuers);
+    if (certificates.size() > 1)
+        verdict.notes.push_back("only the first of " + std::to_string(certificates.size()) +
+                                " certificates in the file was looked at");
+    const QelKeyInfo *key =
+        verdict.issuer != nullptr ? verdict.issuer->key() : subject.record->pubKeyInfo;
+    const std::string weakness = small_exponent_note(key);
+    if (!weakness.empty())
+        warn(weakness);
+    if (arguments.json()) {
+        for (const std::string &note : {weakness, verdict.unsupported})
+            if (!note.empty())
+                verdict.notes.push_back(note);
+        Json json = arguments.report();
+        json["file"] = utf8_or_latin1(path);
+        json["verified"] = verdict.yes;
+        json["signature_only"] = arguments.has("signature-only");
+        json["subject"] = name_text(subject.record->subject, Charset::utf8);
+        json["issuer"] = name_text(subject.record->issuer, Charset::utf8);
+        json["validity"] = validity_json(subject.record->validity);
+        json["key_from"] = verdict.issuer != nullptr ? Json(verdict.issuer->where) : Json(nullptr);
+        json["key_exponent"] = exponent_json(key);
+        json["status"] = status_json(verdict.status);
+        json["notes"] = verdict.notes;
+        put_json(json);
+    } else {
+        print_verdict(arguments, verdict, subject.where);
+    }
+    return verdict.yes ? Exit::yes : verdict_exit(verdict.status);
+}
+
+} // namespace tool
