@@ -645,12 +645,50 @@ QelStatus __qel_dh_part2(QelContext *context, uint8_t *secret, uint32_t *secret_
 
 /* ---- Trusted keys and chains ------------------------------------------------------------------------ */
 
+/*
+ * Trusted keys are a list, newest first; null is an empty one. It belongs to whoever added to it, as
+ * the tKeys of a key package do. Names are compared as __qel_cmp_dn does, keys as __qel_cmp_keyinfo.
+ * The first comparison that fails ends a call with its status: QEL_ERR_UNSUPPORTED_ATTR where a name
+ * has an attribute that cannot be printed, QEL_ERR_ASN1_ENCODE, QEL_ERR_ASN1_DECODE,
+ * QEL_ERR_NO_MEMORY.
+ */
+
+/*
+ * __qel_is_trusted_key tells whether the subject of a certificate and its public key are the owner
+ * and the public key of an entry that is current (__qel_is_current; one without validity always is).
+ * Nothing else of the certificate is looked at.
+ * QEL_OK: they are. QEL_ERR_TKEY_EXPIRED: only of entries whose validity does not cover the present.
+ * QEL_ERR_ISSUER_NOT_TRUSTED: of none. QEL_ERR_BAD_PARAM: also a certificate without subject or public
+ * key, or times out of range in an entry. QEL_ERR_GENERAL: the clock cannot be read.
+ */
 QelStatus __qel_is_trusted_key(QelContext *context, const QelTrustedKeys *trusted_keys,
                                const QelCert *certificate);
+
+/*
+ * __qel_add_trusted_key puts a copy of a key at the head of a list.
+ * QEL_ERR_ENTRY_EXISTS: an entry has this owner and this public key, whatever the rest of it.
+ * QEL_ERR_BAD_PARAM: also a key without owner or public key. What __qel_copy_tkey returns. The list
+ * is as it was after a failure.
+ */
 QelStatus __qel_add_trusted_key(QelContext *context, const QelTrustedKey *key,
                                 QelTrustedKeys **list);
+
+/*
+ * __qel_delete_trusted_key removes every entry that has the issuer and the serial number of the
+ * template, or its owner, and releases it with its node.
+ *   key_template  issuer or owner must be there; what is not, matches nothing.
+ * QEL_ERR_NO_ENTRY: there is none, and the list is as it was. QEL_ERR_BAD_PARAM. Entries before the
+ * one whose comparison fails have been removed.
+ */
 QelStatus __qel_delete_trusted_key(QelContext *context, const QelTrustedKey *key_template,
                                    QelTrustedKeys **list);
+
+/*
+ * __qel_append_cert_to_chain makes a chain of a certificate and, behind it, the chain of its issuer.
+ *   chain, count          the issuer's chain; null and 0: there is none.
+ *   new_chain, new_count  a new array of count + 1 copies; the caller frees it (qel_free_cert_list).
+ * QEL_ERR_BAD_PARAM: also a chain without count, or the reverse. What __qel_copy_cert returns.
+ */
 QelStatus __qel_append_cert_to_chain(const QelCert *certificate, const QelCert *chain, int count,
                                      QelCert **new_chain, int *new_count);
 

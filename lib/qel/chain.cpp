@@ -1,3 +1,4 @@
+#include "cert_array.h"
 #include "signature.h"
 
 namespace {
@@ -34,4 +35,23 @@ QelStatus qel_verify_cert(QelContext *context, const QelCert *certificate,
                         &issuer_key->pubKey, certificate->algorithm, certificate->sigBits.value,
                         certificate->sigBits.length / 8);
     return status != QEL_OK ? status : currency;
+}
+
+QelStatus __qel_append_cert_to_chain(const QelCert *certificate, const QelCert *chain, int count,
+                                     QelCert **new_chain, int *new_count) {
+    if (new_chain == nullptr || new_count == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    *new_chain = nullptr;
+    *new_count = 0;
+    if (certificate == nullptr || count < 0 || (chain == nullptr) != (count == 0))
+        return QEL_ERR_BAD_PARAM;
+    qel::CertArray longer;
+    QelStatus status = longer.make(std::size_t{1} + static_cast<std::size_t>(count));
+    if (status == QEL_OK)
+        status = longer.add_copy(certificate);
+    for (int k = 0; k < count && status == QEL_OK; ++k)
+        status = longer.add_copy(chain + k);
+    if (status == QEL_OK)
+        longer.hand_over(new_chain, new_count);
+    return status;
 }
