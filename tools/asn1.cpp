@@ -106,19 +106,9 @@ std::vector<QelOctetString *> secrets_of(void *value, int pdu) {
 
 // What the library prints of a value.
 std::string listing(const Context &context, const void *value, int pdu) {
-    char *text = nullptr;
-    std::size_t size = 0;
-    FILE *stream = open_memstream(&text, &size);
-    if (stream == nullptr)
-        throw std::bad_alloc();
-    const QelStatus status = __qel_asn1_print(context, stream, value, pdu);
-    const int closed = std::fclose(stream);
-    const std::unique_ptr<char, FreeBlock> owner(text);
-    if (status != QEL_OK)
-        throw library_failure(status, "cannot print the " + pdu_name(pdu));
-    if (closed != 0)
-        throw std::bad_alloc();
-    return {text, size};
+    return library_text("the " + pdu_name(pdu), [&](FILE *stream) {
+        return __qel_asn1_print(context, stream, value, pdu);
+    });
 }
 
 Exit print_value(const Arguments &arguments, const Context &context, void *value, int pdu) {

@@ -18,13 +18,10 @@ struct Verdict {
 // The signature over the certificate information, and nothing else.
 QelStatus verify_signature(const Context &context, const QelCert &cert, const QelKeyInfo *key,
                            std::vector<std::string> &notes) {
-    const Bytes info = encode(context, &cert, QEL_PDU_CertificateInfo, "the certificate's content");
     const RsaKey rsa = as_rsa_key(key);
     if (!rsa.note.empty())
         notes.push_back(rsa.note);
-    return qel_verify(context, info.data(), static_cast<uint32_t>(info.size()), QEL_MODE_FINAL,
-                      rsa.algorithm, &rsa.parameters, rsa.bits, cert.algorithm, cert.sigBits.value,
-                      cert.sigBits.length / 8);
+    return signature_status(context, cert, rsa);
 }
 
 bool signature_is_good(QelStatus status) {
@@ -34,18 +31,6 @@ bool signature_is_good(QelStatus status) {
 bool names_differ(const Context &context, const QelName *a, const QelName *b) {
     int difference = 0;
     return __qel_cmp_dn(context, a, b, &difference) == QEL_OK && difference != 0;
-}
-
-// Why the library refuses the certificate's signature algorithm, or empty if it knows it.
-std::string unsupported_algorithm(const QelCert &cert) {
-    for (const QelOid *known : {QEL_MD2WithRSAEncryption_OID, QEL_MD5WithRSAEncryption_OID}) {
-        int difference = 1;
-        __qel_cmp_oid(cert.algorithm->algorithm, known, &difference);
-        if (difference == 0)
-            return "";
-    }
-    return "the signature algorithm " + algorithm_text(cert.algorithm) +
-           " is not supported; only MD2 and MD5 with RSA are";
 }
 
 // What is odd about a certificate and the key that it is checked with, whatever the verdict.
@@ -84,7 +69,7 @@ Verdict judge(const Arguments &arguments, const Context &context, const Certific
     }
     verdict.yes = verdict.status == QEL_OK;
     if (verdict.status == QEL_ERR_BAD_PARAM || verdict.status == QEL_ERR_UNSUPPORTED_ALG)
-        verdict.unsupported = unsupported_algorithm(cert);
+        verdict.unsupported = unsupported_signature(cert.algorithm);
     if (verdict.status == QEL_ERR_KEY_EXPIRED) {
         verdict.notes.push_back("the signature is good; the validity is " +
                                 validity_text(cert.validity));

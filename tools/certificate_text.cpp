@@ -2,16 +2,8 @@
 
 #include "text.h"
 
-#include <algorithm>
-
 namespace tool {
 namespace {
-
-std::string line(const std::string &label, const std::string &value) {
-    std::string text = "  " + label + (label.empty() ? "" : ":");
-    text.resize(std::max<std::size_t>(text.size() + 1, 21), ' ');
-    return text + value + "\n";
-}
 
 std::string serial_text(const QelSerial &serial) {
     return hex({serial.value, serial.length});
@@ -24,14 +16,6 @@ std::string bits_text(const QelBitString &bits) {
 std::string version_text(int32_t version) {
     return version >= 0 && version <= 2 ? std::to_string(version + 1)
                                         : "unknown (encoded as " + std::to_string(version) + ")";
-}
-
-std::string key_text(const QelKeyInfo *key) {
-    const RsaNumbers rsa = rsa_numbers(key);
-    std::string text = key != nullptr ? algorithm_text(key->algorithm) : "(none)";
-    if (rsa.bits != 0)
-        text += ", " + std::to_string(rsa.bits) + " bits, exponent " + exponent_text(rsa);
-    return text;
 }
 
 std::string offset_note(const QelValidity *validity) {
@@ -124,16 +108,8 @@ std::string validity_text(const QelValidity *validity) {
 }
 
 std::string encoding_note(const Context &context, const Certificate &certificate) {
-    try {
-        const Bytes encoded =
-            encode(context, certificate.record.get(), QEL_PDU_Certificate, "the certificate");
-        if (encoded == certificate.bytes)
-            return "";
-        return "the bytes are not the DER encoding of the certificate, over which the library "
-               "checks the signature";
-    } catch (const Failure &failure) {
-        return "the library cannot encode the certificate again: " + failure.why;
-    }
+    return encoding_note(context, certificate.record.get(), QEL_PDU_Certificate, certificate.bytes,
+                         "the certificate");
 }
 
 std::string certificate_text(const Context &context, const Certificate &certificate) {

@@ -149,6 +149,61 @@ Bytes encode(QelContext *context, const void *value, int pdu, const std::string 
     return bytes;
 }
 
+std::string encoding_note(QelContext *context, const void *record, int pdu, const Bytes &bytes,
+                          const std::string &what) {
+    try {
+        if (encode(context, record, pdu, what) == bytes)
+            return "";
+        return "the bytes are not the DER encoding of " + what +
+               ", over which the library checks the signature";
+    } catch (const Failure &failure) {
+        return "the library cannot encode " + what + " again: " + failure.why;
+    }
+}
+
+std::string library_text(const std::string &what, const std::function<QelStatus(FILE *)> &print) {
+    char *text = nullptr;
+    std::size_t size = 0;
+    FILE *stream = open_memstream(&text, &size);
+    if (stream == nullptr)
+        throw std::bad_alloc();
+    const QelStatus status = print(stream);
+    const int closed = std::fclose(stream);
+    const std::unique_ptr<char, FreeBlock> owner(text);
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot print " + what);
+    if (closed != 0)
+        throw std::bad_alloc();
+    return {text, size};
+}
+
+std::string library_listing(const std::function<QelStatus(FILE *)> &print) {
+    try {
+        return printable_lines(library_text("it", print));
+    } catch (const Failure &failure) {
+        return line("Library", "cannot print it: " + failure.why);
+    }
+}
+
+Name read_name(QelContext *context, const std::string &text, const std::string &what) {
+    QelName *name = nullptr;
+    const QelStatus status = qel_str2dn(context, text.c_str(), &name);
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot read " + what + " " + in_quotes(text));
+    return Name(name);
+}
+
+std::string unsupported_signature(const QelAlgId *algorithm) {
+    for (const QelOid *known : {QEL_MD2WithRSAEncryption_OID, QEL_MD5WithRSAEncryption_OID}) {
+        int difference = 1;
+        __qel_cmp_oid(algorithm->algorithm, known, &difference);
+        if (difference == 0)
+            return "";
+    }
+    return "the signature algorithm " + algorithm_text(algorithm) +
+           " is not supported; only MD2 and MD5 with RSA are";
+}
+
 Failure bad_item(const Input &input, const Item &item, const std::string &what, QelStatus status) {
     const std::string name = "cannot read " + what + " from " + input.name_of(item);
     if (!item.problem.empty())
@@ -252,6 +307,13 @@ RsaKey as_rsa_key(const QelKeyInfo *key) {
     return rsa;
 }
 
+QelStatus signature_status(QelContext *context, const QelCert &cert, const RsaKey &key) {
+    const Bytes info = encode(context, &cert, QEL_PDU_CertificateInfo, "the certificate's content");
+    return qel_verify(context, info.data(), static_cast<uint32_t>(info.size()), QEL_MODE_FINAL,
+                      key.algorithm, &key.parameters, key.bits, cert.algorithm, cert.sigBits.value,
+                      cert.sigBits.length / 8);
+}
+
 // ---- Private keys ------------------------------------------------------------------------------
 
 namespace {
@@ -318,6 +380,27 @@ PrivateKey read_private_key(QelContext *context, const Input &input) {
             "Give a key package, or an unencrypted PKCS#8 private key (PrivateKeyInfo), DER "
             "or armoured."};
     throw bad_item(input, first, "a private key", QEL_ERR_ASN1_DECODE);
+}
+
+Bytes public_part(std::span<const uint8_t> private_key) {
+    Element sequence, version, number;
+    Bytes numbers, key;
+    if (!take_element(private_key, sequence) || !take_element(sequence.contents, version))
+        return {};
+    for (int i = 0; i < 2; ++i) {
+        if (!take_element(sequence.contents, number) || number.tag != 0x02)
+            return {};
+        append_element(numbers, number.tag, number.contents);
+    }
+    append_element(key, 0x30, numbers);
+    return key;
+}
+
+Decoded<QelKeyInfo> public_key_of(QelContext *context, const PrivateKey &key) {
+    int difference = 1;
+    __qel_cmp_oid(key.algorithm->algorithm, QEL_RSA_ENCR_OID, &difference);
+    const Bytes info = difference == 0 ? in_key_info(public_part(key.octets)) : Bytes();
+    return decode<QelKeyInfo>(context, info, QEL_PDU_SubjectPublicKeyInfo);
 }
 
 bool holds_private_key(QelContext *context, std::span<const uint8_t> bytes) {

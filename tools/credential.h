@@ -9,6 +9,8 @@
 #include "text.h"
 
 #include <array>
+#include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -74,6 +76,18 @@ Decoded<T> decode(QelContext *context, std::span<const uint8_t> bytes, int pdu,
 // The encoding of a record. Throws Failure naming what.
 Bytes encode(QelContext *context, const void *value, int pdu, const std::string &what);
 
+// Says where the library, which signs and verifies what it encodes, sees other bytes than were read,
+// or empty. what is "the certificate".
+std::string encoding_note(QelContext *context, const void *record, int pdu, const Bytes &bytes,
+                          const std::string &what);
+
+// What a function of the library prints to a stream. It is not safe to print: see printable_lines.
+// Throws Failure, naming what, at another status than QEL_OK.
+std::string library_text(const std::string &what, const std::function<QelStatus(FILE *)> &print);
+
+// The same as lines that are safe to print; or a line that says why the library prints none.
+std::string library_listing(const std::function<QelStatus(FILE *)> &print);
+
 // Why what ("a certificate") could not be had from an item that has a problem or gave status; for
 // QEL_ERR_ASN1_DECODE also what can be seen of the bytes: that they are cut, that others follow.
 Failure bad_item(const Input &input, const Item &item, const std::string &what, QelStatus status);
@@ -114,18 +128,28 @@ struct RsaKey {
     std::string note; // or empty
 };
 RsaKey as_rsa_key(const QelKeyInfo *key);
+// The library's verdict on the signature over a certificate, and on nothing else of it.
+QelStatus signature_status(QelContext *context, const QelCert &cert, const RsaKey &key);
 
 // A private key for qel_sign and the like; without octets none, which leaves it to the key server.
 struct PrivateKey {
     Decoded<QelPrivateKeyInfo> record; // zeroed by whoever lets go of it
     Bytes octets;
     const QelAlgId *algorithm = nullptr;
+    Decoded<QelKeyPkg> package; // which it came from, or null
     // As qel_sign and qel_unwrap_key take them: null for none.
     const uint8_t *data() const { return octets.empty() ? nullptr : octets.data(); }
     uint32_t size() const { return static_cast<uint32_t>(octets.size()); }
 };
 // Warns where the file is open to others.
 PrivateKey read_private_key(QelContext *context, const Input &input);
+
+// The RSAPublicKey of an RSAPrivateKey (PKCS#1), which begins with version, modulus and exponent;
+// empty where there is none.
+Bytes public_part(std::span<const uint8_t> private_key);
+
+// The public key of a private one, or null where that is no RSA key.
+Decoded<QelKeyInfo> public_key_of(QelContext *context, const PrivateKey &key);
 
 // Whether bytes are a private key, in PKCS#8, encrypted or not, or PKCS#1, or a key package, or what
 // a key server holds of one.
@@ -140,6 +164,16 @@ std::string oid_text(const QelOid *oid);
 const char *oid_name(const QelOid *oid);
 // "md5WithRSAEncryption", or dots where the name is not known.
 std::string algorithm_text(const QelAlgId *algorithm);
+
+// Why the library knows no such signatures, or empty if it does.
+std::string unsupported_signature(const QelAlgId *algorithm);
+
+struct FreeName {
+    void operator()(QelName *name) const { qel_free_dn(&name); }
+};
+using Name = std::unique_ptr<QelName, FreeName>;
+// A printable name. Throws Failure naming what ("the subject's name").
+Name read_name(QelContext *context, const std::string &text, const std::string &what);
 
 // One attribute of a name.
 struct NameValue {
@@ -173,6 +207,12 @@ struct RsaNumbers {
     std::string modulus, exponent; // hexadecimal
 };
 RsaNumbers rsa_numbers(const QelKeyInfo *key);
+
+// "rsaEncryption, 512 bits, exponent 65537"
+std::string key_text(const QelKeyInfo *key);
+// The MD5 fingerprint of a SubjectPublicKeyInfo.
+std::string key_fingerprint(QelContext *context, const QelKeyInfo *key);
+Json key_json(QelContext *context, const QelKeyInfo *key);
 
 // In decimal digits, as people know it, unless it is large.
 std::string exponent_text(const RsaNumbers &rsa);

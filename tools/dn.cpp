@@ -6,29 +6,20 @@
 namespace tool {
 namespace {
 
-using Name = std::unique_ptr<QelName, decltype([](QelName *name) { qel_free_dn(&name); })>;
-
 struct Parsed {
     std::string normalised;
     Bytes der;
 };
 
-Failure bad_name(QelStatus status, const std::string &text) {
-    return library_failure(status, "cannot read the name " + in_quotes(text));
-}
-
 Parsed parse_name(const Context &context, const std::string &text) {
-    QelName *record = nullptr;
-    QelStatus status = qel_str2dn(context, text.c_str(), &record);
-    if (status != QEL_OK)
-        throw bad_name(status, text);
-    const Name name(record);
+    const std::string what = "the name " + in_quotes(text);
+    const Name name = read_name(context, text, "the name");
     char *string = nullptr;
-    status = qel_dn2str(context, record, &string);
+    const QelStatus status = qel_dn2str(context, name.get(), &string);
     if (status != QEL_OK)
-        throw bad_name(status, text);
+        throw library_failure(status, "cannot read " + what);
     const std::unique_ptr<char, FreeBlock> owner(string);
-    return {string, encode(context, record, QEL_PDU_Name, "the name " + in_quotes(text))};
+    return {string, encode(context, name.get(), QEL_PDU_Name, what)};
 }
 
 } // namespace

@@ -29,7 +29,7 @@ void check(QelStatus status, const char *what) {
         throw library_failure(status, what);
 }
 
-std::string named(const StoredPackage &package) {
+std::string in_words(const StoredPackage &package) {
     return "the key package " + in_quotes(package.record->keypkgId) + " in " + package.where;
 }
 
@@ -262,7 +262,7 @@ namespace {
 void check_cost(QelContext *context, const Arguments &arguments, const StoredPackage &package) {
     const Protection protection = protection_of(context, *package.record);
     const uint64_t most = arguments.number("max-iterations", most_iterations, 1, UINT32_MAX);
-    const std::string what = "cannot unlock " + named(package);
+    const std::string what = "cannot unlock " + in_words(package);
     if (!protection.readable)
         throw Failure{Exit::input, what, "its private key is encrypted in an unknown way",
                       "Get the key package again, whole."};
@@ -291,7 +291,7 @@ QelStatus signature_status(QelContext *context, const StoredPackage &package) {
 
 UnlockedPackage unlock(QelContext *context, const Arguments &arguments,
                        const StoredPackage &package, const PassPhraseSource &source) {
-    const std::string what = "cannot unlock " + named(package);
+    const std::string what = "cannot unlock " + in_words(package);
     QelStatus status = signature_status(context, package);
     if (status != QEL_OK) {
         Failure failure = library_failure(status, what, "Get the key package again, whole.");
@@ -321,9 +321,16 @@ Bytes with_new_phrase(QelContext *context, UnlockedPackage &unlocked, const Pass
     return package;
 }
 
-namespace {
+Bytes signed_again(QelContext *context, QelKeyPkg &package, const PrivateKey &key) {
+    check(__qel_sign_keypkg(context, &package, key.algorithm, key.data(), key.size(),
+                            package.algorithm),
+          "cannot sign the key package");
+    check(__qel_verify_keypkg(context, &package, package.pubKeyInfo),
+          "cannot sign the key package with its own key");
+    return encode(context, &package, QEL_PDU_KeyPkg, "the key package");
+}
 
-PrivateKey private_key_of(QelContext *context, const UnlockedPackage &unlocked) {
+PrivateKey private_key_of(QelContext *context, UnlockedPackage unlocked) {
     PrivateKey key;
     QelStatus status = QEL_OK;
     key.record =
@@ -333,10 +340,9 @@ PrivateKey private_key_of(QelContext *context, const UnlockedPackage &unlocked) 
     key.octets.assign(octets.value, octets.value + octets.length);
     explicit_bzero(octets.value, octets.length);
     key.algorithm = key.record->privateKeyAlgorithm;
+    key.package = std::move(unlocked.record);
     return key;
 }
-
-} // namespace
 
 PrivateKey read_private_key(QelContext *context, const Arguments &arguments,
                             const std::string &path, uint32_t use) {
@@ -347,8 +353,8 @@ PrivateKey read_private_key(QelContext *context, const Arguments &arguments,
     const PassPhraseSource source(arguments, "passin", QEL_PHRASE_OWN);
     const StoredPackage package = choose_package(arguments, path, std::move(packages));
     const uint32_t usage = package.record->usage;
-    if (usage != USAGE_SIGN_ENCRYPT && usage != use)
-        throw Failure{Exit::permission, "cannot use " + named(package),
+    if (use != any_use && usage != USAGE_SIGN_ENCRYPT && usage != use)
+        throw Failure{Exit::permission, "cannot use " + in_words(package),
                       std::string("its usage is ") + usage_text(usage) + ", not " + usage_text(use),
                       "Use another key package."};
     return private_key_of(context, unlock(context, arguments, package, source));

@@ -32,6 +32,10 @@ Bytes taken(uint8_t *block, std::size_t length);
 // the host does not know.
 std::string default_package_file();
 
+// The file that the operand names, or the user's own. Throws Failure, Exit::no_key, where there is no
+// such file of the user's.
+std::string package_path(const Arguments &arguments);
+
 // A package in a file.
 struct StoredPackage {
     std::string where; // file, and block where there are several; safe to print
@@ -72,6 +76,11 @@ QelStatus signature_status(QelContext *context, const StoredPackage &package);
 // What people and programs are told of a package, without any secret.
 std::string package_text(QelContext *context, const StoredPackage &package);
 Json package_json(QelContext *context, const StoredPackage &package);
+// "'alice.KEYPKG': key package 'default_keyid'"
+std::string named(const StoredPackage &package);
+// The same of one of the keys that the owner trusts: lines for a label.
+std::string trusted_text(QelContext *context, const QelTrustedKey &key);
+Json trusted_json(QelContext *context, const QelTrustedKey &key);
 
 // ---- Unlocking ---------------------------------------------------------------------------------
 
@@ -91,9 +100,17 @@ UnlockedPackage unlock(QelContext *context, const Arguments &arguments,
 // stay as they are.
 Bytes with_new_phrase(QelContext *context, UnlockedPackage &unlocked, const PassPhrase &phrase);
 
+// A package that was changed, signed by its own key again, in DER.
+Bytes signed_again(QelContext *context, QelKeyPkg &package, const PrivateKey &key);
+
+// The private key of a package, which goes with it.
+PrivateKey private_key_of(QelContext *context, UnlockedPackage unlocked);
+
+// A use that no usage of a package forbids.
+constexpr uint32_t any_use = 0;
 // A private key for qel_sign and the like, from a key package (--id, --passin, --max-iterations) or
 // from a file with a private key that no pass phrase protects.
-//   use  USAGE_SIGN or USAGE_ENCRYPT: what the key is for. Throws Failure, Exit::permission, where the
+//   use  USAGE_SIGN, USAGE_ENCRYPT or any_use: what the key is for. Throws Failure, Exit::permission, where the
 //        package's usage forbids it.
 PrivateKey read_private_key(QelContext *context, const Arguments &arguments,
                             const std::string &path, uint32_t use);

@@ -233,6 +233,8 @@ UsableKey usable_key(const Arguments &arguments, uint32_t use) {
     const std::string what = "cannot use key " + in_quotes(entry.id) + " at the key server";
     if (entry.locked)
         throw Failure{Exit::no_key, what, "it is locked", "'qel login' unlocks it."};
+    // The server makes no signatures with a key for decryption.
+    use = use != any_use ? use : USAGE_SIGN;
     if (entry.usage != USAGE_SIGN_ENCRYPT && entry.usage != use)
         throw Failure{Exit::permission, what,
                       "its usage is " + usage_text(entry.usage) + ", not " + usage_text(use),
@@ -242,17 +244,22 @@ UsableKey usable_key(const Arguments &arguments, uint32_t use) {
             "key " + in_quotes(entry.id) + " at the key server"};
 }
 
-unsigned modulus_bytes(const UsableKey &key) {
-    if (!key.key.octets.empty())
-        return modulus_bytes(*key.context, key.key, key.where);
+Decoded<QelKeyPkg> registered_package(const UsableKey &key) {
     QelItemList *list = nullptr;
     uint32_t count = 0;
     const QelStatus status = __qel_get_qelserv_keypkg(*key.context, nullptr, &list, &count);
     if (status != QEL_OK)
         throw library_failure(status, "cannot get the key package of " + key.where);
-    const auto package = decode<QelKeyPkg>(
+    auto package = decode<QelKeyPkg>(
         *key.context, {static_cast<const uint8_t *>(list->data), list->length}, QEL_PDU_KeyPkg);
     __qel_free_item_list(&list);
+    return package;
+}
+
+unsigned modulus_bytes(const UsableKey &key) {
+    if (!key.key.octets.empty())
+        return modulus_bytes(*key.context, key.key, key.where);
+    const auto package = registered_package(key);
     return package ? (rsa_numbers(package->pubKeyInfo).bits + 7) / 8 : 0;
 }
 

@@ -69,8 +69,11 @@ struct UsableKey {
     std::string where;                // safe to print
 };
 // The key in the file that --key names, else the key server's.
-//   use  USAGE_SIGN or USAGE_ENCRYPT: what it is for. Throws Failure where it is not for that.
+//   use  USAGE_SIGN, USAGE_ENCRYPT or any_use: what it is for. Throws Failure where it is not for
+//        that.
 UsableKey usable_key(const Arguments &arguments, uint32_t use);
+// The key package of a key at the key server, or null where the server has none that can be read.
+Decoded<QelKeyPkg> registered_package(const UsableKey &key);
 // The modulus, in bytes.
 unsigned modulus_bytes(const UsableKey &key);
 

@@ -1,6 +1,5 @@
 // qel keygen, qel keypkg import: everything that makes key packages.
 #include "command.h"
-#include "der.h"
 #include "export_policy.h"
 #include "key_package.h"
 #include "text.h"
@@ -18,10 +17,6 @@ constexpr uint32_t least_bits = 360; // an MD5 signature's block has 45 bytes
 constexpr uint32_t most_bits = 16384;
 constexpr uint32_t usual_exponent = 65537;
 constexpr uint32_t least_iterations = 1000;
-
-struct FreeName {
-    void operator()(QelName *name) const { qel_free_dn(&name); }
-};
 
 // Everything about a new package but its key, from the command line.
 class Plan {
@@ -68,13 +63,8 @@ public:
 
 private:
     void take_owner() {
-        const std::string text = arguments_.value("owner");
-        QelName *name = nullptr;
-        const QelStatus status = qel_str2dn(context_, text.c_str(), &name);
-        owner_.reset(name);
-        if (status != QEL_OK)
-            throw library_failure(status, "cannot read the owner's name " + in_quotes(text));
-        package_.owner = name;
+        owner_ = read_name(context_, arguments_.value("owner"), "the owner's name");
+        package_.owner = owner_.get();
     }
 
     void take_trusted() {
@@ -92,7 +82,7 @@ private:
     const Arguments &arguments_;
     const PassPhraseSource source_;
     std::string path_;
-    std::unique_ptr<QelName, FreeName> owner_;
+    Name owner_;
     std::vector<Certificate> trusted_;
     NewPackage package_;
 };
@@ -149,21 +139,6 @@ KeyPair generate(QelContext *context, uint32_t bits, uint32_t exponent) {
     if (status != QEL_OK)
         throw policy_failure(status, what, generated_modulus_rule(bits));
     return {taken(private_key, private_length), taken(public_key, public_bits / 8)};
-}
-
-// The public part of an RSAPrivateKey (PKCS#1), which begins with version, modulus and exponent.
-Bytes public_part(std::span<const uint8_t> private_key) {
-    Element sequence, version, number;
-    Bytes numbers, key;
-    if (!take_element(private_key, sequence) || !take_element(sequence.contents, version))
-        return {};
-    for (int i = 0; i < 2; ++i) {
-        if (!take_element(sequence.contents, number) || number.tag != 0x02)
-            return {};
-        append_element(numbers, number.tag, number.contents);
-    }
-    append_element(key, 0x30, numbers);
-    return key;
 }
 
 } // namespace

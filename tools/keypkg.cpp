@@ -10,15 +10,8 @@
 #include <unistd.h>
 
 namespace tool {
-namespace {
+namespace {} // namespace
 
-std::string line(const std::string &label, const std::string &value) {
-    std::string text = "  " + label + (label.empty() ? "" : ":");
-    text.resize(std::max<std::size_t>(text.size() + 1, 21), ' ');
-    return text + value + "\n";
-}
-
-// The file that is named, or the user's own.
 std::string package_path(const Arguments &arguments) {
     if (!arguments.operands().empty())
         return arguments.operands()[0];
@@ -29,20 +22,7 @@ std::string package_path(const Arguments &arguments) {
     return own;
 }
 
-std::string key_text(const QelKeyInfo *key) {
-    const RsaNumbers rsa = rsa_numbers(key);
-    std::string text = algorithm_text(key->algorithm);
-    if (rsa.bits != 0)
-        text += ", " + std::to_string(rsa.bits) + " bits, exponent " + exponent_text(rsa);
-    return text;
-}
-
-// The MD5 fingerprint of a SubjectPublicKeyInfo.
-std::string key_fingerprint(QelContext *context, const QelKeyInfo *key) {
-    return fingerprint(context,
-                       encode(context, key, QEL_PDU_SubjectPublicKeyInfo, "the public key"),
-                       algorithm_named("md5"));
-}
+namespace {
 
 std::string protection_text(const Protection &protection) {
     if (!protection.readable)
@@ -51,24 +31,20 @@ std::string protection_text(const Protection &protection) {
            " iterations, " + std::to_string(protection.salt_length) + " bytes of salt";
 }
 
-Json key_json(QelContext *context, const QelKeyInfo *key) {
-    const RsaNumbers rsa = rsa_numbers(key);
-    Json json;
-    json["algorithm"] = algorithm_text(key->algorithm);
-    json["bits"] = rsa.bits != 0 ? Json(rsa.bits) : Json(nullptr);
-    json["exponent"] = rsa.bits != 0 ? Json(exponent_text(rsa)) : Json(nullptr);
-    json["md5_fingerprint"] = key_fingerprint(context, key);
-    return json;
-}
+} // namespace
 
 std::string trusted_text(QelContext *context, const QelTrustedKey &key) {
     std::string text = name_text(key.owner) + "\n";
     text += line("", key_text(key.pubKeyInfo) + ", MD5 fingerprint " +
                          key_fingerprint(context, key.pubKeyInfo));
+    if (key.issuer != nullptr && key.serial != nullptr)
+        text += line("", "certificate " + hex({key.serial->value, key.serial->length}) + " of " +
+                             name_text(key.issuer));
     if (key.validity != nullptr)
         text += line("", time_text(key.validity->notBefore) + " to " +
                              time_text(key.validity->notAfter) + " (" +
                              validity_state(key.validity) + ")");
+    text.pop_back();
     return text;
 }
 
@@ -92,8 +68,6 @@ std::string named(const StoredPackage &package) {
     return package.where + ": key package " + in_quotes(package.record->keypkgId);
 }
 
-} // namespace
-
 std::string package_text(QelContext *context, const StoredPackage &package) {
     const QelKeyPkg &record = *package.record;
     const QelStatus status = signature_status(context, package);
@@ -104,9 +78,7 @@ std::string package_text(QelContext *context, const StoredPackage &package) {
                        line("Private key", protection_text(protection_of(context, record)));
     const char *label = "Trusted keys";
     for (const QelTrustedKeys *node = record.tKeys; node != nullptr; node = node->next) {
-        std::string one = trusted_text(context, *node->key);
-        one.pop_back();
-        text += line(label, one);
+        text += line(label, trusted_text(context, *node->key));
         label = "";
     }
     return text + line("Version", escaped(record.version)) +

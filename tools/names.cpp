@@ -325,6 +325,30 @@ std::string exponent_text(const RsaNumbers &rsa) {
                : "0x" + rsa.exponent;
 }
 
+std::string key_text(const QelKeyInfo *key) {
+    const RsaNumbers rsa = rsa_numbers(key);
+    std::string text = key != nullptr ? algorithm_text(key->algorithm) : "(none)";
+    if (rsa.bits != 0)
+        text += ", " + std::to_string(rsa.bits) + " bits, exponent " + exponent_text(rsa);
+    return text;
+}
+
+std::string key_fingerprint(QelContext *context, const QelKeyInfo *key) {
+    return fingerprint(context,
+                       encode(context, key, QEL_PDU_SubjectPublicKeyInfo, "the public key"),
+                       algorithm_named("md5"));
+}
+
+Json key_json(QelContext *context, const QelKeyInfo *key) {
+    const RsaNumbers rsa = rsa_numbers(key);
+    Json json;
+    json["algorithm"] = algorithm_text(key->algorithm);
+    json["bits"] = rsa.bits != 0 ? Json(rsa.bits) : Json(nullptr);
+    json["exponent"] = rsa.bits != 0 ? Json(exponent_text(rsa)) : Json(nullptr);
+    json["md5_fingerprint"] = key_fingerprint(context, key);
+    return json;
+}
+
 Json exponent_json(const QelKeyInfo *key) {
     const RsaNumbers rsa = rsa_numbers(key);
     return rsa.bits != 0 ? Json(exponent_text(rsa)) : Json(nullptr);

@@ -1,13 +1,12 @@
 // Files of key packages.
 #include "armour.h"
+#include "file_lock.h"
 #include "key_package.h"
 #include "text.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <pwd.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -103,32 +102,6 @@ StoredPackage choose_package(const Arguments &arguments, const std::string &path
 // ---- Storing -----------------------------------------------------------------------------------
 
 namespace {
-
-// Holds off others who rewrite a file in the same way, from reading it to putting another in its
-// place. Where the file system knows no locks, nobody is held off.
-class FileLock {
-public:
-    explicit FileLock(const std::string &path) {
-        for (;;) {
-            descriptor_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-            struct stat held, named;
-            if (descriptor_ < 0 || flock(descriptor_, LOCK_EX) != 0 ||
-                fstat(descriptor_, &held) != 0 || stat(path.c_str(), &named) != 0 ||
-                (held.st_dev == named.st_dev && held.st_ino == named.st_ino))
-                return;
-            close(descriptor_); // another file took the place meanwhile
-        }
-    }
-    ~FileLock() {
-        if (descriptor_ >= 0)
-            close(descriptor_);
-    }
-    FileLock(const FileLock &) = delete;
-    FileLock &operator=(const FileLock &) = delete;
-
-private:
-    int descriptor_ = -1;
-};
 
 // contents with package in the place of an item; what stands around a block stays.
 Bytes with_item(const Bytes &contents, const Input &input, const Item &item,

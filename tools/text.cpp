@@ -175,6 +175,12 @@ std::string utf8_or_latin1(std::string_view text) {
     return utf8;
 }
 
+std::string line(const std::string &label, const std::string &value) {
+    std::string text = "  " + label + (label.empty() ? "" : ":");
+    text.resize(std::max<std::size_t>(text.size() + 1, 21), ' ');
+    return text + value + "\n";
+}
+
 std::string hex(std::span<const uint8_t> bytes) {
     constexpr char digits[] = "0123456789abcdef";
     std::string text;

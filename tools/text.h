@@ -40,6 +40,9 @@ bool is_utf8(std::string_view text);
 // text itself if it is UTF-8, else its bytes taken for ISO 8859-1.
 std::string utf8_or_latin1(std::string_view text);
 
+// A line of what people read about a credential: "  LABEL:   value".
+std::string line(const std::string &label, const std::string &value);
+
 std::string hex(std::span<const uint8_t> bytes);
 
 } // namespace tool
