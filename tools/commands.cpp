@@ -317,6 +317,44 @@ constexpr Example keypkg_import_examples[] = {
     {"qel keypkg import --owner 'CN=Alice' -o alice.KEYPKG alice.p8", "a key made elsewhere"},
 };
 
+// ---- requests ----------------------------------------------------------------------------------
+
+constexpr Option form_option = {"form",    0,     "FORM",
+                                "pem|der", false, "pem (armoured, the default) or der"};
+constexpr Option force_new_option = {"force", 0, nullptr, nullptr, false, "overwrite a file"};
+
+constexpr Option request_new_options[] = {
+    {"key", 'k', "FILE", nullptr, false,
+     "key package, or unencrypted private key (default: the key server's)"},
+    {"subject", 's', "NAME", nullptr, false,
+     "distinguished name (default: of the key package's owner)"},
+    ALGORITHM,
+    {"challenge", 0, "SOURCE", nullptr, false,
+     "ask for revocation by a challenge password: fd:N, file:PATH, env:NAME or prompt"},
+    {"output", 'o', "FILE", nullptr, false, "where the request goes (default standard output)"},
+    form_option,
+    force_new_option,
+    package_id_option,
+    passin_option,
+    max_iterations_option,
+};
+constexpr Example request_new_examples[] = {
+    {"qel request new -k alice.KEYPKG -o alice.req", "in the name of the package's owner"},
+    {"qel request new -k key.p8 -s 'CN=Host, O=Acme' > host.req", "for a key without a package"},
+};
+
+constexpr Option request_show_options[] = {
+    {"full", 'f', nullptr, nullptr, false, "show every field, a challenge password too"},
+};
+constexpr Example request_show_examples[] = {
+    {"qel request show alice.req", "who asks, with which key"},
+};
+
+constexpr Example request_verify_examples[] = {
+    {"qel request verify alice.req", "exits 0 if whoever asks has the private key"},
+    {"qel request verify < browser.spkac", "a browser's"},
+};
+
 // ---- names, armour, ASN.1 ----------------------------------------------------------------------
 
 constexpr Option dn_options[] = {
@@ -589,6 +627,31 @@ constexpr Command all_commands[] = {
      "decrypt "
      "them first with the program that made them." PASS_PHRASES,
      keypkg_import_options, keypkg_import_examples, run_keypkg_import},
+    {"request new", "Make a request for a certificate", "", 0, 0,
+     "Writes a request (PKCS#10) that an authority issue a certificate for a key and a name, "
+     "signed "
+     "with the key's private half. Without --key the key server signs: log in first.\n\n"
+     "A challenge password lets you ask for revocation later. It stands in the request for "
+     "everyone "
+     "to read, so do not use the pass phrase of a key package; the file gets mode "
+     "0600." PASS_PHRASES,
+     request_new_options, request_new_examples, run_request_new},
+    {"request show", "Show requests for certificates", "[FILE]", 0, 1,
+     "Shows every request in a file, or standard input: PKCS#10 or a browser's signed key and "
+     "challenge, DER or armoured, the latter also as the value of a line SPKAC=; and whether its "
+     "signature is good.",
+     request_show_options, request_show_examples, run_request_show},
+    {"request verify",
+     "Verify requests for certificates",
+     "[FILE]",
+     0,
+     1,
+     "Exits 0 if the signature of every request in a file, or standard input, is good under the "
+     "request's own key: whoever made it has the private key. That says nothing of who that was. "
+     "Takes what 'qel request show' takes.",
+     {},
+     request_verify_examples,
+     run_request_verify},
     {"dn", "Parse a distinguished name and print it normalised", "NAME...", 1, any_type,
      "Reads printable names, TYPE=VALUE parts joined by commas, the most specific first, and "
      "prints "

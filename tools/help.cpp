@@ -68,7 +68,7 @@ std::string usage_of(const Command &command) {
 }
 
 std::string command_line(const Command &command) {
-    return "  " + padded(command.name, 14) + command.summary + "\n";
+    return "  " + padded(command.name, 16) + command.summary + "\n";
 }
 
 std::string exit_lines() {

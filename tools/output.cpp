@@ -55,7 +55,7 @@ Failure would_replace(const std::string &path, const std::string &what, const ch
     return {Exit::output, "cannot write " + in_quotes(path), what, next};
 }
 
-Failure secret_over(const std::string &path) {
+Failure would_lose(const std::string &path) {
     return would_replace(path, "it exists, and what it holds would be lost",
                          "Give another name, or --force to replace it.");
 }
@@ -202,9 +202,9 @@ Output::Output(const std::string &path, const FileOptions &options)
                                 "Give the name of a file.");
         return;
     }
-    if (exists && options.secret && !options.force)
-        throw secret_over(path);
-    if (exists && !options.force && !options.secret && file_holds_key(path))
+    if (exists && keeps_old())
+        throw would_lose(path);
+    if (exists && !options.force && file_holds_key(path))
         throw would_replace(path, "it holds a private key or key package, which would be lost",
                             "Give another name, or remove that file first.");
     const bool narrow = options.secret || (options.owner_only && !exists);
@@ -255,10 +255,10 @@ void Output::finish() {
 }
 
 void Output::take_place() {
-    if (options_.secret && !options_.force && link(temporary_.c_str(), target_.c_str()) == 0)
+    if (keeps_old() && link(temporary_.c_str(), target_.c_str()) == 0)
         return; // the other name goes with this
-    if (options_.secret && !options_.force && errno == EEXIST)
-        throw secret_over(path_);
+    if (keeps_old() && errno == EEXIST)
+        throw would_lose(path_);
     if (rename(temporary_.c_str(), target_.c_str()) != 0)
         throw cannot_write(path_, errno);
     temporary_.clear();
@@ -269,6 +269,12 @@ void write_file(const std::string &path, std::span<const uint8_t> bytes,
     Output output(path, options);
     output.write(bytes);
     output.finish();
+}
+
+void refuse_existing(const std::string &path, bool force) {
+    struct stat about;
+    if (path != "-" && !force && stat(path.c_str(), &about) == 0 && S_ISREG(about.st_mode))
+        throw would_lose(path);
 }
 
 void refuse_terminal(const std::string &command, const std::string &why) {

@@ -39,7 +39,8 @@ Json failure_json(const Failure &failure);
 
 struct FileOptions {
     bool secret = false;     // create with mode 0600, and refuse to overwrite
-    bool force = false;      // overwrite a secret all the same
+    bool force = false;      // overwrite all the same
+    bool fresh = false;      // refuse to overwrite
     bool owner_only = false; // create with mode 0600
     // The new file belongs to whom the old one belonged: root may change what is another's.
     bool keep_owner = false;
@@ -61,6 +62,7 @@ public:
     uint64_t written() const { return written_; }
 
 private:
+    bool keeps_old() const { return (options_.secret || options_.fresh) && !options_.force; }
     void take_place();
 
     std::string path_;
@@ -74,6 +76,8 @@ private:
 // Writes a whole file, as an Output does.
 void write_file(const std::string &path, std::span<const uint8_t> bytes,
                 const FileOptions &options = {});
+// Tells, before any work is done, that path cannot be written without force: a file is there.
+void refuse_existing(const std::string &path, bool force);
 // Throws UsageError where standard output is a terminal. why names the option to give instead.
 void refuse_terminal(const std::string &command, const std::string &why);
 

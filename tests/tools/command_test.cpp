@@ -90,7 +90,7 @@ std::vector<std::vector<std::string>> listed_commands() {
     bool inside = false;
     for (std::string line; std::getline(lines, line) && !(inside && line.empty());) {
         if (inside) {
-            std::istringstream name(line.substr(2, 13));
+            std::istringstream name(line.substr(2, 15));
             auto &words = commands.emplace_back();
             for (std::string word; name >> word;)
                 words.push_back(word);
