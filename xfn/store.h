@@ -31,7 +31,7 @@ constexpr std::size_t max_values = 1024;             // of an attribute
 constexpr std::size_t max_attribute_bytes = 4 << 20; // all values of an attribute
 constexpr std::size_t max_attributes = 64;           // of an entry
 
-// Some names of an area, and where to go on.
+// Some names of an area, perhaps none, and where to go on.
 struct NamePage {
     Array<FN_string_t *> names = {};
     String cursor; // null: these were the last
@@ -104,7 +104,9 @@ struct SharedStore {
     SharedStore *next;
 };
 unsigned use_store(const char *location, SharedStore **shared);
+SharedStore *use_again(SharedStore *shared);
 void release_store(SharedStore *shared);
+using StoreUse = Object<SharedStore, release_store>;
 
 // The store to make changes with: itself, or one that passes them on to a process that may.
 Store *changing_store(Store *store);
