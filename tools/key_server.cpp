@@ -5,10 +5,15 @@
 #include "wrap.h"
 
 #include <algorithm>
+#include <cstring>
+#include <netconfig.h>
 #include <pwd.h>
 #include <set>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
+
+#include <rpc/rpcb_clnt.h>
 
 namespace tool {
 namespace {
@@ -82,23 +87,43 @@ char *as_text(const std::string &text) {
     return const_cast<char *>(text.c_str());
 }
 
-// Who listens at the other end: whoever called listen(), so root also where the service manager, or
-// the server before it gave up its rights, made the socket.
-void check_server(CLIENT *client) {
-    const std::string what = "cannot trust the key server";
-    const std::string next = "Tell whoever administers this host.";
+struct CloseConfiguration {
+    void operator()(void *configuration) const { endnetconfig(configuration); }
+};
+
+// All that rpcbind maps.
+void read_rows(rpcblist **rows_out) {
+    const std::unique_ptr<void, CloseConfiguration> configuration(setnetconfig());
+    while (const netconfig *entry = configuration ? getnetconfig(configuration.get()) : nullptr)
+        if (*rows_out == nullptr && std::strcmp(entry->nc_protofmly, NC_LOOPBACK) == 0)
+            *rows_out = rpcb_getmaps(entry, "localhost");
+}
+
+// Whether a row's owner, as rpcbind tells it, may speak for the key server.
+bool may_register(const std::string &owner) {
+    const passwd *server = getpwnam(server_user);
+    return owner == "superuser" || owner == std::to_string(geteuid()) ||
+           (server != nullptr && owner == std::to_string(server->pw_uid));
+}
+
+// The library has looked who listens. Another user can still have led us to some other program of
+// root's: who registered this socket must be trusted, too.
+void check_registration(CLIENT *client) {
     int descriptor = -1;
-    ucred peer = {};
-    socklen_t size = sizeof peer;
-    if (!clnt_control(client, CLGET_FD, reinterpret_cast<char *>(&descriptor)) ||
-        getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
-        throw Failure{Exit::server, what, "the system does not tell who it is", next};
-    if (peer.uid == 0)
-        return;
-    const passwd *user = getpwnam(server_user);
-    if (user == nullptr || user->pw_uid != peer.uid)
-        throw Failure{Exit::server, what,
-                      "what answers in its place runs as user " + std::to_string(peer.uid), next};
+    sockaddr_un peer = {};
+    socklen_t size = sizeof peer - 1;
+    if (clnt_control(client, CLGET_FD, reinterpret_cast<char *>(&descriptor)) &&
+        getpeername(descriptor, reinterpret_cast<sockaddr *>(&peer), &size) == 0) {
+        Answer<rpcblist_ptr> rows(xdr_rpcblist_ptr);
+        read_rows(&rows.value);
+        for (const rpcblist *at = rows.value; at != nullptr; at = at->rpcb_next)
+            if (at->rpcb_map.r_prog == QELSERV_PROG && may_register(at->rpcb_map.r_owner) &&
+                std::strcmp(at->rpcb_map.r_addr, peer.sun_path) == 0)
+                return;
+    }
+    throw Failure{Exit::server, "cannot trust the key server",
+                  "another user has registered what answers in its place",
+                  "Tell whoever administers this host."};
 }
 
 } // namespace
@@ -108,7 +133,7 @@ KeyServer::KeyServer() {
     if (status != QEL_OK)
         throw library_failure(QEL_ERR_SERV_CONNECT, "cannot reach the key server");
     try {
-        check_server(client_);
+        check_registration(client_);
     } catch (const Failure &) {
         clnt_destroy(client_);
         throw;

@@ -32,8 +32,7 @@ struct KeyEntry {
 // reach, and what the server's refusal means.
 class KeyServer {
 public:
-    // Refuses a server that runs neither as root nor as the user qelserv: any user of the host can
-    // answer in its place while it is not there.
+    // Refuses what another user has registered in the server's place while it was not there.
     KeyServer();
     ~KeyServer();
     KeyServer(const KeyServer &) = delete;

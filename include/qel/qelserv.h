@@ -223,7 +223,8 @@ enum clnt_stat qelserv_getkeypkg_1(qelserv_keypkginfo argument, qelserv_keypkgli
  * configuration: a connection-oriented one, else one with orderly release.
  *   client_out  destroyed with clnt_destroy by whoever holds it.
  * QEL_ERR_GENERAL: the host's name or the network configuration cannot be read.
- * QEL_ERR_SERV_CONNECT: no such transport, or no key server is registered there.
+ * QEL_ERR_SERV_CONNECT: no such transport, no key server is registered there, or what answers in its
+ * place runs neither as root nor as the users qelserv and the caller, who gets no connection.
  */
 QelStatus __qel_get_client_handle(CLIENT **client_out);
 

@@ -2,6 +2,7 @@
 
 #include <netconfig.h>
 #include <pwd.h>
+#include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@ namespace {
 
 constexpr std::size_t name_size = 256;
 constexpr std::size_t user_size = 1024;
+constexpr const char *server_user = "qelserv";
 
 CLIENT *client_of(const QelContext *context) {
     return static_cast<CLIENT *>(context->key_server);
@@ -31,6 +33,34 @@ QelStatus check_connection(const QelContext *context) {
     return context->key_server != nullptr ? QEL_OK : QEL_ERR_SERV_CONNECT;
 }
 
+QelStatus uid_of(const char *name, uid_t *uid_out) {
+    passwd entry;
+    passwd *found = nullptr;
+    char work[user_size];
+    if (getpwnam_r(name, &entry, work, sizeof work, &found) != 0 || found == nullptr)
+        return QEL_ERR_UNKNOWN_USER;
+    *uid_out = found->pw_uid;
+    return QEL_OK;
+}
+
+// rpcbind lets any user register a server of his own while the key server is not there. Who listens at
+// the other end is who called listen(): root, also where the service manager or the server before it
+// gave up its rights made the socket, or the server's user. A server of the caller's own wins nothing.
+bool is_trusted(CLIENT *client) {
+    int descriptor = -1;
+    ucred peer = {};
+    socklen_t size = sizeof peer;
+    if (!clnt_control(client, CLGET_FD, reinterpret_cast<char *>(&descriptor)) ||
+        getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+        return false;
+    uid_t server = 0;
+    if (peer.uid == 0 || peer.uid == geteuid() ||
+        (uid_of(server_user, &server) == QEL_OK && peer.uid == server))
+        return true;
+    syslog(LOG_WARNING, "qel: user %u answers in place of the key server", peer.uid);
+    return false;
+}
+
 // Walks the network configuration for a loopback transport of these semantics that reaches the server.
 // After the last walk without one the configuration stays open.
 QelStatus connect_by(unsigned semantics, bool last, const char *host, CLIENT **client_out) {
@@ -43,6 +73,11 @@ QelStatus connect_by(unsigned semantics, bool last, const char *host, CLIENT **c
         *client_out = clnt_tp_create(host, QELSERV_PROG, QELSERV_VERS, entry);
         if (*client_out == nullptr)
             continue;
+        if (!is_trusted(*client_out)) {
+            clnt_destroy(*client_out);
+            *client_out = nullptr;
+            continue;
+        }
         endnetconfig(configuration);
         return QEL_OK;
     }
@@ -166,13 +201,7 @@ QelStatus find_user(const char *name, uid_t *uid_out) {
         *uid_out = getuid();
         return QEL_OK;
     }
-    passwd entry;
-    passwd *found = nullptr;
-    char work[user_size];
-    if (getpwnam_r(name, &entry, work, sizeof work, &found) != 0 || found == nullptr)
-        return QEL_ERR_UNKNOWN_USER;
-    *uid_out = found->pw_uid;
-    return QEL_OK;
+    return uid_of(name, uid_out);
 }
 
 } // namespace
