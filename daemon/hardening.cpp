@@ -22,12 +22,10 @@ void check(int result, const char *what) {
         throw std::system_error(errno, std::generic_category(), what);
 }
 
-// Of the super-user's capabilities only that to lock memory, whatever the limit, may be kept: what is
-// allocated later must be locked, too.
-void keep_memory_capability(bool keep) {
+void keep_capabilities(uint32_t kept) {
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
-    sets[0].effective = sets[0].permitted = keep ? 1U << CAP_IPC_LOCK : 0;
+    sets[0].effective = sets[0].permitted = kept;
     check(static_cast<int>(syscall(SYS_capset, &header, sets)), "capset");
 }
 
@@ -61,6 +59,10 @@ std::size_t raise_descriptor_limit(std::size_t wanted) {
     return static_cast<std::size_t>(higher.rlim_cur);
 }
 
+void drop_capabilities() {
+    keep_capabilities(0);
+}
+
 void become_user(const std::string &name, bool keep_memory_lock) {
     errno = 0;
     const passwd *user = getpwnam(name.c_str());
@@ -70,6 +72,7 @@ void become_user(const std::string &name, bool keep_memory_lock) {
     check(setgroups(0, nullptr), "setgroups");
     check(setresgid(user->pw_gid, user->pw_gid, user->pw_gid), "setresgid");
     check(setresuid(user->pw_uid, user->pw_uid, user->pw_uid), "setresuid");
-    keep_memory_capability(keep_memory_lock);
+    // To lock memory, whatever the limit: what is allocated later must be locked, too.
+    keep_capabilities(keep_memory_lock ? 1U << CAP_IPC_LOCK : 0);
     check(prctl(PR_SET_DUMPABLE, 0), "cannot switch tracing off"); // a change of user may set it
 }

@@ -16,6 +16,9 @@ void wipe_stack();
 // As many descriptors as the system lets us have, up to wanted. Returns how many.
 std::size_t raise_descriptor_limit(std::size_t wanted);
 
+// Gives up all capabilities for good. Throws std::system_error.
+void drop_capabilities();
+
 // Becomes another user for good, with no other group, and of the super-user's capabilities at most with
 // the one to lock memory. Throws std::runtime_error when there is no such user, std::system_error when the system refuses.
 void become_user(const std::string &name, bool keep_memory_lock);

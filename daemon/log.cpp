@@ -9,7 +9,9 @@
 
 namespace {
 
+const char *program_name = "daemon";
 const char *subject_of_calls = "subject";
+int log_options = LOG_PID;
 constexpr std::size_t longest_name = 64;
 
 std::string printable(std::string_view text) {
@@ -48,8 +50,15 @@ bool may_log(uid_t uid) {
 } // namespace
 
 void open_log(const char *program, const char *subject, bool to_terminal) {
+    program_name = program;
     subject_of_calls = subject;
-    openlog(program, LOG_PID | LOG_NDELAY | (to_terminal ? LOG_PERROR : 0), LOG_AUTH);
+    log_options = LOG_PID | LOG_NDELAY | (to_terminal ? LOG_PERROR : 0);
+    openlog(program, log_options, LOG_AUTH);
+}
+
+void reopen_log() {
+    closelog();
+    openlog(program_name, log_options, LOG_AUTH);
 }
 
 void log_notice(const char *format, ...) {

@@ -14,6 +14,8 @@ struct Caller {
 // Opens the log of a program; with to_terminal lines go to standard error too. subject is what calls
 // are about ("key"). Both are literals.
 void open_log(const char *program, const char *subject, bool to_terminal);
+// The same in a process that has closed its descriptors.
+void reopen_log();
 void log_notice(const char *format, ...) __attribute__((format(printf, 1, 2)));
 void log_error(const char *format, ...) __attribute__((format(printf, 1, 2)));
 

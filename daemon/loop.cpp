@@ -69,6 +69,12 @@ Loop::Loop(LoopWork work, int listener, int stop, const LoopLimits &limits)
         checked(control(epoll_.get(), EPOLL_CTL_ADD, fd, EPOLLIN) ? 0 : -1, "epoll_ctl");
 }
 
+void Loop::watch(int fd, std::function<bool()> on_readable) {
+    checked(control(epoll_.get(), EPOLL_CTL_ADD, fd, EPOLLIN) ? 0 : -1, "epoll_ctl");
+    watched_ = fd;
+    on_watched_ = std::move(on_readable);
+}
+
 void Loop::run() {
     epoll_event events[events_at_once];
     for (;;) {
@@ -94,6 +100,11 @@ void Loop::dispatch(int fd, uint32_t events) {
         uint64_t times = 0;
         if (read(fd, &times, sizeof times) > 0)
             armed_.reset();
+        return;
+    }
+    if (fd == watched_) {
+        if (!on_watched_())
+            control(epoll_.get(), EPOLL_CTL_DEL, fd, 0);
         return;
     }
     try {

@@ -41,6 +41,8 @@ public:
     // listener: a listening stream socket of the local domain that does not block. stop: readable
     // when it is time to end.
     Loop(LoopWork work, int listener, int stop, const LoopLimits &limits);
+    // Calls on_readable whenever a descriptor of somebody else's is readable, until it returns false.
+    void watch(int fd, std::function<bool()> on_readable);
     // Until stop becomes readable. Throws std::system_error when the system refuses what any process
     // may have.
     void run();
@@ -73,6 +75,8 @@ private:
     LoopLimits limits_;
     Descriptor epoll_;
     Descriptor timer_;
+    int watched_ = -1;
+    std::function<bool()> on_watched_;
     std::optional<Instant> armed_;            // what the timer is set to
     std::optional<Instant> accept_again_;     // while no descriptors are left
     std::unordered_map<int, Client> clients_; // by descriptor

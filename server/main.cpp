@@ -140,6 +140,15 @@ bool read_options(int argc, char **argv, Options *options) {
     return true;
 }
 
+// True while there can be more news.
+bool heed(Registration::News news) {
+    if (news == Registration::News::registered)
+        notify_ready();
+    if (news == Registration::News::lost)
+        log_error("nobody keeps the registration any more");
+    return news != Registration::News::lost;
+}
+
 int serve(Options options) {
     umask(0077);
     const Descriptor stop = stop_signals();
@@ -152,21 +161,20 @@ int serve(Options options) {
     const Descriptor listener = own ? make_listener(options.socket) : std::move(*passed);
     const std::string path = path_of(listener);
     protect_memory(options.lock_memory);
-    if (geteuid() == 0) {
-        Registration::clear();
-        if (options.user != "root")
-            become_user(options.user, options.lock_memory);
-    }
-    log_notice("started, listening at %s", path.c_str());
     {
-        const Registration registration(path, notify_ready);
+        Registration registration(path); // of root's, where root has started the server
+        if (geteuid() == 0 && options.user != "root")
+            become_user(options.user, options.lock_memory);
+        log_notice("started, listening at %s", path.c_str());
         Service service(options.service); // its keys are gone before the registration is
         const LoopWork work = {longest_call,
                                [&service](const Caller &caller, std::span<uint8_t> call) {
                                    return answer_call(&service, caller, call);
                                },
                                [&service] { return service.expire(); }};
-        Loop(work, listener.get(), stop.get(), options.loop).run();
+        Loop loop(work, listener.get(), stop.get(), options.loop);
+        loop.watch(registration.fd(), [&registration] { return heed(registration.news()); });
+        loop.run();
         notify_stopping();
     }
     if (own)

@@ -2,35 +2,33 @@
 #ifndef SERVER_REGISTRATION_H
 #define SERVER_REGISTRATION_H
 
-#include <condition_variable>
-#include <functional>
-#include <mutex>
 #include <string>
-#include <thread>
+#include <sys/types.h>
 
-// Keeps the program registered for every loopback stream transport, from a thread of its own, since
-// rpcbind may be slow, or away, or start again without its memory. Ends with the registration
-// withdrawn.
+#include "connection.h"
+
+// Keeps the program registered for every loopback stream transport, from a process of its own, since
+// rpcbind may be slow, or away, or start again without its memory. The process stays the user who
+// started the server, without any capability: what root has registered nobody else can take away, and
+// what somebody else has registered only root can.
 class Registration {
 public:
-    // path: the server's socket. when_done: called once, in the thread, when it is registered first.
-    Registration(std::string path, std::function<void()> when_done);
+    // path: the server's socket. To be made before there are keys, other threads, or another user.
+    explicit Registration(const std::string &path);
+    // Withdraws what was registered. When the server ends otherwise it stays, so that nobody takes
+    // the place.
     ~Registration();
+    Registration(const Registration &) = delete;
+    Registration &operator=(const Registration &) = delete;
 
-    // Withdraws whatever is registered for the program, which for what another user has registered
-    // only the super-user can do.
-    static void clear();
+    // Readable when there is news.
+    int fd() const { return channel_.get(); }
+    enum class News { none, registered, lost };
+    News news();
 
 private:
-    void keep();
-    bool wait();
-
-    std::string path_;
-    std::function<void()> when_done_;
-    std::mutex mutex_;
-    std::condition_variable ended_;
-    bool end_ = false;
-    std::thread thread_;
+    Descriptor channel_;
+    pid_t process_ = 0;
 };
 
 #endif

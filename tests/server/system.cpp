@@ -314,39 +314,139 @@ TEST_F(Life, ServerThatIsAwayIsToldAsSuch) {
     expect(4, {"status"}, "not logged in");
 }
 
-TEST_F(Life, ImpostorGetsNoKey) {
+sockaddr_un address_of(const std::string &path) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+// For every loopback transport; whether rpcbind agreed.
+bool for_transports(const std::function<bool(netconfig *)> &change) {
+    void *configuration = setnetconfig();
+    bool done = true;
+    while (netconfig *entry = getnetconfig(configuration))
+        if (std::string(entry->nc_protofmly) == NC_LOOPBACK)
+            done = change(entry) && done;
+    endnetconfig(configuration);
+    return done;
+}
+bool register_at(const std::string &path) {
+    sockaddr_un address = address_of(path);
+    netbuf buffer = {sizeof address, sizeof address, &address};
+    return for_transports([&](netconfig *transport) {
+        return rpcb_set(QELSERV_PROG, QELSERV_VERS, transport, &buffer);
+    });
+}
+bool withdraw_all() {
+    return for_transports(
+        [](netconfig *transport) { return rpcb_unset(QELSERV_PROG, QELSERV_VERS, transport); });
+}
+
+// The owners of the server's rows, one for each transport.
+std::vector<std::string> owners() {
+    netconfig *transport = getnetconfigent("local");
+    rpcblist *list = rpcb_getmaps(transport, "localhost");
+    std::vector<std::string> found;
+    for (const rpcblist *at = list; at != nullptr; at = at->rpcb_next)
+        if (at->rpcb_map.r_prog == QELSERV_PROG)
+            found.push_back(at->rpcb_map.r_owner);
+    xdr_free(reinterpret_cast<xdrproc_t>(xdr_rpcblist_ptr), &list);
+    freenetconfigent(transport);
+    return found;
+}
+
+const std::vector<std::string> of_root(2, "superuser");
+
+// Listens in the server's place as a user and registers; whatever comes goes into a file.
+class Impostor {
+public:
+    explicit Impostor(uid_t uid, const std::string &path) : heard_(path + ".heard") {
+        process_ = fork();
+        if (process_ == 0) {
+            if (setresgid(uid, uid, uid) != 0 || setresuid(uid, uid, uid) != 0)
+                _exit(1);
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            const sockaddr_un address = address_of(path);
+            const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+            bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+            chmod(path.c_str(), 0666);
+            listen(listener, 10);
+            register_at(path);
+            const int heard = open(heard_.c_str(), O_WRONLY | O_CREAT, 0600);
+            char byte;
+            for (;;)
+                if (recv(accept(listener, nullptr, nullptr), &byte, 1, 0) == 1 &&
+                    write(heard, &byte, 1) != 1)
+                    _exit(2);
+        }
+        EXPECT_TRUE(within(5s, [&] { return access(heard_.c_str(), F_OK) == 0; }));
+    }
+    ~Impostor() {
+        kill(process_, SIGKILL);
+        waitpid(process_, nullptr, 0);
+    }
+    std::string heard() const { return read_text(heard_); }
+
+private:
+    pid_t process_;
+    std::string heard_;
+};
+
+TEST_F(Life, ImpostorHearsNothingAndKeepsNoRegistration) {
     if (!has_users())
         GTEST_SKIP() << "there is one user only";
-    const std::string path_of_bob = "/home/bob/socket";
-    const pid_t impostor = fork();
-    if (impostor == 0) {
-        const uid_t bob = user("bob");
-        if (setresgid(bob, bob, bob) != 0 || setresuid(bob, bob, bob) != 0)
-            _exit(1);
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        path_of_bob.copy(address.sun_path, sizeof address.sun_path - 1);
-        const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
-        bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address);
-        chmod(path_of_bob.c_str(), 0666);
-        listen(listener, 10);
-        netbuf buffer = {sizeof address, sizeof address, &address};
-        netconfig *transport = getnetconfigent("local");
-        rpcb_set(QELSERV_PROG, QELSERV_VERS, transport, &buffer);
-        for (;;)
-            pause();
-    }
+    const uid_t bob = user("bob");
+    withdraw_all(); // what the server before may have left
+    const Impostor impostor(bob, "/home/bob/socket");
     chmod("/home/bob", 0711);
-    EXPECT_TRUE(within(5s, [&] { return access(path_of_bob.c_str(), F_OK) == 0; }));
-    std::this_thread::sleep_for(200ms);
-    expect(5, login(), "what answers in its place runs as user");
-    expect(5, {"sign", path("message"), "-o", path("signature")}, "cannot trust the key server");
-    const KeyServerProcess server; // takes the place that is its own
-    EXPECT_TRUE(server.wait_until_registered());
+    ASSERT_EQ(owners(), std::vector<std::string>(2, std::to_string(bob)));
+    expect(5, login(), "cannot reach the key server");
+    expect(5, {"sign", path("message"), "-o", path("signature")}, "cannot reach the key server");
+    expect(5, {"unwrap", "-o", path("key"), path("message")}, "cannot reach the key server");
+    EXPECT_EQ(impostor.heard(), "");
+    // Some other program of root's is no key server either.
+    as_user(bob, [] { return withdraw_all() && register_at("/run/rpcbind.sock") ? 1 : 0; });
+    expect(5, login(), "another user has registered what answers in its place");
+    expect(5, {"unwrap", "-o", path("key"), path("message")}, "cannot trust the key server");
+    KeyServerProcess server; // takes the place that is its own
+    ASSERT_TRUE(server.wait_until_registered());
+    EXPECT_TRUE(holds(read_text(log_path), "took the place of what another user"));
+    EXPECT_EQ(owners(), of_root);
     expect(0, login());
-    kill(impostor, SIGKILL);
-    waitpid(impostor, nullptr, 0);
+    EXPECT_NE(as_user(bob, withdraw_all), 1);
+    EXPECT_NE(as_user(user("qelserv"), withdraw_all), 1) << "nor its own user";
+    EXPECT_EQ(owners(), of_root);
+    // It comes first after rpcbind has started anew.
+    withdraw_all();
+    ASSERT_EQ(as_user(bob, [] { return register_at("/home/bob/socket") ? 1 : 0; }), 1);
+    EXPECT_TRUE(within(5s, [] { return owners() == of_root; }));
+    expect(0, {"status"});
+    server.end(SIGKILL);
+    EXPECT_EQ(owners(), of_root) << "nobody takes the place of a server that has crashed";
+}
+
+TEST_F(Life, ServerWithoutRightsSaysWhoseRegistrationStandsInItsWay) {
+    if (!has_users())
+        GTEST_SKIP() << "there is one user only";
+    withdraw_all();
+    mkdir("/run/qelserv", 0755);
+    ASSERT_EQ(chown("/run/qelserv", user("qelserv"), root), 0);
+    ASSERT_EQ(as_user(user("bob"), [] { return register_at("/home/bob/socket") ? 1 : 0; }), 1);
+    const std::string id = std::to_string(user("qelserv"));
+    const pid_t server = start_program({"setpriv", "--reuid=" + id, "--regid=" + id,
+                                        "--clear-groups", QELSERV, "--verbose", "--no-memory-lock"},
+                                       log_path);
+    EXPECT_TRUE(within(10s, [] {
+        return holds(read_text(log_path),
+                     "not registered: it is registered by another user (60003)");
+    })) << read_text(log_path);
+    withdraw_all();
+    EXPECT_TRUE(within(5s, [&] { return owners() == std::vector<std::string>(2, id); }));
+    expect(4, {"status"}, "not logged in");
+    kill(server, SIGTERM);
+    waitpid(server, nullptr, 0);
+    EXPECT_EQ(owners(), std::vector<std::string>());
 }
 
 TEST_F(Life, RegistrationFollowsRpcbind) {
@@ -361,7 +461,7 @@ TEST_F(Life, RegistrationFollowsRpcbind) {
     EXPECT_TRUE(within(6s, is_registered)) << read_text(log_path);
     expect(0, {"status"});
     EXPECT_EQ(server.end(SIGTERM), 0) << "a clean end";
-    EXPECT_FALSE(is_registered());
+    EXPECT_EQ(owners(), std::vector<std::string>()) << "withdrawn";
     EXPECT_NE(access(socket_path, F_OK), 0) << "the socket is gone";
     EXPECT_TRUE(holds(read_text(log_path), "stopped"));
     kill(second, SIGKILL);
