@@ -77,6 +77,26 @@ SecretBytes refuse(uint32_t xid, accept_stat status) {
     return encode(&reply);
 }
 
+// Whether it is a call of another version of ONC RPC, which libtirpc does not tell from garbage.
+bool is_of_other_version(std::span<const uint8_t> message, uint32_t *xid_out) {
+    uint32_t words[3]; // number, direction, version
+    if (message.size() < sizeof words)
+        return false;
+    std::memcpy(words, message.data(), sizeof words);
+    *xid_out = ntohl(words[0]);
+    return ntohl(words[1]) == CALL && ntohl(words[2]) != RPC_MSG_VERSION;
+}
+
+SecretBytes deny_version(uint32_t xid) {
+    rpc_msg reply = {};
+    reply.rm_xid = xid;
+    reply.rm_direction = REPLY;
+    reply.rm_reply.rp_stat = MSG_DENIED;
+    reply.rjcted_rply.rj_stat = RPC_MISMATCH;
+    reply.rjcted_rply.rj_vers = {RPC_MSG_VERSION, RPC_MSG_VERSION};
+    return encode(&reply);
+}
+
 // In memory, a stream keeps there how many bytes are left.
 bool at_end(const XDR *in) {
     return in->x_handy == 0;
@@ -128,6 +148,9 @@ constexpr Serve procedures[] = {
 } // namespace
 
 SecretBytes answer_call(Service *service, const Caller &caller, std::span<uint8_t> message) {
+    uint32_t xid = 0;
+    if (is_of_other_version(message, &xid))
+        return deny_version(xid);
     XDR in;
     xdrmem_create(&in, reinterpret_cast<char *>(message.data()), static_cast<u_int>(message.size()),
                   XDR_DECODE);

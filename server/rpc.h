@@ -10,7 +10,7 @@
 constexpr std::size_t longest_call = 320 * 1024;
 
 // Answers one call message. The reply is a complete record of one fragment, with its mark. An empty
-// one means that this was no call of RPC version 2, and that nothing can be answered.
+// one means that this was no call, and that nothing can be answered.
 SecretBytes answer_call(Service *service, const Caller &caller, std::span<uint8_t> message);
 
 #endif

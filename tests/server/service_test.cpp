@@ -99,7 +99,6 @@ TEST_F(Server, MessagesThatAreNoCallsOfItsProceduresAreRefusedAsTheProtocolSays)
         {"a string beyond its bound", stat_call(0, std::string(1025, 'x')), 4},
         {"data beyond their bound", crypt_call(QELSERV_SIGN, Bytes(8193)), 4},
         {"a reply", with(good, [](Call &call) { call.direction = 1; }), dropped},
-        {"another RPC version", with(good, [](Call &call) { call.rpc_version = 3; }), dropped},
         {"credentials beyond their bound",
          with(good, [](Call &call) { call.credentials = Words().word(1).packed(Bytes(404)); }),
          dropped},
@@ -113,6 +112,11 @@ TEST_F(Server, MessagesThatAreNoCallsOfItsProceduresAreRefusedAsTheProtocolSays)
     mismatch.accepted();
     EXPECT_EQ(mismatch.word(), 1U) << "lowest version";
     EXPECT_EQ(mismatch.word(), 1U) << "highest version";
+    Reply denied = ask(alice, with(good, [](Call &call) { call.rpc_version = 3; }));
+    // mark, number, a reply, denied, for the version of RPC: 2 to 2
+    for (const uint32_t word : {0x80000018U, 0x12345678U, 1U, 1U, 0U, 2U, 2U})
+        EXPECT_EQ(denied.word(), word);
+    EXPECT_TRUE(denied.at_end());
 }
 
 TEST_F(Server, SpoiledMessagesDoNoHarm) {
