@@ -1,8 +1,10 @@
 #include "log.h"
 
+#include <algorithm>
 #include <cstdarg>
+#include <cstring>
 #include <map>
-#include <string>
+#include <new>
 #include <syslog.h>
 
 #include "clock.h"
@@ -14,14 +16,18 @@ const char *subject_of_calls = "subject";
 int log_options = LOG_PID;
 constexpr std::size_t longest_name = 64;
 
-std::string printable(std::string_view text) {
-    std::string result;
-    for (const char c : text.substr(0, longest_name))
-        result += c >= ' ' && c <= '~' && c != '"' ? c : '?';
-    if (text.size() > longest_name)
-        result += "...";
-    return result;
-}
+// Room for a name that is cut, for what says so, and for the end.
+struct Printable {
+    char text[longest_name + sizeof "..."] = {};
+
+    explicit Printable(std::string_view name) {
+        const std::string_view shown = name.substr(0, longest_name);
+        std::transform(shown.begin(), shown.end(), text,
+                       [](char c) { return c >= ' ' && c <= '~' && c != '"' ? c : '?'; });
+        if (shown.size() < name.size())
+            std::strcpy(text + shown.size(), "...");
+    }
+};
 
 constexpr std::chrono::seconds period{10};
 constexpr unsigned lines_in_period = 20;
@@ -34,6 +40,7 @@ struct Share {
 };
 std::map<uid_t, Share> shares;
 
+// Counts a line about a user.
 bool may_log(uid_t uid) {
     if (shares.size() >= most_users && !shares.contains(uid))
         shares.clear();
@@ -75,9 +82,12 @@ void log_error(const char *format, ...) {
     va_end(arguments);
 }
 
-void log_call(const Caller &caller, const char *what, std::string_view name) {
-    if (!may_log(caller.uid))
-        return;
+void log_call(const Caller &caller, const char *what, std::string_view name) noexcept {
+    try {
+        if (!may_log(caller.uid))
+            return;
+    } catch (const std::bad_alloc &) { // a line too many is better than none
+    }
     log_notice("%s: user %u, process %d, %s \"%s\"", what, caller.uid, caller.pid, subject_of_calls,
-               printable(name).c_str());
+               Printable(name).text);
 }

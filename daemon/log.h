@@ -21,7 +21,7 @@ void log_error(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // One line about a call: what was done or refused, for whom, about what. The name is the
 // caller's text: only its printable characters are written, and not too many of them. Nor can a user
-// fill the log: of many lines in a short time most are left out, which is said.
-void log_call(const Caller &caller, const char *what, std::string_view name);
+// fill the log: of many lines in a short time most are left out, which is said. It does without memory.
+void log_call(const Caller &caller, const char *what, std::string_view name) noexcept;
 
 #endif

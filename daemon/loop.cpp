@@ -237,14 +237,19 @@ void Loop::serve_waiting() {
     }
 }
 
+// The call is gone when the client gets its reply, and what it has left on the stack, also when there was
+// no memory for a reply.
+SecretBytes Loop::answer(Connection &connection) {
+    struct WipeStack {
+        ~WipeStack() { wipe_stack(); }
+    } last;
+    SecretBytes call = connection.take_call();
+    return work_.answer(connection.caller(), call);
+}
+
 void Loop::serve(Client &client) {
     Connection &connection = client.connection;
-    SecretBytes reply;
-    { // The call is gone when the client gets its reply.
-        SecretBytes call = connection.take_call();
-        reply = work_.answer(connection.caller(), call);
-    }
-    wipe_stack();
+    SecretBytes reply = answer(connection);
     if (reply.empty())
         return drop(connection.fd());
     connection.reply(std::move(reply));

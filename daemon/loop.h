@@ -64,6 +64,7 @@ private:
     void handle(Client &client, uint32_t events);
     void serve_waiting();
     void serve(Client &client);
+    SecretBytes answer(Connection &connection);
     void settle(Client &client);
     void drop(int fd);
     void drop_late();
