@@ -83,6 +83,9 @@ Descriptor make_listener(const std::string &path) {
     const Descriptor probe = local_socket(SOCK_STREAM);
     if (connect(probe.get(), generic, sizeof address) == 0 || errno == EAGAIN)
         throw std::runtime_error("another server listens at " + path);
+    struct stat present = {};
+    if (lstat(path.c_str(), &present) == 0 && !S_ISSOCK(present.st_mode))
+        throw std::runtime_error("there is something else than a socket at " + path);
     unlink(path.c_str());
     Descriptor listener = local_socket(SOCK_STREAM);
     if (bind(listener.get(), generic, sizeof address) != 0)

@@ -11,9 +11,9 @@
 // when what it passed is no listening stream socket of the local domain.
 std::optional<Descriptor> inherited_listener();
 
-// A socket of our own at path, which anybody may connect to. A file that a server that is gone has
-// left there is replaced. Throws std::runtime_error when another server listens there, or
-// std::system_error.
+// A socket of our own at path, which anybody may connect to. The socket that a server that is gone has
+// left there is replaced. Throws std::runtime_error when another server listens there or what is there
+// is no socket, or std::system_error.
 Descriptor make_listener(const std::string &path);
 
 // The path that a listening socket is bound to.

@@ -175,6 +175,10 @@ TEST(Listener, ASecondServerDoesNotTakeTheSocketOfALivingOne) {
     }
     EXPECT_NO_THROW(make_listener(path)) << "what a dead one has left";
     EXPECT_THROW(make_listener(std::string(200, 'x')), std::runtime_error);
+    const std::string precious = folder.path("precious");
+    write_file(precious, bytes_of("not a socket"));
+    EXPECT_THROW(make_listener(precious), std::runtime_error);
+    EXPECT_EQ(read_file(precious), bytes_of("not a socket"));
 }
 
 // In a process of its own, since the descriptor has a fixed number.
