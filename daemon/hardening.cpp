@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <fstream>
 #include <grp.h>
 #include <linux/capability.h>
 #include <pwd.h>
+#include <sstream>
 #include <stdexcept>
 #include <string.h>
 #include <sys/mman.h>
@@ -44,6 +46,25 @@ void protect_memory(bool lock_memory) {
 [[gnu::noinline]] void wipe_stack() {
     uint8_t used[64 * 1024];
     explicit_bzero(used, sizeof used);
+}
+
+std::optional<uid_t> nameless_user(const std::string &uid_map) {
+    constexpr uint64_t all = UINT32_MAX; // the last number is nobody's
+    uint64_t named = 0;
+    std::istringstream rows(uid_map);
+    for (uint64_t inside, outside, count; rows >> inside >> outside >> count;)
+        named += count;
+    if (named >= all)
+        return std::nullopt;
+    uid_t overflow = 65534;
+    std::ifstream("/proc/sys/kernel/overflowuid") >> overflow;
+    return overflow;
+}
+
+std::optional<uid_t> nameless_user() {
+    std::stringstream map;
+    map << std::ifstream("/proc/self/uid_map").rdbuf();
+    return nameless_user(map.str());
 }
 
 std::size_t raise_descriptor_limit(std::size_t wanted) {

@@ -3,7 +3,9 @@
 #define DAEMON_HARDENING_H
 
 #include <cstddef>
+#include <optional>
 #include <string>
+#include <sys/types.h>
 
 // No core file, no tracing by the same user, and with lock_memory no page on a swap device. Throws
 // std::system_error when the system refuses.
@@ -12,6 +14,12 @@ void protect_memory(bool lock_memory);
 // Zeroes the part of the stack that calls have used and left: vector registers are saved there, with
 // what was copied through them.
 void wipe_stack();
+
+// Whom the kernel names in place of every user who has no number in our user namespace. None where all
+// users have one.
+//   uid_map  as in /proc/self/uid_map
+std::optional<uid_t> nameless_user(const std::string &uid_map);
+std::optional<uid_t> nameless_user();
 
 // As many descriptors as the system lets us have, up to wanted. Returns how many.
 std::size_t raise_descriptor_limit(std::size_t wanted);

@@ -142,7 +142,13 @@ void Loop::accept_clients() {
                                                                               : pause_accepting();
         ucred peer = {};
         socklen_t size = sizeof peer;
-        if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || !has_room(peer.uid))
+        if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+            continue;
+        if (peer.uid == limits_.nameless_user) {
+            log_call({peer.uid, peer.pid}, "refused: the kernel cannot tell who it is", "");
+            continue;
+        }
+        if (!has_room(peer.uid))
             continue;
         if (!control(epoll_.get(), EPOLL_CTL_ADD, fd, EPOLLIN))
             continue;

@@ -25,6 +25,8 @@ struct LoopWork {
 };
 
 struct LoopLimits {
+    // Whom the kernel names in place of users that it cannot name here, where there are such.
+    std::optional<uid_t> nameless_user;
     std::size_t connections_per_user = 64;
     std::size_t connections = 4096;
     // Of calls that have not come whole and replies that are not taken; above it the connection with

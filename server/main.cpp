@@ -156,6 +156,7 @@ int serve(Options options) {
         raise_descriptor_limit(options.loop.connections + spare_descriptors);
     options.loop.connections =
         std::min(options.loop.connections, descriptors - std::min(descriptors, spare_descriptors));
+    options.loop.nameless_user = nameless_user();
     std::optional<Descriptor> passed = inherited_listener();
     const bool own = !passed;
     const Descriptor listener = own ? make_listener(options.socket) : std::move(*passed);

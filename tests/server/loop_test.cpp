@@ -12,6 +12,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "hardening.h"
 #include "listener.h"
 #include "loop.h"
 #include "rpc.h"
@@ -37,6 +38,13 @@ protected:
         thread_.join();
     }
     Peer connect() const { return Peer(path_); }
+    std::chrono::nanoseconds busy() {
+        clockid_t clock = 0;
+        timespec time = {};
+        EXPECT_EQ(pthread_getcpuclockid(thread_.native_handle(), &clock), 0);
+        EXPECT_EQ(clock_gettime(clock, &time), 0);
+        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+    }
     bool answers(Peer &peer) {
         peer.send(stat_call().record());
         Reply reply = peer.receive();
@@ -163,6 +171,49 @@ TEST_F(Loops, ClientsThatGoBeforeTheAnswerHarmNobody) {
     for (int i = 0; i < 200; ++i)
         connect().send(stat_call().record());
     EXPECT_TRUE(answers(honest));
+}
+
+TEST_F(Loops, UserWhomTheKernelCannotNameIsRefused) {
+    constexpr uid_t overflow = 65534;
+    EXPECT_EQ(nameless_user("         0          0 4294967295\n"), std::nullopt);
+    EXPECT_EQ(nameless_user("0 0 1000\n1000 1000 4294966295\n"), std::nullopt);
+    EXPECT_EQ(nameless_user("0 1000 1\n"), overflow);
+    EXPECT_EQ(nameless_user("0 100000 65536\n"), overflow) << "who has a namesake here";
+    EXPECT_EQ(nameless_user(""), overflow);
+    LoopLimits limits;
+    limits.nameless_user = geteuid();
+    start(limits);
+    EXPECT_TRUE(connect().is_closed_within(2s));
+}
+
+// The time that the loop takes, while a client has hung up with replies that wait for it.
+TEST_F(Loops, ClientThatHangsUpWithAReplyUnderWayDoesNotKeepItBusy) {
+    start();
+    Bytes calls;
+    for (int i = 0; i < 2000; ++i)
+        calls = calls + stat_call().record();
+    const struct {
+        const char *reason;
+        int how; // of shutdown; -1: the connection is closed
+    } rows[] = {{"closed", -1},
+                {"shut both ways", SHUT_RDWR},
+                {"reads no more", SHUT_RD},
+                {"sends no more", SHUT_WR}};
+    for (const auto &row : rows) {
+        Peer honest = connect();
+        auto peer = std::make_unique<Peer>(connect());
+        peer->make_impatient();
+        peer->send(calls);
+        EXPECT_TRUE(answers(honest)) << row.reason;
+        if (row.how < 0)
+            peer.reset();
+        else
+            peer->shut(row.how);
+        EXPECT_TRUE(answers(honest)) << row.reason;
+        const auto before = busy();
+        std::this_thread::sleep_for(200ms);
+        EXPECT_LT(busy() - before, 20ms) << row.reason;
+    }
 }
 
 TEST(Listener, ASecondServerDoesNotTakeTheSocketOfALivingOne) {

@@ -38,6 +38,7 @@ public:
         const timeval time = {0, 1000};
         setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
     }
+    void shut(int how) { shutdown(fd_, how); }
     // A whole record; none where the server has ended the connection.
     Reply receive() {
         Bytes record(4);
