@@ -10,6 +10,7 @@
 #include <lib/memory.h>
 #include <qel/qelp.h>
 #include <qel/qelserv.h>
+#include <toolkit/traces.h>
 
 namespace {
 
@@ -239,6 +240,7 @@ QelStatus __qel_save_key_under_uid(QelContext *context, uid_list *uids, int32_t 
                                    int32_t flags, const uint8_t *key, uint32_t key_length,
                                    const uint8_t *cert, uint32_t cert_length,
                                    const uint8_t *package, uint32_t package_length) {
+    const toolkit::TracesWiped traces;
     if (context == nullptr || (cert != nullptr && key == nullptr) ||
         (key == nullptr) != (key_length == 0) || (package == nullptr) != (package_length == 0))
         return QEL_ERR_BAD_PARAM;
