@@ -5,6 +5,7 @@
 #include "wrap.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <netconfig.h>
 #include <pwd.h>
@@ -91,12 +92,14 @@ struct CloseConfiguration {
     void operator()(void *configuration) const { endnetconfig(configuration); }
 };
 
-// All that rpcbind maps.
+// All that rpcbind maps. Should it end meanwhile, this program does not.
 void read_rows(rpcblist **rows_out) {
+    const auto before = std::signal(SIGPIPE, SIG_IGN);
     const std::unique_ptr<void, CloseConfiguration> configuration(setnetconfig());
     while (const netconfig *entry = configuration ? getnetconfig(configuration.get()) : nullptr)
         if (*rows_out == nullptr && std::strcmp(entry->nc_protofmly, NC_LOOPBACK) == 0)
             *rows_out = rpcb_getmaps(entry, "localhost");
+    std::signal(SIGPIPE, before);
 }
 
 // Whether a row's owner, as rpcbind tells it, may speak for the key server.
