@@ -12,11 +12,14 @@
 #include <qel/qelserv.h>
 #include <toolkit/traces.h>
 
+#include "pipe_signal.h"
+
 namespace {
 
 constexpr std::size_t name_size = 256;
 constexpr std::size_t user_size = 1024;
 constexpr const char *server_user = "qelserv";
+constexpr timeval time_to_send = {12, 0};
 
 CLIENT *client_of(const QelContext *context) {
     return static_cast<CLIENT *>(context->key_server);
@@ -47,12 +50,10 @@ QelStatus uid_of(const char *name, uid_t *uid_out) {
 // rpcbind lets any user register a server of his own while the key server is not there. Who listens at
 // the other end is who called listen(): root, also where the service manager or the server before it
 // gave up its rights made the socket, or the server's user. A server of the caller's own wins nothing.
-bool is_trusted(CLIENT *client) {
-    int descriptor = -1;
+bool is_trusted(int connection) {
     ucred peer = {};
     socklen_t size = sizeof peer;
-    if (!clnt_control(client, CLGET_FD, reinterpret_cast<char *>(&descriptor)) ||
-        getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+    if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
         return false;
     uid_t server = 0;
     if (peer.uid == 0 || peer.uid == geteuid() ||
@@ -60,6 +61,15 @@ bool is_trusted(CLIENT *client) {
         return true;
     syslog(LOG_WARNING, "qel: user %u answers in place of the key server", peer.uid);
     return false;
+}
+
+// A connection that may be used. libtirpc waits no longer than it is told for an answer, and for ever
+// until a server takes what is sent: what was sent in part it tries once more.
+bool make_usable(CLIENT *client) {
+    int connection = -1;
+    return clnt_control(client, CLGET_FD, reinterpret_cast<char *>(&connection)) &&
+           is_trusted(connection) &&
+           setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO, &time_to_send, sizeof time_to_send) == 0;
 }
 
 // Walks the network configuration for a loopback transport of these semantics that reaches the server.
@@ -74,7 +84,7 @@ QelStatus connect_by(unsigned semantics, bool last, const char *host, CLIENT **c
         *client_out = clnt_tp_create(host, QELSERV_PROG, QELSERV_VERS, entry);
         if (*client_out == nullptr)
             continue;
-        if (!is_trusted(*client_out)) {
+        if (!make_usable(*client_out)) {
             clnt_destroy(*client_out);
             *client_out = nullptr;
             continue;
@@ -214,6 +224,7 @@ QelStatus __qel_get_client_handle(CLIENT **client_out) {
     char host[name_size];
     if (!host_has_name(host))
         return QEL_ERR_GENERAL;
+    const WithoutPipeSignal quiet; // rpcbind may go as well
     const QelStatus status = connect_by(NC_TPI_COTS, false, host, client_out);
     return status == QEL_ERR_SERV_CONNECT ? connect_by(NC_TPI_COTS_ORD, true, host, client_out)
                                           : status;

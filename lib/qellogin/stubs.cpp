@@ -1,5 +1,7 @@
 #include <qel/qelserv.h>
 
+#include "pipe_signal.h"
+
 namespace {
 
 constexpr timeval time_out = {25, 0};
@@ -10,6 +12,7 @@ clnt_stat call(CLIENT *client, rpcproc_t procedure, bool_t (*argument_routine)(X
     // What cannot be encoded whole is not begun: its first part would be sent as a call.
     if (xdr_sizeof(reinterpret_cast<xdrproc_t>(argument_routine), argument) == 0)
         return RPC_CANTENCODEARGS;
+    const WithoutPipeSignal quiet;
     return clnt_call(client, procedure, reinterpret_cast<xdrproc_t>(argument_routine), argument,
                      reinterpret_cast<xdrproc_t>(result_routine), result, time_out);
 }

@@ -5,6 +5,9 @@
 #include "support/keypkg.h"
 #include "tools/run.h"
 
+#include <qel/qelp.h>
+#include <qellogin/session.h>
+
 #include <algorithm>
 #include <chrono>
 #include <csignal>
@@ -473,6 +476,115 @@ TEST_F(Life, RegistrationFollowsRpcbind) {
     }));
 }
 
+// ---- Statuses ----------------------------------------------------------------------------------
+
+// The library's side of a session, as the user who runs it.
+struct Session {
+    QelContext *context = nullptr;
+    QelStatus opened;
+
+    explicit Session(bool connected = true)
+        : opened(connected ? qel_init(&context, "me", "0.0.0.0")
+                           : __qel_init(&context, "me", "0.0.0.0")) {}
+    ~Session() {
+        if (context != nullptr)
+            qel_end(context);
+    }
+    Session(const Session &) = delete;
+
+    QelStatus stat() { return __qel_rpc_stat(context); }
+    QelStatus fetch() {
+        QelItemList *list = nullptr;
+        uint32_t count = 0;
+        const QelStatus status = __qel_get_qelserv_keypkg(context, nullptr, &list, &count);
+        __qel_free_item_list(&list);
+        return status;
+    }
+    QelStatus save(const Bytes &key, const Bytes &package) {
+        return __qel_save_key_under_uid(context, nullptr, USAGE_SIGN_ENCRYPT, 0,
+                                        key.empty() ? nullptr : key.data(),
+                                        static_cast<uint32_t>(key.size()), nullptr, 0,
+                                        package.data(), static_cast<uint32_t>(package.size()));
+    }
+    QelStatus log_in() {
+        const KeyInfo info = login_info();
+        return save(info.private_key, info.package);
+    }
+    QelStatus send_much() { return save({}, Bytes(QELSERV_MAX_KEYPKG)); }
+    QelStatus use(decltype(rpc_sign) call, const Bytes &data) {
+        uint8_t *result = nullptr;
+        const auto length = static_cast<uint32_t>(data.size());
+        uint32_t result_length = 0;
+        const QelStatus status =
+            call(context, data.data(), &length, QEL_RSA_ENCR_AID, &result, &result_length);
+        free(result);
+        return status;
+    }
+    QelStatus sign() { return use(rpc_sign, digest_info); }
+    QelStatus unwrap() { return use(rpc_unwrap, RsaKey::of_512_bits().encrypt({1, 2, 3})); }
+};
+
+// What each call returns.
+struct Statuses {
+    QelStatus stat, fetch, log_in, send_much, sign, unwrap;
+    bool operator==(const Statuses &) const = default;
+};
+
+// All calls at once, each on a connection of its own.
+Statuses all_calls(
+    bool connected, const std::function<void()> &between = [] {}) {
+    QelStatus (Session::*const calls[])() = {&Session::stat,   &Session::fetch,
+                                             &Session::log_in, &Session::send_much,
+                                             &Session::sign,   &Session::unwrap};
+    std::vector<std::unique_ptr<Session>> sessions;
+    for (std::size_t i = 0; i < std::size(calls); ++i) {
+        sessions.push_back(std::make_unique<Session>(connected));
+        EXPECT_EQ(sessions.back()->opened, QEL_OK);
+    }
+    between();
+    QelStatus found[std::size(calls)];
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < std::size(calls); ++i)
+        threads.emplace_back([&, i] { found[i] = (sessions[i].get()->*calls[i])(); });
+    for (std::thread &thread : threads)
+        thread.join();
+    return {found[0], found[1], found[2], found[3], found[4], found[5]};
+}
+
+void PrintTo(const Statuses &s, std::ostream *out) {
+    *out << s.stat << ' ' << s.fetch << ' ' << s.log_in << ' ' << s.send_much << ' ' << s.sign
+         << ' ' << s.unwrap;
+}
+
+TEST(Statuses, ComeFromTheirRealCausesInTime) {
+    withdraw_all();
+    EXPECT_EQ(Session().opened, QEL_ERR_GENERAL) << "no server";
+    CLIENT *client = nullptr;
+    EXPECT_EQ(__qel_get_client_handle(&client), QEL_ERR_SERV_CONNECT);
+    KeyServerProcess server;
+    ASSERT_TRUE(server.wait_until_registered());
+    const Statuses without_connection = {28, 28, 19, 19, 28, 28};
+    EXPECT_EQ(all_calls(false), without_connection);
+    {
+        Session session;
+        EXPECT_EQ(session.stat(), QEL_ERR_NOT_LOGGED_IN);
+        EXPECT_EQ(session.fetch(), QEL_ERR_NOT_LOGGED_IN);
+        EXPECT_EQ(session.sign(), QEL_ERR_SERV_SIGN);
+        EXPECT_EQ(session.unwrap(), QEL_ERR_SERV_DECRYPT);
+        EXPECT_EQ(session.send_much(), QEL_ERR_LOGIN) << "refused";
+        EXPECT_EQ(session.log_in(), QEL_OK);
+        EXPECT_EQ(session.log_in(), QEL_ERR_ENTRY_EXISTS);
+        EXPECT_EQ(session.stat() | session.fetch() | session.sign() | session.unwrap(), QEL_OK);
+    }
+    const Statuses out_of_reach = {52, 19, 21, 21, 26, 25};
+    const auto begin = Clock::now();
+    EXPECT_EQ(all_calls(true, [&] { kill(server.pid(), SIGSTOP); }), out_of_reach) << "it hangs";
+    EXPECT_GT(Clock::now() - begin, 24s);
+    EXPECT_LT(Clock::now() - begin, 27s);
+    kill(server.pid(), SIGCONT);
+    EXPECT_EQ(all_calls(true, [&] { server.end(SIGKILL); }), out_of_reach) << "it is gone";
+}
+
 // ---- Users -------------------------------------------------------------------------------------
 
 TEST(Users, KernelSaysWhoCallsWhateverTheMessageClaims) {
@@ -584,7 +696,7 @@ const Attack attacks[] = {
              Peer(socket_path).send(crypt_call(QELSERV_SIGN, digest_info).record());
      }},
     {"twice as many idle connections as allowed",
-     [] { send_on_many_connections(2 * usual_limit, {}); }},
+     [] { send_on_many_connections(2 * usual_limit, {}); }, true},
     {"random bytes",
      [] {
          for (;;)
