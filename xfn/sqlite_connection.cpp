@@ -59,14 +59,14 @@ constexpr const char *statement_texts[] = {
     "SELECT id FROM entry WHERE area = ?1 AND name = ?2",
     "SELECT name FROM entry WHERE id = ?1 AND area = ?2",
     "SELECT name FROM entry WHERE area = ?1 AND name > ?2 ORDER BY name LIMIT ?3",
-    "SELECT id FROM entry WHERE id > ?1 AND area = ?2 ORDER BY id LIMIT ?3",
+    "SELECT id FROM entry WHERE id > ?1 AND +area = ?2 ORDER BY id LIMIT ?3",
     "INSERT INTO entry(area, name) VALUES(?1, ?2)",
     "DELETE FROM entry WHERE id = ?1",
     "DELETE FROM value WHERE attribute IN (SELECT version FROM attribute WHERE entry = ?1)",
     "DELETE FROM attribute WHERE entry = ?1",
     "SELECT count(*) FROM attribute WHERE entry = ?1",
     "SELECT version, format, identifier, syntax_format, syntax FROM attribute"
-    " WHERE entry = ?1 ORDER BY version",
+    " WHERE entry = ?1",
     "SELECT version, format, identifier, syntax_format, syntax FROM attribute"
     " WHERE entry = ?1 AND format = ?2 AND identifier = ?3",
     "INSERT INTO attribute(entry, format, identifier, syntax_format, syntax)"
@@ -83,7 +83,9 @@ constexpr const char *statement_texts[] = {
 static_assert(sizeof statement_texts / sizeof *statement_texts ==
               static_cast<unsigned>(Sql::count));
 
+// Right after the call; errno was 0 before. What the library keeps of it is not set by every failure.
 unsigned status_of(sqlite3 *db, int result) {
+    const int error = errno;
     switch (result & 0xff) {
     case SQLITE_OK:
     case SQLITE_ROW:
@@ -100,7 +102,7 @@ unsigned status_of(sqlite3 *db, int result) {
             return FN_E_INSUFFICIENT_RESOURCES;
         [[fallthrough]];
     case SQLITE_CANTOPEN:
-        return status_of_errno(db != nullptr ? sqlite3_system_errno(db) : 0);
+        return status_of_errno(error != 0 ? error : sqlite3_system_errno(db));
     default: // busy, damaged, not a database, an index that only a writer can repair
         return FN_E_CTX_UNAVAILABLE;
     }
@@ -123,12 +125,14 @@ struct Descriptor {
 };
 
 unsigned execute(sqlite3 *db, const char *text) {
+    errno = 0;
     return status_of(db, sqlite3_exec(db, text, nullptr, nullptr, nullptr));
 }
 
 // The number that a pragma answers with.
 unsigned ask(sqlite3 *db, const char *text, int64_t *answer) {
     sqlite3_stmt *statement = nullptr;
+    errno = 0;
     int result = sqlite3_prepare_v2(db, text, -1, &statement, nullptr);
     if (result == SQLITE_OK && (result = sqlite3_step(statement)) == SQLITE_ROW)
         *answer = sqlite3_column_int64(statement, 0);
@@ -146,9 +150,11 @@ qel::Owned<char> joined(const char *front, const char *path, const char *behind)
     return both;
 }
 
-unsigned open_database(const char *name, int flags, Database *database) {
+// vfs is null for the usual one.
+unsigned open_database(const char *name, int flags, const char *vfs, Database *database) {
     sqlite3 *db = nullptr;
-    const int result = sqlite3_open_v2(name, &db, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+    errno = 0;
+    const int result = sqlite3_open_v2(name, &db, flags | SQLITE_OPEN_NOMUTEX, vfs);
     database->reset(db);
     if (db == nullptr)
         return FN_E_INSUFFICIENT_RESOURCES;
@@ -224,7 +230,7 @@ unsigned connect(Connection *connection, const char *path, Access access, bool *
     disconnect(connection);
     Database database;
     const int flags = access == Access::writing ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
-    unsigned code = open_database(path, flags, &database);
+    unsigned code = open_database(path, flags, nullptr, &database);
     if (code == FN_SUCCESS)
         code = prepare(database.get());
     if (code == FN_SUCCESS)
@@ -244,6 +250,7 @@ void disconnect(Connection *connection) {
 Query::Query(Connection *used, Sql sql) : connection(used), code(FN_SUCCESS) {
     const auto index = static_cast<unsigned>(sql);
     sqlite3_stmt *&kept = connection->statements[index];
+    errno = 0;
     if (kept == nullptr)
         code = status_of(connection->db,
                          sqlite3_prepare_v3(connection->db, statement_texts[index], -1,
@@ -276,6 +283,7 @@ Query &Query::bind(std::string_view bytes) {
 bool Query::row() {
     if (code != FN_SUCCESS)
         return false;
+    errno = 0;
     const int result = sqlite3_step(statement);
     code = status_of(connection->db, result);
     return result == SQLITE_ROW;
@@ -312,7 +320,7 @@ unsigned fill(const char *path) {
     if (getrandom(&random, sizeof random, 0) != static_cast<ssize_t>(sizeof random))
         return FN_E_INSUFFICIENT_RESOURCES;
     Database database;
-    unsigned code = open_database(path, SQLITE_OPEN_READWRITE, &database);
+    unsigned code = open_database(path, SQLITE_OPEN_READWRITE, nullptr, &database);
     sqlite3 *db = database.get();
     if (code == FN_SUCCESS)
         code = execute(db, schema);
@@ -320,6 +328,7 @@ unsigned fill(const char *path) {
         return code;
     sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 0, nullptr); // sqlite_sequence is guarded
     sqlite3_stmt *statement = nullptr;
+    errno = 0;
     int result = sqlite3_prepare_v2(db, first_version, -1, &statement, nullptr);
     if (result == SQLITE_OK)
         result = sqlite3_bind_int64(statement, 1, static_cast<int64_t>(random >> 2));
@@ -384,22 +393,95 @@ unsigned create_file(const char *path) {
 
 // ---- Reading round the index ----------------------------------------------------------------------
 
+namespace {
+
+// A path as part of a URI, with what a URI gives a meaning in hexadecimal.
+qel::Owned<char> uri_of(const char *path, const char *options) {
+    constexpr char digits[] = "0123456789ABCDEF";
+    qel::Owned<char> encoded(static_cast<char *>(std::malloc(3 * std::strlen(path) + 1)));
+    if (encoded == nullptr)
+        return nullptr;
+    char *at = encoded.get();
+    for (; *path != '\0'; ++path) {
+        if (std::strchr("%?#", *path) == nullptr) {
+            *at++ = *path;
+            continue;
+        }
+        *at++ = '%';
+        *at++ = digits[static_cast<uint8_t>(*path) >> 4];
+        *at++ = digits[static_cast<uint8_t>(*path) & 15];
+    }
+    *at = '\0';
+    return joined("file:", encoded.get(), options);
+}
+
+// Whether the next write would show in the time of the last.
+bool is_settled(const timespec &written) {
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    constexpr int64_t second = 1'000'000'000, tick = 50'000'000;
+    const int64_t age = (now.tv_sec - written.tv_sec) * second + now.tv_nsec - written.tv_nsec;
+    return age < 0 || age > tick;
+}
+
+bool same_time(const timespec &first, const timespec &second) {
+    return first.tv_sec == second.tv_sec && first.tv_nsec == second.tv_nsec;
+}
+
+} // namespace
+
+unsigned open_private(Connection *connection, const char *path) {
+    disconnect(connection);
+    const qel::Owned<char> log = joined("", path, "-wal");
+    if (log == nullptr)
+        return FN_E_INSUFFICIENT_RESOURCES;
+    // Without a log everything is in the file.
+    const bool has_log = access(log.get(), F_OK) == 0;
+    const qel::Owned<char> uri = uri_of(path, has_log ? "" : "?immutable=1");
+    if (uri == nullptr)
+        return FN_E_INSUFFICIENT_RESOURCES;
+    struct stat file;
+    if (stat(path, &file) != 0)
+        return status_of_errno(errno);
+    Database database;
+    unsigned code =
+        open_database(uri.get(), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, "unix-none", &database);
+    if (code == FN_SUCCESS) // keeps the index of the log in memory
+        code = execute(database.get(), "PRAGMA locking_mode = EXCLUSIVE");
+    if (code == FN_SUCCESS)
+        code = prepare(database.get());
+    if (code == FN_SUCCESS)
+        adopt(connection, &database, file);
+    return code;
+}
+
 bool file_state(const char *path, FileState *state) {
     *state = {};
     const qel::Owned<char> log = joined("", path, "-wal");
-    struct stat file;
-    if (log == nullptr || stat(path, &file) != 0)
+    if (log == nullptr)
         return false;
-    state->device = file.st_dev;
-    state->inodes[0] = file.st_ino;
-    state->sizes[0] = file.st_size;
-    state->times[0] = file.st_mtim;
-    if (stat(log.get(), &file) != 0)
-        return errno == ENOENT;
-    state->has_log = true;
-    state->inodes[1] = file.st_ino;
-    state->sizes[1] = file.st_size;
-    state->times[1] = file.st_mtim;
+    const char *const names[] = {path, log.get()};
+    for (int i = 0; i < 2; ++i) {
+        struct stat file;
+        if (stat(names[i], &file) != 0)
+            return i == 1 && errno == ENOENT;
+        state->devices[i] = file.st_dev;
+        state->inodes[i] = file.st_ino;
+        state->sizes[i] = file.st_size;
+        state->times[i] = file.st_mtim;
+    }
+    return true;
+}
+
+bool unchanged_since(const char *path, const FileState &before) {
+    FileState now;
+    if (!file_state(path, &now))
+        return false;
+    for (int i = 0; i < 2; ++i)
+        if (now.devices[i] != before.devices[i] || now.inodes[i] != before.inodes[i] ||
+            now.sizes[i] != before.sizes[i] || !same_time(now.times[i], before.times[i]) ||
+            !is_settled(now.times[i]))
+            return false;
     return true;
 }
 

@@ -54,7 +54,6 @@ struct Connection {
     pid_t process; // which opened it
     dev_t device;  // the file that was opened: another may be at its path meanwhile
     ino_t inode;
-    bool is_private; // see open_private
 };
 
 enum class Access { reading, writing };
@@ -67,10 +66,9 @@ unsigned connect(Connection *connection, const char *path, Access access, bool *
 unsigned open_private(Connection *connection, const char *path);
 void disconnect(Connection *connection);
 
-// The state of file and log, to see whether anybody has written.
+// The state of the file and its log (zeros if there is none), to see whether anybody has written.
 struct FileState {
-    bool has_log;
-    dev_t device;
+    dev_t devices[2];
     ino_t inodes[2];
     off_t sizes[2];
     timespec times[2];

@@ -62,20 +62,6 @@ void drop_after_failure(Connection *connection, unsigned code) {
         disconnect(connection);
 }
 
-// A store that nobody has written to yet has no file, and no entries: if_absent is the answer then.
-template <class Work> unsigned read(SqliteStore *store, unsigned if_absent, const Work &work) {
-    const Locked locked(&store->reading);
-    bool absent = false;
-    unsigned code = connect(&store->reader, store->path, Access::reading, &absent);
-    if (absent)
-        return if_absent;
-    if (code == FN_SUCCESS)
-        code = transact(&store->reader, Sql::begin_reading, work);
-    if (store->reader.db != nullptr)
-        drop_after_failure(&store->reader, code);
-    return code;
-}
-
 // Whether this process may write here at all, by errno.
 bool may_write(const char *path) {
     if (faccessat(AT_FDCWD, path, W_OK, AT_EACCESS) == 0)
@@ -91,6 +77,73 @@ bool may_write(const char *path) {
     const char *name = directory->size != 0 ? directory->bytes : "/";
     return faccessat(AT_FDCWD, name, W_OK | X_OK, AT_EACCESS) == 0;
 }
+
+// ---- Reading --------------------------------------------------------------------------------------
+
+template <class Work> unsigned read_once(SqliteStore *store, const Work &work, bool *absent) {
+    unsigned code = connect(&store->reader, store->path, Access::reading, absent);
+    if (code == FN_SUCCESS)
+        code = transact(&store->reader, Sql::begin_reading, work);
+    if (store->reader.db != nullptr)
+        drop_after_failure(&store->reader, code);
+    return code;
+}
+
+// Without locks and without the index of the log, which only a writer can make good.
+template <class Work> unsigned read_privately(SqliteStore *store, const Work &work) {
+    unsigned code = open_private(&store->reader, store->path);
+    if (code == FN_SUCCESS)
+        code = transact(&store->reader, Sql::begin_reading, work);
+    disconnect(&store->reader);
+    return code;
+}
+
+// Whoever may write makes the log and its index good by opening them.
+void repair(SqliteStore *store) {
+    const Locked locked(&store->writing);
+    bool absent = false;
+    if (connect(&store->writer, store->path, Access::writing, &absent) == FN_SUCCESS)
+        transact(&store->writer, Sql::begin_writing, [](Connection *) { return FN_SUCCESS; });
+}
+
+template <class Work>
+unsigned read_after_failure(SqliteStore *store, const Work &work, bool *absent) {
+    if (may_write(store->path)) {
+        repair(store);
+        return read_once(store, work, absent);
+    }
+    unsigned code = FN_E_CTX_UNAVAILABLE;
+    constexpr timespec pause = {0, 60'000'000};
+    constexpr int most = 20;
+    for (int round = 0; round < most; ++round) {
+        FileState before;
+        if (!file_state(store->path, &before))
+            return FN_E_CTX_UNAVAILABLE;
+        code = read_privately(store, work);
+        if (unchanged_since(store->path, before))
+            return code;
+        nanosleep(&pause, nullptr);
+        code = read_once(store, work, absent);
+        if (*absent || (code != FN_E_CTX_UNAVAILABLE && code != FN_E_CTX_NO_PERMISSION))
+            return code;
+    }
+    return code;
+}
+
+// A store that nobody has written to yet has no file, and no entries: if_absent is the answer then.
+// The work may be done more than once.
+template <class Work> unsigned read(SqliteStore *store, unsigned if_absent, const Work &work) {
+    const Locked locked(&store->reading);
+    if (store->reader.db != nullptr && store->reader.process != getpid())
+        return FN_E_CTX_UNAVAILABLE;
+    bool absent = false;
+    unsigned code = read_once(store, work, &absent);
+    if (!absent && (code == FN_E_CTX_UNAVAILABLE || code == FN_E_CTX_NO_PERMISSION))
+        code = read_after_failure(store, work, &absent);
+    return absent ? if_absent : code;
+}
+
+// ---- Writing --------------------------------------------------------------------------------------
 
 template <class Work> unsigned write(SqliteStore *store, const Work &work) {
     if (!may_write(store->path))
@@ -360,9 +413,10 @@ unsigned list_page(Connection *connection, Area area, std::string_view after, Na
 }
 
 unsigned list(Store *store, Area area, const FN_string_t *cursor, NamePage *page) {
-    page->clear();
     const std::string_view after = cursor != nullptr ? view(cursor) : std::string_view();
+    page->clear();
     const unsigned code = read(inside(store), FN_SUCCESS, [&](Connection *connection) {
+        page->clear();
         return list_page(connection, area, after, page);
     });
     if (code != FN_SUCCESS)
@@ -444,6 +498,7 @@ unsigned search(Store *store, Area area, const FN_attrset_t *match, const FN_str
     if (cursor != nullptr)
         std::memcpy(&after, cursor->bytes, sizeof after);
     const unsigned code = read(inside(store), FN_SUCCESS, [&](Connection *connection) {
+        page->clear();
         return search_page(connection, area, match, after, page);
     });
     if (code != FN_SUCCESS)
@@ -462,8 +517,8 @@ bool writable(Store *store) {
 // while a process forks.
 void before_fork(Store *store) {
     SqliteStore *self = inside(store);
+    pthread_mutex_lock(&self->reading); // first, as in repair
     pthread_mutex_lock(&self->writing);
-    pthread_mutex_lock(&self->reading);
     for (Connection *connection : {&self->writer, &self->reader})
         if (connection->db != nullptr && connection->process == getpid())
             disconnect(connection);
@@ -471,8 +526,8 @@ void before_fork(Store *store) {
 
 void after_fork(Store *store) {
     SqliteStore *self = inside(store);
-    pthread_mutex_unlock(&self->reading);
     pthread_mutex_unlock(&self->writing);
+    pthread_mutex_unlock(&self->reading);
 }
 
 void close_store(Store *store) {

@@ -20,11 +20,12 @@
  *    unless something else is said. An int is 1 for success and 0 for failure, unless something else
  *    is said. Destroying null is harmless. Null for an FN_status_t is allowed.
  *  - Every function that takes an FN_status_t sets it: FN_SUCCESS, FN_E_INSUFFICIENT_RESOURCES (memory,
- *    disk, a limit of the store), FN_E_UNSPECIFIED_ERROR (a null argument, and what has no code of its
- *    own), or what its description says. What reaches a store can also give FN_E_CTX_UNAVAILABLE (no
- *    such back end, the store is not there, is damaged, or is busy for longer than ten seconds),
- *    FN_E_COMMUNICATION_FAILURE, FN_E_CTX_NO_PERMISSION and FN_E_CONFIGURATION_ERROR (/etc/fn.conf is
- *    malformed). What fails has changed nothing.
+ *    a full disk, a limit of the store), FN_E_UNSPECIFIED_ERROR (a null argument, and what has no code
+ *    of its own), or what its description says. What reaches a store can also give
+ *    FN_E_CTX_UNAVAILABLE (no such back end, the store is damaged, or busy for longer than ten
+ *    seconds), FN_E_COMMUNICATION_FAILURE (a service on the way does not answer),
+ *    FN_E_CTX_NO_PERMISSION, FN_E_OPERATION_NOT_SUPPORTED (a change on a read-only file system) and
+ *    FN_E_CONFIGURATION_ERROR (/etc/fn.conf is malformed). What fails has changed nothing.
  *  - A context handle may be used by several threads at once, and after a fork by both processes.
  *    Every other object serves one thread at a time.
  *  - Texts are UTF-8, or whatever bytes without a zero the caller uses; they come back as they went in.
