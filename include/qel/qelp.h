@@ -9,6 +9,7 @@
 #include <stdio.h>
 #include <time.h>
 
+#include <qel/print.h>
 #include <qel/qel.h>
 #include <qel/store.h>
 

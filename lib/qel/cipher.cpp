@@ -269,27 +269,6 @@ QelStatus crypt(const Direction &direction, const Call &call) {
     return status;
 }
 
-// What is under way in a context is put back where it was.
-class SetAside {
-public:
-    explicit SetAside(QelContext *context)
-        : context_(context), session_(context->session), multi_part_(context->multi_part) {
-        context->session = nullptr;
-        context->multi_part = 0;
-    }
-    ~SetAside() {
-        context_->session = session_;
-        context_->multi_part = multi_part_;
-    }
-    SetAside(const SetAside &) = delete;
-    SetAside &operator=(const SetAside &) = delete;
-
-private:
-    QelContext *context_;
-    CK_SESSION_HANDLE session_;
-    uintptr_t multi_part_;
-};
-
 QelStatus crypt_des3(const Direction &direction, QelContext *context, const uint8_t *data,
                      uint32_t length, const uint8_t *key, uint32_t key_length, const uint8_t *iv,
                      uint32_t iv_length, uint8_t **output, uint32_t *output_length) {
@@ -301,7 +280,7 @@ QelStatus crypt_des3(const Direction &direction, QelContext *context, const uint
     std::memcpy(encoded.bytes + 2, iv, block_size);
     QelOctetString parameters = {sizeof encoded.bytes, encoded.bytes};
     const QelAlgId algorithm = {const_cast<QelOid *>(QEL_DES3_CBC_OID), &parameters};
-    const SetAside under_way(context);
+    const qel::SetAside under_way(context);
     return crypt(direction, {context, data, length, QEL_MODE_FINAL, &algorithm, key, key_length,
                              &algorithm, output, output_length});
 }
