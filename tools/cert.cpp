@@ -1,4 +1,5 @@
 // qel cert show
+#include "account.h"
 #include "certificate_text.h"
 #include "command.h"
 #include "text.h"
@@ -17,6 +18,13 @@ std::vector<Failure> show(const Arguments &arguments, const std::string &path, J
             one["file"] = utf8_or_latin1(path);
             one.update(certificate_json(context, certificate, full));
             list.push_back(one);
+        } else if (arguments.has("log")) {
+            try {
+                put(cert_log_entry(context, *certificate.record));
+            } catch (Failure &failure) {
+                failure.what = certificate.where;
+                unreadable.push_back(failure);
+            }
         } else {
             put(certificate.where + ":\n" +
                 (full ? full_certificate_text(context, certificate)
@@ -31,6 +39,8 @@ std::vector<Failure> show(const Arguments &arguments, const std::string &path, J
 Exit run_cert_show(const Arguments &arguments) {
     const std::vector<std::string> paths = arguments.operands_or_stdin();
     arguments.check_stdin_once(paths);
+    if (arguments.has("log") && (arguments.has("full") || arguments.json()))
+        arguments.misuse("--log goes with neither --full nor --json");
     Outcome outcome(arguments.command());
     Json json = arguments.report();
     json["certificates"] = Json::array();

@@ -1,5 +1,6 @@
 #include "certificate_text.h"
 
+#include "account.h"
 #include "text.h"
 
 namespace tool {
@@ -98,6 +99,18 @@ void add_full_json(const Context &context, const Certificate &certificate, Json 
     json["der"] = hex(certificate.bytes);
 }
 
+// The fields of a certificate of which the library gives no account.
+std::string own_account(const QelCert &cert) {
+    std::string text = line("Version", version_text(cert.version));
+    const RsaNumbers rsa = rsa_numbers(cert.pubKeyInfo);
+    text += rsa.bits != 0 ? line("Modulus", rsa.modulus)
+                          : line("Key bits", bits_text(cert.pubKeyInfo->pubKey));
+    for (const QelExtensions *node = cert.extensions; node != nullptr; node = node->next)
+        text += line("Extension", extension_text(*node->extension));
+    text += line("Algorithm, inner", algorithm_text(cert.signature));
+    return text + line("Signature bits", bits_text(cert.sigBits));
+}
+
 } // namespace
 
 std::string validity_text(const QelValidity *validity) {
@@ -136,20 +149,17 @@ std::string full_certificate_text(const Context &context, const Certificate &cer
     std::string text = certificate_text(context, certificate);
     text +=
         line("MD2 fingerprint", fingerprint(context, certificate.bytes, algorithm_named("md2")));
-    text += line("Version", version_text(cert.version));
     text +=
         name_lines(context, "Subject", cert.subject) + name_lines(context, "Issuer", cert.issuer);
-    const RsaNumbers rsa = rsa_numbers(cert.pubKeyInfo);
-    text += rsa.bits != 0 ? line("Modulus", rsa.modulus)
-                          : line("Key bits", bits_text(cert.pubKeyInfo->pubKey));
     if (cert.issuerUID != nullptr)
         text += line("Issuer id", bits_text(*cert.issuerUID));
     if (cert.subjectUID != nullptr)
         text += line("Subject id", bits_text(*cert.subjectUID));
-    for (const QelExtensions *node = cert.extensions; node != nullptr; node = node->next)
-        text += line("Extension", extension_text(*node->extension));
-    text += line("Algorithm, inner", algorithm_text(cert.signature));
-    return text + line("Signature bits", bits_text(cert.sigBits));
+    try {
+        return text + cert_account(context, cert);
+    } catch (const Failure &failure) {
+        return text + line("Library's account", "none (" + failure.why + ")") + own_account(cert);
+    }
 }
 
 Json validity_json(const QelValidity *validity) {

@@ -204,9 +204,11 @@ constexpr Example dh_finish_examples[] = {
 
 constexpr Option cert_show_options[] = {
     {"full", 'f', nullptr, nullptr, false, "show every field"},
+    {"log", 0, nullptr, nullptr, false, "print the entry for a log of issued certificates"},
 };
 constexpr Example cert_show_examples[] = {
     {"qel cert show server.pem", "what matters of each certificate in a file"},
+    {"qel cert show --log server.pem >> issued.log", "note that it was issued, and when"},
     {"qel cert show --full --json server.pem", "everything, for another program"},
 };
 
@@ -264,7 +266,10 @@ constexpr Example keygen_examples[] = {
      "without a terminal"},
 };
 
-constexpr Option keypkg_show_options[] = {package_id_option};
+constexpr Option keypkg_show_options[] = {
+    package_id_option,
+    {"full", 'f', nullptr, nullptr, false, "show every field"},
+};
 constexpr Example keypkg_show_examples[] = {
     {"qel keypkg show", "your own key packages"},
     {"qel keypkg show --json alice.KEYPKG", "for another program"},
@@ -573,7 +578,11 @@ constexpr Command all_commands[] = {
      "the most specific part first, with all attribute and string types, also those that the "
      "library's printer refuses; --full says what that printer makes of them. Fingerprints are of "
      "the bytes as they were read.\n\n"
-     "Times are in UTC. The library's own test of validity reads a time with an offset as if it "
+     "With --full the library's own account of the certificate follows, which has times in the "
+     "local time zone and fingerprints of the DER encoding. The entry for a log is in that form, "
+     "too.\n\n"
+     "Other times are in UTC. The library's own test of validity reads a time with an offset as if "
+     "it "
      "had "
      "none; where that matters, it is shown.",
      cert_show_options, cert_show_examples, run_cert_show},
@@ -600,7 +609,7 @@ constexpr Command all_commands[] = {
      keygen_options, keygen_examples, run_keygen},
     {"keypkg show", "Show key packages", "[FILE]", 0, 1,
      "Shows the key packages in a file, by default your own, and whether their signatures are "
-     "good. "
+     "good. With --full the library's own account follows, which has times in the local time zone. "
      "Secrets are never shown.",
      keypkg_show_options, keypkg_show_examples, run_keypkg_show},
     {"keypkg verify", "Verify a key package", "[FILE]", 0, 1,

@@ -1,4 +1,5 @@
 // qel keypkg show, verify, passwd, export
+#include "account.h"
 #include "armour.h"
 #include "command.h"
 #include "key_package.h"
@@ -112,6 +113,15 @@ Json package_json(QelContext *context, const StoredPackage &package) {
     return json;
 }
 
+// What --full adds.
+static std::string account_text(QelContext *context, const StoredPackage &package) {
+    try {
+        return keypkg_account(context, *package.record);
+    } catch (const Failure &failure) {
+        return line("Library's account", "none (" + failure.why + ")");
+    }
+}
+
 Exit run_keypkg_show(const Arguments &arguments) {
     const Context context;
     const std::string path = package_path(arguments);
@@ -127,7 +137,8 @@ Exit run_keypkg_show(const Arguments &arguments) {
         if (arguments.json())
             json["packages"].push_back(package_json(context, package));
         else
-            put(package_text(context, package));
+            put(package_text(context, package) +
+                (arguments.has("full") ? account_text(context, package) : ""));
     if (arguments.json())
         put_json(json);
     return Exit::yes;

@@ -351,4 +351,54 @@ TEST(CertShow, SaysWhatTheLibraryMakesOfAName) {
     EXPECT_EQ(plain["certificates"][0]["subject"], "CN=Root Agency");
 }
 
+// Text of tests/qel/printing, with blanks before each line.
+std::string account(const std::string &name, const std::string &blanks = "") {
+    std::istringstream lines(text_of(vector_file("../qel/printing/" + name)));
+    std::string text;
+    for (std::string line; std::getline(lines, line);)
+        text += (line.empty() ? "" : blanks) + line + "\n";
+    return text;
+}
+
+TEST(CertShow, LibrarysAccountInFullAndForTheLog) {
+    setenv("TZ", "UTC", 1);
+    const std::string dodgy = vector_path("certs/md5/dodgy-ca-97.der");
+    const std::string annex = vector_path("certs/md5/md5-rsa-nasa-pilot-ca-96.der");
+    const Ran full = qel({"cert", "show", "--full", annex});
+    EXPECT_TRUE(holds(full.out, "\n" + account("annex-rsa.txt", "  "))) << full.out;
+    EXPECT_FALSE(holds(full.out, "Library's account:")) << full.out;
+
+    const Ran log = qel({"cert", "show", "--log", dodgy, annex});
+    EXPECT_EQ(log.exit, 0) << log.err;
+    EXPECT_TRUE(log.out.starts_with("Certificate Creation Time and Date: "));
+    EXPECT_EQ(log.out.find(account("log.txt")), log.out.find('\n') + 1) << log.out;
+    for (const char *option : {"--full", "--json"})
+        EXPECT_EQ(qel({"cert", "show", "--log", option, dodgy}).exit, 2);
+}
+
+// A name that reads like another line gets into no account.
+TEST(CertShow, NoNameBreaksALine) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path("patched.der");
+    for (const char *name : {"0a53756e", "1b5b6d41"}) { // "\nSun", "\e[mA"
+        Bytes cert = vector_file("certs/md5/dodgy-ca-97.der");
+        const Bytes from = bytes_of("Dodgy CA");
+        const Bytes to = from_hex(name) + bytes_of("lamp");
+        auto at = std::search(cert.begin(), cert.end(), from.begin(), from.end());
+        cert[static_cast<std::size_t>(at - cert.begin()) - 2] = 0x14; // T61String
+        std::copy(to.begin(), to.end(), at);
+        write_file(path, cert);
+        const Ran full = qel({"cert", "show", "--full", path});
+        EXPECT_EQ(full.exit, 0);
+        EXPECT_TRUE(holds(full.out, "Library's account: none (")) << full.out;
+        EXPECT_TRUE(holds(full.out, "Signature bits:")) << full.out;
+        const Ran log = qel({"cert", "show", "--log", path, path}, {.together = true});
+        EXPECT_EQ(log.exit, 3);
+        EXPECT_FALSE(holds(log.out, "Issuer")) << log.out;
+        for (const Ran &ran : {full, log}) {
+            EXPECT_FALSE(holds(ran.out, "\nSUN") || holds(ran.out, "\x1b")) << ran.out;
+        }
+    }
+}
+
 } // namespace

@@ -403,10 +403,11 @@ TEST_F(KeyPkg, NothingThatIsPrintedHoldsTheKey) {
               0);
     const std::string key = to_hex(read_file(path("shown.p8")));
     const std::string tail = key.substr(key.size() - 64); // in the CRT coefficient
-    for (const char *option : {"--batch", "--json"}) {
+    for (const std::string option : {"--batch", "--full", "--json"}) {
         const Ran shown = qel({"keypkg", "show", option, file});
         EXPECT_EQ(shown.exit, 0) << shown.err;
         EXPECT_FALSE(holds(shown.out, tail));
+        EXPECT_EQ(holds(shown.out, "\n  Private key: Not displayed\n"), option == "--full");
         EXPECT_TRUE(holds(shown.out, "pbeWithMD5AndDES3-CBC")) << shown.out;
     }
 }

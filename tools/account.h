@@ -1,0 +1,21 @@
+// account.h: what the library writes of credentials for people (<qel/print.h>), safe for a terminal.
+#ifndef TOOLS_ACCOUNT_H
+#define TOOLS_ACCOUNT_H
+
+#include "credential.h"
+
+namespace tool {
+
+// Each throws Failure where the library cannot write the account to its end, or where a text in it
+// would break a line and so could pass for another one.
+
+// Every field, two blanks in.
+std::string cert_account(QelContext *context, const QelCert &cert);
+std::string keypkg_account(QelContext *context, const QelKeyPkg &package);
+
+// The entry for a log of issued certificates.
+std::string cert_log_entry(QelContext *context, const QelCert &cert);
+
+} // namespace tool
+
+#endif
