@@ -114,7 +114,7 @@ void print_verdict(const Arguments &arguments, const Verdict &verdict, const std
     if (!verdict.unsupported.empty())
         print_failure(arguments.command().name, {Exit::no, verdict.unsupported, "", ""});
     else if (!verdict.yes && row != nullptr)
-        print_failure(arguments.command().name, {Exit::no, row->meaning, "", row->advice});
+        print_failure(arguments.command().name, {Exit::no, meaning_of(*row), "", advice_of(*row)});
 }
 
 } // namespace

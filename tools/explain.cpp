@@ -16,11 +16,15 @@ Json row_json(const StatusRow &row) {
 
 std::string row_text(const StatusRow &row) {
     const auto digits = [](Exit exit) { return std::to_string(static_cast<int>(exit)); };
-    std::string text = status_words(row.status) + "\n  " + row.meaning + "\n  " + row.advice +
-                       "\n  A command that stops at it exits with " + digits(row.exit);
-    if (const Exit verdict = verdict_exit(row.status); verdict != row.exit)
-        text += ", a verification with " + digits(verdict);
-    return text + ".\n";
+    const Exit verdict = verdict_exit(row.status);
+    return status_words(row.status) + "\n  " + meaning_of(row) + "\n  " + advice_of(row) + "\n  " +
+           (verdict == row.exit
+                ? in_users_language(201, "A command that stops at it exits with %s.",
+                                    {digits(row.exit)})
+                : in_users_language(
+                      202, "A command that stops at it exits with %s, a verification with %s.",
+                      {digits(row.exit), digits(verdict)})) +
+           "\n";
 }
 
 } // namespace

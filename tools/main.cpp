@@ -128,6 +128,8 @@ bool asks_for_json(const std::vector<std::string> &words) {
 }
 
 Exit run(const std::vector<std::string> &words) {
+    if (asks_for_json(words))
+        speak_english();
     try {
         return run_words(words);
     } catch (const UsageError &error) {

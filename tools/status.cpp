@@ -1,5 +1,7 @@
 #include "status.h"
 
+#include "text.h"
+
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -176,6 +178,14 @@ std::span<const StatusRow> status_table() {
     return statuses;
 }
 
+std::string meaning_of(const StatusRow &row) {
+    return in_users_language(1 + static_cast<int>(row.status), row.meaning);
+}
+
+std::string advice_of(const StatusRow &row) {
+    return in_users_language(101 + static_cast<int>(row.status), row.advice);
+}
+
 const StatusRow *find_status(QelStatus status) {
     return status < std::size(statuses) ? &statuses[status] : nullptr;
 }
@@ -217,7 +227,7 @@ Exit verdict_exit(QelStatus status) {
 Failure library_failure(QelStatus status, std::string what, std::string next) {
     const StatusRow *row = find_status(status);
     if (next.empty() && row != nullptr)
-        next = row->advice;
+        next = advice_of(*row);
     return {row != nullptr ? row->exit : Exit::internal, std::move(what), status_words(status),
             std::move(next), status};
 }

@@ -41,6 +41,9 @@ struct StatusRow {
     const char *advice;
 };
 std::span<const StatusRow> status_table();
+// Its meaning and advice in the user's language; in the table they are in English.
+std::string meaning_of(const StatusRow &row);
+std::string advice_of(const StatusRow &row);
 // Null for a number that the library does not define.
 const StatusRow *find_status(QelStatus status);
 // By number, or by name in either case, with or without "QEL_" or "QEL_ERR_". Null if there is

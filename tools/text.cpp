@@ -2,9 +2,11 @@
 
 #include <clocale>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <langinfo.h>
+#include <nl_types.h>
 
 namespace tool {
 namespace {
@@ -113,6 +115,34 @@ void read_locale() {
     std::setlocale(LC_CTYPE, "");
     std::setlocale(LC_MESSAGES, "");
     terminal_shows_utf8 = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    // The library goes by LANG alone, its catalogues are in UTF-8, and the C library looks for them
+    // below /usr only.
+    const char *messages = std::setlocale(LC_MESSAGES, nullptr);
+    setenv("LANG", terminal_shows_utf8 && messages != nullptr ? messages : "C", 1);
+    setenv("NLSPATH", QEL_LOCALE_FOLDER "/%l/LC_MESSAGES/%N", 0);
+}
+
+std::string in_users_language(int message, const char *otherwise,
+                              std::initializer_list<std::string> values) {
+    constexpr int commands_set = 3;
+    const nl_catd catalogue = catopen("qelcat", 0);
+    const bool found = catalogue != reinterpret_cast<nl_catd>(-1);
+    std::string text = found ? catgets(catalogue, commands_set, message, otherwise) : otherwise;
+    if (found)
+        catclose(catalogue);
+    std::size_t at = 0;
+    for (const std::string &value : values) {
+        at = text.find("%s", at);
+        if (at == text.npos)
+            break;
+        text.replace(at, 2, value);
+        at += value.size();
+    }
+    return text;
+}
+
+void speak_english() {
+    setenv("LANG", "C", 1);
 }
 
 std::string printable(std::string_view text, Charset charset) {

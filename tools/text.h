@@ -3,6 +3,7 @@
 #define TOOLS_TEXT_H
 
 #include <cstdint>
+#include <initializer_list>
 #include <span>
 #include <string>
 #include <string_view>
@@ -14,8 +15,17 @@ enum class Charset {
     terminal // what the locale says that a terminal shows; ASCII unless it says UTF-8
 };
 
-// Reads the locale from the environment, once, at the start of the program.
+// Reads the locale from the environment, once, at the start of the program. Texts are told in the
+// language of its messages where the terminal shows UTF-8, else in English.
 void read_locale();
+
+// A text of the commands by its message in set 3 of the catalogue, or, where that has none, otherwise.
+// Each %s stands for one of values.
+std::string in_users_language(int message, const char *otherwise,
+                              std::initializer_list<std::string> values = {});
+
+// Texts are told in English: what programs read has no language.
+void speak_english();
 
 // text so that it can do a terminal no harm and hide nothing from its reader: control characters,
 // bytes that are no UTF-8, characters that change direction or are invisible, and characters that

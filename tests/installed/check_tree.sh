@@ -20,3 +20,4 @@ ldd "$qel" | grep -F "$scratch/moved/$3/../$4/libqel.so.1" >/dev/null || {
     exit 1
 }
 test -r "$scratch/moved/share/man/man1/qel.1"
+test -r "$scratch/moved/share/locale/de/LC_MESSAGES/qelcat" # as glibc looks for it
