@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <ctime>
 #include <cstring>
+#include <ctime>
 #include <deque>
 #include <string>
 
