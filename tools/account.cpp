@@ -1,8 +1,8 @@
 #include "account.h"
 
+#include "der.h"
+
 #include <algorithm>
-#include <cerrno>
-#include <functional>
 
 namespace tool {
 namespace {
@@ -27,22 +27,23 @@ void check_names(QelContext *context, const std::vector<const QelName *> &names)
 }
 
 std::string account(const std::function<QelStatus(FILE *)> &print) {
-    char *text = nullptr;
-    std::size_t size = 0;
-    FILE *stream = open_memstream(&text, &size);
-    if (stream == nullptr)
-        throw system_failure(Exit::internal, what, errno);
-    QelStatus status = print(stream);
-    if (std::fclose(stream) != 0 && status == QEL_OK)
-        status = QEL_ERR_NO_MEMORY;
-    const std::unique_ptr<char, FreeBlock> owner(text);
-    if (status != QEL_OK)
-        throw library_failure(status, what);
-    return printable_lines({text, size});
+    return printable_lines(library_text("it", print));
 }
 
 constexpr int full = 1;
 constexpr uint32_t indent = 2;
+
+// Values of attributes, of which some are printed.
+void check_attributes(const QelAttributes *list) {
+    for (; list != nullptr; list = list->next)
+        for (const QelAttrValue *node = list->attribute->values; node != nullptr;
+             node = node->next) {
+            std::span<const uint8_t> rest(node->value->value, node->value->length);
+            Element element;
+            if (take_element(rest, element) && (element.tag & 0x20) == 0)
+                check_line(std::string(element.contents.begin(), element.contents.end()).c_str());
+        }
+}
 
 } // namespace
 
@@ -66,6 +67,36 @@ std::string keypkg_account(QelContext *context, const QelKeyPkg &package) {
     check_line(package.keypkgId);
     return account(
         [&](FILE *stream) { return __qel_fprint_keypkg(context, stream, &package, full, indent); });
+}
+
+std::string trusted_key_account(QelContext *context, const QelTrustedKey &key) {
+    check_names(context, {key.owner, key.issuer});
+    return account([&](FILE *stream) {
+        return __qel_fprint_trusted_key(context, stream, &key, full, indent);
+    });
+}
+
+std::string request_account(QelContext *context, const Request &request) {
+    if (request.browser) {
+        check_line(request.browser->challenge);
+        return account([&](FILE *stream) {
+            return __qel_fprint_netscape_certreq(context, stream, request.browser.get(), full,
+                                                 indent);
+        });
+    }
+    check_names(context, {request.subject()});
+    check_attributes(request.pkcs10->attributes);
+    return account([&](FILE *stream) {
+        return __qel_fprint_certreq(context, stream, request.pkcs10.get(), full, indent);
+    });
+}
+
+std::string account_or_reason(const std::function<std::string()> &account) {
+    try {
+        return account();
+    } catch (const Failure &failure) {
+        return line("Library's account", "none (" + failure.why + ")");
+    }
 }
 
 } // namespace tool

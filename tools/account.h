@@ -2,7 +2,9 @@
 #ifndef TOOLS_ACCOUNT_H
 #define TOOLS_ACCOUNT_H
 
-#include "credential.h"
+#include "request.h"
+
+#include <functional>
 
 namespace tool {
 
@@ -12,6 +14,10 @@ namespace tool {
 // Every field, two blanks in.
 std::string cert_account(QelContext *context, const QelCert &cert);
 std::string keypkg_account(QelContext *context, const QelKeyPkg &package);
+std::string trusted_key_account(QelContext *context, const QelTrustedKey &key);
+std::string request_account(QelContext *context, const Request &request);
+// An account, or why there is none.
+std::string account_or_reason(const std::function<std::string()> &account);
 
 // The entry for a log of issued certificates.
 std::string cert_log_entry(QelContext *context, const QelCert &cert);

@@ -648,7 +648,8 @@ constexpr Command all_commands[] = {
     {"request show", "Show requests for certificates", "[FILE]", 0, 1,
      "Shows every request in a file, or standard input: PKCS#10 or a browser's signed key and "
      "challenge, DER or armoured, the latter also as the value of a line SPKAC=; and whether its "
-     "signature is good.",
+     "signature is good. --full adds what the library's printer makes of it, which refuses names "
+     "with attributes or string types other than those of 'qel dn'.",
      request_show_options, request_show_examples, run_request_show},
     {"request verify",
      "Verify requests for certificates",

@@ -177,14 +177,6 @@ std::string library_text(const std::string &what, const std::function<QelStatus(
     return {text, size};
 }
 
-std::string library_listing(const std::function<QelStatus(FILE *)> &print) {
-    try {
-        return printable_lines(library_text("it", print));
-    } catch (const Failure &failure) {
-        return line("Library", "cannot print it: " + failure.why);
-    }
-}
-
 Name read_name(QelContext *context, const std::string &text, const std::string &what) {
     QelName *name = nullptr;
     const QelStatus status = qel_str2dn(context, text.c_str(), &name);

@@ -85,9 +85,6 @@ std::string encoding_note(QelContext *context, const void *record, int pdu, cons
 // Throws Failure, naming what, at another status than QEL_OK.
 std::string library_text(const std::string &what, const std::function<QelStatus(FILE *)> &print);
 
-// The same as lines that are safe to print; or a line that says why the library prints none.
-std::string library_listing(const std::function<QelStatus(FILE *)> &print);
-
 // Why what ("a certificate") could not be had from an item that has a problem or gave status; for
 // QEL_ERR_ASN1_DECODE also what can be seen of the bytes: that they are cut, that others follow.
 Failure bad_item(const Input &input, const Item &item, const std::string &what, QelStatus status);

@@ -113,15 +113,6 @@ Json package_json(QelContext *context, const StoredPackage &package) {
     return json;
 }
 
-// What --full adds.
-static std::string account_text(QelContext *context, const StoredPackage &package) {
-    try {
-        return keypkg_account(context, *package.record);
-    } catch (const Failure &failure) {
-        return line("Library's account", "none (" + failure.why + ")");
-    }
-}
-
 Exit run_keypkg_show(const Arguments &arguments) {
     const Context context;
     const std::string path = package_path(arguments);
@@ -133,12 +124,15 @@ Exit run_keypkg_show(const Arguments &arguments) {
     Json json = arguments.report();
     json["file"] = utf8_or_latin1(path);
     json["packages"] = Json::array();
-    for (const StoredPackage &package : packages)
-        if (arguments.json())
+    for (const StoredPackage &package : packages) {
+        if (arguments.json()) {
             json["packages"].push_back(package_json(context, package));
-        else
-            put(package_text(context, package) +
-                (arguments.has("full") ? account_text(context, package) : ""));
+            continue;
+        }
+        put(package_text(context, package));
+        if (arguments.has("full"))
+            put(account_or_reason([&] { return keypkg_account(context, *package.record); }));
+    }
     if (arguments.json())
         put_json(json);
     return Exit::yes;

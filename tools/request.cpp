@@ -1,6 +1,7 @@
 // qel request new, show, verify
 #include "request.h"
 
+#include "account.h"
 #include "armour.h"
 #include "command.h"
 #include "key_package.h"
@@ -199,7 +200,7 @@ std::string attribute_text(const QelAttribute &attribute) {
     return oid_text(attribute.type) + (name != nullptr ? std::string(" ") + name : "");
 }
 
-std::string request_text(QelContext *context, const Request &request) {
+std::string request_text(QelContext *context, const Request &request, bool full) {
     const QelStatus status = signature_status(context, request);
     std::string text = request.where + ": " + request.kind() + " request\n";
     if (request.subject() != nullptr)
@@ -219,6 +220,8 @@ std::string request_text(QelContext *context, const Request &request) {
                      (status == QEL_OK ? ", good" : ", NOT good: " + status_words(status)));
     for (const std::string &note : request_notes(context, request))
         text += line("Note", note);
+    if (full)
+        text += account_or_reason([&] { return request_account(context, request); });
     return text;
 }
 
@@ -274,7 +277,7 @@ Exit run_request_show(const Arguments &arguments) {
         if (arguments.json())
             json["requests"].push_back(request_json(context, request, arguments.has("full")));
         else
-            put(request_text(context, request));
+            put(request_text(context, request, arguments.has("full")));
     if (arguments.json())
         put_json(json);
     return Exit::yes;

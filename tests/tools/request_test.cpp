@@ -132,6 +132,8 @@ TEST_F(Request, OfTheOracleAndOfBrowsersAreReadAndJudged) {
     const Json attributes = shown("$oracle.req")["attributes"];
     EXPECT_EQ(attributes.size(), 3U) << attributes;
     EXPECT_FALSE(holds(run("request show $oracle.req").out, "open sesame"));
+    EXPECT_TRUE(holds(run("request show --full $oracle.req").out, "open sesame"));
+    EXPECT_TRUE(holds(run("request show --full $utf8.req").out, "status 10"));
 }
 
 TEST_F(Request, NoFlippedBitVerifies) {
