@@ -125,6 +125,7 @@ Exit run_keypkg_import(const Arguments &arguments);
 Exit run_request_new(const Arguments &arguments);
 Exit run_request_show(const Arguments &arguments);
 Exit run_request_verify(const Arguments &arguments);
+Exit run_issue(const Arguments &arguments);
 Exit run_dn(const Arguments &arguments);
 Exit run_armor(const Arguments &arguments);
 Exit run_dearmor(const Arguments &arguments);

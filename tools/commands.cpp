@@ -360,6 +360,38 @@ constexpr Example request_verify_examples[] = {
     {"qel request verify < browser.spkac", "a browser's"},
 };
 
+// ---- a certification authority -----------------------------------------------------------------
+
+constexpr Option issue_options[] = {
+    {"key", 'k', "FILE", nullptr, false,
+     "the authority's key package or private key (default: the key server's)"},
+    {"cert", 'c', "FILE", nullptr, false, "the authority's certificate, which names the issuer"},
+    {"self", 0, nullptr, nullptr, false, "a certificate for the authority's own key"},
+    {"subject", 's', "NAME", nullptr, false, "distinguished name (default: of the request)"},
+    {"days", 'd', "N", nullptr, false, "how long it is valid (default 365)"},
+    {"not-before", 0, "TIME", nullptr, false,
+     "from when on, as 2026-01-31 or 2026-01-31T12:00:00Z (default: now)"},
+    {"serial", 0, "HEX", nullptr, false, "serial number (default: a new one)"},
+    ALGORITHM,
+    {"ca", 0, nullptr, nullptr, false, "say that the subject is an authority (basicConstraints)"},
+    {"key-usage", 0, "USE",
+     "digitalSignature|nonRepudiation|keyEncipherment|dataEncipherment|keyAgreement|keyCertSign|"
+     "cRLSign",
+     false, "what the key is for (keyUsage); repeatable", true},
+    {"critical", 0, nullptr, nullptr, false, "mark these extensions critical"},
+    {"log", 'l', "FILE", nullptr, false, "the log of issued certificates (default your own file)"},
+    {"output", 'o', "FILE", nullptr, false, "where the certificate goes (default standard output)"},
+    form_option,
+    force_new_option,
+    package_id_option,
+    passin_option,
+    max_iterations_option,
+};
+constexpr Example issue_examples[] = {
+    {"qel issue --self -k ca.KEYPKG --ca -l ca.log -o ca.pem", "the authority's own certificate"},
+    {"qel issue -k ca.KEYPKG -c ca.pem -l ca.log -o alice.pem alice.req", "one for a request"},
+};
+
 // ---- names, armour, ASN.1 ----------------------------------------------------------------------
 
 constexpr Option dn_options[] = {
@@ -662,6 +694,24 @@ constexpr Command all_commands[] = {
      {},
      request_verify_examples,
      run_request_verify},
+    {"issue", "Issue a certificate", "[FILE]", 0, 1,
+     "Signs a certificate for a request (PKCS#10 or a browser's) or a bare public key in a file, "
+     "or "
+     "standard input, with the authority's key; with --self and without a file, for that key and "
+     "its owner. A request whose signature is not good is refused, and so is a name that the "
+     "library cannot write, or that could be taken for another.\n\n"
+     "The certificate is of version 1, or of version 3 where extensions are asked for. Mark them "
+     "critical only for other programs: the library's own verification refuses such certificates, "
+     "'qel cert verify' says 43.\n\n"
+     "Every certificate is entered in the log before it leaves; its serial number is none that the "
+     "log has. Several may be issued at a time. Without --log it is your own file, which is named "
+     "after you with .CERTLOG behind it, beside your key package. The validity begins a minute "
+     "ago, "
+     "so that it holds at once, and must end by 2049.\n\n"
+     "MD5 and MD2 make certificates that can be forged: certificates for keys and names that you "
+     "do "
+     "not know help whoever wants that." PASS_PHRASES,
+     issue_options, issue_examples, run_issue},
     {"dn", "Parse a distinguished name and print it normalised", "NAME...", 1, any_type,
      "Reads printable names, TYPE=VALUE parts joined by commas, the most specific first, and "
      "prints "
