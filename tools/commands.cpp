@@ -392,6 +392,40 @@ constexpr Example issue_examples[] = {
     {"qel issue -k ca.KEYPKG -c ca.pem -l ca.log -o alice.pem alice.req", "one for a request"},
 };
 
+// ---- trusted keys ------------------------------------------------------------------------------
+
+constexpr Option trust_list_options[] = {
+    {"full", 'f', nullptr, nullptr, false, "show every field"},
+    package_id_option,
+};
+constexpr Example trust_list_examples[] = {
+    {"qel trust list", "the keys that your own key package trusts"},
+};
+
+constexpr Option trust_add_options[] = {
+    {"cert", 'c', "FILE", nullptr, true, "certificates whose keys to trust; repeatable", true},
+    package_id_option,
+    passin_option,
+    max_iterations_option,
+};
+constexpr Example trust_add_examples[] = {
+    {"qel trust add --cert root.pem", "in your own key package"},
+};
+
+constexpr Option trust_delete_options[] = {
+    {"subject", 's', "NAME", nullptr, false, "every key of this owner"},
+    {"issuer", 'i', "NAME", nullptr, false, "the key from the certificate of this issuer..."},
+    {"serial", 0, "HEX", nullptr, false,
+     "...with this serial number, as 'qel trust list' shows it"},
+    package_id_option,
+    passin_option,
+    max_iterations_option,
+};
+constexpr Example trust_delete_examples[] = {
+    {"qel trust delete --subject 'CN=Root, O=Acme'", "by its owner"},
+    {"qel trust delete --issuer 'CN=Root, O=Acme' --serial 01", "by its certificate"},
+};
+
 // ---- names, armour, ASN.1 ----------------------------------------------------------------------
 
 constexpr Option dn_options[] = {
@@ -712,6 +746,22 @@ constexpr Command all_commands[] = {
      "do "
      "not know help whoever wants that." PASS_PHRASES,
      issue_options, issue_examples, run_issue},
+    {"trust list", "List the keys that a key package trusts", "[FILE]", 0, 1,
+     "Shows the trusted keys of a key package, by default your own. --full adds what the library's "
+     "printer makes of them.",
+     trust_list_options, trust_list_examples, run_trust_list},
+    {"trust add", "Trust the keys of certificates", "[FILE]", 0, 1,
+     "Enters the keys of certificates into a key package, by default your own, with subject, "
+     "issuer, serial number and validity, and signs the package again with its own key. All are "
+     "entered, or none: a key of the same subject that is there already is refused. The "
+     "certificates are not verified: look at 'qel cert show' and compare the fingerprints "
+     "first." PASS_PHRASES,
+     trust_add_options, trust_add_examples, run_trust_add},
+    {"trust delete", "Trust a key no more", "[FILE]", 0, 1,
+     "Removes trusted keys from a key package, by default your own: all of a subject, or the one "
+     "of an issuer and serial number; with both options, what either names. The package is signed "
+     "again with its own key. Exits 1 if there is no such key." PASS_PHRASES,
+     trust_delete_options, trust_delete_examples, run_trust_delete},
     {"dn", "Parse a distinguished name and print it normalised", "NAME...", 1, any_type,
      "Reads printable names, TYPE=VALUE parts joined by commas, the most specific first, and "
      "prints "
