@@ -533,9 +533,9 @@ struct Statuses {
 // All calls at once, each on a connection of its own.
 Statuses all_calls(
     bool connected, const std::function<void()> &between = [] {}) {
-    QelStatus (Session::*const calls[])() = {&Session::stat,   &Session::fetch,
-                                             &Session::log_in, &Session::send_much,
-                                             &Session::sign,   &Session::unwrap};
+    const std::function<QelStatus(Session &)> calls[] = {&Session::stat,   &Session::fetch,
+                                                         &Session::log_in, &Session::send_much,
+                                                         &Session::sign,   &Session::unwrap};
     std::vector<std::unique_ptr<Session>> sessions;
     for (std::size_t i = 0; i < std::size(calls); ++i) {
         sessions.push_back(std::make_unique<Session>(connected));
@@ -545,7 +545,7 @@ Statuses all_calls(
     QelStatus found[std::size(calls)];
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < std::size(calls); ++i)
-        threads.emplace_back([&, i] { found[i] = (sessions[i].get()->*calls[i])(); });
+        threads.emplace_back([&, i] { found[i] = calls[i](*sessions[i]); });
     for (std::thread &thread : threads)
         thread.join();
     return {found[0], found[1], found[2], found[3], found[4], found[5]};
