@@ -16,7 +16,7 @@ namespace {
 constexpr int application_id = 2019978801; // PRAGMAs below
 constexpr int schema_version = 1;
 
-constexpr int busy_milliseconds = 10000;
+constexpr int busy_seconds = 10;
 
 // The version of an attribute is its key, which AUTOINCREMENT never gives twice. hash is over area,
 // identifier and value (see value_hash), so that a search is one look-up.
@@ -164,9 +164,30 @@ unsigned open_database(const char *name, int flags, const char *vfs, Database *d
     return status_of(db, result);
 }
 
+constexpr int64_t per_second = 1'000'000'000;
+
+int64_t nanoseconds(const timespec &time) {
+    return time.tv_sec * per_second + time.tv_nsec;
+}
+
+// Called while another holds the lock; 0 gives up. SQLite's own waiting sleeps longer and longer, up
+// to a tenth of a second, and so meets none of the short gaps that a busy writer leaves.
+int wait_for_lock(void *since, int round) {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    auto *begin = static_cast<timespec *>(since);
+    if (round == 0)
+        *begin = now;
+    if (nanoseconds(now) - nanoseconds(*begin) >= busy_seconds * per_second)
+        return 0;
+    const timespec pause = {0, 200'000 + now.tv_nsec % 1'000'000}; // out of step with the others
+    nanosleep(&pause, nullptr);
+    return 1;
+}
+
 // How a connection to a finished file is set up.
-unsigned prepare(sqlite3 *db) {
-    sqlite3_busy_timeout(db, busy_milliseconds);
+unsigned prepare(Connection *connection, sqlite3 *db) {
+    sqlite3_busy_handler(db, wait_for_lock, &connection->waiting_since);
     int keep_log = 1;
     sqlite3_file_control(db, nullptr, SQLITE_FCNTL_PERSIST_WAL, &keep_log);
     int64_t ignored = 0, application = 0, version = 0;
@@ -232,7 +253,7 @@ unsigned connect(Connection *connection, const char *path, Access access, bool *
     const int flags = access == Access::writing ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
     unsigned code = open_database(path, flags, nullptr, &database);
     if (code == FN_SUCCESS)
-        code = prepare(database.get());
+        code = prepare(connection, database.get());
     if (code == FN_SUCCESS)
         adopt(connection, &database, file);
     return code;
@@ -384,7 +405,7 @@ unsigned create_file(const char *path) {
         return status_of_errno(errno);
     constexpr timespec pause = {0, 10'000'000};
     for (int waited = 0; flock(directory.number, LOCK_EX | LOCK_NB) != 0; waited += 10) {
-        if (errno != EWOULDBLOCK || waited >= busy_milliseconds)
+        if (errno != EWOULDBLOCK || waited >= 1000 * busy_seconds)
             return FN_E_CTX_UNAVAILABLE;
         nanosleep(&pause, nullptr);
     }
@@ -419,8 +440,8 @@ qel::Owned<char> uri_of(const char *path, const char *options) {
 bool is_settled(const timespec &written) {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    constexpr int64_t second = 1'000'000'000, tick = 50'000'000;
-    const int64_t age = (now.tv_sec - written.tv_sec) * second + now.tv_nsec - written.tv_nsec;
+    constexpr int64_t tick = 50'000'000;
+    const int64_t age = nanoseconds(now) - nanoseconds(written);
     return age < 0 || age > tick;
 }
 
@@ -449,7 +470,7 @@ unsigned open_private(Connection *connection, const char *path) {
     if (code == FN_SUCCESS) // keeps the index of the log in memory
         code = execute(database.get(), "PRAGMA locking_mode = EXCLUSIVE");
     if (code == FN_SUCCESS)
-        code = prepare(database.get());
+        code = prepare(connection, database.get());
     if (code == FN_SUCCESS)
         adopt(connection, &database, file);
     return code;

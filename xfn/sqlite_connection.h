@@ -15,6 +15,7 @@
 
 #include <sqlite3.h>
 
+#include <ctime>
 #include <string_view>
 #include <sys/types.h>
 
@@ -54,6 +55,7 @@ struct Connection {
     pid_t process; // which opened it
     dev_t device;  // the file that was opened: another may be at its path meanwhile
     ino_t inode;
+    timespec waiting_since; // for a lock that another holds
 };
 
 enum class Access { reading, writing };
