@@ -1,6 +1,6 @@
 #!/bin/sh
 # check_library.sh LIBRARY LIST: the library exports the names of LIST, in their versions, needs no
-# other libraries than the C library and libtirpc, and is bound as a whole when it is loaded.
+# other libraries than the C library, libtirpc, libnsl and libxfn, and is bound as a whole when it is loaded.
 # check_library.sh --write LIBRARY LIST: makes LIST anew.
 set -eu
 export LC_ALL=C
@@ -21,7 +21,7 @@ if ! exported "$1" | diff -u "$2" -; then
     status=1
 fi
 needed=$(readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
-if [ "$(echo $needed)" != "libtirpc.so.3 libc.so.6" ]; then
+if [ "$(echo $needed)" != "libxfn.so.1 libnsl.so.2 libtirpc.so.3 libc.so.6" ]; then
     echo "The library needs:" $needed
     status=1
 fi
