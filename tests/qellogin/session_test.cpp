@@ -29,8 +29,7 @@ public:
         server_ = std::thread([this, result = std::move(result)] { serve(result); });
     }
     ~OneAnswer() {
-        shutdown(ends_[0], SHUT_RDWR);
-        server_.join();
+        finish(SHUT_RDWR);
         clnt_destroy(static_cast<CLIENT *>(context_->key_server));
         context_->key_server = nullptr;
         close(ends_[0]);
@@ -41,16 +40,25 @@ public:
 
     // Whether the client has sent nothing.
     bool is_silent() {
-        shutdown(ends_[0], SHUT_WR);
-        server_.join();
-        server_ = std::thread([] {});
+        finish(SHUT_WR);
         return !heard_;
     }
     // The procedure's number and its argument, after the call.
-    uint32_t procedure() const { return procedure_; }
-    const Bytes &argument() const { return argument_; }
+    uint32_t procedure() {
+        finish(SHUT_WR);
+        return procedure_;
+    }
+    const Bytes &argument() {
+        finish(SHUT_WR);
+        return argument_;
+    }
 
 private:
+    void finish(int how) {
+        shutdown(ends_[0], how);
+        if (server_.joinable())
+            server_.join();
+    }
     Bytes receive(std::size_t size) {
         Bytes bytes(size);
         if (recv(ends_[1], bytes.data(), size, MSG_WAITALL) != static_cast<ssize_t>(size))
