@@ -24,21 +24,6 @@ void add_item(Output *output, int kind, int form, const uint8_t *data, uint32_t 
         output->add(around->end).add("\n");
 }
 
-// The hidden file in the user's home: home/.login.KEYPKG
-QelStatus default_file(qel::Owned<char> *path_out) {
-    CallingUser user;
-    if (const QelStatus status = find_calling_user(&user); status != QEL_OK)
-        return status;
-    constexpr char format[] = "%s/.%s.KEYPKG";
-    const std::size_t size = std::strlen(user.home) + std::strlen(user.login_name) + sizeof format;
-    path_out->reset(static_cast<char *>(std::malloc(size)));
-    if (*path_out == nullptr)
-        return QEL_ERR_NO_MEMORY;
-    return __qel_snprintf(path_out->get(), size, format, user.home, user.login_name) == 0
-               ? QEL_OK
-               : QEL_ERR_BUFFER_SIZE;
-}
-
 } // namespace
 
 QelStatus __qel_dump_append_and_delimit(int kind, const char *file_name, int form,
@@ -56,7 +41,7 @@ QelStatus __qel_dump_data_set(int kind, const char *file_name, int form, uint32_
         return QEL_OK;
     qel::Owned<char> path;
     if (file_name == nullptr || *file_name == '\0') {
-        if (const QelStatus status = default_file(&path); status != QEL_OK)
+        if (const QelStatus status = find_hidden_keypkg_file(&path); status != QEL_OK)
             return status;
         file_name = path.get();
     }

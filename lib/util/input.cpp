@@ -6,6 +6,7 @@
 
 #include <lib/memory.h>
 #include <util/file.h>
+#include <util/input.h>
 
 namespace {
 
@@ -37,6 +38,20 @@ QelStatus read_hex(const char *text, uint32_t length, uint8_t **buffer_out, uint
 }
 
 } // namespace
+
+QelStatus decode_text(int form, const char *text, uint32_t length, uint8_t **bytes_out,
+                      uint32_t *length_out) {
+    *bytes_out = nullptr;
+    *length_out = 0;
+    switch (form) {
+    case QEL_FORM_ARMOUR:
+        return __qel_rfc1421_2_binary(text, length, bytes_out, length_out);
+    case QEL_FORM_HEX:
+        return read_hex(text, length, bytes_out, length_out);
+    default:
+        return QEL_ERR_BAD_PARAM;
+    }
+}
 
 QelStatus __qel_read_ostr_file(const char *file_name, uint8_t **buffer_out, uint32_t *length_out) {
     if (buffer_out != nullptr)
@@ -71,8 +86,5 @@ QelStatus __qel_read_input(const char *file_name, int form, uint8_t **buffer_out
     const uint32_t length = *length_out;
     const qel::SecretBytes owner(*buffer_out, qel::ZeroAndFree{length});
     const auto *text = reinterpret_cast<const char *>(owner.get());
-    *buffer_out = nullptr;
-    *length_out = 0;
-    return form == QEL_FORM_ARMOUR ? __qel_rfc1421_2_binary(text, length, buffer_out, length_out)
-                                   : read_hex(text, length, buffer_out, length_out);
+    return decode_text(form, text, length, buffer_out, length_out);
 }
