@@ -335,14 +335,58 @@ QelStatus qel_verify_cert_est_chain(QelContext *context, const QelCert *certific
 /* ---- Certificates and key packages in their repositories ------------------------------------------ */
 
 /*
- * The repositories and the statuses are those of store.h, which has the same operations on the others.
+ * Each is an operation of store.h on one repository, with that operation's statuses.
+ *
+ *   function        repository                                  see
+ *   qel_get_keypkg  the key server                              __qel_get_keypkg
+ *   qel_set_keypkg  the naming service, with the key server     __qel_set_keypkg
+ *                   kept in step
+ *   qel_get_cert    the naming service                          __qel_get_cert
+ *   qel_set_cert    the naming service                          __qel_set_cert
  */
 
+/*
+ * qel_get_keypkg gives the caller's registered key package with the context's identifier.
+ *   name         not looked at.
+ *   package_out  a new record; the caller frees it (qel_free_keypkg).
+ * QEL_ERR_NO_KEYPKG: there is none. QEL_ERR_NOT_LOGGED_IN. QEL_ERR_SERV_CONNECT. QEL_ERR_GENERAL.
+ */
 QelStatus qel_get_keypkg(QelContext *context, const char *name, QelKeyPkg **package_out);
+
+/*
+ * qel_set_keypkg stores a key package.
+ *   name  the entry; null: that of the caller's login name.
+ */
 QelStatus qel_set_keypkg(QelContext *context, const char *name, const QelKeyPkg *package);
+
+/*
+ * qel_get_cert gives all certificates of a subject.
+ *   subject           a printable name, see qel_str2dn.
+ *   certificates_out  a new array of *count_out records; the caller frees it (qel_free_cert_list).
+ */
 QelStatus qel_get_cert(QelContext *context, const char *subject, QelCert **certificates_out,
                        int *count_out);
+
+/*
+ * qel_set_cert adds a certificate to an entry.
+ *   name  the entry; null: that of the caller's login name.
+ */
 QelStatus qel_set_cert(QelContext *context, const char *name, const QelCert *certificate);
+
+/*
+ * qel_get_cert_chain collects the issuers of a certificate from the naming service, each verified with
+ * the key of the next, up to a self-signed one, or to a certificate with a name that is trusted. That
+ * its keys are trusted is not looked at. Of several certificates of an issuer the first that leads to
+ * an end is taken.
+ *   trusted_names  printable names, ended by null; null: every name is trusted.
+ *   flag           not used.
+ *   chain_out      a new array of *count_out records that begins with a copy of the certificate; the
+ *                  caller frees it (qel_free_cert_list).
+ * QEL_ERR_VERIFY: a signature is not good, or a self-signed certificate's name is not trusted.
+ * QEL_ERR_KEY_EXPIRED: a validity does not cover the present. QEL_ERR_NO_CHAIN: issuers in a circle,
+ * or more than 1000. What qel_verify_cert, qel_get_cert and __qel_find_dn_in_list return; of several
+ * failures the last.
+ */
 QelStatus qel_get_cert_chain(QelContext *context, const QelCert *certificate,
                              const char *const *trusted_names, int flag, QelCert **chain_out,
                              int *count_out);
