@@ -1,5 +1,6 @@
 // dn.cpp: distinguished names as printable text, and back.
 
+#include <asn1/dn.h>
 #include <asn1/object_ids.h>
 
 #include <lib/memory.h>
@@ -382,14 +383,7 @@ QelStatus qel_dn2str(QelContext *context, const QelName *name, char **string_out
     return __qel_dn2str(context, name, 1, string_out);
 }
 
-QelStatus __qel_normalize_DN(QelContext *context, const char *string, int mode, char **string_out) {
-    if (string_out == nullptr)
-        return QEL_ERR_BAD_PARAM;
-    *string_out = nullptr;
-    QelName *name = nullptr;
-    if (const QelStatus status = qel_str2dn(context, string, &name); status != QEL_OK)
-        return status;
-    const OwnedName owner(name);
+QelStatus normalise_dn(QelContext *context, const QelName *name, int mode, char **string_out) {
     uint8_t *bytes = nullptr;
     uint32_t length = 0;
     if (const QelStatus status = __qel_asn1_encode(context, name, QEL_PDU_Name, &bytes, &length);
@@ -402,4 +396,15 @@ QelStatus __qel_normalize_DN(QelContext *context, const char *string, int mode, 
         return status;
     const OwnedName canonical(static_cast<QelName *>(decoded));
     return __qel_dn2str(context, canonical.get(), mode, string_out);
+}
+
+QelStatus __qel_normalize_DN(QelContext *context, const char *string, int mode, char **string_out) {
+    if (string_out == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    *string_out = nullptr;
+    QelName *name = nullptr;
+    if (const QelStatus status = qel_str2dn(context, string, &name); status != QEL_OK)
+        return status;
+    const OwnedName owner(name);
+    return normalise_dn(context, name, mode, string_out);
 }

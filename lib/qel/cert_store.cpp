@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <asn1/dn.h>
 #include <lib/context.h>
 #include <util/naming.h>
 #include <util/output.h>
@@ -27,21 +28,9 @@ QelStatus normalise(QelContext *context, const char *subject, Owned<char> *norma
     return status;
 }
 
-// The same for a name out of a certificate.
-QelStatus normalise(QelContext *context, const QelName *name, Owned<char> *normalised_out) {
-    uint8_t *bytes = nullptr;
-    uint32_t length = 0;
-    QelStatus status = __qel_asn1_encode(context, name, QEL_PDU_Name, &bytes, &length);
-    if (status != QEL_OK)
-        return status;
-    const Owned<uint8_t> encoding(bytes);
-    void *decoded = nullptr;
-    status = __qel_asn1_decode(context, bytes, length, QEL_PDU_Name, &decoded);
-    if (status != QEL_OK)
-        return status;
-    const OwnedName canonical(static_cast<QelName *>(decoded));
+QelStatus normalise(QelContext *context, const QelName *subject, Owned<char> *normalised_out) {
     char *normalised = nullptr;
-    status = __qel_dn2str(context, canonical.get(), registered_form, &normalised);
+    const QelStatus status = normalise_dn(context, subject, registered_form, &normalised);
     normalised_out->reset(normalised);
     return status;
 }
@@ -72,19 +61,14 @@ QelStatus find_entry(QelContext *context, const char *subject, Owned<char> *entr
     return status;
 }
 
-QelStatus read_file(QelContext *context, const char *name, qel::DataSet *set) {
-    const QelStatus status = read_data_set(context, QEL_REPO_FILE, name, set);
-    return status == QEL_OK ? convert_data_set(QEL_FORM_ARMOUR, set) : status;
-}
-
 QelStatus read_certs(QelContext *context, int repository, const char *name, qel::DataSet *set) {
     QelStatus status;
     Owned<char> entry, subject, path;
     switch (repository) {
     case QEL_REPO_FILE:
-        return read_file(context, name, set);
+        return read_data_set_file(context, name, set);
     case QEL_REPO_STDIN:
-        return read_file(context, nullptr, set);
+        return read_data_set_file(context, nullptr, set);
     case QEL_REPO_DSV:
         status = find_entry(context, name, &entry);
         return status == QEL_OK ? read_data_set(context, qel::named_certificates, entry.get(), set)
@@ -93,7 +77,7 @@ QelStatus read_certs(QelContext *context, int repository, const char *name, qel:
         status = normalise(context, name, &subject);
         if (status == QEL_OK)
             status = certificate_file(context, subject.get(), &path);
-        return status == QEL_OK ? read_file(context, path.get(), set) : status;
+        return status == QEL_OK ? read_data_set_file(context, path.get(), set) : status;
     default:
         return QEL_ERR_BAD_PARAM;
     }
@@ -164,7 +148,7 @@ QelStatus remove_from_file(QelContext *context, const char *name, const QelName 
         return QEL_ERR_NO_FILE;
     qel::DataSet set;
     QelDataSetItem *item = nullptr;
-    QelStatus status = read_file(context, name, &set);
+    QelStatus status = read_data_set_file(context, name, &set);
     if (status == QEL_OK)
         status = find_cert(context, set, issuer, serial, &item);
     if (status != QEL_OK)

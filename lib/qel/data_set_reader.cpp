@@ -147,3 +147,8 @@ QelStatus convert_data_set(int form, qel::DataSet *set) {
     }
     return QEL_OK;
 }
+
+QelStatus read_data_set_file(QelContext *context, const char *name, qel::DataSet *set) {
+    const QelStatus status = read_data_set(context, QEL_REPO_FILE, name, set);
+    return status == QEL_OK ? convert_data_set(QEL_FORM_ARMOUR, set) : status;
+}

@@ -56,7 +56,10 @@ private:
 // __qel_read_input, dsv_get_..._given_user_name and __qel_get_qelserv_keypkg.
 QelStatus read_data_set(QelContext *context, uint32_t source, const char *name, qel::DataSet *set);
 
-// The same for text in memory.
+// The items of a file, encoded: read_data_set and convert_data_set.
+QelStatus read_data_set_file(QelContext *context, const char *name, qel::DataSet *set);
+
+// What read_data_set makes of a file with this text.
 QelStatus parse_data_set(const char *text, uint32_t length, qel::DataSet *set);
 
 // Makes encodings of items in one form: QEL_FORM_RAW (they are encodings), QEL_FORM_ARMOUR,

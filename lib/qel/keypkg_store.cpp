@@ -60,21 +60,16 @@ QelStatus find_item(QelContext *context, const qel::DataSet &set, const char *pa
     return QEL_ERR_NO_KEYPKG;
 }
 
-QelStatus read_file(QelContext *context, const char *name, qel::DataSet *set) {
-    const QelStatus status = read_data_set(context, QEL_REPO_FILE, name, set);
-    return status == QEL_OK ? convert_data_set(QEL_FORM_ARMOUR, set) : status;
-}
-
 QelStatus read_keypkgs(QelContext *context, int repository, const char *name, qel::DataSet *set) {
     QelStatus status;
     CallingUser user;
     qel::Owned<char> path;
     switch (repository) {
     case QEL_REPO_FILE:
-        return read_file(context, name, set);
+        return read_data_set_file(context, name, set);
     case QEL_REPO_DEFAULT:
         status = find_keypkg_file(&path);
-        return status == QEL_OK ? read_file(context, path.get(), set) : status;
+        return status == QEL_OK ? read_data_set_file(context, path.get(), set) : status;
     case QEL_REPO_DSV:
     case QEL_REPO_QELSERV:
         status = name_or_login(&name, &user);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include <asn1/dn.h>
 #include <lib/memory.h>
 
 namespace {
@@ -44,24 +45,6 @@ int compare_ignoring_case(const char *a, const char *b) {
         ++b;
     }
     return lower(*a) - lower(*b);
-}
-
-// The printable form of a name after a passage through its encoding, which makes its order of
-// assertions and its types of strings canonical.
-QelStatus canonical_string(QelContext *context, const QelName *name, char **string_out) {
-    uint8_t *encoding = nullptr;
-    uint32_t length = 0;
-    QelStatus status = __qel_asn1_encode(context, name, QEL_PDU_Name, &encoding, &length);
-    const qel::Owned<uint8_t> encoding_owner(encoding);
-    if (status != QEL_OK)
-        return status;
-
-    void *decoded = nullptr;
-    status = __qel_asn1_decode(context, encoding, length, QEL_PDU_Name, &decoded);
-    const qel::Record<QelName, qel_free_dn> canonical(static_cast<QelName *>(decoded));
-    if (status != QEL_OK)
-        return status;
-    return qel_dn2str(context, canonical.get(), string_out);
 }
 
 } // namespace
@@ -151,12 +134,12 @@ QelStatus __qel_cmp_dn(QelContext *context, const QelName *a, const QelName *b, 
         return QEL_OK;
 
     char *string_a = nullptr;
-    QelStatus status = canonical_string(context, a, &string_a);
+    QelStatus status = normalise_dn(context, a, 1, &string_a);
     const qel::Owned<char> owner_a(string_a);
     if (status != QEL_OK)
         return status;
     char *string_b = nullptr;
-    status = canonical_string(context, b, &string_b);
+    status = normalise_dn(context, b, 1, &string_b);
     const qel::Owned<char> owner_b(string_b);
     if (status != QEL_OK)
         return status;
