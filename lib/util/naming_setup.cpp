@@ -6,11 +6,13 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <netdb.h>
 #include <pthread.h>
 #include <rpc/rpc.h>
 #include <rpcsvc/nis.h>
 #include <rpcsvc/ypclnt.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,6 +31,7 @@ constexpr char presence_file[] = "/var/fn/dsv_org.ctx.dir";
 constexpr char presence_map[] = "dsv_org.ctx";
 constexpr char settings[] = "/etc/fn.conf";
 constexpr char settings_aside[] = "/etc/fn.conf.bak";
+constexpr char settings_turn[] = "/run/fn.conf.lock";
 
 struct BackEnd {
     unsigned number;
@@ -53,6 +56,25 @@ public:
     ~Locked() { pthread_mutex_unlock(&user_context_lock); }
     Locked(const Locked &) = delete;
     Locked &operator=(const Locked &) = delete;
+};
+
+// Processes take turns: what one has put aside another would find missing, and delete when it is back.
+// Who cannot open the file is not root, and cannot move the settings either.
+class Turn {
+public:
+    Turn() : file(open(settings_turn, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600)) {
+        while (file != -1 && flock(file, LOCK_EX) == -1 && errno == EINTR)
+            ;
+    }
+    ~Turn() {
+        if (file != -1)
+            close(file);
+    }
+    Turn(const Turn &) = delete;
+    Turn &operator=(const Turn &) = delete;
+
+private:
+    int file;
 };
 
 FN_ctx_t **handle_of(NameKind kind) {
@@ -241,6 +263,7 @@ bool qel::is_set_up(unsigned back_end) {
 }
 
 QelStatus install_dsv() {
+    const Turn turn;
     const bool had_settings = exists(settings);
     if (had_settings && rename(settings, settings_aside) != 0)
         return QEL_ERR_XFN;

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <fcntl.h>
 #include <rpc/rpc.h>
 #include <rpcsvc/nis.h>
 #include <rpcsvc/ypclnt.h>
@@ -44,6 +45,8 @@ struct Log {
 Log *const events = static_cast<Log *>(
     mmap(nullptr, sizeof(Log), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 
+const int lock_file = memfd_create("lock", 0);
+
 void record(const std::string &line) {
     const std::size_t at = events->size.fetch_add(line.size() + 1);
     ASSERT_LT(at + line.size() + 1, sizeof events->text);
@@ -67,6 +70,7 @@ pid_t __real_fork(void);
 pid_t __real__Fork(void);
 pid_t __real_waitpid(pid_t child, int *status, int options);
 int __real_stat(const char *path, struct stat *found);
+int __real_open(const char *path, int flags, ...);
 
 pid_t __wrap_fork(void) {
     return host.fork != 0 ? host.fork : __real_fork();
@@ -120,6 +124,17 @@ int __wrap_stat(const char *path, struct stat *found) {
     if (std::strcmp(path, "/etc/fn.conf") == 0)
         return host.settings ? 0 : -1;
     return __real_stat(path, found);
+}
+
+int __wrap_open(const char *path, int flags, ...) {
+    if (std::strcmp(path, "/run/fn.conf.lock") == 0)
+        return __real_open(("/proc/self/fd/" + std::to_string(lock_file)).c_str(),
+                           O_RDWR | O_CLOEXEC);
+    va_list more;
+    va_start(more, flags);
+    const auto mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
+    va_end(more);
+    return __real_open(path, flags, mode);
 }
 
 int getdomainname(char *name, size_t size) noexcept {
@@ -242,6 +257,28 @@ TEST(NamingSetup, Install) {
             EXPECT_EQ(__real_waitpid(other, nullptr, 0), other);
         });
     }
+}
+
+TEST(NamingSetup, ProcessesInstallInTurn) {
+    std::vector<std::string> expected;
+    in_child([&] {
+        recorded();
+        host.settings = true;
+        std::vector<pid_t> processes(4);
+        for (pid_t &process : processes) {
+            process = __real_fork();
+            if (process == 0)
+                _exit(install_dsv());
+            for (const char *event : {kAside, kSelect, "ended 3", kCreate, "ended 3", kBack})
+                expected.emplace_back(event);
+        }
+        for (const pid_t process : processes) {
+            int status = -1;
+            EXPECT_EQ(__real_waitpid(process, &status, 0), process);
+            EXPECT_EQ(status, 0);
+        }
+        EXPECT_THAT(recorded(), ElementsAreArray(expected));
+    });
 }
 
 TEST(NamingSetup, InstallNamesTheBackEnd) {

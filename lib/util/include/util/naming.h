@@ -89,7 +89,8 @@ QelStatus dsv_set_context(NameKind kind);
 
 // Sets the naming service up for the chosen back end with the platform's commands, and waits for
 // them. What they did is not looked at; /etc/fn.conf is as it was. QEL_ERR_XFN: it cannot be kept
-// safe or put back, or there can be no process. The caller sees to it that no one else is here.
+// safe or put back, or there can be no process. Processes take turns; the caller sees to it that no
+// other thread is here.
 QelStatus install_dsv();
 
 #endif
