@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <fcntl.h>
 #include <netdb.h>
@@ -129,6 +130,17 @@ void wait_for(pid_t child) {
         ;
 }
 
+// In the child: a signal to the whole group has the application's handlers run in the application only.
+void forget_handlers() {
+    struct sigaction standard = {};
+    standard.sa_handler = SIG_DFL;
+    for (int number = 1; number < NSIG; ++number) {
+        struct sigaction now;
+        if (sigaction(number, nullptr, &now) == 0 && now.sa_handler != SIG_IGN)
+            sigaction(number, &standard, nullptr);
+    }
+}
+
 // In the child: has a child of its own choose the back end, then makes the root. Other threads may
 // have held any lock at the fork, so nothing is called here that a signal handler may not call; and a
 // failure ends the process, in which the caller's program must not run on.
@@ -144,6 +156,21 @@ void wait_for(pid_t child) {
     wait_for(chooser);
     execl("/usr/sbin/ctxcreate", "ctxcreate", "-t", "org", "-o", "org//", end);
     _exit(QEL_ERR_XFN);
+}
+
+// -1: there can be no process.
+pid_t start_set_up(const char *back_end) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before); // until the handlers are gone
+    const pid_t child = fork();
+    if (child == 0)
+        forget_handlers();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (child == 0)
+        set_up_in_child(back_end);
+    return child;
 }
 
 const char *word_of(unsigned back_end) {
@@ -267,10 +294,7 @@ QelStatus install_dsv() {
     const bool had_settings = exists(settings);
     if (had_settings && rename(settings, settings_aside) != 0)
         return QEL_ERR_XFN;
-    const char *back_end = word_of(source_ns);
-    const pid_t child = fork();
-    if (child == 0)
-        set_up_in_child(back_end);
+    const pid_t child = start_set_up(word_of(source_ns));
     if (child != -1)
         wait_for(child);
     if (had_settings && rename(settings_aside, settings) != 0)

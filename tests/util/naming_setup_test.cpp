@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <fcntl.h>
 #include <rpc/rpc.h>
@@ -31,6 +32,7 @@ struct Host {
     pid_t second_fork = 0;
     bool commands = true;     // they are there
     bool interrupted = false; // the first wait
+    bool signalled = false;   // the first child, while it waits for the second
     const char *domain = "example";
     bool binds = false;
     bool has_map = false;
@@ -102,6 +104,8 @@ int __wrap_execl(const char *path, const char *argument, ...) {
         line += std::string(" ") + argument;
     va_end(more);
     record(line);
+    if (host.signalled)
+        kill(getppid(), SIGUSR1);
     if (host.commands)
         _exit(3);
     errno = ENOENT;
@@ -233,6 +237,10 @@ const InstallCase kInstallCases[] = {
      {.interrupted = true},
      QEL_OK,
      {kSelect, "ended 3", kCreate, "ended 3", kDelete}},
+    {"a signal that the application handles",
+     {.signalled = true},
+     QEL_OK,
+     {kSelect, "ended 0", kDelete}},
     {"settings that stay", {.settings = true, .failing_rename = 1}, QEL_ERR_XFN, {kAside}},
     {"settings that do not come back",
      {.settings = true, .failing_rename = 2},
@@ -252,6 +260,7 @@ TEST(NamingSetup, Install) {
             if (other == 0)
                 _exit(0);
             host = row.host;
+            std::signal(SIGUSR1, [](int) { record("handled"); });
             EXPECT_EQ(install_dsv(), row.status);
             EXPECT_THAT(recorded(), ElementsAreArray(row.events));
             EXPECT_EQ(__real_waitpid(other, nullptr, 0), other);
