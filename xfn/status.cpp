@@ -130,11 +130,11 @@ int fn_status_set_code(FN_status_t *status, unsigned int code) {
 }
 
 const FN_composite_name_t *fn_status_remaining_name(const FN_status_t *status) {
-    return status->remaining;
+    return status != nullptr ? status->remaining : nullptr;
 }
 
 const FN_composite_name_t *fn_status_resolved_name(const FN_status_t *status) {
-    return status->resolved;
+    return status != nullptr ? status->resolved : nullptr;
 }
 
 FN_string_t *fn_status_description(const FN_status_t *status, unsigned int detail,

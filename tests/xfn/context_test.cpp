@@ -52,6 +52,8 @@ TEST(Context, NamesResolve) {
         {"an empty component", "user/", FN_E_ILLEGAL_NAME, "/"},
         {"an empty component in front", "/user", FN_E_ILLEGAL_NAME, "/user"},
         {"a global name that is not there", ".../C=US/O=x", FN_E_NAME_NOT_FOUND, ".../C=US/O=x"},
+        {"an empty component in a global name", ".../url=http://x", FN_E_NAME_NOT_FOUND,
+         ".../url=http://x"},
         {"nothing behind the dots", "...", FN_E_NAME_NOT_FOUND, "..."},
     };
     for (const auto &row : cases) {
@@ -66,6 +68,8 @@ TEST(Context, NamesResolve) {
         EXPECT_EQ(rest == nullptr ? "" : std::string(xfn::view(rest.get())),
                   row.remaining == nullptr ? "" : row.remaining);
     }
+    EXPECT_EQ(fn_status_remaining_name(nullptr), nullptr);
+    EXPECT_EQ(fn_status_resolved_name(nullptr), nullptr);
 }
 
 TEST(Context, ReferencesLeadBack) {

@@ -103,7 +103,7 @@ unsigned int fn_status_code(const FN_status_t *status);
 /* 1 if the code is FN_SUCCESS, else 0. */
 int fn_status_is_success(const FN_status_t *status);
 
-/* Each returns 1. The code can be any number. */
+/* Each returns 1, or 0 for null. The code can be any number. */
 int fn_status_set_success(FN_status_t *status);
 int fn_status_set_code(FN_status_t *status, unsigned int code);
 
@@ -314,7 +314,8 @@ void fn_ctx_handle_destroy(FN_ctx_t *ctx);
 /*
  * In all that follows the name is relative to the context, and a name without components is the
  * context itself. What resolving a name can give: FN_E_NAME_NOT_FOUND; FN_E_NOT_A_CONTEXT: below an
- * entry there are no names; FN_E_ILLEGAL_NAME: an empty component, or more than 32768 bytes.
+ * entry there are no names; FN_E_ILLEGAL_NAME: an empty component, except in a global name, or more
+ * than 32768 bytes. A list that is null has no next: FN_E_INVALID_ENUM_HANDLE.
  */
 
 /* A reference to what the name is bound to. */
