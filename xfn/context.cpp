@@ -313,7 +313,7 @@ FN_ref_t *fn_ctx_create_subcontext(FN_ctx_t *ctx, const FN_composite_name_t *nam
     }
     // The reference comes first: once the entry is made, nothing may fail.
     xfn::Reference ref(xfn::make_reference(ctx->shared, place));
-    xfn::Store *store = xfn::changing_store(ctx->shared->store);
+    xfn::Store *store = xfn::changing_store(ctx->shared);
     const unsigned code = ref != nullptr
                               ? store->operations->create(store, place.entry(), geteuid())
                               : unsigned{FN_E_INSUFFICIENT_RESOURCES};
@@ -326,6 +326,6 @@ int fn_ctx_destroy_subcontext(FN_ctx_t *ctx, const FN_composite_name_t *name, FN
         return 0;
     if (place.kind != Kind::entry)
         return set_status(status, FN_E_OPERATION_NOT_SUPPORTED);
-    xfn::Store *store = xfn::changing_store(ctx->shared->store);
+    xfn::Store *store = xfn::changing_store(ctx->shared);
     return finish(status, store->operations->destroy(store, place.entry(), geteuid()), name);
 }

@@ -79,7 +79,7 @@ int fn_attr_modify(FN_ctx_t *ctx, const FN_composite_name_t *name, unsigned int 
         return 0;
     if (place.kind != Kind::entry)
         return set_status(status, FN_E_OPERATION_NOT_SUPPORTED);
-    xfn::Store *store = xfn::changing_store(ctx->shared->store);
+    xfn::Store *store = xfn::changing_store(ctx->shared);
     return finish(status, store->operations->modify(store, place.entry(), mod_op, attr, geteuid()),
                   name);
 }

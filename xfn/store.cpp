@@ -169,8 +169,8 @@ unsigned open_nothing(const char *, Store **) {
 
 constexpr StoreKind kinds[] = {
     {"sqlite", is_absolute_path, open_sqlite_store},
-    {"nis", is_empty, open_nothing},  // the maps of the host's NIS domain
-    {"none", is_empty, open_nothing}, // a back end that the host does not have
+    {"nis", is_empty, open_nis_store}, // the map of the host's NIS domain
+    {"none", is_empty, open_nothing},  // a back end that the host does not have
 };
 
 } // namespace
@@ -219,8 +219,9 @@ void handle_forks() {
 
 struct CloseStore {
     void operator()(SharedStore *shared) const {
-        if (shared->store != nullptr)
-            shared->store->operations->close(shared->store);
+        for (Store *store : {shared->store, shared->remote})
+            if (store != nullptr)
+                store->operations->close(store);
         std::free(shared->location);
         std::free(shared);
     }
@@ -248,7 +249,10 @@ unsigned use_store(const char *location, SharedStore **shared_out) {
     if (shared == nullptr || (shared->location = strdup(location)) == nullptr)
         return FN_E_INSUFFICIENT_RESOURCES;
     const char *rest = location + std::strlen(kind->scheme) + 1;
-    if (const unsigned code = kind->open(rest, &shared->store); code != FN_SUCCESS)
+    unsigned code = kind->open(rest, &shared->store);
+    if (code == FN_SUCCESS)
+        code = open_remote_store(location, &shared->remote);
+    if (code != FN_SUCCESS)
         return code;
     shared->users = 1;
     shared->next = registry;
@@ -275,10 +279,8 @@ void release_store(SharedStore *shared) {
     CloseStore()(shared);
 }
 
-Store *changing_store(Store *store) {
-    // A store in the name of a daemon belongs here, for where !store->operations->writable(store).
-    // Without one the store itself says why it cannot be changed.
-    return store;
+Store *changing_store(const SharedStore *shared) {
+    return shared->store->operations->writable(shared->store) ? shared->store : shared->remote;
 }
 
 } // namespace xfn

@@ -95,10 +95,20 @@ const StoreKind *kind_of_location(const char *location);
 // The SQLite file at an absolute path, which is made by the first change.
 unsigned open_sqlite_store(const char *path, Store **store);
 
+// The entries that the host's NIS domain publishes, to be read.
+unsigned open_nis_store(const char *rest, Store **store);
+
+// Changes of the store at a location, made by fnsd, which must be root or the owner of the database; to
+// be read there is nothing. FN_E_CTX_NO_PERMISSION: no fnsd, or none for this store;
+// FN_E_COMMUNICATION_FAILURE: it does not answer in time, or breaks off, or is somebody else. Only after
+// this last status the change may have been made all the same.
+unsigned open_remote_store(const char *location, Store **store);
+
 // The store at a location, opened once in a process for all who use it; every use is ended by
 // release_store.
 struct SharedStore {
     Store *store;
+    Store *remote; // makes changes by way of fnsd
     char *location;
     unsigned users;
     SharedStore *next;
@@ -109,7 +119,7 @@ void release_store(SharedStore *shared);
 using StoreUse = Object<SharedStore, release_store>;
 
 // The store to make changes with: itself, or one that passes them on to a process that may.
-Store *changing_store(Store *store);
+Store *changing_store(const SharedStore *shared);
 
 // ---- What all stores check ------------------------------------------------------------------------
 

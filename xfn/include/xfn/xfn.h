@@ -24,8 +24,12 @@
  *    of its own), or what its description says. What reaches a store can also give
  *    FN_E_CTX_UNAVAILABLE (no such back end, the store is damaged, or busy for longer than ten
  *    seconds), FN_E_COMMUNICATION_FAILURE (a service on the way does not answer),
- *    FN_E_CTX_NO_PERMISSION, FN_E_OPERATION_NOT_SUPPORTED (a change on a read-only file system) and
- *    FN_E_CONFIGURATION_ERROR (/etc/fn.conf is malformed). What fails has changed nothing.
+ *    FN_E_CTX_NO_PERMISSION, FN_E_OPERATION_NOT_SUPPORTED (a change where only reading is possible) and
+ *    FN_E_CONFIGURATION_ERROR (/etc/fn.conf is malformed). What fails has changed nothing;
+ *    only after FN_E_COMMUNICATION_FAILURE it is not known.
+ *  - A process that may not write the database of the host has fnsd(8) make its changes. Where that
+ *    does not run, they give FN_E_CTX_NO_PERMISSION. The entries of a NIS domain can only be read:
+ *    changes give FN_E_OPERATION_NOT_SUPPORTED.
  *  - A context handle may be used by several threads at once, and after a fork by both processes.
  *    Every other object serves one thread at a time.
  *  - Texts are UTF-8, or whatever bytes without a zero the caller uses; they come back as they went in.
