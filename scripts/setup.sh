@@ -3,7 +3,7 @@
 
 required_packages=(
     g++ clang clang-format clang-tidy libclang-rt-14-dev cmake ninja-build ccache pkg-config git
-    libtirpc-dev rpcbind iproute2 libnsl-dev libsqlite3-dev
+    libtirpc-dev rpcbind iproute2 libnsl-dev libsqlite3-dev libgdbm6
     libcli11-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     openssl libssl-dev nettle-dev libgmp-dev libtomcrypt-dev libgnutls28-dev libtasn1-6-dev
@@ -27,6 +27,27 @@ install_packages() {
         "${missing[@]}" >/dev/null
 }
 
+# Programs of these packages serve on private hosts only: they are unpacked into build/packages and not
+# installed, so that nothing of theirs is ever started on this machine.
+unpacked_packages=(ypserv ypbind-mt)
+
+unpack_packages() {
+    local folder=build/packages package
+    [ "$(cat "$folder/unpacked" 2>/dev/null)" = "${unpacked_packages[*]}" ] && return
+    echo "unpacking: ${unpacked_packages[*]}" >&2
+    rm -rf "$folder"
+    mkdir -p "$folder"
+    (cd "$folder" && apt-get download -qq "${unpacked_packages[@]}" 2>/dev/null) || {
+        as_root apt-get update -qq
+        (cd "$folder" && apt-get download -qq "${unpacked_packages[@]}" 2>/dev/null)
+    }
+    for package in "$folder"/*.deb; do
+        dpkg -x "$package" "$folder"
+        rm "$package"
+    done
+    echo "${unpacked_packages[*]}" >"$folder/unpacked"
+}
+
 # build PRESET [cmake --build arguments]
 build() {
     local preset=$1
@@ -37,3 +58,4 @@ build() {
 
 export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 install_packages
+unpack_packages
