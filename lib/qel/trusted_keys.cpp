@@ -33,9 +33,12 @@ QelStatus compare_owner(QelContext *context, const QelTrustedKey *entry, const Q
     return status;
 }
 
+// Serial numbers that are both there, and equal.
 bool equal_serials(const QelOctetString *a, const QelOctetString *b) {
-    return a != nullptr && b != nullptr && a->length == b->length &&
-           (a->length == 0 || std::memcmp(a->value, b->value, a->length) == 0);
+    if (a == nullptr || b == nullptr || a->length != b->length)
+        return false;
+    return a->length == 0 || (a->value != nullptr && b->value != nullptr &&
+                              std::memcmp(a->value, b->value, a->length) == 0);
 }
 
 // Whether an entry has the issuer and serial number of the template, or else its owner.

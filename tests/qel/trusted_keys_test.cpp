@@ -212,6 +212,12 @@ TEST_F(TrustedKeys, Delete) {
         EXPECT_EQ(__qel_delete_trusted_key(context, wanted.get(), &list), c.status) << c.why;
         EXPECT_EQ(keys(), c.left) << c.why;
     }
+    fill(entries);
+    QelOctetString no_bytes = {1, nullptr};
+    QelTrustedKey incomplete = {};
+    incomplete.issuer = list->key->issuer;
+    incomplete.serial = &no_bytes;
+    EXPECT_EQ(__qel_delete_trusted_key(context, &incomplete, &list), QEL_ERR_NO_ENTRY);
     const OwnedTrustedKey wanted = record(context, {"CN=A", 1});
     each_missing(QEL_ERR_BAD_PARAM, __qel_delete_trusted_key, {}, context, wanted.get(), &list);
     fill({{"CN=A", 1}, {"CN=A", 2}});
