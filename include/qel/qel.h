@@ -383,9 +383,9 @@ QelStatus qel_set_cert(QelContext *context, const char *name, const QelCert *cer
  *   chain_out      a new array of *count_out records that begins with a copy of the certificate; the
  *                  caller frees it (qel_free_cert_list).
  * QEL_ERR_VERIFY: a signature is not good, or a self-signed certificate's name is not trusted.
- * QEL_ERR_KEY_EXPIRED: a validity does not cover the present. QEL_ERR_NO_CHAIN: issuers in a circle,
- * or more than 1000. What qel_verify_cert, qel_get_cert and __qel_find_dn_in_list return; of several
- * failures the last.
+ * QEL_ERR_KEY_EXPIRED: a validity does not cover the present. QEL_ERR_NO_CHAIN: issuers in a circle, a
+ * chain of more than 1000, or more than 10000 issuers to choose from. What qel_verify_cert,
+ * qel_get_cert and __qel_find_dn_in_list return; of several failures the last.
  */
 QelStatus qel_get_cert_chain(QelContext *context, const QelCert *certificate,
                              const char *const *trusted_names, int flag, QelCert **chain_out,

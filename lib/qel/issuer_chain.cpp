@@ -8,6 +8,9 @@ namespace {
 // More than any hierarchy of authorities has; a longer chain was made to exhaust the stack.
 constexpr int longest_chain = 1000;
 
+// More than any store has above one certificate: the issuers of all steps of the way are in memory.
+constexpr std::size_t most_issuers = 10000;
+
 // A certificate that the search has been at, and what came of it. As long as that is not known it is
 // QEL_ERR_NO_CHAIN: to meet the certificate again above itself leads nowhere.
 struct Visit {
@@ -23,6 +26,7 @@ struct Search {
     QelContext *context;
     const char *const *trusted_names; // or null
     Visit *visits = nullptr;
+    std::size_t issuer_count = 0; // fetched until now
 
     Search(QelContext *given_context, const char *const *names)
         : context(given_context), trusted_names(names) {}
@@ -79,6 +83,8 @@ QelStatus try_issuer(Search *search, const QelCert *certificate, const QelCert *
 // The chain above a certificate: that of the first of its issuers which has one.
 QelStatus find_issuer(Search *search, const QelCert *certificate, int depth,
                       qel::CertArray *chain) {
+    if (search->issuer_count >= most_issuers)
+        return QEL_ERR_NO_CHAIN;
     char *name = nullptr;
     QelStatus status = qel_dn2str(search->context, certificate->issuer, &name);
     const qel::Owned<char> owned_name(name);
@@ -89,6 +95,7 @@ QelStatus find_issuer(Search *search, const QelCert *certificate, int depth,
     status = qel_get_cert(search->context, name, &records, &count);
     qel::CertArray issuers;
     issuers.reset(records, count);
+    search->issuer_count += issuers.certs().size();
     if (status != QEL_OK)
         return status;
     status = QEL_ERR_NO_CHAIN;

@@ -126,6 +126,23 @@ TEST_F(IssuerChain, AnEndlessChainEnds) {
     EXPECT_EQ(get({names[0].c_str(), names[1].c_str(), 0, 0}, {}, &got), QEL_ERR_NO_CHAIN);
 }
 
+// Two that certify each other many times over: each step of the way holds as many issuers again.
+TEST_F(IssuerChain, ManyCertificatesOfTwo) {
+    constexpr std::size_t many = 200;
+    std::vector<Made> certificates;
+    std::vector<std::string> ends;
+    for (std::size_t i = 0; i < many; ++i)
+        ends.push_back(std::to_string(370101000000 + i / 60 * 100 + i % 60) + "Z");
+    for (const std::string &end : ends) {
+        certificates.push_back({"CN=MIDDLE", "CN=LEAF", 1, 2, end.c_str()});
+        certificates.push_back({"CN=LEAF", "CN=MIDDLE", 2, 1, end.c_str()});
+    }
+    store(certificates);
+    std::vector<Bytes> got;
+    EXPECT_EQ(get(leaf, {}, &got), QEL_ERR_NO_CHAIN);
+    EXPECT_LE(naming.reads * many, 10000U);
+}
+
 TEST_F(IssuerChain, Arguments) {
     const auto first = context.decode<QelCert>(root.encoding(), QEL_PDU_Certificate);
     QelCert *chain = nullptr;

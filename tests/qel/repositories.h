@@ -53,6 +53,7 @@ struct NamingEntry {
 struct NamingService {
     std::map<std::string, NamingEntry> entries;
     QelStatus failure = QEL_OK; // of every call
+    std::size_t reads = 0;
 };
 inline NamingService naming;
 
@@ -83,6 +84,7 @@ inline QelStatus naming_list(const std::vector<Bytes> &values, QelStatus when_em
 inline QelStatus naming_read(const char *name, std::vector<Bytes> NamingEntry::*values,
                              QelStatus when_empty, QelItemList **list_out, uint32_t *count_out) {
     *list_out = nullptr;
+    ++naming.reads;
     if (naming.failure != QEL_OK)
         return naming.failure;
     const auto entry = naming.entries.find(name);
@@ -115,6 +117,7 @@ QelStatus dsv_get_certs_given_user_name(const char *name, QelItemList **list_out
 extern "C" QelStatus __dsv_get_dn_name_given_user_name(const char *name, QelItemList **list_out,
                                                        uint32_t *count_out) {
     *list_out = nullptr;
+    ++naming.reads;
     if (naming.failure != QEL_OK)
         return naming.failure;
     const std::string dn = std::strncmp(name, ".../", 4) == 0 ? name : naming.entries[name].dn;
