@@ -38,7 +38,7 @@ Printer &print_fingerprint(Printer &out, QelContext *context, const char *label,
                            const QelCert *certificate, int pdu) {
     if (out.failed())
         return out;
-    const QelCert marked = *certificate; // encoding marks extensions as present
+    QelCert marked = *certificate; // encoding marks extensions as present
     qel::Owned<uint8_t> encoding;
     uint32_t length = 0;
     uint8_t digest[qel::digest_size] = {};
