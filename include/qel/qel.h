@@ -311,20 +311,52 @@ QelStatus qel_verify_keypkg_return_digest(QelContext *context, const QelKeyPkg *
  * A chain is an array of certificates, each but the last issued by the one behind it. It is good when
  * it ends at a trusted key: one whose owner and public key are a certificate's subject and public key
  * (QelTrustedKeys, see __qel_add_trusted_key).
+ *
+ * QEL_ERR_KEY_EXPIRED is a qualified success: all signatures are good and a trusted key was found, but
+ * the validity of some certificate does not cover the present. QEL_ERR_TKEY_EXPIRED stands for any
+ * failure when the key of some certificate on the way is a trusted one that has expired.
  */
 
 /*
- * qel_verify_cert_chain verifies a chain that the caller has.
- *   chain                count certificates; the first is the one in question.
- *   expired_certificate  null, or receives a copy of the first certificate whose validity does not
- *                        cover the present, for the caller to free (qel_free_cert); else null.
+ * qel_verify_cert_chain verifies a chain that the caller has: each certificate with the key of the one
+ * behind it, up to the first of these that is trusted, behind which nothing is looked at. A chain of
+ * one is good when that certificate is trusted itself; its signature is not verified.
+ *   chain                count certificates, 1 or more; the first is the one in question.
+ *   trusted_keys         at least one.
+ *   expired_certificate  null, or receives a copy of the first certificate that is not current, if
+ *                        the status is QEL_ERR_KEY_EXPIRED; the caller frees it (qel_free_cert).
+ * QEL_ERR_KEY_EXPIRED, QEL_ERR_TKEY_EXPIRED. QEL_ERR_ISSUER_NOT_TRUSTED: no certificate is trusted, or
+ * there are but names that cannot be compared. What qel_verify_cert returns, and for a chain of one
+ * __qel_is_trusted_key. QEL_ERR_NO_MEMORY.
  */
 QelStatus qel_verify_cert_chain(QelContext *context, const QelCert *chain, int count,
                                 const QelTrustedKeys *trusted_keys, QelCert **expired_certificate);
 
 /*
- * qel_verify_cert_est_chain builds a chain for a certificate from the naming service, and verifies
- * it.
+ * qel_verify_cert_est_chain searches the naming service for a chain above a certificate. It takes the
+ * certificates of the issuer's name (qel_get_cert) in the order in which they come, verifies the
+ * certificate with the key of each, ends at one that is trusted, and otherwise goes on from it in the
+ * same way before it takes the next. One whose key does not verify the certificate ends the whole
+ * search. A self-signed certificate must verify with its own key and be trusted.
+ *
+ * The search goes on from a certificate only once, so that certificates that certify one another in
+ * circles end it, and from 10000 at most. The length of a chain has no other limit.
+ *
+ *   trusted_keys         at least one.
+ *   allowed_names        null, or the printable names (see qel_str2dn; a null or empty string ends
+ *                        them) of those at whom the chain may end. Others are not looked up among the
+ *                        trusted keys, but lead on to their issuers.
+ *   reserved             has no meaning.
+ *   expired_certificate  as above; the first of the chain.
+ *   chain, chain_count   a new array: the certificate and those that lead from it to the trusted key,
+ *                        without the certificate of that key itself, but with a self-signed
+ *                        certificate from which the search went on. There also with
+ *                        QEL_ERR_KEY_EXPIRED. The caller frees it (qel_free_cert_list).
+ * QEL_ERR_KEY_EXPIRED, QEL_ERR_TKEY_EXPIRED. QEL_ERR_NO_CHAIN: nothing but circles, no certificate of
+ * an issuer, or a self-signed certificate whose name is not allowed. QEL_ERR_ISSUER_NOT_TRUSTED: a
+ * self-signed certificate that is not trusted. QEL_ERR_BAD_PARAM: also allowed_names without a name.
+ * What qel_verify_cert, qel_get_cert, __qel_find_dn_in_list and __qel_cmp_dn return: the failure that
+ * ended the search, or the one that was met last. QEL_ERR_NO_MEMORY.
  */
 QelStatus qel_verify_cert_est_chain(QelContext *context, const QelCert *certificate,
                                     const QelTrustedKeys *trusted_keys,

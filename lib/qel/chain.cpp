@@ -1,3 +1,5 @@
+#include "chain.h"
+
 #include "cert_array.h"
 #include "signature.h"
 
@@ -11,7 +13,51 @@ bool has_critical_extension(const QelCert *certificate) {
     return false;
 }
 
+// The validity alone; trust takes the place of a signature.
+QelStatus check_single(QelContext *context, const QelCert *certificate,
+                       const QelTrustedKeys *trusted_keys, qel::ChainFindings *findings) {
+    const QelStatus status = __qel_is_current(certificate->validity);
+    if (status == QEL_ERR_KEY_EXPIRED)
+        findings->expired = certificate;
+    else if (status != QEL_OK)
+        return status;
+    return findings->test_trust(context, trusted_keys, certificate);
+}
+
+// Verifies each certificate with the next one's key, up to the first that is trusted.
+QelStatus climb(QelContext *context, std::span<const QelCert> chain,
+                const QelTrustedKeys *trusted_keys, qel::ChainFindings *findings) {
+    for (std::size_t i = 1; i < chain.size(); ++i) {
+        const QelStatus status = qel_verify_cert(context, &chain[i - 1], chain[i].pubKeyInfo);
+        if (status != QEL_OK && status != QEL_ERR_KEY_EXPIRED)
+            return status;
+        if (status == QEL_ERR_KEY_EXPIRED && findings->expired == nullptr)
+            findings->expired = &chain[i - 1];
+        if (findings->test_trust(context, trusted_keys, &chain[i]) == QEL_OK)
+            return QEL_OK;
+    }
+    return QEL_ERR_ISSUER_NOT_TRUSTED;
+}
+
 } // namespace
+
+QelStatus qel::ChainFindings::test_trust(QelContext *context, const QelTrustedKeys *trusted_keys,
+                                         const QelCert *certificate) {
+    const QelStatus status = __qel_is_trusted_key(context, trusted_keys, certificate);
+    if (status == QEL_ERR_TKEY_EXPIRED)
+        trusted_key_expired = true;
+    return status;
+}
+
+QelStatus qel::ChainFindings::conclude(QelStatus status, QelCert **expired_certificate) const {
+    if (status == QEL_OK && expired != nullptr && expired_certificate != nullptr)
+        status = __qel_copy_cert(expired_certificate, expired);
+    if (status != QEL_OK && trusted_key_expired)
+        return QEL_ERR_TKEY_EXPIRED;
+    if (status == QEL_OK && expired != nullptr)
+        return QEL_ERR_KEY_EXPIRED;
+    return status;
+}
 
 QelStatus qel_verify_cert(QelContext *context, const QelCert *certificate,
                           const QelKeyInfo *issuer_key) {
@@ -35,6 +81,19 @@ QelStatus qel_verify_cert(QelContext *context, const QelCert *certificate,
                         &issuer_key->pubKey, certificate->algorithm, certificate->sigBits.value,
                         certificate->sigBits.length / 8);
     return status != QEL_OK ? status : currency;
+}
+
+QelStatus qel_verify_cert_chain(QelContext *context, const QelCert *chain, int count,
+                                const QelTrustedKeys *trusted_keys, QelCert **expired_certificate) {
+    if (expired_certificate != nullptr)
+        *expired_certificate = nullptr;
+    if (context == nullptr || chain == nullptr || count <= 0 || trusted_keys == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    qel::ChainFindings findings;
+    const QelStatus status = count == 1 ? check_single(context, chain, trusted_keys, &findings)
+                                        : climb(context, {chain, static_cast<std::size_t>(count)},
+                                                trusted_keys, &findings);
+    return findings.conclude(status, expired_certificate);
 }
 
 QelStatus __qel_append_cert_to_chain(const QelCert *certificate, const QelCert *chain, int count,
