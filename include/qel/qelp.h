@@ -695,12 +695,66 @@ QelStatus __qel_append_cert_to_chain(const QelCert *certificate, const QelCert *
 
 /* ---- Signed messages --------------------------------------------------------------------------------- */
 
+/*
+ * A signed message is a ContentInfo of type signedData (PKCS#7 version 1.5): the data, one signature
+ * over their digest (MD2 or MD5) without signed attributes, and the certificates that lead from the
+ * signer to somebody whom the reader trusts.
+ */
+
+/*
+ * __qel_create_pkcs7_signedData signs data and makes a message of them. The ContentInfo has indefinite
+ * lengths, what is in it is DER, but that the certificates stand in the order of the chain.
+ *   data                 length bytes, 1 or more.
+ *   key_algorithm, key, key_length  the private key, as for qel_sign; null, null, 0: the key server
+ *                        signs.
+ *   signature_algorithm  md2WithRSAEncryption or md5WithRSAEncryption; null: md2WithRSAEncryption.
+ *   signer_certificate   null: the first certificate in the naming service under the owner's name of
+ *                        the calling user's key package (qel_get_keypkg) that has its public key.
+ *                        Whether it belongs to the key that signs is not looked at.
+ *   trusted_names, flag  how far up the certificates go that are sent along, see qel_get_cert_chain.
+ *   message              output bytes.
+ * QEL_ERR_UNSUPPORTED_ALG: another signature algorithm. QEL_ERR_NO_CERT: no certificate has the key of
+ * the key package. QEL_ERR_BUFFER_SIZE. QEL_ERR_ASN1_ENCODE: an incomplete certificate, or a message of
+ * 4 GiB. QEL_ERR_NO_MEMORY. What qel_sign, qel_get_keypkg, qel_get_cert, qel_dn2str,
+ * __qel_cmp_keyinfo and qel_get_cert_chain return.
+ */
 QelStatus __qel_create_pkcs7_signedData(QelContext *context, const uint8_t *data, uint32_t length,
                                         const QelAlgId *key_algorithm, const uint8_t *key,
                                         uint32_t key_length, const QelAlgId *signature_algorithm,
                                         const QelCert *signer_certificate,
                                         const char *const *trusted_names, int flag,
                                         uint8_t **message, uint32_t *message_length);
+
+/*
+ * __qel_verify_pkcs7_signedData verifies a message, in BER or DER, and gives the data that it holds.
+ *
+ * A single certificate is the signer's. It is good when it is a trusted key, or else when a chain is
+ * found for it (qel_verify_cert_est_chain). Several, in any order, must make up one chain, of which the
+ * signer's is the end, and which is verified as it is (qel_verify_cert_chain). The signature must then
+ * be the first signer's over the data, by the key of that certificate; the signer's issuer and serial
+ * number are not looked at, nor are attributes, which no such signature covers.
+ *
+ *   message              message_length bytes.
+ *   trusted_keys         null: those of the calling user's key package (qel_get_keypkg).
+ *   allowed_names, reserved  for qel_verify_cert_est_chain, and for a single certificate only.
+ *   data                 output bytes.
+ *   signer_name          the subject of the signer's certificate, a new string; the caller frees it.
+ *   chain, chain_count   both null, or a new array of the signer's certificate and those behind it; the
+ *                        caller frees it (qel_free_cert_list).
+ *   expired_certificate  null, or receives a copy of the certificate that is not current, if the
+ *                        status is QEL_ERR_KEY_EXPIRED; the caller frees it (qel_free_cert).
+ *
+ * QEL_ERR_KEY_EXPIRED, with all results: everything is good, but the validity of a certificate does not
+ * cover the present. QEL_ERR_TKEY_EXPIRED: any failure where the key of a single certificate is a
+ * trusted one that has expired, or one by qel_verify_cert_chain or qel_verify_cert_est_chain.
+ * QEL_ERR_BAD_PARAM: also another type of message or content, content that is not there (a detached
+ * signature) or empty, no certificate, no signer, certificates that do not make up a chain, or that are
+ * of PKCS#6, a signer's algorithm other than rsaEncryption, a digest other than MD2 and MD5, and a key
+ * package without trusted keys. QEL_ERR_ASN1_DECODE: not of these forms. QEL_ERR_VERIFY: the data are
+ * not what was signed. QEL_ERR_BUFFER_SIZE, with none of the results. QEL_ERR_NO_MEMORY. What
+ * qel_verify_cert_chain, qel_verify_cert_est_chain, qel_verify, qel_get_keypkg, qel_dn2str and
+ * __qel_cmp_dn return.
+ */
 QelStatus __qel_verify_pkcs7_signedData(QelContext *context, const uint8_t *message,
                                         uint32_t message_length, const QelTrustedKeys *trusted_keys,
                                         const char *const *allowed_names, int reserved,
