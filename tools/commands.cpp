@@ -426,6 +426,113 @@ constexpr Example trust_delete_examples[] = {
     {"qel trust delete --issuer 'CN=Root, O=Acme' --serial 01", "by its certificate"},
 };
 
+// ---- repositories ------------------------------------------------------------------------------
+
+constexpr Option stored_package_id_option = {
+    "id", 0, "KEYPKGID", nullptr, false, "which key package (default default_keyid)"};
+constexpr Option package_get_repo_option = {
+    "repo", 'r', "REPO", "naming|file|server|default", false, "where it is (default naming)"};
+constexpr Option package_set_repo_option = {
+    "repo",
+    'r',
+    "REPO",
+    "naming|file|server|default",
+    false,
+    "where (default naming); server: in the naming service, and the key server kept in step"};
+constexpr Option certificate_repo_option = {
+    "repo", 'r', "REPO", "naming|file|default|stdin", false, "where they are (default naming)"};
+
+constexpr Option keypkg_get_options[] = {
+    package_get_repo_option,
+    stored_package_id_option,
+    {"output", 'o', "FILE", nullptr, true, "where the package goes"},
+    add_option,
+    force_add_option,
+};
+constexpr Example keypkg_get_examples[] = {
+    {"qel keypkg get -o my.KEYPKG", "your own, from the naming service"},
+    {"qel keypkg get --repo server -o my.KEYPKG", "the one that you are logged in with"},
+};
+
+constexpr Option keypkg_list_options[] = {package_get_repo_option};
+constexpr Example keypkg_list_examples[] = {
+    {"qel keypkg list", "your own in the naming service"},
+    {"qel keypkg list bob", "another user's"},
+};
+
+constexpr Option keypkg_set_options[] = {
+    package_set_repo_option,
+    package_id_option,
+    {"to", 't', "NAME", nullptr, false, "user (default you) or file"},
+};
+constexpr Example keypkg_set_examples[] = {
+    {"qel keypkg set alice.KEYPKG", "into your own entry of the naming service"},
+    {"qel keypkg set --to 10.0.0.5 host.KEYPKG", "into a host's, as the super-user"},
+};
+
+constexpr Option keypkg_remove_options[] = {package_set_repo_option, stored_package_id_option};
+constexpr Example keypkg_remove_examples[] = {
+    {"qel keypkg remove", "your own from the naming service"},
+    {"qel keypkg remove --repo file old.KEYPKG", "from a file, which goes when it is empty"},
+};
+
+constexpr Option cert_get_options[] = {
+    certificate_repo_option,
+    {"output", 'o', "FILE", nullptr, false, "where they go (default standard output)"},
+    {"full", 'f', nullptr, nullptr, false, "with --json: every field"},
+};
+constexpr Example cert_get_examples[] = {
+    {"qel cert get 'CN=Bob, O=Acme, C=US' -o bob.pem", "from the naming service"},
+    {"qel cert get --repo default 'CN=Bob'", "from the certificate directory"},
+};
+
+constexpr Option cert_list_options[] = {
+    certificate_repo_option,
+    {"full", 'f', nullptr, nullptr, false, "show every field"},
+};
+constexpr Example cert_list_examples[] = {
+    {"qel cert list 'CN=Bob, O=Acme, C=US'", "what the naming service has of a subject"},
+};
+
+constexpr Option cert_set_options[] = {
+    {"repo", 'r', "REPO", "naming|file|default", false, "where (default naming)"},
+    {"to", 't', "NAME", nullptr, false, "user or host (default you), or file"},
+};
+constexpr Example cert_set_examples[] = {
+    {"qel cert set alice.pem", "into your own entry of the naming service"},
+    {"qel cert set --repo default root.pem", "into the certificate directory"},
+};
+
+constexpr Option cert_remove_options[] = {
+    {"repo", 'r', "REPO", "naming|file", false, "where from (default naming)"},
+    {"cert", 'c', "FILE", nullptr, false, "the certificate, by its issuer and serial number"},
+    {"all", 0, nullptr, nullptr, false, "all of the subject, or the whole file"},
+};
+constexpr Example cert_remove_examples[] = {
+    {"qel cert remove --cert old.pem 'CN=Alice, O=Acme, C=US'", "one certificate"},
+    {"qel cert remove --all --repo file old.pem", "a file of certificates"},
+};
+
+constexpr Option cert_chain_options[] = {
+    {"trusted", 't', "NAME", nullptr, false, "a subject where the chain may end; may be repeated",
+     true},
+    {"output", 'o', "FILE", nullptr, false, "where the certificates go (default: they are shown)"},
+    {"full", 'f', nullptr, nullptr, false, "show every field"},
+};
+constexpr Example cert_chain_examples[] = {
+    {"qel cert chain -o chain.pem alice.pem", "the certificate and its issuers"},
+};
+
+constexpr Example naming_status_examples[] = {
+    {"qel naming status", "the naming service, and your own entry in it"},
+};
+constexpr Example naming_setup_examples[] = {
+    {"qel naming setup", "once on a new host, as the super-user"},
+};
+constexpr Example naming_who_examples[] = {
+    {"qel naming who 'CN=Alice, O=Acme, C=US'", "prints alice"},
+};
+
 // ---- names, armour, ASN.1 ----------------------------------------------------------------------
 
 constexpr Option dn_options[] = {
@@ -485,6 +592,8 @@ constexpr Example explain_examples[] = {
 
 constexpr Option login_options[] = {
     package_id_option,
+    {"repo", 'r', "REPO", "file|naming", false,
+     "where your own package is: file, or naming (default: file, if there is one)"},
     {"lifetime", 'l', "TIME", nullptr, false,
      "how long the key stays: seconds, or 30m, 8h, 2d (default: the server's)"},
     {"usage", 0, "USAGE", "both|sign|decrypt", false,
@@ -547,9 +656,10 @@ constexpr Example man_examples[] = {
 
 constexpr Command all_commands[] = {
     {"login", "Log in: hand your key to the key server", "[FILE]", 0, 1,
-     "Unlocks a key package, by default your own, with its pass phrase, and hands the private key "
-     "to "
-     "the key server of this host. Until you log out, or the key's time is over, your programs "
+     "Unlocks a key package, by default your own in its file or else in the naming service, with "
+     "its "
+     "pass phrase, and hands the private key to the key server of this host. Until you log out, or "
+     "the key's time is over, your programs "
      "sign "
      "and unwrap there without key or pass phrase: 'qel sign', 'qel unwrap' and 'qel decrypt' "
      "where "
@@ -660,6 +770,56 @@ constexpr Command all_commands[] = {
      "With --signature-only the verdict is on the signature alone. A key under the old identifier "
      "2.5.8.1.1, which the library refuses, is then used as an rsaEncryption key, which is said.",
      cert_verify_options, cert_verify_examples, run_cert_verify},
+    {"cert get", "Get certificates from a repository", "[NAME]", 0, 1,
+     "Writes the certificates of a subject, armoured: from the naming service, from the "
+     "certificate directory (default), from a file of that name, or from standard input.",
+     cert_get_options, cert_get_examples, run_cert_get},
+    {"cert list", "Show the certificates in a repository", "[NAME]", 0, 1,
+     "Shows what 'qel cert show' shows, of the certificates of a subject in a repository.",
+     cert_list_options, cert_list_examples, run_cert_list},
+    {"cert set", "Store a certificate in a repository", "[FILE]", 0, 1,
+     "Stores a certificate in your own entry of the naming service, which is then registered under "
+     "its subject, in the file of its subject in the certificate directory, or at the end of a "
+     "file. Whether the certificate is good is not looked at.",
+     cert_set_options, cert_set_examples, run_cert_set},
+    {"cert remove", "Remove certificates from a repository", "NAME", 1, 1,
+     "Removes one certificate of a subject, or all of them; with --repo file from the file of that "
+     "name.",
+     cert_remove_options, cert_remove_examples, run_cert_remove},
+    {"cert chain", "Build the chain of a certificate from the naming service", "[FILE]", 0, 1,
+     "Gets the issuers of a certificate from the naming service, up to a self-signed one or to a "
+     "subject that --trusted names, each verified with the next one's key.",
+     cert_chain_options, cert_chain_examples, run_cert_chain},
+    {"naming status",
+     "Tell the state of the naming service",
+     "[USER]",
+     0,
+     1,
+     "Tells whether the naming service is there, and what it holds of a user, by default of you. "
+     "Exits 0 if there is an entry, 1 if not, 8 if there is no naming service.",
+     {},
+     naming_status_examples,
+     run_naming_status},
+    {"naming setup",
+     "Set up the naming service of this host",
+     "",
+     0,
+     0,
+     "Makes the naming service's store on this host, if it is not there, with ctxselect and "
+     "ctxcreate.",
+     {},
+     naming_setup_examples,
+     run_naming_setup},
+    {"naming who",
+     "Find whose a distinguished name is",
+     "NAME",
+     1,
+     1,
+     "Prints the login name of the user, or the address of the host, that is registered in the "
+     "naming service under a distinguished name.",
+     {},
+     naming_who_examples,
+     run_naming_who},
     {"keygen", "Generate an RSA key pair into a new key package", "", 0, 0,
      "Makes an RSA key pair and writes it as a key package: the owner's name, the public key, the "
      "private key encrypted under a pass phrase, the keys that the owner trusts, and a signature "
@@ -762,6 +922,24 @@ constexpr Command all_commands[] = {
      "of an issuer and serial number; with both options, what either names. The package is signed "
      "again with its own key. Exits 1 if there is no such key." PASS_PHRASES,
      trust_delete_options, trust_delete_examples, run_trust_delete},
+    {"keypkg get", "Get a key package from a repository", "[NAME]", 0, 1,
+     "Writes the key package of that identifier to a file: from the naming service, where NAME is "
+     "a "
+     "user (default you) or a host's address, from a file, from the key server, or from your "
+     "default file.",
+     keypkg_get_options, keypkg_get_examples, run_keypkg_get},
+    {"keypkg list", "Show the key packages in a repository", "[NAME]", 0, 1,
+     "Shows what 'qel keypkg show' shows, of the packages in a repository.", keypkg_list_options,
+     keypkg_list_examples, run_keypkg_list},
+    {"keypkg set", "Store a key package in a repository", "[FILE]", 0, 1,
+     "Stores a key package in the naming service, in place of the one that is there, or in a file, "
+     "beside those with other identifiers. Your own entry of the naming service is yours to "
+     "change, any entry the super-user's. A package whose signature is not good is refused.",
+     keypkg_set_options, keypkg_set_examples, run_keypkg_set},
+    {"keypkg remove", "Remove a key package from a repository", "[NAME]", 0, 1,
+     "Removes the key package of that identifier. With --repo server it goes from the naming "
+     "service, and its user is logged out.",
+     keypkg_remove_options, keypkg_remove_examples, run_keypkg_remove},
     {"dn", "Parse a distinguished name and print it normalised", "NAME...", 1, any_type,
      "Reads printable names, TYPE=VALUE parts joined by commas, the most specific first, and "
      "prints "

@@ -125,6 +125,12 @@ Context::Context() {
         throw library_failure(status, "cannot set up the library");
 }
 
+Context::Context(const std::string &key_id) {
+    const QelStatus status = __qel_init(&context_, key_id.c_str(), nullptr);
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot set up the library");
+}
+
 Context::Context(const std::string &key_id, const std::string &host) {
     const QelStatus status = qel_init(&context_, key_id.c_str(), host.c_str());
     if (status == QEL_ERR_GENERAL)

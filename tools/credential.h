@@ -24,6 +24,8 @@ class Context {
 public:
     // Without a key server.
     Context();
+    // The same, for key packages of this identifier.
+    explicit Context(const std::string &key_id);
     // Connected to the key server of this host, for the key of this identifier and host address.
     Context(const std::string &key_id, const std::string &host);
     ~Context() { qel_end(context_); }

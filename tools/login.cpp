@@ -2,10 +2,12 @@
 #include "command.h"
 #include "key_package.h"
 #include "key_server.h"
+#include "repository.h"
 #include "text.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cerrno>
 #include <charconv>
 #include <ctime>
 #include <pwd.h>
@@ -140,12 +142,42 @@ void check_size(std::size_t size, const std::string &id) {
                       "Use a key of at most 1024 bits, or give '--key' to each command."};
 }
 
+// Where the package is that one logs in with: the file that is named; else your own file, or where
+// there is none, your entry in the naming service.
+Repository login_repository(const Arguments &arguments) {
+    const std::string repo = arguments.value("repo");
+    if (!arguments.operands().empty() && !repo.empty())
+        arguments.misuse("'--repo' does not go with a file");
+    const std::string path =
+        arguments.operands().empty() ? default_package_file() : arguments.operands().front();
+    const bool file_there = access(path.c_str(), F_OK) == 0 || errno != ENOENT;
+    if (repo == "naming" || (repo.empty() && arguments.operands().empty() && !file_there))
+        return naming_entry("");
+    return {QEL_REPO_FILE, path, display_name(path)};
+}
+
+StoredPackage login_package(const Context &context, const Arguments &arguments,
+                            const Repository &repository) {
+    if (repository.selector == QEL_REPO_FILE)
+        return read_package(context, arguments, repository.name);
+    try {
+        return choose_package(arguments, repository.where, stored_packages(context, repository));
+    } catch (Failure &failure) {
+        if (failure.status == QEL_ERR_NO_KEYPKG || failure.status == QEL_ERR_UNKNOWN_USER ||
+            failure.status == QEL_ERR_XFN)
+            failure.next = "There is no " + in_quotes(default_package_file()) +
+                           " either. Name the key package's file, or make one with 'qel keygen'.";
+        throw;
+    }
+}
+
 } // namespace
 
 Exit run_login(const Arguments &arguments) {
-    const std::string path =
-        arguments.operands().empty() ? default_package_file() : arguments.operands().front();
-    arguments.check_stdin_once({path, phrase_path(arguments, "passin")});
+    const Repository repository = login_repository(arguments);
+    arguments.check_stdin_once(
+        {repository.selector == QEL_REPO_FILE ? repository.name : std::string(),
+         phrase_path(arguments, "passin")});
     const PassPhraseSource source(arguments, "passin", QEL_PHRASE_OWN);
     KeyEntry wanted;
     wanted.uid = geteuid();
@@ -153,7 +185,7 @@ Exit run_login(const Arguments &arguments) {
     wanted.seconds_left = lifetime_of(arguments);
 
     const Context context;
-    const StoredPackage package = read_package(context, arguments, path);
+    const StoredPackage package = login_package(context, arguments, repository);
     wanted.id = package.record->keypkgId;
     wanted.usage = usage_for(arguments, *package.record);
     constexpr std::size_t longest_padding = 8;
@@ -177,7 +209,9 @@ Exit run_login(const Arguments &arguments) {
     const KeyEntry &made = entry != nullptr ? *entry : wanted;
     if (arguments.json()) {
         Json json = arguments.report();
-        json["file"] = utf8_or_latin1(path);
+        const bool file = repository.selector == QEL_REPO_FILE;
+        json["repository"] = file ? "file" : "naming";
+        json["file"] = file ? Json(utf8_or_latin1(repository.name)) : Json(nullptr);
         json["unlocked"] = same != nullptr;
         json["entry"] = entry_json(made);
         put_json(json);

@@ -1,0 +1,151 @@
+// qel cert get, set, remove, list, chain
+#include "armour.h"
+#include "certificate_text.h"
+#include "command.h"
+#include "repository.h"
+#include "text.h"
+
+namespace tool {
+namespace {
+
+std::string operand(const Arguments &arguments) {
+    return arguments.operands().empty() ? "" : arguments.operands().front();
+}
+
+std::vector<Certificate> stored_certificates(const Context &context, const Repository &repository) {
+    QelCert *array = nullptr;
+    int count = 0;
+    const QelStatus status =
+        __qel_get_cert(context, repository.selector, repository.name_or_null(), &array, &count);
+    if (status != QEL_OK)
+        throw store_failure(status, repository, "cannot get certificates");
+    return certificates_from(context, array, count, repository.where);
+}
+
+Bytes armoured_all(const std::vector<Certificate> &certificates) {
+    Bytes text;
+    for (const Certificate &certificate : certificates) {
+        const Bytes one = armoured(certificate.bytes, "CERTIFICATE");
+        text.insert(text.end(), one.begin(), one.end());
+    }
+    return text;
+}
+
+void show_all(const Arguments &arguments, const Context &context,
+              const std::vector<Certificate> &certificates) {
+    Json json = arguments.report();
+    json["certificates"] = Json::array();
+    for (const Certificate &certificate : certificates)
+        if (arguments.json())
+            json["certificates"].push_back(
+                certificate_json(context, certificate, arguments.has("full")));
+        else
+            put(certificate.where + ":\n" +
+                (arguments.has("full") ? full_certificate_text(context, certificate)
+                                       : certificate_text(context, certificate)));
+    if (arguments.json())
+        put_json(json);
+}
+
+// The first certificate of a file.
+Certificate one_certificate(const Context &context, const std::string &path) {
+    return std::move(read_certificates(context, path).front());
+}
+
+} // namespace
+
+Exit run_cert_get(const Arguments &arguments) {
+    const Repository repository = certificates_to_read(arguments, operand(arguments));
+    const Context context;
+    const std::vector<Certificate> certificates = stored_certificates(context, repository);
+    if (arguments.has("output") || !arguments.json())
+        write_file(arguments.value("output", "-"), armoured_all(certificates));
+    if (arguments.json())
+        show_all(arguments, context, certificates);
+    return Exit::yes;
+}
+
+Exit run_cert_list(const Arguments &arguments) {
+    const Repository repository = certificates_to_read(arguments, operand(arguments));
+    const Context context;
+    show_all(arguments, context, stored_certificates(context, repository));
+    return Exit::yes;
+}
+
+Exit run_cert_set(const Arguments &arguments) {
+    const std::string repo = arguments.value("repo", "naming");
+    const std::string to = arguments.value("to");
+    if (repo == "file" && to.empty())
+        arguments.misuse("name the file with '--to'");
+    if (repo == "default" && !to.empty())
+        arguments.misuse("'--repo default' takes no '--to': the subject names the file");
+    const Context context;
+    const Certificate certificate = one_certificate(context, arguments.operand_or_stdin());
+    Repository repository = naming_entry(to);
+    if (repo == "file")
+        repository = {QEL_REPO_FILE, to, display_name(to)};
+    if (repo == "default")
+        repository = {QEL_REPO_DEFAULT, "", "the certificate directory"};
+    const QelStatus status = __qel_set_cert(context, repository.selector, repository.name_or_null(),
+                                            certificate.record.get());
+    if (status != QEL_OK)
+        throw store_failure(status, repository, "cannot store the certificate");
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["repository"] = repo;
+        json["to"] = to.empty() ? Json(nullptr) : Json(utf8_or_latin1(to));
+        json["subject"] = name_text(certificate.record->subject, Charset::utf8);
+        put_json(json);
+    } else
+        put("certificate of " + name_text(certificate.record->subject) + " is stored in " +
+            repository.where + "\n");
+    return Exit::yes;
+}
+
+Exit run_cert_remove(const Arguments &arguments) {
+    if (arguments.has("cert") == arguments.has("all"))
+        arguments.misuse("say which certificate with '--cert FILE', or '--all'");
+    const Repository repository = certificates_to_read(arguments, operand(arguments));
+    const Context context;
+    QelStatus status;
+    if (arguments.has("all")) {
+        status = __qel_remove_cert(context, repository.selector, repository.name.c_str(), nullptr,
+                                   nullptr);
+    } else {
+        const Certificate certificate = one_certificate(context, arguments.value("cert"));
+        status = __qel_remove_cert(context, repository.selector, repository.name.c_str(),
+                                   certificate.record->issuer, &certificate.record->serial);
+    }
+    if (status != QEL_OK)
+        throw store_failure(status, repository, "cannot remove the certificate");
+    if (arguments.json())
+        put_json(arguments.report());
+    else
+        put(std::string(arguments.has("all") ? "the certificates are" : "the certificate is") +
+            " no longer in " + repository.where + "\n");
+    return Exit::yes;
+}
+
+Exit run_cert_chain(const Arguments &arguments) {
+    const std::vector<std::string> trusted = arguments.values("trusted");
+    const Context context;
+    const Certificate certificate = one_certificate(context, arguments.operand_or_stdin());
+    const std::vector<const char *> names = name_list(trusted);
+    QelCert *chain = nullptr;
+    int count = 0;
+    const QelStatus status =
+        qel_get_cert_chain(context, certificate.record.get(),
+                           trusted.empty() ? nullptr : names.data(), 0, &chain, &count);
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot build a chain for the certificate of " +
+                                          name_text(certificate.record->subject));
+    const std::vector<Certificate> certificates =
+        certificates_from(context, chain, count, "the chain");
+    if (arguments.has("output"))
+        write_file(arguments.value("output"), armoured_all(certificates));
+    if (!arguments.has("output") || arguments.json())
+        show_all(arguments, context, certificates);
+    return Exit::yes;
+}
+
+} // namespace tool

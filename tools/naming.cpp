@@ -1,0 +1,200 @@
+// qel naming status, setup, who
+#include "command.h"
+#include "repository.h"
+#include "text.h"
+
+#include <cstdlib>
+#include <unistd.h>
+
+#include <qel/qelp.h>
+#include <xfn/xfn.h>
+
+namespace tool {
+namespace {
+
+template <auto destroy> struct Destroy {
+    template <class T> void operator()(T *object) const { destroy(object); }
+};
+using OwnedStatus = std::unique_ptr<FN_status_t, Destroy<fn_status_destroy>>;
+using OwnedName = std::unique_ptr<FN_composite_name_t, Destroy<fn_composite_name_destroy>>;
+using OwnedContext = std::unique_ptr<FN_ctx_t, Destroy<fn_ctx_handle_destroy>>;
+using OwnedRef = std::unique_ptr<FN_ref_t, Destroy<fn_ref_destroy>>;
+using OwnedAttribute = std::unique_ptr<FN_attribute_t, Destroy<fn_attribute_destroy>>;
+using OwnedString = std::unique_ptr<FN_string_t, Destroy<fn_string_destroy>>;
+
+template <class T> T checked(T object) {
+    if (!object)
+        throw std::bad_alloc();
+    return object;
+}
+
+std::string description(const FN_status_t *status) {
+    const OwnedString text(checked(fn_status_description(status, 0, nullptr)));
+    return reinterpret_cast<const char *>(fn_string_str(text.get(), nullptr));
+}
+
+OwnedName name_of(const std::string &text) {
+    return OwnedName(
+        checked(fn_composite_name_from_str(reinterpret_cast<const unsigned char *>(text.c_str()))));
+}
+
+// What the naming service holds of a user.
+struct Entry {
+    bool there = false;
+    std::string distinguished_name; // or empty
+    unsigned certificates = 0, packages = 0;
+};
+
+// The naming service of this host as it is: unlike the library's, these look-ups never set it up.
+class NamingService {
+public:
+    NamingService() : status_(checked(fn_status_create())) {
+        initial_.reset(fn_ctx_handle_from_initial_with_ns(FN_NS_FILES, 1, status_.get()));
+        if (initial_)
+            users_ = below("user");
+    }
+    bool available() const { return users_ != nullptr; }
+    std::string problem() const { return description(status_.get()); }
+
+    Entry entry(const std::string &user) {
+        Entry entry;
+        const OwnedName name = name_of(user);
+        const OwnedRef found(fn_ctx_lookup(users_.get(), name.get(), status_.get()));
+        if (!found)
+            return entry;
+        entry.there = true;
+        entry.certificates = values(*name, "onc_certificates");
+        entry.packages = values(*name, "onc_key_packages");
+        values(*name, "onc_distinguished_name", &entry.distinguished_name);
+        return entry;
+    }
+
+private:
+    OwnedContext below(const char *context) {
+        const OwnedName name = name_of(context);
+        const OwnedRef reference(fn_ctx_lookup(initial_.get(), name.get(), status_.get()));
+        return OwnedContext(reference ? fn_ctx_handle_from_ref(reference.get(), 1, status_.get())
+                                      : nullptr);
+    }
+
+    unsigned values(const FN_composite_name_t &name, std::string identifier,
+                    std::string *first = nullptr) {
+        const FN_identifier_t id = {FN_ID_STRING, identifier.size(), identifier.data()};
+        const OwnedAttribute attribute(fn_attr_get(users_.get(), &name, &id, 1, status_.get()));
+        if (!attribute)
+            return 0;
+        void *position = nullptr;
+        const FN_attrvalue_t *value = fn_attribute_first(attribute.get(), &position);
+        if (first != nullptr && value != nullptr && value->length != 0)
+            first->assign(static_cast<const char *>(value->contents), value->length);
+        return fn_attribute_valuecount(attribute.get());
+    }
+
+    OwnedStatus status_;
+    OwnedContext initial_, users_;
+};
+
+Failure not_available(const std::string &why) {
+    return {Exit::naming, "the naming service is not available", why,
+            geteuid() == 0 ? "'qel naming setup' sets it up."
+                           : "The super-user sets it up with 'qel naming setup'.",
+            QEL_ERR_XFN};
+}
+
+std::string count_text(unsigned count, const char *what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+} // namespace
+
+Exit run_naming_status(const Arguments &arguments) {
+    const std::string user =
+        arguments.operands().empty() ? own_login() : arguments.operands().front();
+    NamingService service;
+    if (!service.available() && !arguments.json())
+        throw not_available(service.problem());
+    const Entry entry = service.available() ? service.entry(user) : Entry();
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["available"] = service.available();
+        json["problem"] = service.available() ? Json(nullptr) : Json(service.problem());
+        json["user"] = utf8_or_latin1(user);
+        json["entry"] = entry.there;
+        json["distinguished_name"] = entry.distinguished_name.empty()
+                                         ? Json(nullptr)
+                                         : Json(utf8_or_latin1(entry.distinguished_name));
+        json["certificates"] = entry.certificates;
+        json["key_packages"] = entry.packages;
+        put_json(json);
+        if (!service.available())
+            print_failure(arguments.command().name, not_available(service.problem()));
+    } else if (entry.there) {
+        put("naming service: available\n" + in_quotes(user) + ": " +
+            (entry.distinguished_name.empty() ? "no distinguished name"
+                                              : printable(entry.distinguished_name)) +
+            "; " + count_text(entry.certificates, "certificate") + ", " +
+            count_text(entry.packages, "key package") + "\n");
+    } else {
+        put("naming service: available\n" + in_quotes(user) + ": no entry\n");
+    }
+    return !service.available() ? Exit::naming : entry.there ? Exit::yes : Exit::no;
+}
+
+Exit run_naming_setup(const Arguments &arguments) {
+    bool available = NamingService().available();
+    const bool was = available;
+    if (!available && geteuid() != 0)
+        throw Failure{Exit::permission, "cannot set up the naming service",
+                      "only the super-user can", "Ask whoever looks after this host.", QEL_ERR_XFN};
+    if (!available) {
+        // The library's first use does it.
+        QelItemList *names = nullptr;
+        uint32_t count = 0;
+        __dsv_get_dn_name_given_user_name(own_login().c_str(), &names, &count);
+        __qel_free_item_list(&names);
+        const NamingService now;
+        if (!now.available())
+            throw not_available(now.problem());
+    }
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["available"] = true;
+        json["changed"] = !was;
+        put_json(json);
+    } else {
+        put(was ? "the naming service is set up already\n" : "the naming service is set up\n");
+    }
+    return Exit::yes;
+}
+
+Exit run_naming_who(const Arguments &arguments) {
+    const std::string given = arguments.operands().front();
+    const Context context;
+    char *normal = nullptr;
+    QelStatus status = __qel_normalize_DN(context, given.c_str(), 1, &normal);
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot read the name " + in_quotes(given));
+    const std::string name = normal;
+    std::free(normal);
+    if (NamingService service; !service.available())
+        throw not_available(service.problem());
+    char *found = nullptr;
+    status = __dsv_get_user_name_given_cn_name(name.c_str(), &found);
+    if (status == QEL_ERR_UNKNOWN_USER)
+        throw Failure{Exit::no, "nobody is registered as " + in_quotes(name), "", "", status};
+    if (status != QEL_OK)
+        throw library_failure(status, "cannot look up " + in_quotes(name));
+    const std::string user = found;
+    std::free(found);
+    if (arguments.json()) {
+        Json json = arguments.report();
+        json["distinguished_name"] = utf8_or_latin1(name);
+        json["name"] = utf8_or_latin1(user);
+        put_json(json);
+    } else {
+        put(printable(user) + "\n");
+    }
+    return Exit::yes;
+}
+
+} // namespace tool
