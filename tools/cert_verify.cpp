@@ -2,6 +2,7 @@
 #include "certificate_text.h"
 #include "command.h"
 #include "text.h"
+#include "trusted.h"
 
 namespace tool {
 namespace {
@@ -119,7 +120,89 @@ void print_verdict(const Arguments &arguments, const Verdict &verdict, const std
 
 } // namespace
 
+// ---- up to a trusted key -----------------------------------------------------------------------
+
+namespace {
+
+std::string chain_text(const Arguments &arguments, const ChainVerdict &verdict,
+                       const std::string &where) {
+    const bool good = verdict.good(arguments.has("allow-expired"));
+    std::string text = where + ": " + (good ? "verified, up to a trusted key" : "NOT verified");
+    if (verdict.status != QEL_OK)
+        text += ": " + status_words(verdict.status);
+    text += "\n";
+    if (!verdict.expired.empty())
+        text += "  outside its validity: " + verdict.expired + "\n";
+    for (const Certificate &link : verdict.chain)
+        text += "  chain: " + name_text(link.record->subject) + "\n";
+    return text;
+}
+
+Json chain_json(const Arguments &arguments, const ChainVerdict &verdict) {
+    Json json = arguments.report();
+    json["verified"] = verdict.good(arguments.has("allow-expired"));
+    json["status"] = status_json(verdict.status);
+    json["expired"] = verdict.expired.empty() ? Json(nullptr) : Json(verdict.expired);
+    json["chain"] = Json::array();
+    for (const Certificate &link : verdict.chain)
+        json["chain"].push_back(name_text(link.record->subject, Charset::utf8));
+    return json;
+}
+
+// The certificates of all files, in order.
+std::vector<Certificate> all_certificates(const Context &context, const Arguments &arguments) {
+    std::vector<Certificate> all;
+    for (const std::string &path : arguments.operands())
+        for (Certificate &certificate : read_certificates(context, path))
+            all.push_back(std::move(certificate));
+    return all;
+}
+
+Exit verify_to_trusted_key(const Arguments &arguments) {
+    if (arguments.has("chain") == arguments.has("establish"))
+        arguments.misuse("'--chain' and '--establish' exclude each other");
+    if (!arguments.has("trust"))
+        arguments.misuse("name a file of trusted keys with '--trust'");
+    arguments.check_stdin_once(arguments.operands());
+    const Context context;
+    const std::vector<Certificate> certificates = all_certificates(context, arguments);
+    TrustedKeys trusted(context);
+    for (const std::string &path : arguments.values("trust"))
+        trusted.add_file(path);
+    const std::vector<std::string> allowed = arguments.values("allowed");
+    std::vector<const QelCert *> chain;
+    for (const Certificate &certificate : certificates)
+        chain.push_back(certificate.record.get());
+
+    const bool supplied = arguments.has("chain");
+    const ChainVerdict verdict = supplied ? verify_chain(context, chain, trusted)
+                                          : establish_chain(context, chain[0], trusted, allowed);
+    std::vector<std::string> lines;
+    if (arguments.has("explain"))
+        lines = supplied ? explain_chain(context, chain, trusted)
+                         : explain_search(context, chain[0], trusted, allowed);
+    if (arguments.json()) {
+        Json json = chain_json(arguments, verdict);
+        json["explanation"] = lines;
+        put_json(json);
+    } else {
+        put(chain_text(arguments, verdict, certificates[0].where));
+        for (const std::string &line : lines)
+            put("  " + line + "\n");
+    }
+    return verdict.good(arguments.has("allow-expired")) ? Exit::yes : verdict_exit(verdict.status);
+}
+
+} // namespace
+
 Exit run_cert_verify(const Arguments &arguments) {
+    if (arguments.has("chain") || arguments.has("establish"))
+        return verify_to_trusted_key(arguments);
+    for (const char *option : {"trust", "allowed", "explain"})
+        if (arguments.has(option))
+            arguments.misuse(std::string("'--") + option + "' needs '--chain' or '--establish'");
+    if (arguments.operands().size() > 1)
+        arguments.misuse("several files are a chain: give '--chain'");
     const std::string path = arguments.operands()[0];
     arguments.check_stdin_once({path, arguments.value("issuer")});
     const Context context;

@@ -219,10 +219,22 @@ constexpr Option cert_verify_options[] = {
      "take a good signature outside the validity as yes"},
     {"signature-only", 0, nullptr, nullptr, false,
      "look at the signature alone, not at validity and extensions"},
+    {"chain", 0, nullptr, nullptr, false,
+     "verify the certificates, each issued by the next, up to a trusted key"},
+    {"establish", 0, nullptr, nullptr, false,
+     "verify the certificate up to a trusted key, with issuers from the naming service"},
+    {"trust", 't', "FILE", nullptr, false,
+     "certificates, or a key package's list, of trusted keys; may be repeated", true},
+    {"allowed", 0, "NAME", nullptr, false,
+     "with --establish: an issuer where the chain may end; may be repeated", true},
+    {"explain", 0, nullptr, nullptr, false, "tell of every certificate that was tried"},
 };
 constexpr Example cert_verify_examples[] = {
     {"qel cert verify root.pem", "a self-signed certificate"},
     {"qel cert verify user.pem -i root.pem --allow-expired", "an old certificate, by its issuer"},
+    {"qel cert verify --chain --trust root.pem user.pem ca.pem", "a chain, up to a trusted key"},
+    {"qel cert verify --establish --explain --trust root.pem user.pem",
+     "issuers from the naming service"},
 };
 
 // ---- key packages ------------------------------------------------------------------------------
@@ -533,6 +545,58 @@ constexpr Example naming_who_examples[] = {
     {"qel naming who 'CN=Alice, O=Acme, C=US'", "prints alice"},
 };
 
+// ---- signed messages ---------------------------------------------------------------------------
+
+constexpr Option message_sign_options[] = {
+    {"key", 'k', "FILE", nullptr, false,
+     "the private key, in a file or key package (default: the key that you are logged in with)"},
+    {"cert", 'c', "FILE", nullptr, false,
+     "certificates to send: the signer's first, then its issuers; may be repeated (default: your "
+     "own, from the naming service)",
+     true},
+    {"trusted", 't', "NAME", nullptr, false,
+     "without --cert: a subject where the chain may end; may be repeated", true},
+    {"output", 'o', "FILE", nullptr, false, "where the message goes (default standard output)"},
+    {"armor", 0, nullptr, nullptr, false, "write the message as armoured text"},
+    ALGORITHM,
+    package_id_option,
+    passin_option,
+    max_iterations_option,
+};
+constexpr Example message_sign_examples[] = {
+    {"qel message sign -o report.p7 report.txt", "with the key that you are logged in with"},
+    {"qel message sign -k my.key -c my.pem -o report.p7 report.txt", "with what is in files"},
+};
+
+constexpr Option message_verify_options[] = {
+    {"trust", 't', "FILE", nullptr, false,
+     "certificates, or a key package's list, of trusted keys; may be repeated (default: the list "
+     "of "
+     "the key package that you are logged in with)",
+     true},
+    {"allowed", 0, "NAME", nullptr, false,
+     "an issuer where the chain may end, if it comes from the naming service; may be repeated",
+     true},
+    {"content", 'c', "FILE", nullptr, false,
+     "what was signed, where the message has it not inside"},
+    {"output", 'o', "FILE", nullptr, false, "where the data goes, if all is good"},
+    {"allow-expired", 0, nullptr, nullptr, false,
+     "take good signatures outside the validity as yes"},
+    {"id", 0, "KEYPKGID", nullptr, false, "which of the packages that you are logged in with"},
+};
+constexpr Example message_verify_examples[] = {
+    {"qel message verify --trust root.pem -o report.txt report.p7", "and takes the data out"},
+    {"qel message verify --content report.txt --trust root.pem report.p7s", "a detached signature"},
+};
+
+constexpr Option message_show_options[] = {
+    {"full", 'f', nullptr, nullptr, false, "show every field of the certificates"},
+    {"output", 'o', "FILE", nullptr, false, "where the data goes, which is not verified"},
+};
+constexpr Example message_show_examples[] = {
+    {"qel message show report.p7", "who signed, and the certificates inside"},
+};
+
 // ---- names, armour, ASN.1 ----------------------------------------------------------------------
 
 constexpr Option dn_options[] = {
@@ -762,13 +826,17 @@ constexpr Command all_commands[] = {
      "had "
      "none; where that matters, it is shown.",
      cert_show_options, cert_show_examples, run_cert_show},
-    {"cert verify", "Verify a certificate with its issuer's key", "FILE", 1, 1,
+    {"cert verify", "Verify a certificate", "FILE...", 1, any_type,
      "Gives the library's verdict on the first certificate in the file: its signature under the "
      "issuer's key, its validity now, and that no extension is marked critical. Exits 0 for yes, 1 "
      "for no. Trust in the issuer is not looked at. Where a file holds several issuers, all are "
      "tried that bear the issuer's name.\n\n"
      "With --signature-only the verdict is on the signature alone. A key under the old identifier "
-     "2.5.8.1.1, which the library refuses, is then used as an rsaEncryption key, which is said.",
+     "2.5.8.1.1, which the library refuses, is then used as an rsaEncryption key, which is "
+     "said.\n\n"
+     "With --chain the certificates of all files are a chain: each is verified with the key of the "
+     "next, until one is a trusted key. A single certificate must be a trusted key itself. With "
+     "--establish the issuers come from the naming service.",
      cert_verify_options, cert_verify_examples, run_cert_verify},
     {"cert get", "Get certificates from a repository", "[NAME]", 0, 1,
      "Writes the certificates of a subject, armoured: from the naming service, from the "
@@ -940,6 +1008,23 @@ constexpr Command all_commands[] = {
      "Removes the key package of that identifier. With --repo server it goes from the naming "
      "service, and its user is logged out.",
      keypkg_remove_options, keypkg_remove_examples, run_keypkg_remove},
+    {"message sign", "Make a signed message", "[FILE]", 0, 1,
+     "Makes PKCS#7 signed data, with the content and the signer's certificates inside. Without "
+     "--key the key server signs; without --cert the key package comes from the key server, and "
+     "its certificate and the issuers' from the naming service." PASS_PHRASES,
+     message_sign_options, message_sign_examples, run_message_sign},
+    {"message verify", "Verify a signed message", "[FILE]", 0, 1,
+     "Exits 0 if the signatures are good and each signer's certificate leads to a trusted key: "
+     "through the certificates in the message, or those in the naming service where the message "
+     "has "
+     "the signer's alone. The data is written only then.\n\n"
+     "Messages with authenticated attributes, of several signers, or without their content "
+     "(--content) are verified by the command itself, which says so.",
+     message_verify_options, message_verify_examples, run_message_verify},
+    {"message show", "Show a signed message", "[FILE]", 0, 1,
+     "Shows the content's type and size, the signers and the certificates of PKCS#7 signed data. "
+     "Nothing is verified.",
+     message_show_options, message_show_examples, run_message_show},
     {"dn", "Parse a distinguished name and print it normalised", "NAME...", 1, any_type,
      "Reads printable names, TYPE=VALUE parts joined by commas, the most specific first, and "
      "prints "

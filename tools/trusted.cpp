@@ -1,0 +1,254 @@
+#include "trusted.h"
+
+#include "certificate_text.h"
+#include "key_package.h"
+#include "repository.h"
+#include "text.h"
+
+namespace tool {
+namespace {
+
+// A library's array of certificates, released when it goes.
+struct CertArray {
+    QelCert *first = nullptr;
+    int count = 0;
+    CertArray() = default;
+    CertArray(const CertArray &) = delete;
+    CertArray &operator=(const CertArray &) = delete;
+    ~CertArray() { qel_free_cert_list(&first, count); }
+};
+
+std::string subject_of(const QelCert *certificate) {
+    return in_quotes(name_text(certificate->subject));
+}
+
+std::string trust_words(QelContext *context, const QelCert *certificate,
+                        const TrustedKeys &trusted) {
+    const QelStatus status = __qel_is_trusted_key(context, trusted.list(), certificate);
+    return status == QEL_OK ? "is a trusted key" : "is no trusted key: " + status_words(status);
+}
+
+std::string signature_words(QelStatus status) {
+    return status == QEL_OK ? "signature good" : status_words(status);
+}
+
+// An array of certificates side by side, as the library takes a chain; the records stay the
+// caller's.
+std::vector<QelCert> side_by_side(const std::vector<const QelCert *> &chain) {
+    std::vector<QelCert> array;
+    for (const QelCert *certificate : chain)
+        array.push_back(*certificate);
+    return array;
+}
+
+std::string taken_subject(QelCert *expired) {
+    if (expired == nullptr)
+        return "";
+    const std::string subject = name_text(expired->subject);
+    qel_free_cert(&expired);
+    return subject;
+}
+
+} // namespace
+
+TrustedKeys::~TrustedKeys() {
+    while (list_ != nullptr) {
+        QelTrustedKeys *const node = list_;
+        list_ = node->next;
+        __qel_free_trusted_key(&node->key);
+        std::free(node);
+    }
+}
+
+void TrustedKeys::add(const QelTrustedKey &key) {
+    const QelStatus status = __qel_add_trusted_key(context_, &key, &list_);
+    if (status != QEL_OK && status != QEL_ERR_ENTRY_EXISTS)
+        throw library_failure(status, "cannot take a trusted key");
+}
+
+void TrustedKeys::add_keys_of(const QelKeyPkg &package) {
+    for (const QelTrustedKeys *node = package.tKeys; node != nullptr; node = node->next)
+        add(*node->key);
+}
+
+void TrustedKeys::add_file(const std::string &path) {
+    const Input input = read_input(path);
+    const std::vector<StoredPackage> packages = packages_of(context_, input);
+    for (const StoredPackage &package : packages) {
+        const QelStatus status = signature_status(context_, package);
+        if (status != QEL_OK)
+            throw library_failure(status, "the signature of the key package in " + package.where);
+        add_keys_of(*package.record);
+    }
+    if (!packages.empty())
+        return;
+    for (const Certificate &certificate : read_certificates(context_, path)) {
+        const QelCert &cert = *certificate.record;
+        QelOctetString serial = {cert.serial.length, cert.serial.value};
+        QelTrustedKey key = {};
+        key.owner = cert.subject;
+        key.pubKeyInfo = cert.pubKeyInfo;
+        key.issuer = cert.issuer;
+        key.validity = cert.validity;
+        key.serial = &serial;
+        add(key);
+    }
+}
+
+bool same_name(QelContext *context, const QelName *a, const QelName *b) {
+    int difference = 1;
+    return __qel_cmp_dn(context, a, b, &difference) == QEL_OK && difference == 0;
+}
+
+ChainVerdict verify_chain(QelContext *context, const std::vector<const QelCert *> &chain,
+                          const TrustedKeys &trusted) {
+    const std::vector<QelCert> array = side_by_side(chain);
+    QelCert *expired = nullptr;
+    ChainVerdict verdict;
+    verdict.status = qel_verify_cert_chain(context, array.data(), static_cast<int>(array.size()),
+                                           trusted.list(), &expired);
+    verdict.expired = taken_subject(expired);
+    return verdict;
+}
+
+ChainVerdict establish_chain(QelContext *context, const QelCert *certificate,
+                             const TrustedKeys &trusted, const std::vector<std::string> &allowed) {
+    const std::vector<const char *> names = name_list(allowed);
+    QelCert *expired = nullptr, *chain = nullptr;
+    int count = 0;
+    ChainVerdict verdict;
+    verdict.status = qel_verify_cert_est_chain(context, certificate, trusted.list(),
+                                               allowed.empty() ? nullptr : names.data(), 0,
+                                               &expired, &chain, &count);
+    verdict.expired = taken_subject(expired);
+    verdict.chain = certificates_from(context, chain, count, "the chain");
+    return verdict;
+}
+
+std::vector<std::string> explain_chain(QelContext *context,
+                                       const std::vector<const QelCert *> &chain,
+                                       const TrustedKeys &trusted) {
+    std::vector<std::string> lines;
+    if (chain.size() == 1)
+        return {subject_of(chain[0]) + " stands alone, so that its signature does not count; it " +
+                trust_words(context, chain[0], trusted)};
+    for (std::size_t i = 1; i < chain.size(); ++i) {
+        const QelStatus status = qel_verify_cert(context, chain[i - 1], chain[i]->pubKeyInfo);
+        lines.push_back(subject_of(chain[i - 1]) + " under the key of " + subject_of(chain[i]) +
+                        ": " + signature_words(status));
+        if (status != QEL_OK && status != QEL_ERR_KEY_EXPIRED)
+            return lines;
+        lines.push_back(subject_of(chain[i]) + " " + trust_words(context, chain[i], trusted));
+        if (__qel_is_trusted_key(context, trusted.list(), chain[i]) == QEL_OK)
+            return lines;
+    }
+    return lines;
+}
+
+namespace {
+
+// Goes the library's way through the naming service, to tell what it meets. The store may lead in
+// circles, so neither the depth nor the number of lines grows without end.
+class Search {
+public:
+    Search(QelContext *context, const TrustedKeys &trusted, const std::vector<std::string> &allowed)
+        : context_(context), trusted_(trusted), names_(name_list(allowed)),
+          limited_(!allowed.empty()) {}
+
+    // Whether the search succeeds at this certificate.
+    bool visit(const QelCert *certificate, unsigned depth) {
+        indent_ = std::string(2 * std::size_t{depth}, ' ');
+        if (depth > most_depth || lines.size() > most_lines) {
+            say("and so on");
+            ended_ = true;
+            return false;
+        }
+        return same_name(context_, certificate->subject, certificate->issuer)
+                   ? visit_root(certificate)
+                   : visit_issuers(certificate, depth);
+    }
+
+    std::vector<std::string> lines;
+
+private:
+    static constexpr unsigned most_depth = 32;
+    static constexpr std::size_t most_lines = 500;
+
+    void say(const std::string &text) { lines.push_back(indent_ + text); }
+
+    bool is_allowed(const QelName *name) const {
+        return !limited_ || __qel_find_dn_in_list(names_.data(), name) == QEL_OK;
+    }
+
+    bool visit_root(const QelCert *certificate) {
+        if (!is_allowed(certificate->subject)) {
+            say(subject_of(certificate) + " is self-signed and not among the allowed names");
+            return false;
+        }
+        const QelStatus status = qel_verify_cert(context_, certificate, certificate->pubKeyInfo);
+        say(subject_of(certificate) + " under its own key: " + signature_words(status) + "; it " +
+            trust_words(context_, certificate, trusted_));
+        return (status == QEL_OK || status == QEL_ERR_KEY_EXPIRED) &&
+               __qel_is_trusted_key(context_, trusted_.list(), certificate) == QEL_OK;
+    }
+
+    bool visit_issuers(const QelCert *certificate, unsigned depth) {
+        const std::string issuer = name_text(certificate->issuer);
+        char *name = nullptr;
+        CertArray found;
+        QelStatus status = qel_dn2str(context_, certificate->issuer, &name);
+        const LibraryBytes owner(reinterpret_cast<uint8_t *>(name));
+        if (status == QEL_OK)
+            status = qel_get_cert(context_, name, &found.first, &found.count);
+        if (status != QEL_OK) {
+            say("no certificates of " + in_quotes(issuer) + ": " + status_words(status));
+            return false;
+        }
+        for (int i = 0; i < found.count; ++i) {
+            const QelCert *candidate = &found.first[i];
+            indent_ = std::string(2 * std::size_t{depth}, ' ');
+            status = qel_verify_cert(context_, certificate, candidate->pubKeyInfo);
+            const std::string which = "candidate " + std::to_string(i + 1) + " of " +
+                                      std::to_string(found.count) + ", serial number " +
+                                      hex({candidate->serial.value, candidate->serial.length});
+            say(subject_of(certificate) + " under the key of " + subject_of(candidate) + ", " +
+                which + ": " + signature_words(status));
+            if (status != QEL_OK && status != QEL_ERR_KEY_EXPIRED) {
+                say("this ends the search");
+                ended_ = true;
+                return false;
+            }
+            if (is_allowed(candidate->subject)) {
+                say(subject_of(candidate) + " " + trust_words(context_, candidate, trusted_));
+                if (__qel_is_trusted_key(context_, trusted_.list(), candidate) == QEL_OK)
+                    return true;
+            } else {
+                say(subject_of(candidate) + " is not among the allowed names");
+            }
+            if (visit(candidate, depth + 1))
+                return true;
+            if (ended_)
+                return false;
+        }
+        return false;
+    }
+
+    QelContext *context_;
+    const TrustedKeys &trusted_;
+    std::vector<const char *> names_;
+    bool limited_;
+    bool ended_ = false;
+    std::string indent_;
+};
+
+} // namespace
+
+std::vector<std::string> explain_search(QelContext *context, const QelCert *certificate,
+                                        const TrustedKeys &trusted,
+                                        const std::vector<std::string> &allowed) {
+    Search search(context, trusted, allowed);
+    search.visit(certificate, 0);
+    return std::move(search.lines);
+}
+
+} // namespace tool
