@@ -1,0 +1,185 @@
+// qel message and qel cert verify --chain, with OpenSSL's command line as the oracle.
+#include "tools/packages.h"
+
+namespace {
+
+// An authority, one below it, and Alice below that.
+class Message : public Packages {
+protected:
+    static void SetUpTestSuite() {
+        Packages::SetUpTestSuite();
+        make_package("ca.KEYPKG", "CN=Authority,O=Acme");
+        make_package("middle.KEYPKG", "CN=Middle,O=Acme");
+        make_package("alice.KEYPKG", "CN=Alice,O=Acme");
+        issue("--self -k $ca.KEYPKG -o $ca.pem");
+        certify("middle", "ca");
+        certify("alice", "middle");
+        make_package("stranger.KEYPKG", "CN=Stranger");
+        issue("--self -k $stranger.KEYPKG -o $stranger.pem");
+        for (const char *name : {"alice", "ca"}) {
+            const std::string p8 = std::string("$") + name + ".p8";
+            must(std::string("keypkg export --unencrypted --form pem --passin file:$phrase -o ") +
+                 p8 + " $" + name + ".KEYPKG");
+        }
+        write_file(path("report"), sample(5000));
+        write_file(path("nothing"), {});
+        write_file(path("bundle.pem"), bytes_of(text("middle.pem") + text("ca.pem")));
+        sleep(1); // a certificate is not valid yet in the second in which it was made
+    }
+    static void issue(const std::string &words) {
+        must("issue -l $log --passin file:$phrase " + words);
+    }
+    static void certify(const std::string &who, const std::string &by) {
+        must("request new --passin file:$phrase -k $" + who + ".KEYPKG -o $" + who + ".req");
+        issue("-k $" + by + ".KEYPKG -c $" + by + ".pem -o $" + who + ".pem $" + who + ".req");
+    }
+    static constexpr const char *sign =
+        "message sign -k $alice.KEYPKG --passin file:$phrase -c $alice.pem -c $middle.pem ";
+};
+
+TEST_F(Message, OursAreVerifiedByTheOracleAndByOurselves) {
+    const struct {
+        const char *reason, *words, *content;
+        bool md2 = false; // which the oracle has not
+    } rows[] = {
+        {"DER", "", "report"},
+        {"armour", "--armor", "report"},
+        {"nothing", "", "nothing"},
+        {"MD2", "-a md2", "report", true},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.reason);
+        must(std::string(sign) + row.words + " -o $m.p7 $" + row.content);
+        const Ran ours = run("message verify --json --trust $ca.pem -o $out $m.p7");
+        EXPECT_EQ(ours.exit, 0) << ours.err;
+        EXPECT_EQ(ours.json()["signers"][0]["chain"].size(), 2U) << ours.out;
+        EXPECT_EQ(contents("out"), contents(row.content));
+        if (row.md2)
+            continue;
+        must("dearmor -o $m.der $m.p7");
+        openssl(words_of("smime -verify -binary -inform DER -in $m.der -CAfile $ca.pem "
+                         "-purpose any -auth_level 0 -out $oracle"));
+        EXPECT_EQ(contents("oracle"), contents(row.content));
+    }
+}
+
+TEST_F(Message, TheOraclesAreVerified) {
+    const struct {
+        const char *reason, *words, *verify;
+    } rows[] = {
+        {"as the library knows them", "-nodetach -noattr", ""},
+        {"with authenticated attributes", "-nodetach", ""},
+        {"in pieces, with indefinite lengths", "-nodetach -noattr -stream", ""},
+        {"detached", "-noattr", "--content $report"},
+        {"detached, with attributes", "", "--content $report"},
+        {"two signers", "-nodetach -signer $ca.pem -inkey $ca.p8", ""},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.reason);
+        openssl(words_of(std::string("smime -sign -binary -md md5 -outform DER -in $report "
+                                     "-certfile $middle.pem -out $m.p7 -signer $alice.pem "
+                                     "-inkey $alice.p8 ") +
+                         row.words));
+        const std::string verify = std::string("message verify --trust $ca.pem ") + row.verify;
+        const Ran good = run(verify + " -o $out $m.p7");
+        EXPECT_EQ(good.exit, 0) << good.out << good.err;
+        EXPECT_TRUE(holds(good.out, "signed by 'CN=Alice, O=Acme'")) << good.out;
+        EXPECT_EQ(contents("out"), contents("report"));
+        unlink(path("out").c_str());
+        const Ran strange = run("message verify --trust $stranger.pem " + std::string(row.verify) +
+                                " -o $out $m.p7");
+        EXPECT_EQ(strange.exit, strange.exit == 8 ? 8 : 1) << strange.out << strange.err;
+        EXPECT_FALSE(exists("out"));
+    }
+}
+
+TEST_F(Message, EveryChangeIsNoticed) {
+    for (const char *words : {"-nodetach -noattr", "-nodetach"}) {
+        openssl(words_of(std::string("smime -sign -binary -md md5 -outform DER -in $report "
+                                     "-certfile $middle.pem -out $m.p7 -signer $alice.pem "
+                                     "-inkey $alice.p8 ") +
+                         words));
+        const Bytes good = contents("m.p7");
+        for (std::size_t i = 7; i < good.size(); i += good.size() / 60) {
+            Bytes bad = good;
+            bad[i] ^= 1;
+            write_file(path("bad.p7"), bad);
+            const Ran ran = run("message verify --trust $ca.pem -o $out $bad.p7");
+            // What nobody signs may change: numbers of versions, algorithms beside the signature.
+            if (ran.exit == 0)
+                EXPECT_EQ(contents("out"), contents("report")) << "octet " << i;
+            else
+                EXPECT_TRUE(ran.exit == 1 || ran.exit == 3 || ran.exit == 8) << i << ran.err;
+        }
+    }
+}
+
+TEST_F(Message, RefusalsSayWhy) {
+    openssl(words_of("smime -sign -binary -md md5 -outform DER -in $report -certfile $middle.pem "
+                     "-out $detached.p7 -signer $alice.pem -inkey $alice.p8"));
+    openssl(words_of("smime -sign -binary -md sha256 -nodetach -outform DER -in $report "
+                     "-certfile $middle.pem -out $sha.p7 -signer $alice.pem -inkey $alice.p8"));
+    openssl(words_of("smime -sign -binary -md md5 -nodetach -nocerts -outform DER -in $report "
+                     "-out $bare.p7 -signer $alice.pem -inkey $alice.p8"));
+    must(std::string(sign) + "-o $m.p7 $report");
+    const struct {
+        const char *words;
+        int exit;
+        const char *told;
+    } rows[] = {
+        {"message verify --trust $ca.pem $detached.p7", 2, "does not hold what is signed"},
+        {"message verify --trust $ca.pem --content $nothing $detached.p7", 1, "another digest"},
+        {"message verify --trust $ca.pem --content $report $m.p7", 2, "has its content inside"},
+        {"message verify --trust $ca.pem $sha.p7", 1, "only MD2 and MD5"},
+        {"message verify --trust $ca.pem $bare.p7", 1, "does not hold the signer's certificate"},
+        {"message verify --trust $ca.pem $ca.pem", 3, "cannot find a signed message"},
+        {"message sign -k $alice.KEYPKG --passin file:$phrase -c $ca.pem -o $x $report", 3,
+         "is not that of the key"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.words);
+        const Ran ran = run(row.words);
+        EXPECT_EQ(ran.exit, row.exit) << ran.out << ran.err;
+        EXPECT_TRUE(holds(ran.out + ran.err, row.told)) << ran.out << ran.err;
+    }
+    EXPECT_FALSE(exists("x"));
+}
+
+TEST_F(Message, ShowsWhoSigned) {
+    must(std::string(sign) + "-o $m.p7 $report");
+    const Ran shown = run("message show $m.p7");
+    for (const char *part : {"not verified", "5000 bytes", "CN=Middle, O=Acme", "md5"})
+        EXPECT_TRUE(holds(shown.out, part)) << shown.out;
+    const Json json = run("message show --json $m.p7").json();
+    EXPECT_EQ(json["certificates"].size(), 2U);
+    EXPECT_EQ(json["signers"][0]["issuer"], "CN=Middle, O=Acme");
+}
+
+TEST_F(Message, ChainsAreVerifiedUpToATrustedKey) {
+    const struct {
+        const char *words;
+        int exit;
+        const char *told;
+    } rows[] = {
+        {"--chain --trust $ca.pem $alice.pem $middle.pem $ca.pem", 0, "verified, up to"},
+        {"--chain --trust $ca.pem $alice.pem $bundle.pem", 0, "verified, up to"},
+        {"--chain --trust $middle.pem $alice.pem $bundle.pem", 0, "verified, up to"},
+        {"--chain --trust $ca.pem $ca.pem", 0, "verified, up to"},
+        {"--chain --trust $ca.pem $alice.pem $middle.pem", 1, "QEL_ERR_ISSUER_NOT_TRUSTED"},
+        {"--chain --explain --trust $ca.pem $alice.pem $ca.pem", 1,
+         "'CN=Alice, O=Acme' under the key of 'CN=Authority, O=Acme': status 16"},
+        {"--chain --explain --trust $stranger.pem $alice.pem $bundle.pem", 1,
+         "'CN=Middle, O=Acme' is no trusted key: status 31"},
+        {"--chain $alice.pem", 2, "--trust"},
+        {"--trust $ca.pem $alice.pem", 2, "'--chain' or '--establish'"},
+        {"$alice.pem $middle.pem", 2, "give '--chain'"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.words);
+        const Ran ran = run(std::string("cert verify ") + row.words);
+        EXPECT_EQ(ran.exit, row.exit) << ran.out << ran.err;
+        EXPECT_TRUE(holds(ran.out + ran.err, row.told)) << ran.out << ran.err;
+    }
+}
+
+} // namespace
