@@ -158,8 +158,9 @@ SignerVerdict verify_plain(const Arguments &arguments, QelContext *context,
         &data, &length, &signer, &chain, &count, &expired);
     const LibraryBytes owner(data);
     verdict.content.assign(data, data + length);
-    verdict.signer = take_text(signer);
+    const std::string capitals = take_text(signer);
     verdict.chain = subjects(certificates_from(context, chain, count, "the chain"));
+    verdict.signer = verdict.chain.empty() ? capitals : verdict.chain[0];
     if (expired != nullptr)
         verdict.expired = name_text(expired->subject);
     qel_free_cert(&expired);
@@ -246,8 +247,9 @@ std::vector<SignerVerdict> verify_all(const Arguments &arguments, const Context 
         throw Failure{Exit::no, message.where + " is not signed", "it has no signer",
                       "It may carry certificates only: 'qel message show' tells."};
     for (SignerVerdict &verdict : verdicts)
-        verdict.notes.push_back("verified by this command step by step: the library's own "
-                                "operation takes one signer, content inside, and no attributes");
+        verdict.notes.push_back(
+            "verified by this command step by step: the library's own "
+            "operation takes one signer without attributes, and content inside");
     return verdicts;
 }
 

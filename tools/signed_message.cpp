@@ -164,7 +164,7 @@ SignedMessage read_message(QelContext *context, const std::string &path) {
 }
 
 bool is_plain(const SignedMessage &message) {
-    return message.has_content && message.signers.size() == 1 &&
+    return !message.content.empty() && message.signers.size() == 1 &&
            message.signers[0]->authenticatedAttributes == nullptr;
 }
 

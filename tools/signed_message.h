@@ -25,7 +25,7 @@ struct SignedMessage {
 SignedMessage read_message(QelContext *context, const std::string &path);
 
 // Whether the library's own operation can verify the message: one signer without authenticated
-// attributes, and the content inside.
+// attributes, and content inside that is not empty.
 bool is_plain(const SignedMessage &message);
 
 // The certificate that a signer names by issuer and serial number; null if the message has it not.
