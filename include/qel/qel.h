@@ -340,7 +340,8 @@ QelStatus qel_verify_cert_chain(QelContext *context, const QelCert *chain, int c
  * search. A self-signed certificate must verify with its own key and be trusted.
  *
  * The search goes on from a certificate only once, so that certificates that certify one another in
- * circles end it, and from 10000 at most. The length of a chain has no other limit.
+ * circles end it, and asks for no more issuers when it has got 10000. The length of a chain has no
+ * other limit.
  *
  *   trusted_keys         at least one.
  *   allowed_names        null, or the printable names (see qel_str2dn; a null or empty string ends

@@ -12,8 +12,9 @@
 
 namespace {
 
-// More than any store has above one certificate: who makes more wants to keep the search busy.
-constexpr std::size_t most_visits = 10000;
+// More than any store has above one certificate: who makes more wants to keep the search busy, or
+// to fill the memory with the issuers of all levels of the path.
+constexpr std::size_t most_issuers = 10000;
 
 // A certificate that the search has been at, and what came of it. Until that is known it is
 // QEL_ERR_NO_CHAIN, since to meet it again above itself leads nowhere.
@@ -47,6 +48,7 @@ struct Search {
     std::size_t depth = 0;
     Visit *visits = nullptr;
     std::size_t visit_count = 0;
+    std::size_t issuer_count = 0; // fetched until now
 
     Search(QelContext *given_context, const QelTrustedKeys *keys, const char *const *names)
         : context(given_context), trusted_keys(keys), allowed_names(names) {}
@@ -108,16 +110,19 @@ Visit *find_visit(const Search &search, const uint8_t *encoding, uint32_t length
     return nullptr;
 }
 
-QelStatus fetch_issuers(const Search &search, Level *level) {
+QelStatus fetch_issuers(Search *search, Level *level) {
+    if (search->issuer_count >= most_issuers)
+        return search->stop(QEL_ERR_NO_CHAIN);
     char *text = nullptr;
-    QelStatus status = qel_dn2str(search.context, level->certificate->issuer, &text);
+    QelStatus status = qel_dn2str(search->context, level->certificate->issuer, &text);
     const qel::Owned<char> name(text);
     if (status != QEL_OK)
         return status;
     QelCert *records = nullptr;
     int count = 0;
-    status = qel_get_cert(search.context, name.get(), &records, &count);
+    status = qel_get_cert(search->context, name.get(), &records, &count);
     level->issuers.reset(records, count);
+    search->issuer_count += level->issuers.certs().size();
     if (status == QEL_OK)
         return QEL_ERR_NO_CHAIN; // where there are none
     return status;
@@ -164,8 +169,6 @@ QelStatus open_level(Search *search, const QelCert *certificate) {
     qel::encode(search->context, certificate, QEL_PDU_Certificate, &encoding, &length);
     if (const Visit *visit = find_visit(*search, encoding.get(), length); visit != nullptr)
         return visit->outcome;
-    if (search->visit_count == most_visits)
-        return search->stop(QEL_ERR_NO_CHAIN);
     if (!make_room_for_visit(search) || !search->push(certificate, search->visit_count))
         return search->stop(QEL_ERR_NO_MEMORY);
     search->visits[search->visit_count++] = {encoding.release(), length, QEL_ERR_NO_CHAIN};
@@ -175,7 +178,7 @@ QelStatus open_level(Search *search, const QelCert *certificate) {
         __qel_cmp_dn(search->context, certificate->issuer, certificate->subject, &difference);
     if (status != QEL_OK)
         return status;
-    return difference != 0 ? fetch_issuers(*search, search->top)
+    return difference != 0 ? fetch_issuers(search, search->top)
                            : check_self_signed(search, search->top);
 }
 

@@ -161,6 +161,18 @@ TEST_F(ChainSearch, AllCertifyOneAnother) {
     EXPECT_LE(fetched, letters.size() * letters.size());
 }
 
+// Two that certify each other many times over: each step of the way holds as many issuers again.
+TEST_F(ChainSearch, ManyCertificatesOfTwo) {
+    constexpr std::size_t many = 200;
+    std::string all;
+    for (std::size_t i = 0; i < many; ++i)
+        all += "A<B B<A ";
+    fill_store(context, all);
+    const OwnedCert wanted = certificate(context, "L<A");
+    EXPECT_EQ(search(wanted.get(), TrustedKeys(context, "R").list), QEL_ERR_NO_CHAIN);
+    EXPECT_LE(fetched * many, 10000u);
+}
+
 std::string number_name(std::size_t number) {
     return "CN=" + std::to_string(number) + ", O=World";
 }
