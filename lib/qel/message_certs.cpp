@@ -15,6 +15,7 @@ struct Row {
     const QelCert *certificate;
     char *subject;
     char *issuer;
+    std::size_t from_top; // its first place in the chain; 0: none, or the top
 };
 
 using NameOfRow = char *Row::*;
@@ -82,6 +83,7 @@ public:
         return QEL_OK;
     }
     std::span<const Row> all() const { return {rows_.get(), count_}; }
+    Row &at(const Row *row) { return rows_.get()[row - rows_.get()]; }
 
 private:
     qel::Owned<Row> rows_;
@@ -128,10 +130,19 @@ QelStatus qel::MessageCerts::order(QelContext *context) {
 
     const Row *const top = find_top(rows, by_subject);
     const Row *placed = top;
-    for (std::size_t i = count_; i > 0; --i) {
+    std::size_t period = 0;
+    for (std::size_t i = 0; i < count_; ++i) {
         if (placed == nullptr)
             return QEL_ERR_BAD_PARAM;
-        ordered.get()[i - 1] = *placed->certificate;
+        ordered.get()[count_ - 1 - i] = *placed->certificate;
+        std::size_t &first = rows.at(placed).from_top;
+        if (first == 0) {
+            first = i;
+        } else if (period == 0) {
+            // Below here are the same again and again, in rounds of which whole ones can be left out.
+            period = i - first;
+            repeated_ = (count_ - 1 - i) / period * period;
+        }
         placed = by_issuer.find(placed->subject, top);
     }
     certs_ = std::move(ordered);

@@ -25,9 +25,14 @@ public:
     // is the message's.
     std::span<const QelCert> chain() const { return {certs_.get(), count_}; }
 
+    // The chain for its verification. One certificate may be in many places of it, which a message can
+    // make as costly as it likes: here it is in two at most, and what comes of the chain is the same.
+    std::span<const QelCert> without_rounds() const { return chain().subspan(repeated_); }
+
 private:
     Owned<QelCert> certs_;
     std::size_t count_ = 0;
+    std::size_t repeated_ = 0; // how many places at the end of the chain are whole rounds
 };
 
 } // namespace qel

@@ -259,7 +259,7 @@ QelStatus verify_several(Verification *v) {
     QelStatus status = v->message_certs.order(v->context);
     if (status != QEL_OK)
         return status;
-    const std::span<const QelCert> chain = v->message_certs.chain();
+    const std::span<const QelCert> chain = v->message_certs.without_rounds();
     QelCert *expired = nullptr;
     status = qel_verify_cert_chain(v->context, chain.data(), static_cast<int>(chain.size()),
                                    v->trusted_keys, &expired);

@@ -623,6 +623,26 @@ TEST_F(SignedData, ManyCertificates) {
     EXPECT_EQ(verify(message, TrustedKeys(context, "L").list, &results), QEL_ERR_BAD_PARAM);
 }
 
+// A certificate that is placed wherever another is missing is not verified in each place. The clock is
+// read for every verification.
+TEST_F(SignedData, OneCertificateInManyPlaces) {
+    const TrustedKeys trusted(context, "R");
+    for (const std::string circle : {"A<R A<A ", "A<R B<A A<B "}) {
+        std::string all = "R<R " + circle;
+        for (int i = 0; i < 100; ++i)
+            all += "X<Y ";
+        for (const std::string odd : {"", "X<Y "}) {
+            const Bytes message = message_with(all + odd);
+            fault::fail(fault::Call::time, 50);
+            EXPECT_EQ(verify(message, trusted.list, &results), QEL_ERR_VERIFY) << circle;
+            fault::clear(fault::Call::time);
+            EXPECT_EQ(verify(message, TrustedKeys(context, "X").list, &results),
+                      QEL_ERR_ISSUER_NOT_TRUSTED)
+                << circle;
+        }
+    }
+}
+
 TEST_F(SignedData, EachAllocation) {
     fill_store(context, "A<A");
     const OwnedCert signer = certificate(context, "L<A-");
