@@ -3,7 +3,7 @@
 
 required_packages=(
     g++ clang clang-format clang-tidy libclang-rt-14-dev cmake ninja-build ccache pkg-config git
-    libtirpc-dev rpcbind iproute2 libnsl-dev libsqlite3-dev libgdbm6
+    libtirpc-dev rpcbind iproute2 libnsl-dev libsqlite3-dev libgdbm6 libldap-dev
     libcli11-dev nlohmann-json3-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     openssl libssl-dev nettle-dev libgmp-dev libtomcrypt-dev libgnutls28-dev libtasn1-6-dev

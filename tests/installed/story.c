@@ -379,7 +379,11 @@ static void as(const char *user, void (*chapter)(void), const char *title) {
 int main(int count, char **arguments) {
     EXPECT(count == 2);
     folder = arguments[1];
-    EXPECT(chmod(folder, 01777) == 0);
+    if (getpwnam("alice") == NULL) {
+        puts("skipped: this host has one user only");
+        return 77;
+    }
+    EXPECT(mkdir(folder, 0700) == 0 && chmod(folder, 01777) == 0);
     as("root", authority_is_made, "an authority is made");
     as("alice", alice_asks_for_a_certificate, "a key package, and a request");
     as("root", authority_issues_and_publishes, "the request is granted, the certificate published");
