@@ -303,8 +303,7 @@ template <class Store> void register_rows(const std::string &name, int64_t count
                 {"find", find_by_dn<Store>},
                 {"add+remove", add_and_remove<Store>}};
     for (const auto &row : rows)
-        benchmark::RegisterBenchmark(
-            (std::string(row.work) + "/" + std::to_string(count) + "/" + name).c_str(), row.run)
+        benchmark::RegisterBenchmark((std::string(row.work) + "/" + name).c_str(), row.run)
             ->Arg(count)
             ->UseRealTime()
             ->Unit(benchmark::kMicrosecond);

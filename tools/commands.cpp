@@ -571,8 +571,7 @@ constexpr Example message_sign_examples[] = {
 constexpr Option message_verify_options[] = {
     {"trust", 't', "FILE", nullptr, false,
      "certificates, or a key package's list, of trusted keys; may be repeated (default: the list "
-     "of "
-     "the key package that you are logged in with)",
+     "of the key package that you are logged in with)",
      true},
     {"allowed", 0, "NAME", nullptr, false,
      "an issuer where the chain may end, if it comes from the naming service; may be repeated",
@@ -721,17 +720,13 @@ constexpr Example man_examples[] = {
 constexpr Command all_commands[] = {
     {"login", "Log in: hand your key to the key server", "[FILE]", 0, 1,
      "Unlocks a key package, by default your own in its file or else in the naming service, with "
-     "its "
-     "pass phrase, and hands the private key to the key server of this host. Until you log out, or "
-     "the key's time is over, your programs "
-     "sign "
-     "and unwrap there without key or pass phrase: 'qel sign', 'qel unwrap' and 'qel decrypt' "
-     "where "
-     "no --key is given. A key that was locked is unlocked.\n\n"
+     "its pass phrase, and hands the private key to the key server of this host. Until you log "
+     "out, or the key's time is over, your programs sign and unwrap there without key or pass "
+     "phrase: 'qel sign', 'qel unwrap' and 'qel decrypt' where no --key is given. A key that was "
+     "locked is unlocked.\n\n"
      "The key is registered for you as the system knows you, under the key package's identifier. "
-     "The "
-     "server must run as root or as the user qelserv. It takes private keys of up to 1024 bytes, "
-     "which is about 1600 bits. 'qellogin' is the same command." PASS_PHRASES,
+     "The server must run as root or as the user qelserv. It takes private keys of up to 1024 "
+     "bytes, which is about 1600 bits. 'qellogin' is the same command." PASS_PHRASES,
      login_options, login_examples, run_login},
     {"logout", "Log out: take your key from the key server", "", 0, 0,
      "Has the key server forget a key and its key package. 'qellogout' is the same command.",
@@ -742,8 +737,7 @@ constexpr Command all_commands[] = {
      lock_options, lock_examples, run_lock},
     {"status", "Tell what the key server holds", "", 0, 0,
      "Lists your keys at the key server: identifier, usage, time that is left, whether locked. "
-     "Exits "
-     "0 if one can be used, 4 if none, 5 if the key server is out of reach.",
+     "Exits 0 if one can be used, 4 if none, 5 if the key server is out of reach.",
      status_options, status_examples, run_status},
     {"digest", "Print message digests of files", "[FILE]...", 0, any_type,
      "Prints the MD5 or MD2 digest of each file, or of standard input, one line each.\n\n"
@@ -765,23 +759,20 @@ constexpr Command all_commands[] = {
     {"encrypt", "Encrypt a file", "[FILE]", 0, 1,
      "Encrypts a file of any size, or standard input, with DES or RC2 in CBC mode or RC4, into "
      "PKCS#7: with --to into EnvelopedData, where a fresh session key is wrapped for each "
-     "recipient "
-     "(RSA, PKCS#1); with --key into EncryptedData. The initialisation vector is fresh unless it "
-     "is "
-     "given. A recipient's certificate is not verified: 'qel cert verify' does that.\n\n"
+     "recipient (RSA, PKCS#1); with --key into EncryptedData. The initialisation vector is fresh "
+     "unless it is given. A recipient's certificate is not verified: 'qel cert verify' does "
+     "that.\n\n"
      "Keys have at most 40 effective bits, by the library's export policy: this protects nothing "
      "against an attacker of today, and nothing protects against changes of the data.",
      encrypt_options, encrypt_examples, run_encrypt},
     {"decrypt", "Decrypt a file", "[FILE]", 0, 1,
      "Decrypts PKCS#7 EnvelopedData with the private key of a recipient, or EncryptedData with the "
      "session key; BER, DER or armoured. Without --cert the wrapped keys that fit the private "
-     "key's "
-     "size are tried. Without --key a key at the key server is used: log in first.\n\n"
+     "key's size are tried. Without --key a key at the key server is used: log in first.\n\n"
      "An output file takes its place only when all was decrypted and the padding at the end is "
      "right. What goes to standard output goes at once, so that data may have been written before "
-     "a "
-     "failure: look at the exit status. A wrong key passes for right once in 256 times, RC4 tells "
-     "none from another, and changed data decrypt to something else: only a signature "
+     "a failure: look at the exit status. A wrong key passes for right once in 256 times, RC4 "
+     "tells none from another, and changed data decrypt to something else: only a signature "
      "tells." PASS_PHRASES,
      decrypt_options, decrypt_examples, run_decrypt},
     {"wrap", "Wrap a session key for a recipient", "[FILE]", 0, 1,
@@ -795,8 +786,7 @@ constexpr Command all_commands[] = {
     {"genkey", "Make a session key", "des|rc2|rc4", 1, 1,
      "Makes a random key within the library's export policy and writes its bytes to a file of mode "
      "0600: for DES 8 bytes, of which those at positions 1, 3, 5 and 7 have 4 bits; for RC2 and "
-     "RC4 "
-     "5 bytes. Longer keys can be made, but 'qel encrypt' and 'qel decrypt' refuse them.",
+     "RC4 5 bytes. Longer keys can be made, but 'qel encrypt' and 'qel decrypt' refuse them.",
      genkey_options, genkey_examples, run_genkey},
     {"random", "Print random bytes", "COUNT", 1, 1,
      "Writes so many random bytes, to a file with mode 0600.", random_options, random_examples,
@@ -809,9 +799,8 @@ constexpr Command all_commands[] = {
      dh_start_options, dh_start_examples, run_dh_start},
     {"dh finish", "Finish a Diffie-Hellman key agreement", "", 0, 0,
      "Computes the secret that both sides share, from our seed and the other side's public value "
-     "(a "
-     "SubjectPublicKeyInfo, or its octets), and writes it to a file of mode 0600: as many bytes as "
-     "the prime has. Derive a key from it before use, and remove the seed.",
+     "(a SubjectPublicKeyInfo, or its octets), and writes it to a file of mode 0600: as many bytes "
+     "as the prime has. Derive a key from it before use, and remove the seed.",
      dh_finish_options, dh_finish_examples, run_dh_finish},
     {"cert show", "Show certificates", "[FILE]...", 0, any_type,
      "Shows every certificate in the files, DER or armoured. Names are shown in their own letters, "
@@ -822,9 +811,7 @@ constexpr Command all_commands[] = {
      "local time zone and fingerprints of the DER encoding. The entry for a log is in that form, "
      "too.\n\n"
      "Other times are in UTC. The library's own test of validity reads a time with an offset as if "
-     "it "
-     "had "
-     "none; where that matters, it is shown.",
+     "it had none; where that matters, it is shown.",
      cert_show_options, cert_show_examples, run_cert_show},
     {"cert verify", "Verify a certificate", "FILE...", 1, any_type,
      "Gives the library's verdict on the first certificate in the file: its signature under the "
@@ -891,15 +878,13 @@ constexpr Command all_commands[] = {
     {"keygen", "Generate an RSA key pair into a new key package", "", 0, 0,
      "Makes an RSA key pair and writes it as a key package: the owner's name, the public key, the "
      "private key encrypted under a pass phrase, the keys that the owner trusts, and a signature "
-     "by "
-     "the key itself. The export policy allows 512 bits at most.\n\n"
+     "by the key itself. The export policy allows 512 bits at most.\n\n"
      "Without --output the package goes to your own file, which is named after you with .KEYPKG "
      "behind it, in your home folder. Other programs may read but one package from a file: with "
      "--add keep to files that these commands read.\n\n"
      "A guess at the pass phrase costs as many iterations of MD5 as take this host about a quarter "
      "of a second, measured at the time, at least 100000 and at most 10000000. A pass phrase has "
-     "at "
-     "most 100 bytes." PASS_PHRASES,
+     "at most 100 bytes." PASS_PHRASES,
      keygen_options, keygen_examples, run_keygen},
     {"keypkg show", "Show key packages", "[FILE]", 0, 1,
      "Shows the key packages in a file, by default your own, and whether their signatures are "
@@ -914,10 +899,9 @@ constexpr Command all_commands[] = {
      keypkg_verify_options, keypkg_verify_examples, run_keypkg_verify},
     {"keypkg passwd", "Change the pass phrase of a key package", "[FILE]", 0, 1,
      "Encrypts the private key under a new pass phrase and signs the package again. Salt and "
-     "number "
-     "of iterations stay. Other packages in the file stay as they are, and at no moment is there "
-     "anything but the old file or the new one. Copies of the old package still open with the old "
-     "pass phrase." PASS_PHRASES,
+     "number of iterations stay. Other packages in the file stay as they are, and at no moment is "
+     "there anything but the old file or the new one. Copies of the old package still open with "
+     "the old pass phrase." PASS_PHRASES,
      keypkg_passwd_options, keypkg_passwd_examples, run_keypkg_passwd},
     {"keypkg export", "Take the key out of a key package", "[FILE]", 0, 1,
      "With --public writes the public key (SubjectPublicKeyInfo), which takes no pass phrase. With "
@@ -927,16 +911,13 @@ constexpr Command all_commands[] = {
     {"keypkg import", "Make a key package of an RSA private key", "KEY", 1, 1,
      "Reads an RSA private key, PKCS#8 or PKCS#1, unencrypted, DER or armoured, and makes a key "
      "package of it, as keygen does. The key may have any size. Encrypted keys are refused: "
-     "decrypt "
-     "them first with the program that made them." PASS_PHRASES,
+     "decrypt them first with the program that made them." PASS_PHRASES,
      keypkg_import_options, keypkg_import_examples, run_keypkg_import},
     {"request new", "Make a request for a certificate", "", 0, 0,
      "Writes a request (PKCS#10) that an authority issue a certificate for a key and a name, "
-     "signed "
-     "with the key's private half. Without --key the key server signs: log in first.\n\n"
+     "signed with the key's private half. Without --key the key server signs: log in first.\n\n"
      "A challenge password lets you ask for revocation later. It stands in the request for "
-     "everyone "
-     "to read, so do not use the pass phrase of a key package; the file gets mode "
+     "everyone to read, so do not use the pass phrase of a key package; the file gets mode "
      "0600." PASS_PHRASES,
      request_new_options, request_new_examples, run_request_new},
     {"request show", "Show requests for certificates", "[FILE]", 0, 1,
@@ -958,9 +939,8 @@ constexpr Command all_commands[] = {
      run_request_verify},
     {"issue", "Issue a certificate", "[FILE]", 0, 1,
      "Signs a certificate for a request (PKCS#10 or a browser's) or a bare public key in a file, "
-     "or "
-     "standard input, with the authority's key; with --self and without a file, for that key and "
-     "its owner. A request whose signature is not good is refused, and so is a name that the "
+     "or standard input, with the authority's key; with --self and without a file, for that key "
+     "and its owner. A request whose signature is not good is refused, and so is a name that the "
      "library cannot write, or that could be taken for another.\n\n"
      "The certificate is of version 1, or of version 3 where extensions are asked for. Mark them "
      "critical only for other programs: the library's own verification refuses such certificates, "
@@ -968,11 +948,9 @@ constexpr Command all_commands[] = {
      "Every certificate is entered in the log before it leaves; its serial number is none that the "
      "log has. Several may be issued at a time. Without --log it is your own file, which is named "
      "after you with .CERTLOG behind it, beside your key package. The validity begins a minute "
-     "ago, "
-     "so that it holds at once, and must end by 2049.\n\n"
+     "ago, so that it holds at once, and must end by 2049.\n\n"
      "MD5 and MD2 make certificates that can be forged: certificates for keys and names that you "
-     "do "
-     "not know help whoever wants that." PASS_PHRASES,
+     "do not know help whoever wants that." PASS_PHRASES,
      issue_options, issue_examples, run_issue},
     {"trust list", "List the keys that a key package trusts", "[FILE]", 0, 1,
      "Shows the trusted keys of a key package, by default your own. --full adds what the library's "
@@ -992,8 +970,7 @@ constexpr Command all_commands[] = {
      trust_delete_options, trust_delete_examples, run_trust_delete},
     {"keypkg get", "Get a key package from a repository", "[NAME]", 0, 1,
      "Writes the key package of that identifier to a file: from the naming service, where NAME is "
-     "a "
-     "user (default you) or a host's address, from a file, from the key server, or from your "
+     "a user (default you) or a host's address, from a file, from the key server, or from your "
      "default file.",
      keypkg_get_options, keypkg_get_examples, run_keypkg_get},
     {"keypkg list", "Show the key packages in a repository", "[NAME]", 0, 1,
@@ -1016,8 +993,7 @@ constexpr Command all_commands[] = {
     {"message verify", "Verify a signed message", "[FILE]", 0, 1,
      "Exits 0 if the signatures are good and each signer's certificate leads to a trusted key: "
      "through the certificates in the message, or those in the naming service where the message "
-     "has "
-     "the signer's alone. The data is written only then.\n\n"
+     "has the signer's alone. The data is written only then.\n\n"
      "Messages with authenticated attributes, of several signers, or without their content "
      "(--content) are verified by the command itself, which says so.",
      message_verify_options, message_verify_examples, run_message_verify},
@@ -1027,9 +1003,8 @@ constexpr Command all_commands[] = {
      message_show_options, message_show_examples, run_message_show},
     {"dn", "Parse a distinguished name and print it normalised", "NAME...", 1, any_type,
      "Reads printable names, TYPE=VALUE parts joined by commas, the most specific first, and "
-     "prints "
-     "their normalised form. Types: CN, SERIAL, C, L, O, OU, ST, EM, STREET. A plus sign joins "
-     "parts of one level; a backslash keeps a comma inside a value.",
+     "prints their normalised form. Types: CN, SERIAL, C, L, O, OU, ST, EM, STREET. A plus sign "
+     "joins parts of one level; a backslash keeps a comma inside a value.",
      dn_options, dn_examples, run_dn},
     {"armor", "Put bytes into printable armour", "[FILE]", 0, 1,
      "Writes base 64 in lines of 64 characters (RFC 1421), between marker lines for the type. Text "
@@ -1044,8 +1019,7 @@ constexpr Command all_commands[] = {
      "encrypts them, are never printed, and taken for no other type than their own.\n\n"
      "With --encode the value is written again: under der where the library encodes the type so "
      "(Name, CertificateInfo, Certificate, KeyPkgInfo, DigestInfo, CertificationRequestInfo), "
-     "under "
-     "ber, or with indefinite lengths.",
+     "under ber, or with indefinite lengths.",
      asn1_options, asn1_examples, run_asn1},
     {"explain",
      "Explain a status of the library",

@@ -146,8 +146,8 @@ TEST(Completion, ScriptCompletesCommandsOptionsAndChoices) {
         const char *completed;
     } rows[] = {
         {"first words, each once", "qel ce", "cert"},
-        {"second words", "qel cert ''", "show verify"},
-        {"options of a command of two words", "qel cert verify --al", "--allow-expired"},
+        {"second words", "qel cert ''", "show verify get list set remove chain"},
+        {"options of a command of two words", "qel cert verify --allow-", "--allow-expired"},
         {"choices after the long option", "qel sign --algorithm ''", "md2 md5"},
         {"choices after the letter", "qel sign -a m", "md2 md5"},
         {"options of every command", "qel digest --js", "--json"},
