@@ -303,6 +303,8 @@ TEST_F(Naming, Commands) {
         {"ctxselect files && ctxselect nis && ctxselect files && grep -c default /etc/fn.conf | "
          "grep -qx 1",
          0},
+        {"ctxselect nis 2>&1 | grep -q \"line 'files nis:'\"", 0},
+        {"echo 'files nis:' >/etc/fn.conf && ! ctxselect nis 2>&1 | grep .", 0},
         {as_alice + "ctxselect nis", 9, true},
         {"ctxselect ldap", 2},
         {"echo nonsense >/etc/fn.conf; ctxselect", 3},

@@ -10,6 +10,9 @@
 #include <string>
 #include <vector>
 
+// Tells that the host is set up.
+constexpr char presence_file[] = "/var/fn/dsv_org.ctx.dir";
+
 // Exit statuses, as of qel(1).
 enum Exit {
     done = 0,

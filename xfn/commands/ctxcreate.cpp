@@ -15,7 +15,6 @@
 namespace {
 
 constexpr char directory[] = "/var/fn";
-constexpr char presence_file[] = "/var/fn/dsv_org.ctx.dir"; // tells that the host is set up
 constexpr char database_owner[] = "fnsd";
 constexpr char sqlite_scheme[] = "sqlite:";
 

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
@@ -66,6 +67,16 @@ void replace_config(const std::string &text) {
     close(file);
 }
 
+// Programs that keep credentials ask for the files by name, whatever the default is.
+void tell_of_files(const xfn::Config &config) {
+    const bool reads_nis = std::strcmp(config.locations[FN_NS_FILES - 1], "nis:") == 0;
+    if (!reads_nis || access(presence_file, F_OK) != 0)
+        std::fprintf(stderr,
+                     "ctxselect: programs that ask for the back end files, as qel does, need the "
+                     "line 'files nis:' in %s, and the empty file %s\n",
+                     xfn::config_path, presence_file);
+}
+
 void run(const CommandLine &line) {
     if (line.arguments.size() > 1)
         throw Failure(usage, "unexpected argument: " + line.arguments[1]);
@@ -87,6 +98,8 @@ void run(const CommandLine &line) {
     if (!xfn::parse_config(text, &config))
         throw Failure(malformed, std::string(xfn::config_path) + " is malformed");
     replace_config(text);
+    if (wanted == "nis")
+        tell_of_files(config);
 }
 
 } // namespace
