@@ -60,6 +60,10 @@ std::size_t greater(std::size_t a, std::size_t b) {
 
 // ---- Public keys
 
+// Above this length of the modulus the public exponent has at most so many bits: whoever makes a key
+// and a certificate could otherwise keep each of its verifiers busy for seconds.
+constexpr std::size_t free_modulus_bits = 4096, most_exponent_bits = 64;
+
 struct RsaPublic {
     uint32_t size;
     Modulus n;
@@ -72,7 +76,8 @@ int rsa_public_new(RsaPublic **key_out, const A_RSA_KEY &numbers) {
     const Number modulus(numbers.modulus), exponent(numbers.exponent);
     if (const int error = check_modulus(modulus))
         return error;
-    if (!exponent.odd() || exponent.bits() < 2 || exponent.bits() > modulus.bits())
+    if (!exponent.odd() || exponent.bits() < 2 || exponent.bits() > modulus.bits() ||
+        (modulus.bits() > free_modulus_bits && exponent.bits() > most_exponent_bits))
         return BE_KEY_INFO;
     const std::size_t size = padded_size(modulus);
     const std::size_t constants = best_arithmetic()->constants_size(size, modulus.bits());

@@ -187,6 +187,13 @@ TEST(Rsa, PublicExponentsOfEveryLength) {
     numbers.n = bytes_of(n);
     numbers.e = bytes_of(less(n, 2));
     with_each_arithmetic([&] { check_public(numbers); });
+
+    // A long modulus takes a short exponent only.
+    numbers.n = bytes_of(random_odd(4097));
+    numbers.e = bytes_of(decimal("18446744073709551615"));
+    with_each_arithmetic([&] { check_public(numbers); });
+    numbers.e = bytes_of(decimal("18446744073709551617"));
+    prepare_public(numbers, BE_KEY_INFO);
 }
 
 TEST(Rsa, LeadingZerosAreAllowed) {
