@@ -28,9 +28,9 @@ QelStatus File::open_input(const char *name) {
     return errno == ENOENT ? QEL_ERR_NO_FILE : QEL_ERR_OPEN_FILE;
 }
 
-QelStatus File::open_output(const char *name, int flags) {
+QelStatus File::open_output(const char *name, int flags, mode_t mode) {
     owned_ = !is_standard(name);
-    descriptor_ = owned_ ? open(name, flags | O_LARGEFILE | O_CLOEXEC, 0600) : STDOUT_FILENO;
+    descriptor_ = owned_ ? open(name, flags | O_LARGEFILE | O_CLOEXEC, mode) : STDOUT_FILENO;
     return descriptor_ >= 0 ? QEL_OK : QEL_ERR_OPEN_FILE;
 }
 

@@ -102,11 +102,11 @@ Output &Output::add_armoured(const char *begin, const uint8_t *data, uint32_t le
     return add("\n").add(end).add("\n");
 }
 
-QelStatus Output::write_file(const char *name, int open_flags) const {
+QelStatus Output::write_file(const char *name, int open_flags, mode_t mode) const {
     if (status_ != QEL_OK)
         return status_;
     qel::File file;
-    QelStatus status = file.open_output(name, open_flags);
+    QelStatus status = file.open_output(name, open_flags, mode);
     if (status == QEL_OK)
         status = file.write_all(bytes_.get(), size_);
     const QelStatus close_status = file.close_file();

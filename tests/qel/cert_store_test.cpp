@@ -4,6 +4,7 @@
 #include "support/process.h"
 
 #include <filesystem>
+#include <sys/stat.h>
 
 namespace {
 
@@ -134,15 +135,17 @@ TEST_F(CertStore, Setting) {
         {"nowhere", QEL_REPO_STDIN, nullptr, first, QEL_ERR_BAD_PARAM},
         {"read only", QEL_REPO_QELSERV, nullptr, first, QEL_ERR_BAD_PARAM},
     };
+    const mode_t mask = umask(022);
     for (const auto &row : rows)
         EXPECT_EQ(set(row.repository, row.name, row.certificate), row.status) << row.reason;
+    umask(mask);
     EXPECT_EQ(naming.entries["bob"].certificates, (Items{first, first}));
     EXPECT_EQ(naming.entries["alice"].dn, "CN=A\\,B") << "a comma inside keeps its backslash";
     Items got;
     EXPECT_EQ(get(QEL_REPO_FILE, file.c_str(), &got), QEL_OK);
     EXPECT_EQ(get(QEL_REPO_DEFAULT, bob, &got), QEL_OK);
     EXPECT_EQ(got, Items{first});
-    EXPECT_EQ(fs::status(bobs_file).permissions(), fs::perms(0600));
+    EXPECT_EQ(fs::status(bobs_file).permissions(), fs::perms(0644)) << "for everybody";
 
     users.caller_is_known = false;
     EXPECT_EQ(set(QEL_REPO_DSV, nullptr, first), QEL_ERR_UNKNOWN_USER);

@@ -4,6 +4,7 @@
 #define UTIL_FILE_H
 
 #include <cstddef>
+#include <sys/types.h>
 
 #include <qel/qel.h>
 
@@ -21,8 +22,8 @@ public:
     QelStatus open_input(const char *name);
 
     // A null or empty name is standard output. A file that flags (those of open(2)) let make gets
-    // mode 0600. QEL_ERR_OPEN_FILE.
-    QelStatus open_output(const char *name, int flags);
+    // the mode, as far as the umask lets it. QEL_ERR_OPEN_FILE.
+    QelStatus open_output(const char *name, int flags, mode_t mode = 0600);
 
     // Up to size bytes, 0 at the end of the file. QEL_ERR_FILE_IO.
     QelStatus read_some(void *bytes, std::size_t size, std::size_t *length) const;

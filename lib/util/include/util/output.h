@@ -29,7 +29,8 @@ public:
 
     // Opens the file (null or "": standard output), writes all and closes it. What was written
     // before a failure stays. The status so far, QEL_ERR_OPEN_FILE, QEL_ERR_FILE_IO.
-    QelStatus write_file(const char *name, int open_flags) const;
+    //   mode  of a file that is made, as far as the umask lets it.
+    QelStatus write_file(const char *name, int open_flags, mode_t mode = 0600) const;
 
 private:
     qel::SecretBytes bytes_;
