@@ -163,7 +163,18 @@ Exit verify_to_trusted_key(const Arguments &arguments) {
         arguments.misuse("'--chain' and '--establish' exclude each other");
     if (!arguments.has("trust"))
         arguments.misuse("name a file of trusted keys with '--trust'");
-    arguments.check_stdin_once(arguments.operands());
+    for (const char *option : {"issuer", "signature-only"})
+        if (arguments.has(option))
+            arguments.misuse(std::string("'--") + option +
+                             "' does not go with '--chain' or '--establish'");
+    if (arguments.has("allowed") && arguments.has("chain"))
+        arguments.misuse("'--allowed' needs '--establish'");
+    if (arguments.operands().size() > 1 && arguments.has("establish"))
+        arguments.misuse("'--establish' takes one certificate; several files are a '--chain'");
+    std::vector<std::string> inputs = arguments.operands();
+    for (const std::string &path : arguments.values("trust"))
+        inputs.push_back(path);
+    arguments.check_stdin_once(inputs);
     const Context context;
     const std::vector<Certificate> certificates = all_certificates(context, arguments);
     TrustedKeys trusted(context);
@@ -175,12 +186,17 @@ Exit verify_to_trusted_key(const Arguments &arguments) {
         chain.push_back(certificate.record.get());
 
     const bool supplied = arguments.has("chain");
-    const ChainVerdict verdict = supplied ? verify_chain(context, chain, trusted)
-                                          : establish_chain(context, chain[0], trusted, allowed);
+    const Charset charset = arguments.json() ? Charset::utf8 : Charset::terminal;
+    const ChainVerdict verdict =
+        supplied ? verify_chain(context, chain, trusted, charset)
+                 : establish_chain(context, chain[0], trusted, allowed, charset);
     std::vector<std::string> lines;
     if (arguments.has("explain"))
         lines = supplied ? explain_chain(context, chain, trusted)
                          : explain_search(context, chain[0], trusted, allowed);
+    if (!supplied && certificates.size() > 1)
+        lines.push_back("only the first of " + std::to_string(certificates.size()) +
+                        " certificates in the file was looked at");
     if (arguments.json()) {
         Json json = chain_json(arguments, verdict);
         json["explanation"] = lines;

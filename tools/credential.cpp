@@ -214,7 +214,11 @@ Failure bad_item(const Input &input, const Item &item, const std::string &what, 
 
 std::vector<Certificate> read_certificates(QelContext *context, const std::string &path,
                                            std::vector<Failure> *unreadable) {
-    const Input input = read_input(path);
+    return certificates_of(context, read_input(path), unreadable);
+}
+
+std::vector<Certificate> certificates_of(QelContext *context, const Input &input,
+                                         std::vector<Failure> *unreadable) {
     std::vector<Certificate> certificates;
     std::vector<Failure> failures;
     for (const Item &item : input.items) {
@@ -230,7 +234,7 @@ std::vector<Certificate> read_certificates(QelContext *context, const std::strin
     if (unreadable != nullptr)
         *unreadable = std::move(failures);
     if (certificates.empty())
-        throw Failure{Exit::input, "cannot find a certificate in " + display_name(path),
+        throw Failure{Exit::input, "cannot find a certificate in " + display_name(input.path),
                       labels_of(input), "Give a file that holds a certificate, DER or armoured."};
     return certificates;
 }

@@ -101,6 +101,9 @@ struct Certificate {
 // there as long as another certificate can be read.
 std::vector<Certificate> read_certificates(QelContext *context, const std::string &path,
                                            std::vector<Failure> *unreadable = nullptr);
+// The same of a file that was read.
+std::vector<Certificate> certificates_of(QelContext *context, const Input &input,
+                                         std::vector<Failure> *unreadable = nullptr);
 
 // A public key, from a SubjectPublicKeyInfo, an RSAPublicKey (PKCS#1) or a certificate.
 struct PublicKey {

@@ -351,7 +351,8 @@ PrivateKey read_private_key(QelContext *context, const Arguments &arguments,
     if (packages.empty())
         return read_private_key(context, input);
     const PassPhraseSource source(arguments, "passin", QEL_PHRASE_OWN);
-    const StoredPackage package = choose_package(arguments, path, std::move(packages));
+    const StoredPackage package =
+        choose_package(arguments, display_name(path), std::move(packages));
     const uint32_t usage = package.record->usage;
     if (use != any_use && usage != USAGE_SIGN_ENCRYPT && usage != use)
         throw Failure{Exit::permission, "cannot use " + in_words(package),

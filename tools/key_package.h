@@ -49,7 +49,8 @@ std::vector<StoredPackage> read_packages(QelContext *context, const std::string 
 
 // The package with the identifier of --id, or the only one. Throws Failure, Exit::no_key, where there
 // is none, and UsageError where --id has to choose.
-StoredPackage choose_package(const Arguments &arguments, const std::string &path,
+//   where  safe to print.
+StoredPackage choose_package(const Arguments &arguments, const std::string &where,
                              std::vector<StoredPackage> packages);
 StoredPackage read_package(QelContext *context, const Arguments &arguments,
                            const std::string &path);

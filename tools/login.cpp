@@ -163,8 +163,9 @@ StoredPackage login_package(const Context &context, const Arguments &arguments,
     try {
         return choose_package(arguments, repository.where, stored_packages(context, repository));
     } catch (Failure &failure) {
-        if (failure.status == QEL_ERR_NO_KEYPKG || failure.status == QEL_ERR_UNKNOWN_USER ||
-            failure.status == QEL_ERR_XFN)
+        if (!arguments.has("repo") &&
+            (failure.status == QEL_ERR_NO_KEYPKG || failure.status == QEL_ERR_UNKNOWN_USER ||
+             failure.status == QEL_ERR_XFN))
             failure.next = "There is no " + in_quotes(default_package_file()) +
                            " either. Name the key package's file, or make one with 'qel keygen'.";
         throw;

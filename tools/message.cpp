@@ -88,7 +88,9 @@ Bytes sign_with_own_certificates(const Arguments &arguments, const UsableKey &ke
 Exit run_message_sign(const Arguments &arguments) {
     const std::string path = arguments.operand_or_stdin();
     const std::string output = arguments.value("output", "-");
-    arguments.check_stdin_once({path, arguments.value("key"), phrase_path(arguments, "passin")});
+    std::vector<std::string> inputs = arguments.values("cert");
+    inputs.insert(inputs.end(), {path, arguments.value("key"), phrase_path(arguments, "passin")});
+    arguments.check_stdin_once(inputs);
     const bool armor = arguments.has("armor");
     if (output == "-" && !armor && !arguments.json())
         refuse_terminal(arguments.command().name,
@@ -122,22 +124,26 @@ namespace {
 // What was found out about one signer.
 struct SignerVerdict {
     QelStatus status = QEL_OK;
-    std::string signer;             // a name; safe to print
+    std::string signer;             // a name; safe to print, as the others are
     std::string why, expired;       // or empty
     std::vector<std::string> chain; // subjects
     std::vector<std::string> notes;
     Bytes content;
 };
 
-std::string take_text(char *text) {
-    const LibraryBytes owner(reinterpret_cast<uint8_t *>(text));
-    return text != nullptr ? printable(text) : "";
+Charset charset_of(const Arguments &arguments) {
+    return arguments.json() ? Charset::utf8 : Charset::terminal;
 }
 
-std::vector<std::string> subjects(const std::vector<Certificate> &chain) {
+std::string take_text(char *text, Charset charset) {
+    const LibraryBytes owner(reinterpret_cast<uint8_t *>(text));
+    return text != nullptr ? printable(utf8_or_latin1(text), charset) : "";
+}
+
+std::vector<std::string> subjects(const std::vector<Certificate> &chain, Charset charset) {
     std::vector<std::string> names;
     for (const Certificate &certificate : chain)
-        names.push_back(name_text(certificate.record->subject));
+        names.push_back(name_text(certificate.record->subject, charset));
     return names;
 }
 
@@ -158,11 +164,12 @@ SignerVerdict verify_plain(const Arguments &arguments, QelContext *context,
         &data, &length, &signer, &chain, &count, &expired);
     const LibraryBytes owner(data);
     verdict.content.assign(data, data + length);
-    const std::string capitals = take_text(signer);
-    verdict.chain = subjects(certificates_from(context, chain, count, "the chain"));
+    const Charset charset = charset_of(arguments);
+    const std::string capitals = take_text(signer, charset);
+    verdict.chain = subjects(certificates_from(context, chain, count, "the chain"), charset);
     verdict.signer = verdict.chain.empty() ? capitals : verdict.chain[0];
     if (expired != nullptr)
-        verdict.expired = name_text(expired->subject);
+        verdict.expired = name_text(expired->subject, charset);
     qel_free_cert(&expired);
     return verdict;
 }
@@ -171,18 +178,19 @@ SignerVerdict verify_plain(const Arguments &arguments, QelContext *context,
 SignerVerdict verify_one(const Arguments &arguments, QelContext *context,
                          const SignedMessage &message, const QelSignerInfo &signer,
                          const TrustedKeys &trusted, const Bytes &content) {
+    const Charset charset = charset_of(arguments);
     SignerVerdict verdict;
     const QelCert *certificate = certificate_of(context, message, signer);
     if (certificate == nullptr) {
         verdict.signer = "serial number " +
                          hex({signer.issuerAndSerialNumber->serial.value,
                               signer.issuerAndSerialNumber->serial.length}) +
-                         " of " + name_text(signer.issuerAndSerialNumber->issuer);
+                         " of " + name_text(signer.issuerAndSerialNumber->issuer, charset);
         verdict.status = QEL_ERR_NO_CERT;
         verdict.why = "the message does not hold the signer's certificate";
         return verdict;
     }
-    verdict.signer = name_text(certificate->subject);
+    verdict.signer = name_text(certificate->subject, charset);
     const QelStatus signature =
         verify_signer(context, message, signer, *certificate, content, verdict.why);
     if (signature != QEL_OK) {
@@ -192,15 +200,16 @@ SignerVerdict verify_one(const Arguments &arguments, QelContext *context,
     if (__qel_is_trusted_key(context, trusted.list(), certificate) == QEL_OK)
         return verdict;
     const std::vector<const QelCert *> chain = chain_in(context, message, certificate);
-    const ChainVerdict found = chain.size() > 1 ? verify_chain(context, chain, trusted)
-                                                : establish_chain(context, certificate, trusted,
-                                                                  arguments.values("allowed"));
+    const ChainVerdict found =
+        chain.size() > 1
+            ? verify_chain(context, chain, trusted, charset)
+            : establish_chain(context, certificate, trusted, arguments.values("allowed"), charset);
     verdict.status = found.status;
     verdict.expired = found.expired;
-    verdict.chain = subjects(found.chain);
+    verdict.chain = subjects(found.chain, charset);
     if (chain.size() > 1)
         for (const QelCert *link : chain)
-            verdict.chain.push_back(name_text(link->subject));
+            verdict.chain.push_back(name_text(link->subject, charset));
     return verdict;
 }
 
@@ -214,6 +223,10 @@ void add_own_trusted_keys(QelContext *context, TrustedKeys &trusted) {
                               "Log in, or name a file of certificates with '--trust'.");
     const Decoded<QelKeyPkg> owner(package, ReleasePdu{context, QEL_PDU_KeyPkg});
     trusted.add_keys_of(*package);
+    if (trusted.list() == nullptr)
+        throw Failure{
+            Exit::no, "cannot tell which keys you trust", "the list of your key package is empty",
+            "'qel trust add' enters keys; or name a file of certificates with '--trust'."};
 }
 
 std::vector<SignerVerdict> verify_all(const Arguments &arguments, const Context &context,
@@ -293,7 +306,9 @@ Json verdict_json(const Arguments &arguments, const SignerVerdict &verdict) {
 
 Exit run_message_verify(const Arguments &arguments) {
     const std::string path = arguments.operand_or_stdin();
-    arguments.check_stdin_once({path, arguments.value("content")});
+    std::vector<std::string> inputs = arguments.values("trust");
+    inputs.insert(inputs.end(), {path, arguments.value("content")});
+    arguments.check_stdin_once(inputs);
     const std::string output = arguments.value("output");
     if (output == "-" && arguments.json())
         arguments.misuse("standard output has no room for data beside JSON");
@@ -376,11 +391,14 @@ std::string content_text(const SignedMessage &message) {
 } // namespace
 
 Exit run_message_show(const Arguments &arguments) {
-    const Context context;
     const std::string path = arguments.operand_or_stdin();
+    const std::string output = arguments.value("output");
+    if (output == "-" && arguments.json())
+        arguments.misuse("standard output has no room for data beside JSON");
+    const Context context;
     const SignedMessage message = read_message(context, path);
     if (arguments.has("output"))
-        write_file(arguments.value("output"), message.content);
+        write_file(output, message.content);
     Json json = arguments.report();
     json["file"] = utf8_or_latin1(path);
     json["content"] = content_text(message);
@@ -404,6 +422,8 @@ Exit run_message_show(const Arguments &arguments) {
     }
     if (arguments.json())
         put_json(json);
+    else if (output == "-")
+        say(text);
     else
         put(text);
     return Exit::yes;

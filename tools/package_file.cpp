@@ -74,17 +74,17 @@ std::vector<StoredPackage> read_packages(QelContext *context, const std::string 
 
 StoredPackage read_package(QelContext *context, const Arguments &arguments,
                            const std::string &path) {
-    return choose_package(arguments, path, read_packages(context, path));
+    return choose_package(arguments, display_name(path), read_packages(context, path));
 }
 
-StoredPackage choose_package(const Arguments &arguments, const std::string &path,
+StoredPackage choose_package(const Arguments &arguments, const std::string &where,
                              std::vector<StoredPackage> packages) {
     std::string ids;
     for (const StoredPackage &package : packages)
         ids += (ids.empty() ? "" : ", ") + in_quotes(package.record->keypkgId);
     if (!arguments.has("id")) {
         if (packages.size() > 1)
-            arguments.misuse(display_name(path) +
+            arguments.misuse(where +
                              " holds several key packages: choose with '--id' "
                              "from " +
                              ids);
@@ -94,8 +94,7 @@ StoredPackage choose_package(const Arguments &arguments, const std::string &path
     for (StoredPackage &package : packages)
         if (id == package.record->keypkgId)
             return std::move(package);
-    throw Failure{Exit::no_key,
-                  "cannot find key package " + in_quotes(id) + " in " + display_name(path),
+    throw Failure{Exit::no_key, "cannot find key package " + in_quotes(id) + " in " + where,
                   "it holds " + ids, "Check the identifier.", QEL_ERR_NO_KEYPKG};
 }
 

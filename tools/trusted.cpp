@@ -41,10 +41,10 @@ std::vector<QelCert> side_by_side(const std::vector<const QelCert *> &chain) {
     return array;
 }
 
-std::string taken_subject(QelCert *expired) {
+std::string taken_subject(QelCert *expired, Charset charset) {
     if (expired == nullptr)
         return "";
-    const std::string subject = name_text(expired->subject);
+    const std::string subject = name_text(expired->subject, charset);
     qel_free_cert(&expired);
     return subject;
 }
@@ -80,9 +80,13 @@ void TrustedKeys::add_file(const std::string &path) {
             throw library_failure(status, "the signature of the key package in " + package.where);
         add_keys_of(*package.record);
     }
+    if (list_ == nullptr && !packages.empty())
+        throw Failure{Exit::no, "cannot take trusted keys from " + display_name(path),
+                      "the list of its key package is empty",
+                      "'qel trust add' enters keys; or name a file of certificates."};
     if (!packages.empty())
         return;
-    for (const Certificate &certificate : read_certificates(context_, path)) {
+    for (const Certificate &certificate : certificates_of(context_, input)) {
         const QelCert &cert = *certificate.record;
         QelOctetString serial = {cert.serial.length, cert.serial.value};
         QelTrustedKey key = {};
@@ -101,18 +105,19 @@ bool same_name(QelContext *context, const QelName *a, const QelName *b) {
 }
 
 ChainVerdict verify_chain(QelContext *context, const std::vector<const QelCert *> &chain,
-                          const TrustedKeys &trusted) {
+                          const TrustedKeys &trusted, Charset charset) {
     const std::vector<QelCert> array = side_by_side(chain);
     QelCert *expired = nullptr;
     ChainVerdict verdict;
     verdict.status = qel_verify_cert_chain(context, array.data(), static_cast<int>(array.size()),
                                            trusted.list(), &expired);
-    verdict.expired = taken_subject(expired);
+    verdict.expired = taken_subject(expired, charset);
     return verdict;
 }
 
 ChainVerdict establish_chain(QelContext *context, const QelCert *certificate,
-                             const TrustedKeys &trusted, const std::vector<std::string> &allowed) {
+                             const TrustedKeys &trusted, const std::vector<std::string> &allowed,
+                             Charset charset) {
     const std::vector<const char *> names = name_list(allowed);
     QelCert *expired = nullptr, *chain = nullptr;
     int count = 0;
@@ -120,7 +125,7 @@ ChainVerdict establish_chain(QelContext *context, const QelCert *certificate,
     verdict.status = qel_verify_cert_est_chain(context, certificate, trusted.list(),
                                                allowed.empty() ? nullptr : names.data(), 0,
                                                &expired, &chain, &count);
-    verdict.expired = taken_subject(expired);
+    verdict.expired = taken_subject(expired, charset);
     verdict.chain = certificates_from(context, chain, count, "the chain");
     return verdict;
 }

@@ -4,6 +4,7 @@
 
 #include "command.h"
 #include "credential.h"
+#include "text.h"
 
 #include <string>
 #include <vector>
@@ -19,7 +20,7 @@ public:
     TrustedKeys &operator=(const TrustedKeys &) = delete;
 
     // The keys of the certificates in a file, and the trusted keys of the key packages in it. Throws
-    // Failure where there is none, or a key package's signature is not good.
+    // Failure where there is none, or a key package's signature is not good. The file is read once.
     void add_file(const std::string &path);
     // The keys that a key package lists.
     void add_keys_of(const QelKeyPkg &package);
@@ -46,12 +47,14 @@ struct ChainVerdict {
 };
 
 // A chain that was supplied: each certificate but the last was issued by the next.
+//   charset  of the subject in the verdict.
 ChainVerdict verify_chain(QelContext *context, const std::vector<const QelCert *> &chain,
-                          const TrustedKeys &trusted);
+                          const TrustedKeys &trusted, Charset charset);
 // A chain that the library builds from the naming service.
 //   allowed  printable names of the issuers where it may end; none: any.
 ChainVerdict establish_chain(QelContext *context, const QelCert *certificate,
-                             const TrustedKeys &trusted, const std::vector<std::string> &allowed);
+                             const TrustedKeys &trusted, const std::vector<std::string> &allowed,
+                             Charset charset);
 
 // What the library's search meets, step by step, one line for each certificate that is looked at,
 // with the status that it gives; safe to print.
