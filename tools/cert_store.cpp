@@ -47,6 +47,41 @@ void show_all(const Arguments &arguments, const Context &context,
         put_json(json);
 }
 
+void check_room(const Arguments &arguments, const std::string &output) {
+    if (output == "-" && arguments.json())
+        arguments.misuse("standard output has no room for certificates beside JSON");
+}
+
+// The library takes a file of one certificate only: a second would make both unreadable.
+void check_first(QelContext *context, const Certificate &certificate) {
+    char *subject = nullptr;
+    if (qel_dn2str(context, certificate.record->subject, &subject) != QEL_OK)
+        return; // storing it will tell
+    const LibraryBytes owner(reinterpret_cast<uint8_t *>(subject));
+    QelCert *present = nullptr;
+    int count = 0;
+    const QelStatus status = __qel_get_cert(context, QEL_REPO_DEFAULT, subject, &present, &count);
+    qel_free_cert_list(&present, count);
+    if (status == QEL_OK || status == QEL_ERR_FILE_FORMAT)
+        throw Failure{Exit::no, "cannot store the certificate in the certificate directory",
+                      "the file of " + in_quotes(subject) +
+                          " is there already, and with a second certificate none could be read",
+                      "Remove that file first, if this one is to take its place.",
+                      QEL_ERR_ENTRY_EXISTS};
+}
+
+// A file that goes holds certificates, and nothing that cannot be had again.
+void check_file_to_lose(QelContext *context, const std::string &path) {
+    std::vector<Failure> unreadable;
+    const Input input = read_input(path);
+    certificates_of(context, input, &unreadable);
+    for (const Item &item : input.items)
+        if (is_secret(context, item))
+            throw Failure{Exit::output, "cannot remove " + in_quotes(path),
+                          "it also holds a private key or key package, which would be lost",
+                          "Remove the file yourself, if that is meant."};
+}
+
 // The first certificate of a file.
 Certificate one_certificate(const Context &context, const std::string &path) {
     return std::move(read_certificates(context, path).front());
@@ -56,6 +91,7 @@ Certificate one_certificate(const Context &context, const std::string &path) {
 
 Exit run_cert_get(const Arguments &arguments) {
     const Repository repository = certificates_to_read(arguments, operand(arguments));
+    check_room(arguments, arguments.value("output"));
     const Context context;
     const std::vector<Certificate> certificates = stored_certificates(context, repository);
     if (arguments.has("output") || !arguments.json())
@@ -77,15 +113,15 @@ Exit run_cert_set(const Arguments &arguments) {
     const std::string to = arguments.value("to");
     if (repo == "file" && to.empty())
         arguments.misuse("name the file with '--to'");
+    Repository repository = repo == "file" ? file_to_write(arguments, to) : naming_entry(to);
     if (repo == "default" && !to.empty())
         arguments.misuse("'--repo default' takes no '--to': the subject names the file");
     const Context context;
     const Certificate certificate = one_certificate(context, arguments.operand_or_stdin());
-    Repository repository = naming_entry(to);
-    if (repo == "file")
-        repository = {QEL_REPO_FILE, to, display_name(to)};
-    if (repo == "default")
-        repository = {QEL_REPO_DEFAULT, "", "the certificate directory"};
+    if (repo == "default") {
+        repository = {QEL_REPO_DEFAULT, "", "the certificate directory", true};
+        check_first(context, certificate);
+    }
     const QelStatus status = __qel_set_cert(context, repository.selector, repository.name_or_null(),
                                             certificate.record.get());
     if (status != QEL_OK)
@@ -105,10 +141,14 @@ Exit run_cert_set(const Arguments &arguments) {
 Exit run_cert_remove(const Arguments &arguments) {
     if (arguments.has("cert") == arguments.has("all"))
         arguments.misuse("say which certificate with '--cert FILE', or '--all'");
-    const Repository repository = certificates_to_read(arguments, operand(arguments));
+    const bool in_file = arguments.value("repo") == "file";
+    const Repository repository = in_file ? file_to_write(arguments, operand(arguments))
+                                          : certificates_to_read(arguments, operand(arguments));
     const Context context;
     QelStatus status;
     if (arguments.has("all")) {
+        if (in_file)
+            check_file_to_lose(context, repository.name);
         status = __qel_remove_cert(context, repository.selector, repository.name.c_str(), nullptr,
                                    nullptr);
     } else {
@@ -128,6 +168,7 @@ Exit run_cert_remove(const Arguments &arguments) {
 
 Exit run_cert_chain(const Arguments &arguments) {
     const std::vector<std::string> trusted = arguments.values("trusted");
+    check_room(arguments, arguments.value("output"));
     const Context context;
     const Certificate certificate = one_certificate(context, arguments.operand_or_stdin());
     const std::vector<const char *> names = name_list(trusted);
@@ -137,8 +178,11 @@ Exit run_cert_chain(const Arguments &arguments) {
         qel_get_cert_chain(context, certificate.record.get(),
                            trusted.empty() ? nullptr : names.data(), 0, &chain, &count);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot build a chain for the certificate of " +
-                                          name_text(certificate.record->subject));
+        throw library_failure(status,
+                              "cannot build a chain for the certificate of " +
+                                  name_text(certificate.record->subject),
+                              "The certificates of every issuer come from the naming service: 'qel "
+                              "cert verify --establish --explain' tells what is met there.");
     const std::vector<Certificate> certificates =
         certificates_from(context, chain, count, "the chain");
     if (arguments.has("output"))

@@ -28,7 +28,7 @@ void tell(const Arguments &arguments, const Repository &repository, const std::s
             repository.name.empty() ? Json(nullptr) : Json(utf8_or_latin1(repository.name));
         json["id"] = utf8_or_latin1(id);
         put_json(json);
-    } else {
+    } else if (arguments.value("output") != "-") { // where the package is
         put("key package " + in_quotes(id) + " " + what + " " + repository.where + "\n");
     }
 }

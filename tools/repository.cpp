@@ -12,10 +12,16 @@ namespace {
 Repository in_file(const Arguments &arguments, const std::string &name) {
     if (name.empty())
         arguments.misuse("name the file");
-    return {QEL_REPO_FILE, name, display_name(name)};
+    return {QEL_REPO_FILE, name == "-" ? "" : name, display_name(name)};
 }
 
 } // namespace
+
+Repository file_to_write(const Arguments &arguments, const std::string &name) {
+    if (name == "-")
+        arguments.misuse("'-' is no file that keeps anything: name the file");
+    return in_file(arguments, name);
+}
 
 std::string own_login() {
     const passwd *user = getpwuid(getuid());
@@ -44,6 +50,8 @@ Repository packages_to_read(const Arguments &arguments, const std::string &name)
 
 Repository packages_to_write(const Arguments &arguments, const std::string &name) {
     const std::string repo = arguments.value("repo", "naming");
+    if (repo == "file")
+        return file_to_write(arguments, name);
     if (repo != "server")
         return packages_to_read(arguments, name);
     Repository repository = naming_entry(name);
@@ -64,8 +72,9 @@ Repository certificates_to_read(const Arguments &arguments, const std::string &n
     if (name.empty())
         arguments.misuse("name the subject, as in 'CN=Alice, O=Acme, C=US'");
     if (repo == "default")
-        return {QEL_REPO_DEFAULT, name, "the certificate directory, file of " + in_quotes(name)};
-    return {QEL_REPO_DSV, name, "the naming service, subject " + in_quotes(name)};
+        return {QEL_REPO_DEFAULT, name, "the certificate directory, file of " + in_quotes(name),
+                true};
+    return {QEL_REPO_DSV, name, "the naming service, subject " + in_quotes(name), true};
 }
 
 Failure store_failure(QelStatus status, const Repository &repository, const std::string &what) {
@@ -78,6 +87,23 @@ Failure store_failure(QelStatus status, const Repository &repository, const std:
     if (status == QEL_ERR_XFN && geteuid() != 0)
         failure.next = "'qel naming status' tells whether it is set up. An entry is changed by its "
                        "own user and by the super-user.";
+    if (status == QEL_ERR_UNKNOWN_USER && repository.by_subject)
+        failure.next =
+            "Nobody is registered under this name. 'qel naming status' tells under which "
+            "name a user is.";
+    if (status == QEL_ERR_GENERAL && naming && repository.by_subject) {
+        failure.exit = Exit::input;
+        failure.next = "A certificate of another subject is there, so that none is taken. 'qel "
+                       "naming who' tells whose entry it is.";
+    }
+    if (status == QEL_ERR_GENERAL && repository.selector == QEL_REPO_FILE) {
+        failure.exit = Exit::output;
+        failure.next = "The file could not be deleted: check the permissions of its folder.";
+    }
+    if (status == QEL_ERR_BAD_PARAM && repository.selector == QEL_REPO_DEFAULT)
+        failure.next = "Check the name; one with a slash has no file there.";
+    if (status == QEL_ERR_OPEN_FILE && repository.selector == QEL_REPO_DEFAULT)
+        failure.next = "The directory must be there; the super-user makes it, and writes there.";
     if (status == QEL_ERR_BAD_PARAM && naming)
         failure.next = "Check the name, and that the owner is the one that is registered for the "
                        "entry ('qel naming who' finds it).";

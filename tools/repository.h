@@ -19,15 +19,16 @@ std::string own_login();
 // What one call of the library's store is told.
 struct Repository {
     int selector = QEL_REPO_FILE;
-    std::string name;  // of a file, user or subject; empty: the caller's own
-    std::string where; // safe to print
+    std::string name;        // of a file, user or subject; empty: the caller's own
+    std::string where;       // safe to print
+    bool by_subject = false; // the name is a distinguished name
 
     const char *name_or_null() const { return name.empty() ? nullptr : name.c_str(); }
 };
 
 // Where --repo says that key packages are read, or written.
 //   name  file or user, as the command line gives it; "" is the caller's own, which for a file is a
-//         usage error.
+//         usage error. "-" is standard input, which is read only.
 Repository packages_to_read(const Arguments &arguments, const std::string &name);
 Repository packages_to_write(const Arguments &arguments, const std::string &name);
 
@@ -35,8 +36,11 @@ Repository packages_to_write(const Arguments &arguments, const std::string &name
 Repository naming_entry(const std::string &user);
 
 // Where --repo says that certificates are.
-//   name  file or subject.
+//   name  file ("-" is standard input) or subject.
 Repository certificates_to_read(const Arguments &arguments, const std::string &name);
+
+// A file that is changed.
+Repository file_to_write(const Arguments &arguments, const std::string &name);
 
 // Why the store could not do what was asked, with what its statuses mean there.
 Failure store_failure(QelStatus status, const Repository &repository, const std::string &what);

@@ -137,6 +137,7 @@ TEST_F(Message, RefusalsSayWhy) {
         {"message verify --trust $ca.pem $sha.p7", 1, "only MD2 and MD5"},
         {"message verify --trust $ca.pem $bare.p7", 1, "does not hold the signer's certificate"},
         {"message verify --trust $ca.pem $ca.pem", 3, "cannot find a signed message"},
+        {"message verify --trust $alice.KEYPKG $m.p7", 1, "the list of its key package is empty"},
         {"message sign -k $alice.KEYPKG --passin file:$phrase -c $ca.pem -o $x $report", 3,
          "is not that of the key"},
     };
@@ -147,6 +148,59 @@ TEST_F(Message, RefusalsSayWhy) {
         EXPECT_TRUE(holds(ran.out + ran.err, row.told)) << ran.out << ran.err;
     }
     EXPECT_FALSE(exists("x"));
+}
+
+TEST_F(Message, StandardStreamsServeOnePurpose) {
+    must(std::string(sign) + "-o $m.p7 $report");
+    const struct {
+        const char *words, *input;
+        int exit;
+        const char *told;
+    } rows[] = {
+        {"cert verify --chain --trust - $alice.pem $bundle.pem", "ca.pem", 0, "verified, up to"},
+        {"cert verify --chain --trust - -", "ca.pem", 2, "one of the files"},
+        {"message verify --trust - -", "m.p7", 2, "one of the files"},
+        {"message sign -k $alice.KEYPKG --passin file:$phrase -c - -", "alice.pem", 2,
+         "one of the files"},
+        {"message show --json -o - $m.p7", "nothing", 2, "beside JSON"},
+        {"cert get --repo file --json -o - $ca.pem", "nothing", 2, "beside JSON"},
+        {"keypkg list --repo file -", "alice.KEYPKG", 0, "CN=Alice"},
+        {"cert set --repo file --to - $ca.pem", "nothing", 2, "name the file"},
+        {"keypkg remove --repo file -", "alice.KEYPKG", 2, "name the file"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.words);
+        const Ran ran = run(row.words, {.input = contents(row.input)});
+        EXPECT_EQ(ran.exit, row.exit) << ran.out << ran.err;
+        EXPECT_TRUE(holds(ran.out + ran.err, row.told)) << ran.out << ran.err;
+    }
+    const Ran content = run("message show -o - $m.p7");
+    EXPECT_EQ(bytes_of(content.out), contents("report"));
+    EXPECT_TRUE(holds(content.err, "not verified")) << content.err;
+    EXPECT_EQ(run("keypkg get --repo file -o - $alice.KEYPKG").out, text("alice.KEYPKG"));
+}
+
+TEST_F(Message, AFileOfCertificatesGoesAndNoOther) {
+    write_file(path("both"), bytes_of(text("ca.pem") + text("alice.KEYPKG")));
+    write_file(path("old.pem"), contents("bundle.pem"));
+    const struct {
+        const char *file;
+        int exit;
+        const char *told;
+        bool stays;
+    } rows[] = {
+        {"alice.KEYPKG", 3, "cannot find a certificate", true},
+        {"both", 7, "key package, which would be lost", true},
+        {"absent", 3, "cannot open", false},
+        {"old.pem", 0, "no longer in", false},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.file);
+        const Ran ran = run(std::string("cert remove --all --repo file $") + row.file);
+        EXPECT_EQ(ran.exit, row.exit);
+        EXPECT_TRUE(holds(ran.out + ran.err, row.told)) << ran.out << ran.err;
+        EXPECT_EQ(exists(row.file), row.stays);
+    }
 }
 
 TEST_F(Message, ShowsWhoSigned) {
@@ -175,6 +229,9 @@ TEST_F(Message, ChainsAreVerifiedUpToATrustedKey) {
         {"--chain --explain --trust $stranger.pem $alice.pem $bundle.pem", 1,
          "'CN=Middle, O=Acme' is no trusted key: status 31"},
         {"--chain $alice.pem", 2, "--trust"},
+        {"--chain --issuer $ca.pem --trust $ca.pem $alice.pem", 2, "'--issuer' does not go"},
+        {"--chain --allowed CN=X --trust $ca.pem $alice.pem", 2, "needs '--establish'"},
+        {"--establish --trust $ca.pem $alice.pem $middle.pem", 2, "one certificate"},
         {"--trust $ca.pem $alice.pem", 2, "'--chain' or '--establish'"},
         {"$alice.pem $middle.pem", 2, "give '--chain'"},
     };
