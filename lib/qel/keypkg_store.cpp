@@ -107,21 +107,34 @@ QelStatus check_owner(QelContext *context, const char *name, const QelName *owne
     return difference == 0 ? QEL_OK : QEL_ERR_BAD_PARAM;
 }
 
-QelStatus store_in_naming_service(QelContext *context, const char *name, const uint8_t *encoding,
-                                  uint32_t length) {
+// *overtaken: someone else has changed the entry in between, and nothing was done.
+QelStatus try_to_store(QelContext *context, const char *name, const uint8_t *encoding,
+                       uint32_t length, bool *overtaken) {
+    *overtaken = false;
     qel::DataSet set;
     OpenedPackage opened;
     QelDataSetItem *present = nullptr;
     QelStatus status = read_keypkgs(context, QEL_REPO_DSV, name, &set);
     if (status == QEL_OK)
         status = find_item(context, set, nullptr, &opened, &present);
-    if (status == QEL_ERR_UNKNOWN_USER || status == QEL_ERR_NO_KEYPKG)
-        return dsv_add_user_certs_and_key_pkg(name, nullptr, nullptr, 0, encoding, length);
-    if (status != QEL_OK)
+    if (status != QEL_OK && status != QEL_ERR_UNKNOWN_USER && status != QEL_ERR_NO_KEYPKG)
         return status;
-    if (present->length <= length && std::memcmp(present->data, encoding, present->length) == 0)
+    if (present != nullptr && present->length <= length &&
+        std::memcmp(present->data, encoding, present->length) == 0)
         return QEL_ERR_ENTRY_EXISTS;
-    return dsv_modify_key_pkg(name, encoding, length, present->data, present->length);
+    return dsv_put_key_pkg(name, set.items(), present, encoding, length, overtaken);
+}
+
+// Of two who store a package of one identifier at once, the second replaces that of the first.
+QelStatus store_in_naming_service(QelContext *context, const char *name, const uint8_t *encoding,
+                                  uint32_t length) {
+    bool overtaken = false;
+    QelStatus status = try_to_store(context, name, encoding, length, &overtaken);
+    for (int attempt = 1; overtaken && attempt < most_attempts; ++attempt) {
+        pause_before(attempt);
+        status = try_to_store(context, name, encoding, length, &overtaken);
+    }
+    return status;
 }
 
 // A user who is logged in goes on with the new key package.

@@ -27,8 +27,6 @@ constexpr AttributeRow attributes[] = {
     {key_packages_attribute, "fn_attr_syntax_binary", QEL_ERR_NO_KEYPKG},
 };
 
-// Against a store that others change all the time: about a second and a half in all.
-constexpr int most_attempts = 100;
 constexpr int longest_pause = 16; // milliseconds
 
 constexpr unsigned follow_links = 1;
@@ -47,7 +45,8 @@ struct Change {
     const char *attribute;
     NamingChange kind;
     FN_attrvalue_t value;
-    FN_attrvalue_t old_value;
+    FN_attrvalue_t old_value;                     // with nothing: none
+    const std::span<const QelDataSetItem> *known; // the values that must be there; null: any
 };
 
 const AttributeRow *find_row(const char *attribute) {
@@ -144,17 +143,24 @@ QelStatus prepare(const Entry &entry, const Change &change, Attribute *attribute
     return QEL_OK;
 }
 
+bool has_values(const FN_attribute_t *attribute, std::span<const QelDataSetItem> known) {
+    void *place = nullptr;
+    const FN_attrvalue_t *value = fn_attribute_first(attribute, &place);
+    for (const QelDataSetItem &item : known) {
+        if (value == nullptr || value->length != item.length ||
+            (item.length != 0 && std::memcmp(value->contents, item.data, item.length) != 0))
+            return false;
+        value = fn_attribute_next(attribute, &place);
+    }
+    return value == nullptr;
+}
+
 // False: no memory.
 bool apply(const Change &change, FN_attribute_t *attribute) {
-    switch (change.kind) {
-    case NamingChange::add:
-        return fn_attribute_add(attribute, &change.value, 0) != 0;
-    case NamingChange::replace:
+    if (change.kind != NamingChange::remove)
         return fn_attribute_add(attribute, &change.value, 0) != 0 &&
-               fn_attribute_remove(attribute, &change.old_value) != 0;
-    case NamingChange::remove:
-        break;
-    }
+               (change.old_value.contents == nullptr ||
+                fn_attribute_remove(attribute, &change.old_value) != 0);
     return change.value.contents == nullptr || fn_attribute_remove(attribute, &change.value) != 0;
 }
 
@@ -165,6 +171,9 @@ QelStatus change_once(const Entry &entry, const Change &change, bool *overtaken)
     const QelStatus status = prepare(entry, change, &attribute);
     if (status != QEL_OK || attribute == nullptr)
         return status;
+    *overtaken = change.known != nullptr && !has_values(attribute.get(), *change.known);
+    if (*overtaken)
+        return QEL_ERR_XFN;
     if (!apply(change, attribute.get()))
         return QEL_ERR_NO_MEMORY;
     const bool nothing_left =
@@ -177,12 +186,8 @@ QelStatus change_once(const Entry &entry, const Change &change, bool *overtaken)
     return code == FN_SUCCESS ? QEL_OK : QEL_ERR_XFN;
 }
 
-void pause_before(int attempt) {
-    const timespec pause = {0, std::min(attempt, longest_pause) * 1000000L};
-    nanosleep(&pause, nullptr);
-}
-
 using Text = std::unique_ptr<FN_string_t, Destroy<fn_string_destroy>>;
+using SearchList = std::unique_ptr<FN_searchlist_t, Destroy<prelim_fn_searchlist_destroy>>;
 using AttributeSet = std::unique_ptr<FN_attrset_t, Destroy<fn_attrset_destroy>>;
 
 struct Query {
@@ -210,9 +215,8 @@ QelStatus make_query(const char *dn, Query *query) {
 // The first hit. QEL_ERR_UNKNOWN_USER: there is none. QEL_ERR_NO_DN: the search failed.
 QelStatus search(NameKind kind, const Query &query, Text *name_out) {
     FN_status_t *const status = query.status.get();
-    const std::unique_ptr<FN_searchlist_t, Destroy<prelim_fn_searchlist_destroy>> hits(
-        prelim_fn_attr_search(qel::naming_context(kind), query.here.get(), query.match.get(), 0,
-                              query.wanted.get(), status));
+    const SearchList hits(prelim_fn_attr_search(qel::naming_context(kind), query.here.get(),
+                                                query.match.get(), 0, query.wanted.get(), status));
     if (hits != nullptr)
         name_out->reset(prelim_fn_searchlist_next(hits.get(), nullptr, nullptr, status));
     if (*name_out != nullptr)
@@ -239,10 +243,39 @@ bool holds(const QelItemList *list, const char *text) {
     return false;
 }
 
-QelStatus register_dn(const char *name, const char *dn) {
+// Once, if the entry has the values that are known.
+QelStatus change_if(const char *name, const Change &change, bool *overtaken) {
+    *overtaken = false;
+    Entry entry;
+    const QelStatus status = find_entry(name, &entry);
+    return status == QEL_OK ? change_once(entry, change, overtaken) : status;
+}
+
+unsigned count_owners(NameKind kind, const Query &query) {
+    FN_status_t *const status = query.status.get();
+    const SearchList hits(prelim_fn_attr_search(qel::naming_context(kind), query.here.get(),
+                                                query.match.get(), 0, query.wanted.get(), status));
+    unsigned count = 0;
+    while (hits != nullptr &&
+           Text(prelim_fn_searchlist_next(hits.get(), nullptr, nullptr, status)) != nullptr)
+        ++count;
+    return count;
+}
+
+// Whether other entries were registered under the name at the same time.
+bool has_rivals(const char *dn) {
+    Query query;
+    return dsv_set_context(NameKind::user) == QEL_OK && dsv_set_context(NameKind::host) == QEL_OK &&
+           make_query(dn, &query) == QEL_OK &&
+           count_owners(NameKind::user, query) + count_owners(NameKind::host, query) > 1;
+}
+
+// *overtaken: the entry was registered in between, perhaps under another name.
+QelStatus try_to_register(const char *name, const char *dn, bool *overtaken) {
+    *overtaken = false;
     QelItemList *registered = nullptr;
     uint32_t count = 0;
-    const QelStatus status = __dsv_get_dn_name_given_user_name(name, &registered, &count);
+    QelStatus status = __dsv_get_dn_name_given_user_name(name, &registered, &count);
     const ValueList owner(registered);
     if (status == QEL_OK)
         return holds(registered, dn) ? QEL_OK : QEL_ERR_ENTRY_EXISTS;
@@ -253,11 +286,33 @@ QelStatus register_dn(const char *name, const char *dn) {
         std::free(other);
         return QEL_ERR_ENTRY_EXISTS;
     }
-    return dsv_add_attribute(name, dn_attribute, reinterpret_cast<const uint8_t *>(dn),
-                             static_cast<uint32_t>(std::strlen(dn)));
+    const auto *bytes = reinterpret_cast<const uint8_t *>(dn);
+    const auto length = static_cast<uint32_t>(std::strlen(dn));
+    const std::span<const QelDataSetItem> none;
+    status = change_if(name, {dn_attribute, NamingChange::add, value_of(bytes, length), {}, &none},
+                       overtaken);
+    if (status != QEL_OK || !has_rivals(dn))
+        return status;
+    dsv_delete_cn_name(name, bytes, length);
+    return QEL_ERR_ENTRY_EXISTS;
+}
+
+QelStatus register_dn(const char *name, const char *dn) {
+    bool overtaken = false;
+    QelStatus status = try_to_register(name, dn, &overtaken);
+    for (int attempt = 1; overtaken && attempt < most_attempts; ++attempt) {
+        pause_before(attempt);
+        status = try_to_register(name, dn, &overtaken);
+    }
+    return status;
 }
 
 } // namespace
+
+void pause_before(int attempt) {
+    const timespec pause = {0, std::min(attempt, longest_pause) * 1000000L};
+    nanosleep(&pause, nullptr);
+}
 
 FN_attribute_t *dsv_get_attribute(const char *attribute, const uint8_t *value, uint32_t length) {
     const AttributeRow *row = attribute == nullptr ? nullptr : find_row(attribute);
@@ -364,8 +419,9 @@ QelStatus dsv_modify_attribute(const char *name, const char *attribute, NamingCh
     QelStatus status = find_entry(name, &entry);
     if (status != QEL_OK)
         return status;
+    const bool replaces = kind == NamingChange::replace;
     const Change change = {attribute, kind, value_of(value, length),
-                           value_of(old_value, old_length)};
+                           replaces ? value_of(old_value, old_length) : FN_attrvalue_t{}, nullptr};
     bool overtaken = true;
     for (int attempt = 0; overtaken && attempt < most_attempts; ++attempt) {
         if (attempt != 0)
@@ -405,6 +461,17 @@ QelStatus dsv_modify_key_pkg(const char *name, const uint8_t *value, uint32_t le
                              const uint8_t *old_value, uint32_t old_length) {
     return dsv_modify_attribute(name, key_packages_attribute, NamingChange::replace, value, length,
                                 old_value, old_length);
+}
+
+QelStatus dsv_put_key_pkg(const char *name, std::span<const QelDataSetItem> known,
+                          const QelDataSetItem *old, const uint8_t *value, uint32_t length,
+                          bool *overtaken) {
+    const FN_attrvalue_t old_value =
+        old != nullptr ? value_of(old->data, old->length) : FN_attrvalue_t{};
+    return change_if(
+        name,
+        {key_packages_attribute, NamingChange::add, value_of(value, length), old_value, &known},
+        overtaken);
 }
 
 QelStatus dsv_add_user_certs_and_key_pkg(const char *name, const char *dn,

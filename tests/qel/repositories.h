@@ -154,11 +154,18 @@ QelStatus dsv_add_user_certs_and_key_pkg(const char *name, const char *dn,
     return QEL_OK;
 }
 
-QelStatus dsv_modify_key_pkg(const char *name, const uint8_t *value, uint32_t length,
-                             const uint8_t *old_value, uint32_t old_length) {
+QelStatus dsv_put_key_pkg(const char *name, std::span<const QelDataSetItem>,
+                          const QelDataSetItem *old, const uint8_t *value, uint32_t length,
+                          bool *overtaken) {
+    *overtaken = false;
+    if (naming.failure != QEL_OK)
+        return naming.failure;
     naming.entries[name].packages.emplace_back(value, value + length);
-    return naming_remove(name, &NamingEntry::packages, old_value, old_length);
+    return old == nullptr ? QelStatus{QEL_OK}
+                          : naming_remove(name, &NamingEntry::packages, old->data, old->length);
 }
+
+void pause_before(int) {}
 
 QelStatus dsv_delete_key_pkg(const char *name, const uint8_t *value, uint32_t length) {
     return naming_remove(name, &NamingEntry::packages, value, length);

@@ -6,6 +6,8 @@
 #ifndef UTIL_NAMING_H
 #define UTIL_NAMING_H
 
+#include <span>
+
 #include <qel/qelp.h>
 
 // ---- Attributes (naming.cpp)
@@ -54,6 +56,20 @@ QelStatus dsv_modify_certificates(const char *name, const uint8_t *value, uint32
                                   const uint8_t *old_value, uint32_t old_length);
 QelStatus dsv_modify_key_pkg(const char *name, const uint8_t *value, uint32_t length,
                              const uint8_t *old_value, uint32_t old_length);
+
+// Adds a key package, in the place of old unless that is null, if the key packages of a name still are
+// those that were read.
+//   known      what was read, in its order; none: there was no such name or no key package.
+//   overtaken  true: they no longer are, and nothing was done; QEL_ERR_XFN.
+// Otherwise as dsv_modify_attribute.
+QelStatus dsv_put_key_pkg(const char *name, std::span<const QelDataSetItem> known,
+                          const QelDataSetItem *old, const uint8_t *value, uint32_t length,
+                          bool *overtaken);
+
+// Between two of the attempts at a change that others were faster with; there are most_attempts, the
+// first is 0.
+inline constexpr int most_attempts = 100; // about a second and a half in all
+void pause_before(int attempt);
 
 // Adds credentials to the entry of a name: its distinguished name, unless that is there, then the
 // certificate, then the key package, up to the first failure.
