@@ -45,16 +45,24 @@ struct Entry {
     unsigned certificates = 0, packages = 0;
 };
 
+// What a host has whose naming service was set up; the library looks for the same.
+constexpr char presence_file[] = "/var/fn/dsv_org.ctx.dir";
+
 // The naming service of this host as it is: unlike the library's, these look-ups never set it up.
 class NamingService {
 public:
     NamingService() : status_(checked(fn_status_create())) {
+        if (access(presence_file, F_OK) != 0)
+            return;
         initial_.reset(fn_ctx_handle_from_initial_with_ns(FN_NS_FILES, 1, status_.get()));
         if (initial_)
             users_ = below("user");
     }
     bool available() const { return users_ != nullptr; }
-    std::string problem() const { return description(status_.get()); }
+    std::string problem() const {
+        return access(presence_file, F_OK) != 0 ? "it was never set up on this host"
+                                                : description(status_.get());
+    }
 
     Entry entry(const std::string &user) {
         Entry entry;
