@@ -125,7 +125,7 @@ Exit run_cert_set(const Arguments &arguments) {
     const QelStatus status = __qel_set_cert(context, repository.selector, repository.name_or_null(),
                                             certificate.record.get());
     if (status != QEL_OK)
-        throw store_failure(status, repository, "cannot store the certificate");
+        throw change_failure(status, repository, "cannot store the certificate");
     if (arguments.json()) {
         Json json = arguments.report();
         json["repository"] = repo;
@@ -157,7 +157,7 @@ Exit run_cert_remove(const Arguments &arguments) {
                                    certificate.record->issuer, &certificate.record->serial);
     }
     if (status != QEL_OK)
-        throw store_failure(status, repository, "cannot remove the certificate");
+        throw change_failure(status, repository, "cannot remove the certificate");
     if (arguments.json())
         put_json(arguments.report());
     else

@@ -83,7 +83,7 @@ Exit run_keypkg_set(const Arguments &arguments) {
     const QelStatus status = __qel_set_keypkg(*context, repository.selector,
                                               repository.name_or_null(), package.record.get());
     if (status != QEL_OK)
-        throw store_failure(status, repository, "cannot store key package " + in_quotes(id));
+        throw change_failure(status, repository, "cannot store key package " + in_quotes(id));
     tell(arguments, repository, id, "is stored in");
     return Exit::yes;
 }
@@ -95,7 +95,7 @@ Exit run_keypkg_remove(const Arguments &arguments) {
     const QelStatus status =
         __qel_remove_keypkg(*context, repository.selector, repository.name.c_str());
     if (status != QEL_OK)
-        throw store_failure(status, repository, "cannot remove key package " + in_quotes(id));
+        throw change_failure(status, repository, "cannot remove key package " + in_quotes(id));
     tell(arguments, repository, id, "is no longer in");
     return Exit::yes;
 }

@@ -45,6 +45,9 @@ Repository file_to_write(const Arguments &arguments, const std::string &name);
 // Why the store could not do what was asked, with what its statuses mean there.
 Failure store_failure(QelStatus status, const Repository &repository, const std::string &what);
 
+// The same of a change: a file that cannot be written is a failed output.
+Failure change_failure(QelStatus status, const Repository &repository, const std::string &what);
+
 // The key packages of a repository, one after another. Throws Failure where there is none, or one
 // that cannot be decoded.
 std::vector<StoredPackage> stored_packages(QelContext *context, const Repository &repository);
