@@ -109,24 +109,13 @@ Failure store_failure(QelStatus status, const Repository &repository, const std:
                        "entry ('qel naming who' finds it).";
     if (status == QEL_ERR_ENTRY_EXISTS && naming)
         failure.next = "The same is there already, or another entry has this distinguished name.";
-    if (status == QEL_ERR_GENERAL && repository.selector == QEL_REPO_DSV) {
-        failure.exit = Exit::input;
-        failure.next =
-            "The entry holds a certificate of another subject, which its own user or the "
-            "super-user should remove.";
-    }
     return failure;
 }
 
 Failure change_failure(QelStatus status, const Repository &repository, const std::string &what) {
     Failure failure = store_failure(status, repository, what);
-    const bool naming =
-        repository.selector == QEL_REPO_DSV || repository.selector == QEL_REPO_DSV_QELSERV;
-    if (!naming &&
-        (status == QEL_ERR_OPEN_FILE || status == QEL_ERR_FILE_IO || status == QEL_ERR_GENERAL)) {
+    if (status == QEL_ERR_OPEN_FILE || status == QEL_ERR_FILE_IO)
         failure.exit = Exit::output;
-        failure.next = "Check that you may change it, and that there is room.";
-    }
     return failure;
 }
 
