@@ -2,6 +2,7 @@
 // scripts/sandbox), which this program is to run on.
 #include "peer.h"
 
+#include "support/host.h"
 #include "support/keypkg.h"
 #include "tools/run.h"
 
@@ -13,9 +14,7 @@
 #include <csignal>
 #include <fstream>
 #include <functional>
-#include <grp.h>
 #include <pwd.h>
-#include <sstream>
 #include <sys/prctl.h>
 #include <thread>
 
@@ -24,52 +23,18 @@
 namespace {
 
 using namespace std::chrono_literals;
+using host::as_user;
+using host::has_users;
+using host::read_text;
+using host::root;
+using host::start_program;
+using host::user;
+using host::within;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char *socket_path = "/run/qelserv/socket";
 constexpr const char *log_path = "/run/qelserv.log";
-constexpr uid_t root = 0, nobody = 65534;
-
-bool within(std::chrono::milliseconds time, const std::function<bool()> &condition) {
-    const auto end = Clock::now() + time;
-    while (!condition()) {
-        if (Clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
-
-std::string read_text(const std::string &path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-// A user whom the sandbox of root has; for anybody else there is one user only, who is root there.
-uid_t user(const char *name) {
-    const passwd *entry = getpwnam(name);
-    return entry != nullptr ? entry->pw_uid : root;
-}
-bool has_users() {
-    return user("alice") != root;
-}
-
-// What work returns, as another user, in a process of its own.
-int as_user(uid_t uid, const std::function<int()> &work) {
-    const pid_t child = fork();
-    if (child == 0) {
-        if (uid != root && (setgroups(0, nullptr) != 0 || setresgid(uid, uid, uid) != 0 ||
-                            setresuid(uid, uid, uid) != 0))
-            _exit(255);
-        prctl(PR_SET_PDEATHSIG, SIGKILL); // which a change of user has undone
-        _exit(work());
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-}
+constexpr uid_t nobody = 65534;
 
 Ran qel_as(uid_t uid, std::vector<std::string> words, const How &how = {}) {
     words.insert(words.begin(), QEL_COMMAND);
@@ -82,22 +47,12 @@ Ran qel_as(uid_t uid, std::vector<std::string> words, const How &how = {}) {
     return run_program(words, how);
 }
 
-pid_t start_program(const std::vector<std::string> &words, const std::string &log) {
-    unlink(log.c_str()); // nothing of an earlier run is taken for this one's
-    const pid_t child = fork();
-    if (child == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        setenv("ASAN_OPTIONS", "detect_leaks=0", 1); // which would have to trace it
-        const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        dup2(file, STDERR_FILENO);
-        if (has_users() || words[0] != "rpcbind")
-            unsetenv("LD_PRELOAD");
-        else
-            setenv("LD_PRELOAD", "/run/setgroups.so", 1);
-        closefrom(3);
-        become(words);
-    }
-    return child;
+// As the sandbox starts it: where there is one user only, without the change of groups.
+pid_t start_rpcbind() {
+    std::vector<std::string> words = {"rpcbind", "-f"};
+    if (!has_users())
+        words.insert(words.begin(), {"env", "LD_PRELOAD=/run/setgroups.so"});
+    return start_program(words, "/run/rpcbind.log");
 }
 
 class KeyServerProcess {
@@ -367,9 +322,7 @@ public:
     explicit Impostor(uid_t uid, const std::string &path) : heard_(path + ".heard") {
         process_ = fork();
         if (process_ == 0) {
-            if (setresgid(uid, uid, uid) != 0 || setresuid(uid, uid, uid) != 0)
-                _exit(1);
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            host::become_user(uid);
             const sockaddr_un address = address_of(path);
             const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
             bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address);
@@ -460,7 +413,7 @@ TEST_F(Life, RegistrationFollowsRpcbind) {
     kill(first, SIGKILL);
     EXPECT_TRUE(within(5s, [] { return !is_registered(); }));
     expect(5, {"status"}, "cannot reach the key server");
-    const pid_t second = start_program({"rpcbind", "-f"}, "/run/rpcbind.log");
+    const pid_t second = start_rpcbind();
     EXPECT_TRUE(within(6s, is_registered)) << read_text(log_path);
     expect(0, {"status"});
     EXPECT_EQ(server.end(SIGTERM), 0) << "a clean end";
@@ -469,7 +422,7 @@ TEST_F(Life, RegistrationFollowsRpcbind) {
     EXPECT_TRUE(holds(read_text(log_path), "stopped"));
     kill(second, SIGKILL);
     waitpid(second, nullptr, 0);
-    const pid_t third = start_program({"rpcbind", "-f"}, "/run/rpcbind.log");
+    const pid_t third = start_rpcbind();
     write_file("/run/rpcbind.process", bytes_of(std::to_string(third)));
     EXPECT_TRUE(within(5s, [] {
         return run_program({"rpcinfo", "-T", "local", "127.0.0.1", "100000"}).exit == 0;
