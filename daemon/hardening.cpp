@@ -31,6 +31,19 @@ void keep_capabilities(uint32_t kept) {
     check(static_cast<int>(syscall(SYS_capset, &header, sets)), "capset");
 }
 
+std::size_t raise_descriptor_limit(std::size_t wanted) {
+    rlimit limit = {};
+    check(getrlimit(RLIMIT_NOFILE, &limit), "getrlimit");
+    if (limit.rlim_cur >= wanted)
+        return static_cast<std::size_t>(limit.rlim_cur);
+    rlimit higher = {wanted, std::max<rlim_t>(limit.rlim_max, wanted)};
+    if (setrlimit(RLIMIT_NOFILE, &higher) != 0) {
+        higher = {std::min<rlim_t>(limit.rlim_max, wanted), limit.rlim_max};
+        check(setrlimit(RLIMIT_NOFILE, &higher), "setrlimit");
+    }
+    return static_cast<std::size_t>(higher.rlim_cur);
+}
+
 } // namespace
 
 void protect_memory(bool lock_memory) {
@@ -67,17 +80,10 @@ std::optional<uid_t> nameless_user() {
     return nameless_user(map.str());
 }
 
-std::size_t raise_descriptor_limit(std::size_t wanted) {
-    rlimit limit = {};
-    check(getrlimit(RLIMIT_NOFILE, &limit), "getrlimit");
-    if (limit.rlim_cur >= wanted)
-        return static_cast<std::size_t>(limit.rlim_cur);
-    rlimit higher = {wanted, std::max<rlim_t>(limit.rlim_max, wanted)};
-    if (setrlimit(RLIMIT_NOFILE, &higher) != 0) {
-        higher = {std::min<rlim_t>(limit.rlim_max, wanted), limit.rlim_max};
-        check(setrlimit(RLIMIT_NOFILE, &higher), "setrlimit");
-    }
-    return static_cast<std::size_t>(higher.rlim_cur);
+std::size_t room_for_connections(std::size_t wanted) {
+    constexpr std::size_t files = 64;
+    const std::size_t descriptors = raise_descriptor_limit(wanted + files);
+    return std::min(wanted, descriptors - std::min(descriptors, files));
 }
 
 void drop_capabilities() {

@@ -21,14 +21,16 @@ void wipe_stack();
 std::optional<uid_t> nameless_user(const std::string &uid_map);
 std::optional<uid_t> nameless_user();
 
-// As many descriptors as the system lets us have, up to wanted. Returns how many.
-std::size_t raise_descriptor_limit(std::size_t wanted);
+// Raises the limit of descriptors for so many connections and some files beside them. Returns how many
+// connections the system lets us have, up to wanted.
+std::size_t room_for_connections(std::size_t wanted);
 
 // Gives up all capabilities for good. Throws std::system_error.
 void drop_capabilities();
 
 // Becomes another user for good, with no other group, and of the super-user's capabilities at most with
-// the one to lock memory. Throws std::runtime_error when there is no such user, std::system_error when the system refuses.
+// the one to lock memory. Throws std::runtime_error when there is no such user, std::system_error when the
+// system refuses.
 void become_user(const std::string &name, bool keep_memory_lock);
 
 #endif

@@ -1,6 +1,5 @@
 // qelserv: keeps the unlocked keys of users who have logged in, and signs and decrypts for them.
 
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -22,7 +21,6 @@ namespace {
 
 constexpr int usage_error = 2;
 constexpr const char *default_socket = "/run/qelserv/socket";
-constexpr std::size_t spare_descriptors = 64;
 
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -152,10 +150,7 @@ bool heed(Registration::News news) {
 int serve(Options options) {
     umask(0077);
     const Descriptor stop = stop_signals();
-    const std::size_t descriptors =
-        raise_descriptor_limit(options.loop.connections + spare_descriptors);
-    options.loop.connections =
-        std::min(options.loop.connections, descriptors - std::min(descriptors, spare_descriptors));
+    options.loop.connections = room_for_connections(options.loop.connections);
     options.loop.nameless_user = nameless_user();
     std::optional<Descriptor> passed = inherited_listener();
     const bool own = !passed;

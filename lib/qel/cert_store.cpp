@@ -207,17 +207,7 @@ QelStatus store_in_directory(QelContext *context, const QelCert *certificate,
 
 QelStatus __qel_get_cert_data_set(QelContext *context, int repository, const char *name,
                                   QelDataSetItem **items_out, uint32_t *count_out) {
-    if (items_out == nullptr || count_out == nullptr)
-        return QEL_ERR_BAD_PARAM;
-    *items_out = nullptr;
-    *count_out = 0;
-    if (context == nullptr)
-        return QEL_ERR_BAD_PARAM;
-    qel::DataSet set;
-    const QelStatus status = read_certs(context, repository, name, &set);
-    if (status == QEL_OK)
-        set.hand_over(items_out, count_out);
-    return status;
+    return give_data_set(read_certs, context, repository, name, items_out, count_out);
 }
 
 QelStatus __qel_get_cert(QelContext *context, int repository, const char *name,

@@ -148,6 +148,21 @@ QelStatus convert_data_set(int form, qel::DataSet *set) {
     return QEL_OK;
 }
 
+QelStatus give_data_set(RepositoryReader *read, QelContext *context, int repository,
+                        const char *name, QelDataSetItem **items_out, uint32_t *count_out) {
+    if (items_out == nullptr || count_out == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    *items_out = nullptr;
+    *count_out = 0;
+    if (context == nullptr)
+        return QEL_ERR_BAD_PARAM;
+    qel::DataSet set;
+    const QelStatus status = read(context, repository, name, &set);
+    if (status == QEL_OK)
+        set.hand_over(items_out, count_out);
+    return status;
+}
+
 QelStatus read_data_set_file(QelContext *context, const char *name, qel::DataSet *set) {
     const QelStatus status = read_data_set(context, QEL_REPO_FILE, name, set);
     return status == QEL_OK ? convert_data_set(QEL_FORM_ARMOUR, set) : status;

@@ -56,6 +56,12 @@ private:
 // __qel_read_input, dsv_get_..._given_user_name and __qel_get_qelserv_keypkg.
 QelStatus read_data_set(QelContext *context, uint32_t source, const char *name, qel::DataSet *set);
 
+// What a public function makes of a reader of repositories: checked arguments, cleared results.
+using RepositoryReader = QelStatus(QelContext *context, int repository, const char *name,
+                                   qel::DataSet *set);
+QelStatus give_data_set(RepositoryReader *read, QelContext *context, int repository,
+                        const char *name, QelDataSetItem **items_out, uint32_t *count_out);
+
 // The items of a file, encoded: read_data_set and convert_data_set.
 QelStatus read_data_set_file(QelContext *context, const char *name, qel::DataSet *set);
 

@@ -9,7 +9,6 @@
 #include "listener.h"
 #include "loop.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <exception>
@@ -23,7 +22,6 @@ namespace {
 
 constexpr int usage_error = 2;
 constexpr unsigned files_back_end = FN_NS_FILES;
-constexpr std::size_t spare_descriptors = 64;
 
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -136,10 +134,7 @@ OpenStore open_store(const std::string &location) {
 int serve(Options options) {
     umask(0022); // the database is there to be read
     const Descriptor stop = stop_signals();
-    const std::size_t descriptors =
-        raise_descriptor_limit(options.loop.connections + spare_descriptors);
-    options.loop.connections =
-        std::min(options.loop.connections, descriptors - std::min(descriptors, spare_descriptors));
+    options.loop.connections = room_for_connections(options.loop.connections);
     std::optional<Descriptor> passed = inherited_listener();
     const bool own = !passed;
     const Descriptor listener = own ? make_listener(options.socket) : std::move(*passed);
