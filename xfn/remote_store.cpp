@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -116,6 +117,15 @@ bool receive_all(const Socket &socket, std::span<uint8_t> bytes) {
     return true;
 }
 
+// Why this process cannot make the change itself, where there is no fnsd: to fnsd the file system may be
+// another than to this process.
+unsigned refusal(const char *location) {
+    const char *path = std::strchr(location, ':');
+    const bool read_only =
+        path != nullptr && faccessat(AT_FDCWD, path + 1, W_OK, AT_EACCESS) != 0 && errno == EROFS;
+    return read_only ? FN_E_OPERATION_NOT_SUPPORTED : FN_E_CTX_NO_PERMISSION;
+}
+
 unsigned ask(Request request, Store *store) {
     request.location = inside(store)->location;
     const xfn::Message message = encode_request(request);
@@ -123,7 +133,7 @@ unsigned ask(Request request, Store *store) {
     if (message.bytes == nullptr || socket.fd < 0)
         return FN_E_INSUFFICIENT_RESOURCES;
     if (!connect_to(socket, xfn::fnsd_socket))
-        return FN_E_CTX_NO_PERMISSION;
+        return refusal(inside(store)->location);
     uint8_t reply[xfn::reply_size];
     unsigned status = FN_SUCCESS;
     if (!is_trustworthy(socket, request.location.data()) || !send_all(socket, message.span()) ||
