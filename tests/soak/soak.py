@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""soak.py QELSERV QEL [SECONDS]: mixed use of the key server by many users, for an hour unless told
+"""soak.py QELSERV QEL [SECONDS [PAUSE]]: mixed use of the key server by many users, for an hour unless told
 otherwise, while clients and rpcbind are killed at random. To be run by the super-user on a private
 host; with a build that has sanitizers:
 
@@ -144,7 +144,7 @@ class Client:
                 raise Wrong(f"qel status: {run.returncode}: {run.stderr.decode()[-4000:]}")
             json.loads(run.stdout)
 
-    def run(self, counts, slot):
+    def run(self, counts, slot, pause):
         with_weights = [(self.sign, 30), (self.decrypt, 15), (self.log_in, 6), (self.log_out, 3),
                         (self.lock, 2), (self.steal, 3), (self.stat, 5), (self.expire, 1),
                         (self.reconnect, 3), (self.misbehave, 4), (self.run_command, 2)]
@@ -154,9 +154,10 @@ class Client:
                 self.log_out()
             self.random.choices(actions, weights)[0]()
             struct.pack_into("Q", counts, 8 * slot, struct.unpack_from("Q", counts, 8 * slot)[0] + 1)
+            time.sleep(self.random.uniform(0, 2 * pause))
 
 
-def start_client(slot, generation, keys, qel, counts, errors):
+def start_client(slot, generation, keys, qel, counts, errors, pause):
     uid, locks = CLIENTS[slot]
     child = os.fork()
     if child != 0:
@@ -167,7 +168,7 @@ def start_client(slot, generation, keys, qel, counts, errors):
     try:
         client = Client(uid, locks, f"{slot}.{generation}", keys, qel)
         client.peer.status(drop_record(uid, f"{slot}.{generation - 1}", WITHDRAW))
-        client.run(counts, slot)
+        client.run(counts, slot, pause)
     except BaseException as error:  # whatever it is, somebody must see it
         os.write(errors, f"{type(error).__name__}: {error}\n".encode())
     os._exit(1)
@@ -214,12 +215,12 @@ def wait_for(condition, seconds):
     return True
 
 
-def soak(server, qel, seconds, keys):
+def soak(server, qel, seconds, pause, keys):
     counts = mmap.mmap(-1, 8 * len(CLIENTS))
     errors_out, errors = os.pipe()
     os.set_blocking(errors_out, False)
     binder = Binder()
-    clients = {slot: start_client(slot, 0, keys, qel, counts, errors)
+    clients = {slot: start_client(slot, 0, keys, qel, counts, errors, pause)
                for slot in range(len(CLIENTS))}
     generations = dict.fromkeys(clients, 0)
     failures, killed, restarts, sizes = [], 0, 0, []
@@ -232,7 +233,8 @@ def soak(server, qel, seconds, keys):
         os.waitpid(clients[slot], 0)
         killed += 1
         generations[slot] += 1
-        clients[slot] = start_client(slot, generations[slot], keys, qel, counts, errors)
+        clients[slot] = start_client(slot, generations[slot], keys, qel, counts, errors,
+                                     pause)
         if now > next_restart:
             binder.restart()
             restarts += 1
@@ -272,6 +274,7 @@ def soak(server, qel, seconds, keys):
 
 def main():
     seconds = float(sys.argv[3]) if len(sys.argv) > 3 else 3600.0
+    pause = float(sys.argv[4]) if len(sys.argv) > 4 else 0.0
     if os.geteuid() != 0 or os.uname().nodename != "sandbox" or not os.path.exists("/home/alice"):
         print("soak: to be run by the super-user, in scripts/sandbox", file=sys.stderr)
         return 77
@@ -282,7 +285,7 @@ def main():
     os.environ["ASAN_OPTIONS"] = "detect_leaks=0:quarantine_size_mb=16"
     os.environ["UBSAN_OPTIONS"] = "print_stacktrace=1"
     server = Server(program, "--no-memory-lock")
-    failures = soak(server, qel, seconds, keys)
+    failures = soak(server, qel, seconds, pause, keys)
     for failure in failures:
         print("FAILED: " + failure)
     return 1 if failures else 0
