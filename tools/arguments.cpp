@@ -2,6 +2,7 @@
 #include "command.h"
 
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <charconv>
@@ -29,7 +30,7 @@ bool allowed(const std::string &choices, const std::string &value) {
 std::string words_of(std::string choices) {
     const std::size_t last = choices.rfind('|');
     if (last != choices.npos)
-        choices.replace(last, 1, " or ");
+        choices = text_of(Text::one_or_other, {choices.substr(0, last), choices.substr(last + 1)});
     for (std::size_t at; (at = choices.find('|')) != choices.npos;)
         choices.replace(at, 1, ", ");
     return choices;
@@ -82,14 +83,14 @@ Arguments::Arguments(const Command &command, const std::vector<std::string> &wor
     while ((code = getopt_long(argc, argv.data(), grammar.shorts.c_str(), grammar.longs.data(),
                                nullptr)) != -1) {
         if (code == ':')
-            misuse("option '--" + std::string(grammar.with_code(optopt)->name) + "' needs a value");
+            misuse(text_of(Text::option_needs_value, {grammar.with_code(optopt)->name}));
         if (code == '?') {
             const Option *known = grammar.with_code(optopt);
             if (known != nullptr)
-                misuse("option '--" + std::string(known->name) + "' takes no value");
+                misuse(text_of(Text::option_takes_no_value, {known->name}));
             const std::string word = optopt != 0 ? std::string("-") + static_cast<char>(optopt)
                                                  : argv[static_cast<std::size_t>(optind - 1)];
-            misuse("unknown or ambiguous option " + in_quotes(word));
+            misuse(text_of(Text::unknown_option, {in_quotes(word)}));
         }
         take_option(*grammar.with_code(code), optarg);
     }
@@ -100,29 +101,28 @@ Arguments::Arguments(const Command &command, const std::vector<std::string> &wor
 
 void Arguments::take_option(const Option &option, const char *value) {
     const std::string text = value != nullptr ? value : "";
-    const std::string name = std::string("'--") + option.name + "'";
     if (option.choices != nullptr && !allowed(option.choices, text))
-        misuse("option " + name + " takes " + words_of(option.choices) + ", not " +
-               in_quotes(text));
+        misuse(
+            text_of(Text::option_takes, {option.name, words_of(option.choices), in_quotes(text)}));
     if (option.value != nullptr && text.empty())
-        misuse("option " + name + " needs a value that is not empty");
+        misuse(text_of(Text::option_not_empty, {option.name}));
     std::vector<std::string> &given = values_[option.name];
     if (!given.empty() && option.value != nullptr && !option.repeats)
-        misuse("option " + name + " is given twice");
+        misuse(text_of(Text::option_twice, {option.name}));
     given.push_back(text);
 }
 
 void Arguments::check() const {
     for (const Option &option : command_->options)
         if (option.required && !has(option.name))
-            misuse(std::string("option '--") + option.name + "' is needed");
+            misuse(text_of(Text::option_is_needed, {option.name}));
     if (operands_.size() < command_->least)
-        misuse(std::string("too few arguments: ") + command_->operands + " is needed");
+        misuse(text_of(Text::too_few_arguments, {command_->operands}));
     if (operands_.size() > command_->most)
-        misuse("unexpected argument " + in_quotes(operands_[command_->most]));
+        misuse(text_of(Text::unexpected_argument, {in_quotes(operands_[command_->most])}));
     for (const std::string &operand : operands_)
         if (operand.empty())
-            misuse("an argument is empty");
+            misuse(text_of(Text::empty_argument));
 }
 
 std::string Arguments::value(const char *option, const char *otherwise) const {
@@ -144,8 +144,8 @@ uint64_t Arguments::number(const char *option, uint64_t otherwise, uint64_t leas
     const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
     if (read.ec != std::errc() || read.ptr != text.data() + text.size() || number < least ||
         number > most)
-        misuse(std::string("option '--") + option + "' takes a number from " +
-               std::to_string(least) + " to " + std::to_string(most) + ", not " + in_quotes(text));
+        misuse(text_of(Text::option_takes_number,
+                       {option, std::to_string(least), std::to_string(most), in_quotes(text)}));
     return number;
 }
 
@@ -163,19 +163,16 @@ void Arguments::misuse(const std::string &what) const {
 
 void Arguments::check_stdin_once(const std::vector<std::string> &paths) const {
     if (std::count(paths.begin(), paths.end(), "-") > 1)
-        misuse("standard input can be read for one of the files only");
+        misuse(text_of(Text::stdin_once));
 }
 
 void Arguments::check_output(const std::string &path, bool binary, bool secret) const {
-    constexpr const char *kept =
-        "it holds a private key, which is not printed; give '--output FILE'";
     if (path != "-")
         return;
     if (secret && json())
-        misuse(kept);
+        misuse(text_of(Text::key_not_printed));
     if (!json() && (binary || secret))
-        refuse_terminal(command_->name,
-                        secret ? kept : "the result is binary; give '--output FILE'");
+        refuse_terminal(command_->name, text_of(secret ? Text::key_not_printed : Text::binary));
 }
 
 Json Arguments::report() const {

@@ -1,6 +1,7 @@
 // qel explain
 #include "command.h"
 #include "text.h"
+#include "texts.h"
 
 namespace tool {
 namespace {
@@ -19,11 +20,8 @@ std::string row_text(const StatusRow &row) {
     const Exit verdict = verdict_exit(row.status);
     return status_words(row.status) + "\n  " + meaning_of(row) + "\n  " + advice_of(row) + "\n  " +
            (verdict == row.exit
-                ? in_users_language(201, "A command that stops at it exits with %s.",
-                                    {digits(row.exit)})
-                : in_users_language(
-                      202, "A command that stops at it exits with %s, a verification with %s.",
-                      {digits(row.exit), digits(verdict)})) +
+                ? text_of(Text::exits_with, {digits(row.exit)})
+                : text_of(Text::exits_with_verdict, {digits(row.exit), digits(verdict)})) +
            "\n";
 }
 

@@ -4,6 +4,7 @@
 #include "output.h"
 #include "status.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -50,13 +51,13 @@ void decode_body(Item &item, std::string_view body) {
         if (is_blank(c))
             continue;
         if (!is_base64(c)) {
-            item.problem = "a character between the marker lines is not base 64";
+            item.problem = text_of(Text::not_base64);
             return;
         }
         text.push_back(static_cast<uint8_t>(c));
     }
     if (text.empty()) {
-        item.problem = "nothing stands between the marker lines";
+        item.problem = text_of(Text::nothing_between);
         return;
     }
     uint8_t *bytes = nullptr;
@@ -72,7 +73,7 @@ void decode_body(Item &item, std::string_view body) {
     explicit_bzero(bytes, length);
     std::free(bytes);
     if (length == 0)
-        item.problem = "the text between the marker lines is cut";
+        item.problem = text_of(Text::text_is_cut);
 }
 
 // Lines of a text, one after the other.
@@ -139,7 +140,7 @@ std::vector<Item> find_blocks(std::string_view text) {
     for (; lines.next(line); end = lines.position()) {
         if (marker(line, "BEGIN ", label)) {
             if (begin != nullptr)
-                items.back().problem = "its END line is missing";
+                items.back().problem = text_of(Text::end_is_missing);
             Item &item = items.emplace_back();
             item.label = label;
             item.line = lines.number();
@@ -150,19 +151,19 @@ std::vector<Item> find_blocks(std::string_view text) {
             if (label == item.label)
                 decode_body(item, without_headers(item, body));
             else
-                item.problem = "its END line is another's";
+                item.problem = text_of(Text::end_is_anothers);
             begin = nullptr;
         }
     }
     if (begin != nullptr)
-        items.back().problem = "its END line is missing";
+        items.back().problem = text_of(Text::end_is_missing);
     return items;
 }
 
 } // namespace
 
 std::string display_name(const std::string &path) {
-    return path == "-" ? "standard input" : in_quotes(path);
+    return path == "-" ? text_of(Text::standard_input) : in_quotes(path);
 }
 
 // How far long work has come, on a terminal only.
@@ -200,7 +201,7 @@ Source::Source(const std::string &path)
     : path_(path),
       descriptor_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (descriptor_ < 0)
-        throw system_failure(Exit::input, "cannot open " + display_name(path), errno);
+        throw system_failure(Exit::input, text_of(Text::cannot_open, {display_name(path)}), errno);
     progress_ = std::make_unique<Progress>(path);
 }
 
@@ -215,7 +216,8 @@ std::size_t Source::read_into(std::span<uint8_t> buffer) {
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            throw system_failure(Exit::input, "cannot read " + display_name(path_), errno);
+            throw system_failure(Exit::input, text_of(Text::cannot_read, {display_name(path_)}),
+                                 errno);
         progress_->add(static_cast<std::size_t>(count));
         return static_cast<std::size_t>(count);
     }
@@ -243,8 +245,8 @@ Bytes read_whole(const std::string &path) {
     Bytes bytes;
     each_block(path, [&](std::span<const uint8_t> block) {
         if (block.size() > most_bytes - bytes.size())
-            throw Failure{Exit::input, "cannot use " + display_name(path),
-                          "it is larger than 64 MiB", "Check that it is the right file."};
+            throw Failure{Exit::input, text_of(Text::cannot_use, {display_name(path)}),
+                          text_of(Text::too_large), text_of(Text::check_right_file)};
         bytes.insert(bytes.end(), block.begin(), block.end());
     });
     return bytes;
@@ -253,16 +255,16 @@ Bytes read_whole(const std::string &path) {
 std::string Input::name_of(const Item &item) const {
     if (items.size() < 2)
         return display_name(path);
-    return display_name(path) + ", block " + std::to_string(&item - items.data() + 1) + " (" +
-           escaped(item.label) + ", line " + std::to_string(item.line) + ")";
+    return text_of(Text::block_of, {display_name(path), std::to_string(&item - items.data() + 1),
+                                    escaped(item.label), std::to_string(item.line)});
 }
 
 Input parse_input(const std::string &path, Bytes contents) {
     Input input;
     input.path = path;
     if (contents.empty())
-        throw Failure{Exit::input, "cannot use " + display_name(path), "it is empty",
-                      "Check that it is the right file."};
+        throw Failure{Exit::input, text_of(Text::cannot_use, {display_name(path)}),
+                      text_of(Text::file_is_empty), text_of(Text::check_right_file)};
     if (!looks_like_ber(contents)) {
         input.items = find_blocks(view(contents));
         input.armoured = !input.items.empty();
@@ -295,8 +297,7 @@ void warn_if_open_to_others(const std::string &path) {
         return;
     char mode[8];
     std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(about.st_mode & 07777));
-    warn("the key in " + display_name(path) + " is open to others (mode " + mode +
-         "): run chmod 600 on it");
+    warn(text_of(Text::open_to_others, {display_name(path), mode}));
 }
 
 } // namespace tool

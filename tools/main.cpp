@@ -1,6 +1,7 @@
 // qel: one command over the library, with a sub-command for each piece of work.
 #include "command.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <csignal>
@@ -44,7 +45,8 @@ std::size_t distance(std::string_view a, std::string_view b) {
     return row[b.size()];
 }
 
-std::string suggestion(const std::string &word) {
+// The command whose name is nearest, or null where none is near.
+const Command *nearest(const std::string &word) {
     const Command *best = nullptr;
     std::size_t least = 3;
     for (const Command &command : commands()) {
@@ -55,7 +57,13 @@ std::string suggestion(const std::string &word) {
             best = &command;
         }
     }
-    return best != nullptr ? std::string("; did you mean '") + best->name + "'?" : "";
+    return best;
+}
+
+std::string unknown_command(const std::string &word) {
+    const Command *meant = nearest(word);
+    return meant != nullptr ? text_of(Text::did_you_mean, {in_quotes(word), meant->name})
+                            : text_of(Text::unknown_command, {in_quotes(word)});
 }
 
 Exit print(const std::string &text) {
@@ -97,25 +105,25 @@ Exit run_command(const Arguments &arguments) {
 
 Exit run_words(std::vector<std::string> words) {
     if (words.empty())
-        throw UsageError{"no command is given", ""};
+        throw UsageError{text_of(Text::no_command), ""};
     if (words[0] == "--help" || words[0] == "-h")
         return print(help_text(nullptr));
     if (words[0] == "--version")
         return print("qel " QEL_VERSION "\n");
     if (words[0].size() > 1 && words[0][0] == '-')
-        throw UsageError{
-            "options follow the command; " + in_quotes(words[0]) + " is none of its own", ""};
+        throw UsageError{text_of(Text::option_before_command, {in_quotes(words[0])}), ""};
     const std::string first = words[0];
     if (const Command *command = take_command(words))
         return run_command(Arguments(*command, words));
 
     const std::string members = group_help(first);
     if (members.empty())
-        throw UsageError{"unknown command " + in_quotes(first) + suggestion(first), ""};
+        throw UsageError{unknown_command(first), ""};
     if (words.size() > 1 && (words[1] == "--help" || words[1] == "-h"))
         return print(members);
-    throw UsageError{words.size() < 2 ? "'" + first + "' needs a second word"
-                                      : "unknown command " + in_quotes(first + " " + words[1]),
+    throw UsageError{words.size() < 2
+                         ? text_of(Text::needs_second_word, {first})
+                         : text_of(Text::unknown_command, {in_quotes(first + " " + words[1])}),
                      first};
 }
 
@@ -135,7 +143,7 @@ Exit run(const std::vector<std::string> &words) {
     } catch (const UsageError &error) {
         const std::string &name = error.command;
         const std::string next =
-            "Try 'qel help" + (name.empty() ? "" : " " + name) + "' for what it takes.";
+            name.empty() ? text_of(Text::try_help) : text_of(Text::try_help_of, {name});
         if (asks_for_json(words)) {
             Json json;
             json["schema"] = 1;

@@ -4,6 +4,7 @@
 #include "input.h"
 #include "status.h"
 #include "text.h"
+#include "texts.h"
 
 #include <cerrno>
 #include <climits>
@@ -38,7 +39,7 @@ int write_all(int descriptor, std::span<const uint8_t> bytes) {
 // Past the buffer, which keeps no copy of what may be secret.
 void write_through(std::span<const uint8_t> bytes) {
     if (const int error = write_all(STDOUT_FILENO, bytes); error != 0)
-        throw OutputLost{system_failure(Exit::output, "cannot write to standard output", error)};
+        throw OutputLost{system_failure(Exit::output, text_of(Text::cannot_write_output), error)};
 }
 
 void flush() {
@@ -48,16 +49,16 @@ void flush() {
 }
 
 Failure cannot_write(const std::string &path, int error) {
-    return system_failure(Exit::output, "cannot write " + in_quotes(path), error);
+    return system_failure(Exit::output, text_of(Text::cannot_write, {in_quotes(path)}), error);
 }
 
-Failure would_replace(const std::string &path, const std::string &what, const char *next) {
-    return {Exit::output, "cannot write " + in_quotes(path), what, next};
+Failure would_replace(const std::string &path, Text why, Text next) {
+    return {Exit::output, text_of(Text::cannot_write, {in_quotes(path)}), text_of(why),
+            text_of(next)};
 }
 
 Failure would_lose(const std::string &path) {
-    return would_replace(path, "it exists, and what it holds would be lost",
-                         "Give another name, or --force to replace it.");
+    return would_replace(path, Text::exists, Text::name_or_force);
 }
 
 // Whether a file holds a private key or a key package in any form that the commands read.
@@ -144,7 +145,7 @@ void put_json(const Json &object) {
 void finish_output() {
     flush();
     if (close(STDOUT_FILENO) != 0 && errno != EBADF)
-        throw OutputLost{system_failure(Exit::output, "cannot write to standard output", errno)};
+        throw OutputLost{system_failure(Exit::output, text_of(Text::cannot_write_output), errno)};
 }
 
 void say(const std::string &text) {
@@ -153,7 +154,7 @@ void say(const std::string &text) {
 }
 
 void warn(const std::string &text) {
-    say("qel: warning: " + text + "\n");
+    say(text_of(Text::warning, {text}) + "\n");
 }
 
 void print_failure(const std::string &command, const Failure &failure) {
@@ -198,15 +199,13 @@ Output::Output(const std::string &path, const FileOptions &options)
         if (descriptor_ < 0)
             throw cannot_write(path, errno);
         if (options.secret && isatty(descriptor_))
-            throw would_replace(path, "it is a terminal, and secrets are not printed",
-                                "Give the name of a file.");
+            throw would_replace(path, Text::is_terminal, Text::give_file);
         return;
     }
     if (exists && keeps_old())
         throw would_lose(path);
     if (exists && !options.force && file_holds_key(path))
-        throw would_replace(path, "it holds a private key or key package, which would be lost",
-                            "Give another name, or remove that file first.");
+        throw would_replace(path, Text::holds_key, Text::name_or_remove);
     const bool narrow = options.secret || (options.owner_only && !exists);
     const mode_t mode = narrow ? 0600 : exists ? about.st_mode & 0777 : mode_of_new_files();
     target_ = resolved(path);
@@ -279,7 +278,7 @@ void refuse_existing(const std::string &path, bool force) {
 
 void refuse_terminal(const std::string &command, const std::string &why) {
     if (isatty(STDOUT_FILENO))
-        throw UsageError{"standard output is a terminal: " + why, command};
+        throw UsageError{text_of(Text::output_is_terminal, {why}), command};
 }
 
 } // namespace tool

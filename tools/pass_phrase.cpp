@@ -1,6 +1,7 @@
 #include "pass_phrase.h"
 
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -15,8 +16,6 @@
 
 namespace tool {
 namespace {
-
-constexpr const char *sources = "prompt, fd:N, file:PATH or env:NAME";
 
 class Descriptor {
 public:
@@ -50,7 +49,7 @@ Bytes read_line(int descriptor, const std::string &from) {
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            throw system_failure(Exit::input, "cannot read the pass phrase from " + from, errno);
+            throw system_failure(Exit::input, text_of(Text::cannot_read_phrase, {from}), errno);
         if (count == 0 || byte == '\n')
             break;
         if (line.size() > longest_phrase)
@@ -68,13 +67,12 @@ Bytes read_file_line(const std::string &path) {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat about;
     if (file < 0 || fstat(file, &about) != 0)
-        throw system_failure(Exit::input, "cannot read the pass phrase from " + from, errno);
+        throw system_failure(Exit::input, text_of(Text::cannot_read_phrase, {from}), errno);
     if ((about.st_mode & 077) != 0) {
         char mode[8];
         std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(about.st_mode & 07777));
-        throw Failure{Exit::permission, "cannot use the pass phrase in " + from,
-                      std::string("the file is open to others (mode ") + mode + ")",
-                      "Run chmod 600 on it; if others may have read it, change the pass phrase."};
+        throw Failure{Exit::permission, text_of(Text::cannot_use_phrase_in, {from}),
+                      text_of(Text::file_open_to_others, {mode}), text_of(Text::change_phrase)};
     }
     return read_line(file, from);
 }
@@ -82,8 +80,9 @@ Bytes read_file_line(const std::string &path) {
 Bytes take_variable(const std::string &name) {
     char *value = std::getenv(name.c_str());
     if (value == nullptr)
-        throw Failure{Exit::input, "cannot read the pass phrase from the environment",
-                      "there is no variable " + in_quotes(name), "Set and export it."};
+        throw Failure{Exit::input, text_of(Text::cannot_read_phrase_environment),
+                      text_of(Text::no_variable, {in_quotes(name)}),
+                      text_of(Text::export_variable)};
     const std::size_t size = std::strlen(value);
     const Bytes text(value, value + size);
     explicit_bzero(value, size);
@@ -100,14 +99,12 @@ bool read_number(std::string_view text, int &number) {
 PassPhraseSource::PassPhraseSource(const Arguments &arguments, const char *option, int kind)
     : arguments_(arguments), option_(option), phrase_(kind) {
     const std::string value = arguments.value(option, "prompt");
-    const std::string dashed = std::string("'--") + option;
     const std::size_t colon = std::min(value.find(':'), value.size());
     const std::string_view scheme = std::string_view(value).substr(0, colon);
     name_ = value.substr(std::min(colon + 1, value.size()));
     if (value == "prompt") {
         if (arguments.has("batch"))
-            arguments.misuse("a pass phrase is needed, and --batch forbids to ask for it: give " +
-                             dashed + " fd:N', 'file:PATH' or 'env:NAME'");
+            arguments.misuse(text_of(Text::batch_needs_source, {option}));
     } else if (scheme == "fd" && read_number(name_, descriptor_)) {
         kind_ = Kind::descriptor;
     } else if (scheme == "file" && !name_.empty() && name_ != "-") {
@@ -116,7 +113,7 @@ PassPhraseSource::PassPhraseSource(const Arguments &arguments, const char *optio
         kind_ = Kind::environment;
     } else {
         // The value is not repeated: it may be the phrase itself.
-        arguments.misuse("option " + dashed + "' takes " + sources);
+        arguments.misuse(text_of(Text::option_takes_source, {option}));
     }
 }
 
@@ -133,13 +130,13 @@ PassPhrase PassPhraseSource::read() const {
     forbid_core_dumps();
     switch (kind_) {
     case Kind::descriptor: {
-        const std::string from = "descriptor " + std::to_string(descriptor_);
+        const std::string from = text_of(Text::descriptor, {std::to_string(descriptor_)});
         return accept(read_line(descriptor_, from), from);
     }
     case Kind::file:
         return accept(read_file_line(name_), in_quotes(name_));
     case Kind::environment:
-        return accept(take_variable(name_), "variable " + in_quotes(name_));
+        return accept(take_variable(name_), text_of(Text::variable, {in_quotes(name_)}));
     default:
         return ask();
     }
@@ -147,32 +144,32 @@ PassPhrase PassPhraseSource::read() const {
 
 PassPhrase PassPhraseSource::ask() const {
     if (Descriptor(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) < 0)
-        arguments_.misuse("there is no terminal to ask for the pass phrase: give '--" +
-                          std::string(option_) + " fd:N', 'file:PATH' or 'env:NAME'");
+        arguments_.misuse(text_of(Text::no_terminal, {option_}));
     char *phrase = nullptr;
     const QelStatus status = __qel_get_encryption_phrase("qel", phrase_, &phrase);
     if (status != QEL_OK)
-        throw library_failure(status, "no pass phrase was entered");
+        throw library_failure(status, text_of(Text::no_phrase));
     const std::size_t size = std::strlen(phrase);
     const Bytes text(phrase, phrase + size);
     explicit_bzero(phrase, size);
     std::free(phrase);
-    return accept(text, "the terminal");
+    return accept(text, text_of(Text::the_terminal));
 }
 
 PassPhrase PassPhraseSource::accept(Bytes text, const std::string &from) const {
-    const std::string what = "cannot use the pass phrase from " + from;
+    const std::string what = text_of(Text::cannot_use_phrase_from, {from});
     if (text.empty())
-        throw Failure{Exit::pass_phrase, what, "it is empty", "Put it on the first line."};
+        throw Failure{Exit::pass_phrase, what, text_of(Text::phrase_is_empty),
+                      text_of(Text::first_line)};
     if (std::find(text.begin(), text.end(), 0) != text.end())
-        throw Failure{Exit::input, what, "it holds a zero byte", "Give text."};
+        throw Failure{Exit::input, what, text_of(Text::holds_zero), text_of(Text::give_text)};
     const bool fresh = phrase_ == QEL_PHRASE_NEW || phrase_ == QEL_PHRASE_PACKAGES;
     const std::size_t most = fresh ? longest_typed : longest_phrase;
     if (text.size() > most)
         throw Failure{Exit::input, what,
-                      "it is longer than " + std::to_string(most) + " bytes" +
-                          (fresh ? ", which is all that can be typed at the terminal" : ""),
-                      "Give a shorter one."};
+                      text_of(fresh ? Text::phrase_too_long_to_type : Text::phrase_too_long,
+                              {std::to_string(most)}),
+                      text_of(Text::give_shorter)};
     return PassPhrase(std::move(text));
 }
 

@@ -1,6 +1,7 @@
 #include "status.h"
 
 #include "text.h"
+#include "texts.h"
 
 #include <cerrno>
 #include <charconv>
@@ -179,11 +180,11 @@ std::span<const StatusRow> status_table() {
 }
 
 std::string meaning_of(const StatusRow &row) {
-    return in_users_language(1 + static_cast<int>(row.status), row.meaning);
+    return in_users_language(MessageSet::statuses, 1 + static_cast<int>(row.status), row.meaning);
 }
 
 std::string advice_of(const StatusRow &row) {
-    return in_users_language(101 + static_cast<int>(row.status), row.advice);
+    return in_users_language(MessageSet::statuses, 101 + static_cast<int>(row.status), row.advice);
 }
 
 const StatusRow *find_status(QelStatus status) {
@@ -208,8 +209,9 @@ const StatusRow *find_status(std::string_view number_or_name) {
 
 std::string status_words(QelStatus status) {
     const StatusRow *row = find_status(status);
-    return "status " + std::to_string(status) + " " + (row != nullptr ? row->name : "(no name)") +
-           ": " + qel_strerror(nullptr, status);
+    const std::string number = std::to_string(status), words = qel_strerror(nullptr, status);
+    return row != nullptr ? text_of(Text::status, {number, row->name, words})
+                          : text_of(Text::status_without_name, {number, words});
 }
 
 Exit verdict_exit(QelStatus status) {
@@ -236,22 +238,22 @@ Failure system_failure(Exit exit, std::string what, int error) {
     std::string next;
     switch (error) {
     case ENOENT:
-        next = "Check the name.";
+        next = text_of(Text::check_name);
         break;
     case EACCES:
-        next = "Check the permissions of the file and its folders.";
+        next = text_of(Text::check_permissions);
         break;
     case EISDIR:
-        next = "Give the name of a file in it.";
+        next = text_of(Text::name_file_in_it);
         break;
     case ENOSPC:
-        next = "Make room on the disk, or write somewhere else.";
+        next = text_of(Text::make_room);
         break;
     case EFBIG:
-        next = "Raise the limit on the size of files, or write somewhere else.";
+        next = text_of(Text::raise_file_limit);
         break;
     case EBADF:
-        next = "Open it before the command starts, in the right direction.";
+        next = text_of(Text::open_before);
         break;
     default:
         break;

@@ -122,27 +122,19 @@ void read_locale() {
     setenv("NLSPATH", QEL_LOCALE_FOLDER "/%l/LC_MESSAGES/%N", 0);
 }
 
-std::string in_users_language(int message, const char *otherwise,
-                              std::initializer_list<std::string> values) {
-    constexpr int commands_set = 3;
+std::string in_users_language(MessageSet set, int message, const char *otherwise) {
     const nl_catd catalogue = catopen("qelcat", 0);
     const bool found = catalogue != reinterpret_cast<nl_catd>(-1);
-    std::string text = found ? catgets(catalogue, commands_set, message, otherwise) : otherwise;
+    const std::string text =
+        found ? catgets(catalogue, static_cast<int>(set), message, otherwise) : otherwise;
     if (found)
         catclose(catalogue);
-    std::size_t at = 0;
-    for (const std::string &value : values) {
-        at = text.find("%s", at);
-        if (at == text.npos)
-            break;
-        text.replace(at, 2, value);
-        at += value.size();
-    }
     return text;
 }
 
 void speak_english() {
     setenv("LANG", "C", 1);
+    std::setlocale(LC_MESSAGES, "C");
 }
 
 std::string printable(std::string_view text, Charset charset) {

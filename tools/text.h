@@ -3,7 +3,6 @@
 #define TOOLS_TEXT_H
 
 #include <cstdint>
-#include <initializer_list>
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,10 +18,10 @@ enum class Charset {
 // language of its messages where the terminal shows UTF-8, else in English.
 void read_locale();
 
-// A text of the commands by its message in set 3 of the catalogue, or, where that has none, otherwise.
-// Each %s stands for one of values.
-std::string in_users_language(int message, const char *otherwise,
-                              std::initializer_list<std::string> values = {});
+// The commands' sets of messages in the catalogue.
+enum class MessageSet { statuses = 3, words = 4 };
+// A message of the user's catalogue, or, where that has none, otherwise.
+std::string in_users_language(MessageSet set, int message, const char *otherwise);
 
 // Texts are told in English: what programs read has no language.
 void speak_english();

@@ -33,10 +33,10 @@ Messages messages_of(const std::string &name) {
     return messages;
 }
 
-// What a translation keeps: directives, programs, options, formats, abbreviations.
+// What a translation keeps: directives, placeholders, programs, options, formats, abbreviations.
 std::vector<std::string> kept_words(const std::string &text) {
     const std::regex word(
-        "%[-0-9$.]*[a-z%]|qel[a-z]*|--[a-z-]+|QEL|XFN|ASN1|RFC1421|Hellman|[12]\\b|"
+        "%[-0-9$.]*[a-z%]|\\{[1-9]\\}|qel[a-z]*|--[a-z-]+|QEL|XFN|ASN1|RFC1421|Hellman|[12]\\b|"
         "MD[25]|RSA|JSON|NULL|rpcbind");
     std::vector<std::string> words(std::sregex_token_iterator(text.begin(), text.end(), word), {});
     std::sort(words.begin(), words.end());

@@ -1,24 +1,50 @@
-// The language in which the commands tell statuses.
+// The language of the commands.
 #include "tools/run.h"
 
 #include <map>
+#include <regex>
 
 namespace {
 
 struct LanguageCase {
-    const char *reason, *locale, *option, *text;
+    const char *reason, *locale;
+    std::vector<std::string> words;
+    const char *text; // on standard output or standard error
 };
 
 const LanguageCase kCases[] = {
-    {"the user's", "de_DE.UTF-8", "--batch", "QEL_ERR_BAD_PARAM: Ungültiger Funktionsparameter\n"},
-    {"words of the commands", "de_DE.UTF-8", "--batch",
+    {"the user's",
+     "de_DE.UTF-8",
+     {"explain", "32"},
+     "QEL_ERR_BAD_PARAM: Ungültiger Funktionsparameter\n"},
+    {"words of the commands",
+     "de_DE.UTF-8",
+     {"explain", "32"},
      "\n  Ein Argument fehlt, ist unmöglich oder liegt außerhalb des Bereichs.\n  Prüfen"},
-    {"with numbers in them", "de_DE.UTF-8", "--batch",
+    {"with numbers in them",
+     "de_DE.UTF-8",
+     {"explain", "32"},
      "\n  Ein Kommando, das daran scheitert, endet mit 3, eine Prüfung mit 1.\n"},
-    {"LC_ALL counts before LANG", "C.UTF-8", "--batch", ": Invalid function parameter\n"},
-    {"a terminal without UTF-8", "de_DE.ISO-8859-1", "--batch", ": Invalid function parameter\n"},
-    {"no such locale", "de_XX.UTF-8", "--batch", ": Invalid function parameter\n"},
-    {"for programs", "de_DE.UTF-8", "--json", "\"Invalid function parameter\""},
+    {"LC_ALL counts before LANG", "C.UTF-8", {"explain", "32"}, ": Invalid function parameter\n"},
+    {"a terminal without UTF-8",
+     "de_DE.ISO-8859-1",
+     {"explain", "32"},
+     ": Invalid function parameter\n"},
+    {"no such locale", "de_XX.UTF-8", {"explain", "32"}, ": Invalid function parameter\n"},
+    {"for programs", "de_DE.UTF-8", {"explain", "--json", "32"}, "\"Invalid function parameter\""},
+    {"what failed",
+     "de_DE.UTF-8",
+     {"digest", "/none"},
+     "qel: digest: '/none' lässt sich nicht öffnen: "},
+    {"what to do", "de_DE.UTF-8", {"digest", "/none"}, "qel: digest: Den Namen prüfen.\n"},
+    {"a value that looks like a placeholder",
+     "de_DE.UTF-8",
+     {"digest", "--to={1}{2}"},
+     "qel: digest: unbekannte oder mehrdeutige Option '--to={1}{2}'\n'qel help digest' sagt"},
+    {"a failure for programs, and the system's part of it",
+     "de_DE.UTF-8",
+     {"digest", "--json", "/none"},
+     "\"cannot open '/none'\",\n    \"why\": \"No such file"},
 };
 
 TEST(Language, IsTheUsersWhereTheTerminalShowsIt) {
@@ -32,35 +58,46 @@ TEST(Language, IsTheUsersWhereTheTerminalShowsIt) {
     setenv("NLSPATH", QEL_LOCALE "/%l/LC_MESSAGES/%N", 1);
     setenv("LANG", "de_DE.UTF-8", 1);
     for (const LanguageCase &row : kCases) {
-        const Ran ran = qel({"explain", row.option, "32"}, {.locale = row.locale});
-        EXPECT_EQ(ran.exit, 0);
-        EXPECT_TRUE(holds(ran.out, row.text)) << row.reason << "\n" << ran.out;
+        const Ran ran = qel(row.words, {.locale = row.locale});
+        EXPECT_TRUE(holds(ran.out + ran.err, row.text)) << row.reason << "\n" << ran.out << ran.err;
     }
 }
 
-// The texts in the program, by their messages in the English catalogue.
-TEST(Language, EnglishIsTheSameInProgramAndCatalogue) {
-    std::map<std::string, std::string> messages; // of set 3
+// One set of the English catalogue, by the numbers of its messages.
+std::map<int, std::string> english_messages(const std::string &set) {
+    std::map<int, std::string> messages;
     std::istringstream source(text_of(read_file(QEL_SOURCE "/msg/qelcat.msg")));
-    bool commands = false;
+    bool wanted = false;
     for (std::string line; std::getline(source, line);)
         if (line.starts_with("$set"))
-            commands = line == "$set 3";
-        else if (const std::size_t blank = line.find(' '); commands && blank != line.npos)
-            messages[line.substr(0, blank)] = line.substr(blank + 1);
-    const Json table = qel({"explain", "--json"}).json()["statuses"];
-    EXPECT_EQ(messages.size(), 2 * table.size() + 2);
-    for (const Json &row : table) {
+            wanted = line == "$set " + set;
+        else if (const std::size_t blank = line.find(' ');
+                 wanted && line.find('$') != 0 && blank != line.npos)
+            messages[std::stoi(line)] = line.substr(blank + 1);
+    return messages;
+}
+
+TEST(Language, MeaningsAndAdviceAreTheSameInProgramAndCatalogue) {
+    std::map<int, std::string> texts;
+    for (const Json &row : qel({"explain", "--json"}).json()["statuses"]) {
         const int number = row["number"];
-        EXPECT_EQ(messages[std::to_string(1 + number)], row["meaning"]);
-        EXPECT_EQ(messages[std::to_string(101 + number)], row["advice"]);
+        texts[1 + number] = row["meaning"];
+        texts[101 + number] = row["advice"];
     }
-    const auto put = [](std::string text, const std::string &value) {
-        return text.replace(text.find("%s"), 2, value);
-    };
-    EXPECT_TRUE(holds(qel({"explain", "2"}).out, "\n  " + put(messages["201"], "70") + "\n"));
-    EXPECT_TRUE(
-        holds(qel({"explain", "8"}).out, "\n  " + put(put(messages["202"], "3"), "1") + "\n"));
+    EXPECT_EQ(english_messages("3"), texts);
+}
+
+TEST(Language, WordsAreTheSameInProgramAndCatalogue) {
+    std::map<int, std::string> texts;
+    std::istringstream source(text_of(read_file(QEL_SOURCE "/tools/texts.inc")));
+    for (std::string line; std::getline(source, line);) {
+        std::smatch row;
+        if (std::regex_match(line, row, std::regex("TEXT\\((\\d+), \\w+, \"(.*)\"\\)")))
+            EXPECT_TRUE(texts.emplace(std::stoi(row[1]), row[2]).second) << line << " comes twice";
+        else
+            EXPECT_TRUE(line.empty() || line.starts_with("//")) << line;
+    }
+    EXPECT_EQ(english_messages("4"), texts);
 }
 
 } // namespace
