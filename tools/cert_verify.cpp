@@ -2,6 +2,7 @@
 #include "certificate_text.h"
 #include "command.h"
 #include "text.h"
+#include "texts.h"
 #include "trusted.h"
 
 namespace tool {
@@ -42,14 +43,12 @@ std::vector<std::string> oddities(const Context &context, const Certificate &cer
     const bool own = issuer == nullptr;
     const bool certified = !own && issuer->certificate.record != nullptr;
     if (own && names_differ(context, cert.issuer, cert.subject))
-        notes.push_back("the certificate is not self-signed by its names; its issuer's key is "
-                        "given with --issuer");
+        notes.push_back(text_of(Text::not_self_signed));
     if (certified && names_differ(context, cert.issuer, issuer->certificate.record->subject))
-        notes.push_back("the certificate names another issuer than the subject of " +
-                        issuer->where);
+        notes.push_back(text_of(Text::another_issuer, {issuer->where}));
     int difference = 0;
     if (__qel_cmp_algid(cert.signature, cert.algorithm, &difference) == QEL_OK && difference != 0)
-        notes.push_back("the algorithm beside the signature is not the signed one");
+        notes.push_back(text_of(Text::algorithms_differ));
     if (const std::string note = encoding_note(context, certificate); !note.empty())
         notes.push_back(note);
     return notes;
@@ -64,7 +63,7 @@ Verdict judge(const Arguments &arguments, const Context &context, const Certific
     const QelKeyInfo *key = issuer != nullptr ? issuer->key() : cert.pubKeyInfo;
     if (arguments.has("signature-only")) {
         verdict.status = verify_signature(context, cert, key, verdict.notes);
-        verdict.notes.push_back("validity and extensions were not looked at");
+        verdict.notes.push_back(text_of(Text::only_signature_checked));
     } else {
         verdict.status = qel_verify_cert(context, &cert, key);
     }
@@ -72,8 +71,8 @@ Verdict judge(const Arguments &arguments, const Context &context, const Certific
     if (verdict.status == QEL_ERR_BAD_PARAM || verdict.status == QEL_ERR_UNSUPPORTED_ALG)
         verdict.unsupported = unsupported_signature(cert.algorithm);
     if (verdict.status == QEL_ERR_KEY_EXPIRED) {
-        verdict.notes.push_back("the signature is good; the validity is " +
-                                validity_text(cert.validity));
+        verdict.notes.push_back(
+            text_of(Text::signature_good_validity, {validity_text(cert.validity)}));
         verdict.yes = arguments.has("allow-expired");
     }
     return verdict;
@@ -101,14 +100,13 @@ Verdict judge_by(const Arguments &arguments, const Context &context, const Certi
 
 void print_verdict(const Arguments &arguments, const Verdict &verdict, const std::string &where) {
     const std::string status = status_words(verdict.status);
-    const std::string key =
-        verdict.issuer != nullptr ? "the key of " + verdict.issuer->where : "its own key";
-    if (verdict.yes)
-        put(where + ": verified with " + key +
-            (verdict.status != QEL_OK ? ", expired certificates allowed (" + status + ")\n"
-                                      : "\n"));
-    else
-        put(where + ": NOT verified with " + key + ": " + status + "\n");
+    const std::string key = verdict.issuer != nullptr
+                                ? text_of(Text::key_of, {verdict.issuer->where})
+                                : text_of(Text::its_own_key);
+    const Text words = !verdict.yes               ? Text::not_verified_with
+                       : verdict.status != QEL_OK ? Text::verified_though_expired
+                                                  : Text::verified_with;
+    put(text_of(words, {where, key, status}) + "\n");
     for (const std::string &note : verdict.notes)
         put("  " + note + "\n");
     const StatusRow *row = find_status(verdict.status);
@@ -127,14 +125,14 @@ namespace {
 std::string chain_text(const Arguments &arguments, const ChainVerdict &verdict,
                        const std::string &where) {
     const bool good = verdict.good(arguments.has("allow-expired"));
-    std::string text = where + ": " + (good ? "verified, up to a trusted key" : "NOT verified");
-    if (verdict.status != QEL_OK)
-        text += ": " + status_words(verdict.status);
-    text += "\n";
+    const Text words = !good                      ? Text::not_verified
+                       : verdict.status != QEL_OK ? Text::verified_to_trusted_though
+                                                  : Text::verified_to_trusted;
+    std::string text = text_of(words, {where, status_words(verdict.status)}) + "\n";
     if (!verdict.expired.empty())
-        text += "  outside its validity: " + verdict.expired + "\n";
+        text += "  " + text_of(Text::outside_validity, {verdict.expired}) + "\n";
     for (const Certificate &link : verdict.chain)
-        text += "  chain: " + name_text(link.record->subject) + "\n";
+        text += "  " + text_of(Text::chain_link, {name_text(link.record->subject)}) + "\n";
     return text;
 }
 
@@ -160,9 +158,9 @@ std::vector<Certificate> all_certificates(const Context &context, const Argument
 
 Exit verify_to_trusted_key(const Arguments &arguments) {
     if (arguments.has("chain") == arguments.has("establish"))
-        arguments.misuse("'--chain' and '--establish' exclude each other");
+        arguments.misuse(text_of(Text::exclude_each_other));
     if (!arguments.has("trust"))
-        arguments.misuse("name a file of trusted keys with '--trust'");
+        arguments.misuse(text_of(Text::name_trust));
     for (const char *option : {"issuer", "signature-only"})
         if (arguments.has(option))
             arguments.misuse(std::string("'--") + option +
@@ -216,9 +214,9 @@ Exit run_cert_verify(const Arguments &arguments) {
         return verify_to_trusted_key(arguments);
     for (const char *option : {"trust", "allowed", "explain"})
         if (arguments.has(option))
-            arguments.misuse(std::string("'--") + option + "' needs '--chain' or '--establish'");
+            arguments.misuse(text_of(Text::needs_chain_or_establish, {option}));
     if (arguments.operands().size() > 1)
-        arguments.misuse("several files are a chain: give '--chain'");
+        arguments.misuse(text_of(Text::several_files_chain));
     const std::string path = arguments.operands()[0];
     arguments.check_stdin_once({path, arguments.value("issuer")});
     const Context context;
@@ -229,8 +227,8 @@ Exit run_cert_verify(const Arguments &arguments) {
         issuers = read_public_keys(context, arguments.value("issuer"), KeySource::either);
     Verdict verdict = judge_by(arguments, context, subject, issuers);
     if (certificates.size() > 1)
-        verdict.notes.push_back("only the first of " + std::to_string(certificates.size()) +
-                                " certificates in the file was looked at");
+        verdict.notes.push_back(
+            text_of(Text::only_first_of, {std::to_string(certificates.size())}));
     const QelKeyInfo *key =
         verdict.issuer != nullptr ? verdict.issuer->key() : subject.record->pubKeyInfo;
     const std::string weakness = small_exponent_note(key);

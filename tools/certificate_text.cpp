@@ -117,7 +117,7 @@ std::string validity_text(const QelValidity *validity) {
     if (validity == nullptr)
         return "not given";
     return time_text(validity->notBefore) + " to " + time_text(validity->notAfter) + " (" +
-           validity_state(validity) + ")";
+           validity_words(validity) + ")";
 }
 
 std::string encoding_note(const Context &context, const Certificate &certificate) {

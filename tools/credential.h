@@ -202,6 +202,8 @@ bool has_offset(const QelValidity *validity);
 
 // "valid", "expired", "not yet valid" or "unknown", by the library's own test.
 std::string validity_state(const QelValidity *validity);
+// The same in the user's language.
+std::string validity_words(const QelValidity *validity);
 
 // Size of an RSA modulus in bits and the exponent, or zeroes where the bits are no RSA key.
 struct RsaNumbers {

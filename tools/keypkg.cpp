@@ -4,6 +4,7 @@
 #include "command.h"
 #include "key_package.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -44,7 +45,7 @@ std::string trusted_text(QelContext *context, const QelTrustedKey &key) {
     if (key.validity != nullptr)
         text += line("", time_text(key.validity->notBefore) + " to " +
                              time_text(key.validity->notAfter) + " (" +
-                             validity_state(key.validity) + ")");
+                             validity_words(key.validity) + ")");
     text.pop_back();
     return text;
 }
@@ -163,15 +164,15 @@ Exit run_keypkg_verify(const Arguments &arguments) {
         return exit;
     }
     if (exit == Exit::yes)
-        put(named(package) + ": signature good" +
-            (with_phrase ? ", unlocked with the pass phrase, and the private key belongs to it\n"
-                         : "\n"));
+        put(text_of(with_phrase ? Text::package_good_unlocked : Text::package_good,
+                    {named(package)}) +
+            "\n");
     else
-        put(named(package) + ": NOT verified: " + status_words(status) + "\n");
+        put(text_of(Text::not_verified, {named(package), status_words(status)}) + "\n");
     if (exit != Exit::yes)
         print_failure(arguments.command().name,
-                      library_failure(status, "the signature of " + named(package),
-                                      "Get the key package again, whole."));
+                      library_failure(status, text_of(Text::signature_of, {named(package)}),
+                                      text_of(Text::get_package_again)));
     return exit;
 }
 

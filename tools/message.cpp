@@ -7,6 +7,7 @@
 #include "repository.h"
 #include "signed_message.h"
 #include "text.h"
+#include "texts.h"
 
 namespace tool {
 namespace {
@@ -26,7 +27,7 @@ Bytes sign_bytes(const UsableKey &key, std::span<const uint8_t> content,
                  content.empty() ? QEL_MODE_DIGEST : QEL_MODE_FINAL, key.key.algorithm,
                  key.key.data(), key.key.size(), *algorithm.signature, &signature, &length);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot sign with " + key.where);
+        throw library_failure(status, text_of(Text::cannot_sign_with, {key.where}));
     const LibraryBytes owner(signature);
     return Bytes(signature, signature + length);
 }
@@ -54,9 +55,9 @@ Bytes sign_with_certificates(const Arguments &arguments, const UsableKey &key, c
         content.empty() ? QEL_MODE_DIGEST : QEL_MODE_FINAL, rsa.algorithm, &rsa.parameters,
         rsa.bits, *algorithm.signature, signature.data(), static_cast<uint32_t>(signature.size()));
     if (status != QEL_OK)
-        throw Failure{Exit::input, "cannot sign with " + key.where,
-                      "the certificate in " + certificates[0].where + " is not that of the key",
-                      "Give the signer's own certificate first.", status};
+        throw Failure{Exit::input, text_of(Text::cannot_sign_with, {key.where}),
+                      text_of(Text::certificate_not_of_key, {certificates[0].where}),
+                      text_of(Text::signers_certificate_first), status};
     return message;
 }
 
@@ -64,7 +65,7 @@ Bytes sign_with_certificates(const Arguments &arguments, const UsableKey &key, c
 Bytes sign_with_own_certificates(const Arguments &arguments, const UsableKey &key,
                                  const Bytes &content, const Algorithm &algorithm) {
     if (content.empty())
-        arguments.misuse("a message without content needs '--cert'");
+        arguments.misuse(text_of(Text::empty_needs_cert));
     const std::vector<std::string> trusted = arguments.values("trusted");
     const std::vector<const char *> names = name_list(trusted);
     uint8_t *message = nullptr;
@@ -74,11 +75,8 @@ Bytes sign_with_own_certificates(const Arguments &arguments, const UsableKey &ke
         key.key.data(), key.key.size(), *algorithm.signature, nullptr,
         trusted.empty() ? nullptr : names.data(), 0, &message, &length);
     if (status != QEL_OK)
-        throw library_failure(
-            status, "cannot make the message with your own certificates",
-            "Your key package comes from the key server, and its certificates from the naming "
-            "service: 'qel status' and 'qel naming status' tell of them. Or give the certificates "
-            "with '--cert'.");
+        throw library_failure(status, text_of(Text::cannot_make_message),
+                              text_of(Text::own_certificates));
     const LibraryBytes owner(message);
     return Bytes(message, message + length);
 }
@@ -93,8 +91,7 @@ Exit run_message_sign(const Arguments &arguments) {
     arguments.check_stdin_once(inputs);
     const bool armor = arguments.has("armor");
     if (output == "-" && !armor && !arguments.json())
-        refuse_terminal(arguments.command().name,
-                        "the result is binary; give '--output FILE' or '--armor'");
+        refuse_terminal(arguments.command().name, text_of(Text::binary_or_armor));
     const Algorithm &algorithm = algorithm_named(arguments.value("algorithm", "md5"));
     const Bytes content = read_whole(path);
     const UsableKey key = usable_key(arguments, USAGE_SIGN);
@@ -182,12 +179,12 @@ SignerVerdict verify_one(const Arguments &arguments, QelContext *context,
     SignerVerdict verdict;
     const QelCert *certificate = certificate_of(context, message, signer);
     if (certificate == nullptr) {
-        verdict.signer = "serial number " +
-                         hex({signer.issuerAndSerialNumber->serial.value,
-                              signer.issuerAndSerialNumber->serial.length}) +
-                         " of " + name_text(signer.issuerAndSerialNumber->issuer, charset);
+        verdict.signer = text_of(Text::signer_by_number,
+                                 {hex({signer.issuerAndSerialNumber->serial.value,
+                                       signer.issuerAndSerialNumber->serial.length}),
+                                  name_text(signer.issuerAndSerialNumber->issuer, charset)});
         verdict.status = QEL_ERR_NO_CERT;
-        verdict.why = "the message does not hold the signer's certificate";
+        verdict.why = text_of(Text::lacks_signers_certificate);
         return verdict;
     }
     verdict.signer = name_text(certificate->subject, charset);
@@ -218,9 +215,8 @@ void add_own_trusted_keys(QelContext *context, TrustedKeys &trusted) {
     QelKeyPkg *package = nullptr;
     const QelStatus status = qel_get_keypkg(context, nullptr, &package);
     if (status != QEL_OK)
-        throw library_failure(status,
-                              "cannot get your own key package, for the keys that you trust",
-                              "Log in, or name a file of certificates with '--trust'.");
+        throw library_failure(status, text_of(Text::no_own_package),
+                              text_of(Text::log_in_or_trust));
     const Decoded<QelKeyPkg> owner(package, ReleasePdu{context, QEL_PDU_KeyPkg});
     trusted.add_keys_of(*package);
     if (trusted.list() == nullptr)
@@ -241,11 +237,9 @@ std::vector<SignerVerdict> verify_all(const Arguments &arguments, const Context 
     if (!given)
         add_own_trusted_keys(context, trusted);
     if (message.has_content == arguments.has("content"))
-        throw Failure{Exit::usage, "cannot verify " + message.where,
-                      message.has_content ? "the message has its content inside"
-                                          : "the message does not hold what is signed",
-                      message.has_content ? "Leave '--content' out."
-                                          : "Name the file that was signed with '--content'."};
+        throw Failure{Exit::usage, text_of(Text::cannot_verify, {message.where}),
+                      text_of(message.has_content ? Text::content_inside : Text::content_outside),
+                      text_of(message.has_content ? Text::leave_content_out : Text::name_content)};
     const Bytes content =
         message.has_content ? message.content : read_whole(arguments.value("content"));
     std::vector<SignerVerdict> verdicts;
@@ -253,16 +247,13 @@ std::vector<SignerVerdict> verify_all(const Arguments &arguments, const Context 
         verdicts.push_back(verify_one(arguments, context, message, *signer, trusted, content));
         verdicts.back().content = content;
         if (signer->authenticatedAttributes != nullptr)
-            verdicts.back().notes.push_back("authenticated attributes are signed, and they name "
-                                            "the digest of the content");
+            verdicts.back().notes.push_back(text_of(Text::attributes_are_signed));
     }
     if (verdicts.empty())
-        throw Failure{Exit::no, message.where + " is not signed", "it has no signer",
-                      "It may carry certificates only: 'qel message show' tells."};
+        throw Failure{Exit::no, text_of(Text::is_not_signed, {message.where}),
+                      text_of(Text::no_signer), text_of(Text::certificates_only)};
     for (SignerVerdict &verdict : verdicts)
-        verdict.notes.push_back(
-            "verified by this command step by step: the library's own "
-            "operation takes one signer without attributes, and content inside");
+        verdict.notes.push_back(text_of(Text::verified_step_by_step));
     return verdicts;
 }
 
@@ -273,18 +264,17 @@ bool is_good(const Arguments &arguments, const SignerVerdict &verdict) {
 
 std::string verdict_text(const Arguments &arguments, const SignerVerdict &verdict,
                          const std::string &where) {
-    std::string text = where + ": ";
-    const std::string signer = verdict.signer.empty() ? "" : ", signed by '" + verdict.signer + "'";
-    if (is_good(arguments, verdict))
-        text += "verified" + signer;
-    else
-        text += "NOT verified" + signer + ": " +
-                (verdict.why.empty() ? status_words(verdict.status) : verdict.why);
+    const std::string why = verdict.why.empty() ? status_words(verdict.status) : verdict.why;
+    const bool good = is_good(arguments, verdict);
+    std::string text = verdict.signer.empty()
+                           ? text_of(good ? Text::verified : Text::not_verified, {where, why})
+                           : text_of(good ? Text::verified_signed_by : Text::not_verified_signed_by,
+                                     {where, verdict.signer, why});
     text += "\n";
     for (const std::string &link : verdict.chain)
-        text += "  chain: " + link + "\n";
+        text += "  " + text_of(Text::chain_link, {link}) + "\n";
     if (!verdict.expired.empty())
-        text += "  outside its validity: " + verdict.expired + "\n";
+        text += "  " + text_of(Text::outside_validity, {verdict.expired}) + "\n";
     for (const std::string &note : verdict.notes)
         text += "  " + note + "\n";
     return text;
@@ -311,7 +301,7 @@ Exit run_message_verify(const Arguments &arguments) {
     arguments.check_stdin_once(inputs);
     const std::string output = arguments.value("output");
     if (output == "-" && arguments.json())
-        arguments.misuse("standard output has no room for data beside JSON");
+        arguments.misuse(text_of(Text::no_room_beside_json));
     const bool connected = !arguments.has("trust");
     const Context context =
         connected ? Context(arguments.value("id", default_package_id), default_host) : Context();

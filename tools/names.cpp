@@ -4,6 +4,7 @@
 #include "der.h"
 #include "status.h"
 #include "text.h"
+#include "texts.h"
 
 #include <chrono>
 #include <cstdio>
@@ -290,6 +291,14 @@ std::string validity_state(const QelValidity *validity) {
     const auto now = std::chrono::system_clock::now();
     const std::string present = rfc3339(std::chrono::floor<std::chrono::seconds>(now));
     return present <= time_text(validity->notBefore, false) ? "not yet valid" : "expired";
+}
+
+std::string validity_words(const QelValidity *validity) {
+    const std::string state = validity_state(validity);
+    return text_of(state == "valid"           ? Text::valid
+                   : state == "not yet valid" ? Text::not_yet_valid
+                   : state == "expired"       ? Text::expired
+                                              : Text::validity_unknown);
 }
 
 RsaNumbers rsa_numbers(const QelKeyInfo *key) {

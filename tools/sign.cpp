@@ -5,6 +5,7 @@
 #include "key_server.h"
 #include "pass_phrase.h"
 #include "text.h"
+#include "texts.h"
 
 namespace tool {
 namespace {
@@ -20,7 +21,7 @@ Bytes sign_file(const Context &context, const std::string &path, const PrivateKe
                      key.data(), key.size(), *algorithm.signature, last ? &signature : nullptr,
                      last ? &length : nullptr);
         if (status != QEL_OK)
-            throw library_failure(status, "cannot sign " + display_name(path));
+            throw library_failure(status, text_of(Text::cannot_sign, {display_name(path)}));
     };
     bool fed = false;
     each_block(path, [&](std::span<const uint8_t> block) {
@@ -46,45 +47,45 @@ QelStatus verify_file(const Context &context, const std::string &path, const Rsa
     each_block(path, [&](std::span<const uint8_t> block) {
         const QelStatus status = step(block, QEL_MODE_UPDATE);
         if (status != QEL_OK)
-            throw library_failure(status, "cannot verify " + display_name(path));
+            throw library_failure(status, text_of(Text::cannot_verify, {display_name(path)}));
         fed = true;
     });
     return fed ? step({}, QEL_MODE_FINAL) : step(algorithm.digest_of_nothing, QEL_MODE_DIGEST);
 }
 
-// What an item is that cannot be a raw signature, or null.
-const char *other_than_signature(const Context &context, const Item &item) {
+// What an item is that cannot be a raw signature.
+std::optional<Text> other_than_signature(const Context &context, const Item &item) {
     if (is_secret(context, item))
-        return "a private key";
+        return Text::a_private_key;
     constexpr struct {
         int pdu;
-        const char *name;
+        Text name;
     } rows[] = {
-        {QEL_PDU_Certificate, "a certificate"},
-        {QEL_PDU_SubjectPublicKeyInfo, "a public key"},
-        {QEL_PDU_ContentInfo, "a PKCS#7 message, which holds more than a raw signature"},
+        {QEL_PDU_Certificate, Text::a_certificate},
+        {QEL_PDU_SubjectPublicKeyInfo, Text::a_public_key},
+        {QEL_PDU_ContentInfo, Text::a_message},
     };
     for (const auto &row : rows)
         if (decode<void>(context, item.bytes, row.pdu))
             return row.name;
-    return nullptr;
+    return std::nullopt;
 }
 
 // The first item that may be a signature: a certificate may stand before it.
 Bytes read_signature(const Context &context, const std::string &path) {
     const Input input = read_input(path);
-    const char *other = nullptr;
+    std::optional<Text> other;
     for (const Item &item : input.items) {
         if (!item.problem.empty())
             throw bad_item(input, item, "the signature", QEL_ERR_FROM_RFC1421);
-        const char *what = other_than_signature(context, item);
-        if (what == nullptr)
+        const std::optional<Text> what = other_than_signature(context, item);
+        if (!what)
             return item.bytes;
-        other = other == nullptr ? what : other;
+        other = other ? other : what;
     }
-    throw Failure{Exit::input, "cannot find a signature in " + display_name(path),
-                  std::string("it holds ") + other,
-                  "Give the file that 'qel sign' wrote, or one of as many bytes as the modulus."};
+    throw Failure{Exit::input, text_of(Text::no_signature_found, {display_name(path)}),
+                  other ? text_of(Text::holds, {text_of(*other)}) : "",
+                  text_of(Text::give_signature)};
 }
 
 } // namespace
@@ -95,8 +96,7 @@ Exit run_sign(const Arguments &arguments) {
     arguments.check_stdin_once({path, arguments.value("key"), phrase_path(arguments, "passin")});
     const bool armor = arguments.has("armor");
     if (output == "-" && !armor && !arguments.json())
-        refuse_terminal(arguments.command().name,
-                        "the result is binary; give '--output FILE' or '--armor'");
+        refuse_terminal(arguments.command().name, text_of(Text::binary_or_armor));
 
     const Algorithm &algorithm = algorithm_named(arguments.value("algorithm", "md5"));
     const UsableKey key = usable_key(arguments, USAGE_SIGN);
@@ -120,7 +120,7 @@ Exit run_sign(const Arguments &arguments) {
 
 Exit run_verify(const Arguments &arguments) {
     if (arguments.has("key") == arguments.has("cert"))
-        arguments.misuse("one of '--key' and '--cert' is needed, and not both");
+        arguments.misuse(text_of(Text::one_of_key_and_cert));
     const std::string path = arguments.operand_or_stdin();
     const std::string source = arguments.value(arguments.has("key") ? "key" : "cert");
     arguments.check_stdin_once({path, source, arguments.value("signature")});
@@ -154,14 +154,15 @@ Exit run_verify(const Arguments &arguments) {
     }
     if (!rsa.note.empty())
         warn(key.where + ": " + rsa.note);
-    put(display_name(path) + (exit == Exit::yes
-                                  ? std::string(": verified, ") + algorithm.signature_name + "\n"
-                                  : ": NOT verified: " + status_words(status) + "\n"));
+    put((exit == Exit::yes
+             ? text_of(Text::verified_by, {display_name(path), algorithm.signature_name})
+             : text_of(Text::not_verified, {display_name(path), status_words(status)})) +
+        "\n");
     if (exit != Exit::yes)
         print_failure(arguments.command().name,
-                      library_failure(status, "the signature in " +
-                                                  display_name(arguments.value("signature")) +
-                                                  " under the key in " + key.where));
+                      library_failure(status, text_of(Text::signature_under,
+                                                      {display_name(arguments.value("signature")),
+                                                       key.where})));
     return exit;
 }
 
