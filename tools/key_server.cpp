@@ -2,6 +2,7 @@
 
 #include "key_package.h"
 #include "text.h"
+#include "texts.h"
 #include "wrap.h"
 
 #include <algorithm>
@@ -20,50 +21,44 @@ namespace tool {
 namespace {
 
 constexpr const char *server_user = "qelserv";
-constexpr const char *log_in_first = "Log in with 'qel login'.";
 
 // What a refusal of the server means.
 struct VerdictRow {
     qelserv_status verdict;
     Exit exit;
     QelStatus status;
-    const char *why;
-    const char *next;
+    Text why, next;
 };
 constexpr VerdictRow verdicts[] = {
-    {QELSERV_NO_KEY, Exit::no_key, QEL_ERR_NO_ENTRY, "the key server holds no such key",
-     "'qel status' shows which it holds."},
-    {QELSERV_DENIED, Exit::permission, QEL_ERR_LOGOUT, "the key is another user's",
-     "Only the super-user does that for others."},
-    {QELSERV_BAD_ARGUMENT, Exit::input, QEL_ERR_LOGIN, "the key server cannot make sense of it",
-     "Check that server and command are of the same version."},
-    {QELSERV_BAD_PACKAGE, Exit::input, QEL_ERR_LOGIN,
-     "the key server cannot use the key package, or its signature is not good",
-     "'qel keypkg verify' says what it is worth."},
-    {QELSERV_BAD_KEY, Exit::input, QEL_ERR_LOGIN,
-     "the key is not the one that is registered under this name",
-     "Log out first, if it is to take the other's place."},
-    {QELSERV_USAGE, Exit::permission, QEL_ERR_LOGIN, "the key package is not for this use",
-     "Leave '--usage' out."},
-    {QELSERV_LIMIT, Exit::no, QEL_ERR_LOGIN, "the key server holds as many keys as it takes",
-     "Log out with those that are not needed."},
-    {QELSERV_NOT_LOGGED_IN, Exit::no_key, QEL_ERR_NOT_LOGGED_IN,
-     "the key server holds no key of this user", log_in_first},
-    {QELSERV_KEY_EXISTS, Exit::no, QEL_ERR_ENTRY_EXISTS, "you are logged in with it already",
-     "Log out first, if it is to change."},
+    {QELSERV_NO_KEY, Exit::no_key, QEL_ERR_NO_ENTRY, Text::no_such_key, Text::see_status},
+    {QELSERV_DENIED, Exit::permission, QEL_ERR_LOGOUT, Text::anothers_key,
+     Text::super_user_for_others},
+    {QELSERV_BAD_ARGUMENT, Exit::input, QEL_ERR_LOGIN, Text::server_makes_no_sense,
+     Text::check_versions},
+    {QELSERV_BAD_PACKAGE, Exit::input, QEL_ERR_LOGIN, Text::server_refuses_package,
+     Text::verify_package},
+    {QELSERV_BAD_KEY, Exit::input, QEL_ERR_LOGIN, Text::not_the_registered_key,
+     Text::log_out_to_replace},
+    {QELSERV_USAGE, Exit::permission, QEL_ERR_LOGIN, Text::package_not_for_use,
+     Text::leave_usage_out},
+    {QELSERV_LIMIT, Exit::no, QEL_ERR_LOGIN, Text::too_many_keys, Text::log_out_of_unneeded},
+    {QELSERV_NOT_LOGGED_IN, Exit::no_key, QEL_ERR_NOT_LOGGED_IN, Text::no_key_of_user,
+     Text::log_in_first},
+    {QELSERV_KEY_EXISTS, Exit::no, QEL_ERR_ENTRY_EXISTS, Text::logged_in_already,
+     Text::log_out_first},
 };
 
 Failure verdict_failure(qelserv_status verdict, const std::string &what) {
     for (const VerdictRow &row : verdicts)
         if (row.verdict == verdict)
-            return {row.exit, what, row.why, row.next, row.status};
-    return {Exit::server, what, "the key server failed (" + std::to_string(verdict) + ")",
-            "The system log may say why.", QEL_ERR_LOGIN};
+            return {row.exit, what, text_of(row.why), text_of(row.next), row.status};
+    return {Exit::server, what, text_of(Text::server_failed, {std::to_string(verdict)}),
+            text_of(Text::see_log), QEL_ERR_LOGIN};
 }
 
 Failure call_failure(clnt_stat status, const std::string &what) {
-    return {Exit::server, what, std::string("the call failed: ") + clnt_sperrno(status),
-            "Check that the key server runs.", QEL_ERR_SERV_CONNECT};
+    return {Exit::server, what, text_of(Text::call_failed, {clnt_sperrno(status)}),
+            text_of(Text::check_server_runs), QEL_ERR_SERV_CONNECT};
 }
 
 // A value that an XDR routine releases.
@@ -124,9 +119,8 @@ void check_registration(CLIENT *client) {
                 std::strcmp(at->rpcb_map.r_addr, peer.sun_path) == 0)
                 return;
     }
-    throw Failure{Exit::server, "cannot trust the key server",
-                  "another user has registered what answers in its place",
-                  "Tell whoever administers this host."};
+    throw Failure{Exit::server, text_of(Text::cannot_trust_server),
+                  text_of(Text::another_registered), text_of(Text::tell_administrator)};
 }
 
 } // namespace
@@ -134,7 +128,7 @@ void check_registration(CLIENT *client) {
 KeyServer::KeyServer() {
     const QelStatus status = __qel_get_client_handle(&client_);
     if (status != QEL_OK)
-        throw library_failure(QEL_ERR_SERV_CONNECT, "cannot reach the key server");
+        throw library_failure(QEL_ERR_SERV_CONNECT, text_of(Text::cannot_reach_server));
     try {
         check_registration(client_);
     } catch (const Failure &) {
@@ -153,7 +147,7 @@ std::vector<KeyEntry> KeyServer::stat(uid_t uid) const {
     const clnt_stat status = qelserv_statkey_1(
         {static_cast<int32_t>(uid), as_text(any), as_text(any), 0}, &answer.value, client_);
     if (status != RPC_SUCCESS)
-        throw call_failure(status, "cannot ask the key server for keys");
+        throw call_failure(status, text_of(Text::cannot_ask_server));
     std::vector<KeyEntry> entries;
     for (const qelserv_keystat *at = answer.value; at != nullptr; at = at->next) {
         if (at->status != QELSERV_OK && at->status != QELSERV_LOCKED)
@@ -167,13 +161,13 @@ std::vector<KeyEntry> KeyServer::stat(uid_t uid) const {
 
 std::vector<KeyEntry> KeyServer::entries(uid_t uid) const {
     if (uid != geteuid() && geteuid() != 0)
-        throw verdict_failure(QELSERV_DENIED, "cannot ask for the keys of another user");
+        throw verdict_failure(QELSERV_DENIED, text_of(Text::cannot_ask_for_others));
     return stat(uid);
 }
 
 std::vector<KeyEntry> KeyServer::all_entries() const {
     Answer<qelserv_keylistp> answer(xdr_qelserv_keylistp);
-    const std::string what = "cannot ask for everybody's keys";
+    const std::string what = text_of(Text::cannot_ask_for_all);
     const clnt_stat status = qelserv_listkey_1({-1, 0}, &answer.value, client_);
     if (status != RPC_SUCCESS)
         throw call_failure(status, what);
@@ -205,13 +199,13 @@ void KeyServer::log_in(const KeyEntry &entry, std::span<const uint8_t> private_k
     set_key({as_text(entry.id), nullptr, as_text(entry.host),
              static_cast<int32_t>(entry.seconds_left), static_cast<int32_t>(entry.usage),
              as_bytes(private_key), as_bytes({}), as_bytes(package)},
-            "cannot log in with key " + in_quotes(entry.id));
+            text_of(Text::cannot_log_in_with_key, {in_quotes(entry.id)}));
 }
 
 void KeyServer::log_out(const KeyEntry &entry, int what) const {
     uid_list user = {static_cast<int32_t>(entry.uid), nullptr};
     set_key({as_text(entry.id), &user, as_text(entry.host), what, 0, {}, {}, {}},
-            what == QELSERV_LOCK ? "cannot lock keys" : "cannot log out");
+            text_of(what == QELSERV_LOCK ? Text::cannot_lock : Text::cannot_log_out));
 }
 
 const KeyEntry &choose_entry(const Arguments &arguments, const std::vector<KeyEntry> &entries) {
@@ -225,18 +219,19 @@ const KeyEntry &choose_entry(const Arguments &arguments, const std::vector<KeyEn
         ids += (ids.empty() ? "" : ", ") + in_quotes(entry.id);
     }
     if (entries.empty())
-        throw library_failure(QEL_ERR_NOT_LOGGED_IN, "cannot find a key at the key server",
-                              log_in_first);
+        throw library_failure(QEL_ERR_NOT_LOGGED_IN, text_of(Text::no_key_at_server),
+                              text_of(Text::log_in_first));
     if (fitting.empty())
-        throw Failure{Exit::no_key, "cannot find key " + in_quotes(id) + " at the key server",
-                      "you are not logged in with it", log_in_first, QEL_ERR_NOT_LOGGED_IN};
+        throw Failure{Exit::no_key, text_of(Text::key_not_at_server, {in_quotes(id)}),
+                      text_of(Text::not_logged_in_with_it), text_of(Text::log_in_first),
+                      QEL_ERR_NOT_LOGGED_IN};
     if (fitting.size() == 1)
         return *fitting.front();
     const std::string usual = id.empty() ? default_package_id : id;
     for (const KeyEntry *entry : fitting)
         if (entry->id == usual && entry->host == default_host)
             return *entry;
-    arguments.misuse("you are logged in with several keys: choose with '--id' from " + ids);
+    arguments.misuse(text_of(Text::several_keys, {ids}));
 }
 
 namespace {
@@ -255,21 +250,22 @@ UsableKey usable_key(const Arguments &arguments, uint32_t use) {
         return key_in_file(arguments, use);
     for (const char *option : {"passin", "max-iterations"})
         if (arguments.has(option))
-            arguments.misuse(std::string("'--") + option + "' goes with '--key'");
+            arguments.misuse(text_of(Text::goes_with_key, {option}));
     const std::vector<KeyEntry> entries = KeyServer().entries(geteuid());
     const KeyEntry &entry = choose_entry(arguments, entries);
-    const std::string what = "cannot use key " + in_quotes(entry.id) + " at the key server";
+    const std::string what = text_of(Text::cannot_use_key_at_server, {in_quotes(entry.id)});
     if (entry.locked)
-        throw Failure{Exit::no_key, what, "it is locked", "'qel login' unlocks it."};
+        throw Failure{Exit::no_key, what, text_of(Text::key_is_locked),
+                      text_of(Text::login_unlocks)};
     // The server makes no signatures with a key for decryption.
     use = use != any_use ? use : USAGE_SIGN;
     if (entry.usage != USAGE_SIGN_ENCRYPT && entry.usage != use)
         throw Failure{Exit::permission, what,
-                      "its usage is " + usage_text(entry.usage) + ", not " + usage_text(use),
-                      "Use another key."};
+                      text_of(Text::usage_is, {usage_text(entry.usage), usage_text(use)}),
+                      text_of(Text::use_another_key)};
     return {std::make_unique<Context>(entry.id, entry.host),
             {},
-            "key " + in_quotes(entry.id) + " at the key server"};
+            text_of(Text::key_at_server, {in_quotes(entry.id)})};
 }
 
 Decoded<QelKeyPkg> registered_package(const UsableKey &key) {
@@ -277,7 +273,7 @@ Decoded<QelKeyPkg> registered_package(const UsableKey &key) {
     uint32_t count = 0;
     const QelStatus status = __qel_get_qelserv_keypkg(*key.context, nullptr, &list, &count);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot get the key package of " + key.where);
+        throw library_failure(status, text_of(Text::no_package_of, {key.where}));
     auto package = decode<QelKeyPkg>(
         *key.context, {static_cast<const uint8_t *>(list->data), list->length}, QEL_PDU_KeyPkg);
     __qel_free_item_list(&list);

@@ -4,6 +4,7 @@
 #include "key_server.h"
 #include "repository.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -36,9 +37,7 @@ uint32_t lifetime_of(const Arguments &arguments) {
         if (unit.size() == 1 && unit[0] == row.letter)
             seconds = uint64_t{number} * row.seconds;
     if (read.ec != std::errc() || seconds == 0 || seconds > INT32_MAX)
-        arguments.misuse("option '--lifetime' takes seconds, or a number with s, m, h or d behind "
-                         "it, not " +
-                         in_quotes(text));
+        arguments.misuse(text_of(Text::lifetime_takes, {in_quotes(text)}));
     return static_cast<uint32_t>(seconds);
 }
 
@@ -79,7 +78,8 @@ uid_t user_of(const Arguments &arguments) {
     const std::string name = arguments.value("user");
     const passwd *user = getpwnam(name.c_str());
     if (user == nullptr)
-        throw library_failure(QEL_ERR_UNKNOWN_USER, "cannot find user " + in_quotes(name));
+        throw library_failure(QEL_ERR_UNKNOWN_USER,
+                              text_of(Text::cannot_find_user, {in_quotes(name)}));
     return user->pw_uid;
 }
 
@@ -87,18 +87,18 @@ std::string host_of(const Arguments &arguments) {
     const std::string host = arguments.value("host", default_host);
     in_addr address;
     if (inet_pton(AF_INET, host.c_str(), &address) != 1)
-        arguments.misuse("option '--host' takes an IPv4 address, not " + in_quotes(host));
+        arguments.misuse(text_of(Text::host_takes, {in_quotes(host)}));
     return host;
 }
 
 std::string entry_text(const KeyEntry &entry) {
-    std::string text = in_quotes(entry.id) + ": usage " + usage_text(entry.usage);
+    std::string text = text_of(Text::entry_usage, {in_quotes(entry.id), usage_text(entry.usage)});
     if (entry.locked)
-        text += ", locked";
+        text += text_of(Text::entry_locked);
     if (entry.seconds_left != 0)
-        text += ", " + duration_text(entry.seconds_left) + " left";
+        text += text_of(Text::entry_left, {duration_text(entry.seconds_left)});
     if (entry.host != default_host)
-        text += ", host " + printable(entry.host);
+        text += text_of(Text::entry_host, {printable(entry.host)});
     return text;
 }
 
@@ -127,19 +127,18 @@ uint32_t usage_for(const Arguments &arguments, const QelKeyPkg &package) {
         arguments.has("usage") ? usage_named(arguments.value("usage")) : package.usage;
     if (package.usage != USAGE_SIGN_ENCRYPT && asked != package.usage)
         throw Failure{Exit::permission,
-                      "cannot log in with key package " + in_quotes(package.keypkgId),
-                      "its usage is " + usage_text(package.usage) + ", not " + usage_text(asked),
-                      "Leave '--usage' out."};
+                      text_of(Text::cannot_log_in_with_package, {in_quotes(package.keypkgId)}),
+                      text_of(Text::usage_is, {usage_text(package.usage), usage_text(asked)}),
+                      text_of(Text::leave_usage_out)};
     return asked;
 }
 
 // What the key server takes has a bound; a key of about 1600 bits reaches it.
 void check_size(std::size_t size, const std::string &id) {
     if (size > QELSERV_MAX_PRIVKEY)
-        throw Failure{Exit::input, "cannot log in with key package " + in_quotes(id),
-                      "its private key is too long for the key server, which takes " +
-                          std::to_string(QELSERV_MAX_PRIVKEY) + " bytes",
-                      "Use a key of at most 1024 bits, or give '--key' to each command."};
+        throw Failure{Exit::input, text_of(Text::cannot_log_in_with_package, {in_quotes(id)}),
+                      text_of(Text::key_too_long, {std::to_string(QELSERV_MAX_PRIVKEY)}),
+                      text_of(Text::use_short_key)};
 }
 
 // Where the package is that one logs in with: the file that is named; else your own file, or where
@@ -147,7 +146,7 @@ void check_size(std::size_t size, const std::string &id) {
 Repository login_repository(const Arguments &arguments) {
     const std::string repo = arguments.value("repo");
     if (!arguments.operands().empty() && !repo.empty())
-        arguments.misuse("'--repo' does not go with a file");
+        arguments.misuse(text_of(Text::repo_and_file));
     const std::string path =
         arguments.operands().empty() ? default_package_file() : arguments.operands().front();
     const bool file_there = access(path.c_str(), F_OK) == 0 || errno != ENOENT;
@@ -166,8 +165,7 @@ StoredPackage login_package(const Context &context, const Arguments &arguments,
         if (!arguments.has("repo") &&
             (failure.status == QEL_ERR_NO_KEYPKG || failure.status == QEL_ERR_UNKNOWN_USER ||
              failure.status == QEL_ERR_XFN))
-            failure.next = "There is no " + in_quotes(default_package_file()) +
-                           " either. Name the key package's file, or make one with 'qel keygen'.";
+            failure.next = text_of(Text::no_own_file_either, {in_quotes(default_package_file())});
         throw;
     }
 }
@@ -197,8 +195,8 @@ Exit run_login(const Arguments &arguments) {
     const std::vector<KeyEntry> present = server.entries(wanted.uid);
     const KeyEntry *same = find_entry(present, wanted);
     if (same != nullptr && !same->locked)
-        throw Failure{Exit::no, "cannot log in with key " + in_quotes(wanted.id),
-                      "you are logged in with it already", "Log out first, if it is to change.",
+        throw Failure{Exit::no, text_of(Text::cannot_log_in_with_key, {in_quotes(wanted.id)}),
+                      text_of(Text::logged_in_already), text_of(Text::log_out_first),
                       QEL_ERR_ENTRY_EXISTS};
     {
         const UnlockedPackage unlocked = unlock(context, arguments, package, source);
@@ -217,14 +215,15 @@ Exit run_login(const Arguments &arguments) {
         json["entry"] = entry_json(made);
         put_json(json);
     } else {
-        put((same != nullptr ? "unlocked " : "logged in with ") + entry_text(made) + "\n");
+        put(text_of(same != nullptr ? Text::unlocked : Text::logged_in_with, {entry_text(made)}) +
+            "\n");
     }
     return Exit::yes;
 }
 
 Exit run_logout(const Arguments &arguments) {
     if (arguments.has("all") && arguments.has("id"))
-        arguments.misuse("'--id' does not go with '--all'");
+        arguments.misuse(text_of(Text::does_not_go_with, {"id", "all"}));
     KeyEntry entry;
     entry.uid = user_of(arguments);
     const KeyServer server;
@@ -237,8 +236,9 @@ Exit run_logout(const Arguments &arguments) {
         json["id"] = arguments.has("all") ? Json(nullptr) : Json(utf8_or_latin1(entry.id));
         put_json(json);
     } else {
-        put(arguments.has("all") ? "logged out\n"
-                                 : "logged out with " + in_quotes(entry.id) + "\n");
+        put((arguments.has("all") ? text_of(Text::logged_out)
+                                  : text_of(Text::logged_out_with, {in_quotes(entry.id)})) +
+            "\n");
     }
     return Exit::yes;
 }
@@ -252,7 +252,7 @@ Exit run_lock(const Arguments &arguments) {
         json["user"] = utf8_or_latin1(user_name(entry.uid));
         put_json(json);
     } else {
-        put("locked\n");
+        put(text_of(Text::locked) + "\n");
     }
     return Exit::yes;
 }
@@ -261,17 +261,17 @@ namespace {
 
 void tell_status(const Arguments &arguments, const std::vector<KeyEntry> &entries) {
     if (entries.empty())
-        put("not logged in\n");
+        put(text_of(Text::not_logged_in) + "\n");
     for (const KeyEntry &entry : entries)
         put((arguments.has("all") ? printable(user_name(entry.uid)) + " " : "") +
-            entry_text(entry) + ", since " + utc(entry.registered) + "\n");
+            text_of(Text::entry_since, {entry_text(entry), utc(entry.registered)}) + "\n");
 }
 
 } // namespace
 
 Exit run_status(const Arguments &arguments) {
     if (arguments.has("all") && arguments.has("user"))
-        arguments.misuse("'--user' does not go with '--all'");
+        arguments.misuse(text_of(Text::does_not_go_with, {"user", "all"}));
     Json json = arguments.report();
     json["reachable"] = false;
     json["logged_in"] = false;
