@@ -4,6 +4,7 @@
 #include "command.h"
 #include "repository.h"
 #include "text.h"
+#include "texts.h"
 
 namespace tool {
 namespace {
@@ -18,7 +19,7 @@ std::vector<Certificate> stored_certificates(const Context &context, const Repos
     const QelStatus status =
         __qel_get_cert(context, repository.selector, repository.name_or_null(), &array, &count);
     if (status != QEL_OK)
-        throw store_failure(status, repository, "cannot get certificates");
+        throw store_failure(status, repository, text_of(Text::cannot_get_certificates));
     return certificates_from(context, array, count, repository.where);
 }
 
@@ -112,20 +113,20 @@ Exit run_cert_set(const Arguments &arguments) {
     const std::string repo = arguments.value("repo", "naming");
     const std::string to = arguments.value("to");
     if (repo == "file" && to.empty())
-        arguments.misuse("name the file with '--to'");
+        arguments.misuse(text_of(Text::name_file_with_to));
     Repository repository = repo == "file" ? file_to_write(arguments, to) : naming_entry(to);
     if (repo == "default" && !to.empty())
-        arguments.misuse("'--repo default' takes no '--to': the subject names the file");
+        arguments.misuse(text_of(Text::default_takes_no_to));
     const Context context;
     const Certificate certificate = one_certificate(context, arguments.operand_or_stdin());
     if (repo == "default") {
-        repository = {QEL_REPO_DEFAULT, "", "the certificate directory", true};
+        repository = {QEL_REPO_DEFAULT, "", text_of(Text::certificate_directory), true};
         check_first(context, certificate);
     }
     const QelStatus status = __qel_set_cert(context, repository.selector, repository.name_or_null(),
                                             certificate.record.get());
     if (status != QEL_OK)
-        throw change_failure(status, repository, "cannot store the certificate");
+        throw change_failure(status, repository, text_of(Text::cannot_store_certificate));
     if (arguments.json()) {
         Json json = arguments.report();
         json["repository"] = repo;
@@ -133,14 +134,15 @@ Exit run_cert_set(const Arguments &arguments) {
         json["subject"] = name_text(certificate.record->subject, Charset::utf8);
         put_json(json);
     } else
-        put("certificate of " + name_text(certificate.record->subject) + " is stored in " +
-            repository.where + "\n");
+        put(text_of(Text::certificate_stored,
+                    {name_text(certificate.record->subject), repository.where}) +
+            "\n");
     return Exit::yes;
 }
 
 Exit run_cert_remove(const Arguments &arguments) {
     if (arguments.has("cert") == arguments.has("all"))
-        arguments.misuse("say which certificate with '--cert FILE', or '--all'");
+        arguments.misuse(text_of(Text::which_certificate));
     const bool in_file = arguments.value("repo") == "file";
     const Repository repository = in_file ? file_to_write(arguments, operand(arguments))
                                           : certificates_to_read(arguments, operand(arguments));
@@ -157,12 +159,13 @@ Exit run_cert_remove(const Arguments &arguments) {
                                    certificate.record->issuer, &certificate.record->serial);
     }
     if (status != QEL_OK)
-        throw change_failure(status, repository, "cannot remove the certificate");
+        throw change_failure(status, repository, text_of(Text::cannot_remove_certificate));
     if (arguments.json())
         put_json(arguments.report());
     else
-        put(std::string(arguments.has("all") ? "the certificates are" : "the certificate is") +
-            " no longer in " + repository.where + "\n");
+        put(text_of(arguments.has("all") ? Text::certificates_removed : Text::certificate_removed,
+                    {repository.where}) +
+            "\n");
     return Exit::yes;
 }
 

@@ -19,8 +19,9 @@ std::string package_path(const Arguments &arguments) {
         return arguments.operands()[0];
     const std::string own = default_package_file();
     if (access(own.c_str(), F_OK) != 0 && errno == ENOENT)
-        throw Failure{Exit::no_key, "you have no key package", "there is no file " + in_quotes(own),
-                      "'qel keygen' makes one; or name the file.", QEL_ERR_NO_KEYPKG};
+        throw Failure{Exit::no_key, text_of(Text::no_own_package_file),
+                      text_of(Text::no_file, {in_quotes(own)}), text_of(Text::make_or_name_package),
+                      QEL_ERR_NO_KEYPKG};
     return own;
 }
 

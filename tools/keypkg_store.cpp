@@ -4,6 +4,7 @@
 #include "key_server.h"
 #include "repository.h"
 #include "text.h"
+#include "texts.h"
 
 namespace tool {
 namespace {
@@ -20,7 +21,7 @@ std::unique_ptr<Context> context_for(const Repository &repository, const std::st
 }
 
 void tell(const Arguments &arguments, const Repository &repository, const std::string &id,
-          const std::string &what) {
+          const std::string &words) {
     if (arguments.json()) {
         Json json = arguments.report();
         json["repository"] = arguments.value("repo", "naming");
@@ -29,7 +30,7 @@ void tell(const Arguments &arguments, const Repository &repository, const std::s
         json["id"] = utf8_or_latin1(id);
         put_json(json);
     } else if (arguments.value("output") != "-") { // where the package is
-        put("key package " + in_quotes(id) + " " + what + " " + repository.where + "\n");
+        put(words + "\n");
     }
 }
 
@@ -45,11 +46,12 @@ Exit run_keypkg_get(const Arguments &arguments) {
     const QelStatus status =
         __qel_get_keypkg(*context, repository.selector, repository.name_or_null(), &record);
     if (status != QEL_OK)
-        throw store_failure(status, repository, "cannot get key package " + in_quotes(id));
+        throw store_failure(status, repository, text_of(Text::cannot_get_package, {in_quotes(id)}));
     const Decoded<QelKeyPkg> package(record, ReleasePdu{*context, QEL_PDU_KeyPkg});
     store_package(arguments, output,
                   encode(*context, package.get(), QEL_PDU_KeyPkg, "the key package"), id);
-    tell(arguments, repository, id, "is in " + display_name(output) + ", from");
+    tell(arguments, repository, id,
+         text_of(Text::package_is_in, {in_quotes(id), display_name(output), repository.where}));
     return Exit::yes;
 }
 
@@ -76,15 +78,17 @@ Exit run_keypkg_set(const Arguments &arguments) {
     const StoredPackage package = read_package(reader, arguments, path);
     const QelStatus good = signature_status(reader, package);
     if (good != QEL_OK)
-        throw library_failure(good, "the signature of the key package in " + package.where,
-                              "Get the key package again, whole.");
+        throw library_failure(good, text_of(Text::signature_of_package_in, {package.where}),
+                              text_of(Text::get_package_again));
     const std::string id = package.record->keypkgId;
     const auto context = context_for(repository, id);
     const QelStatus status = __qel_set_keypkg(*context, repository.selector,
                                               repository.name_or_null(), package.record.get());
     if (status != QEL_OK)
-        throw change_failure(status, repository, "cannot store key package " + in_quotes(id));
-    tell(arguments, repository, id, "is stored in");
+        throw change_failure(status, repository,
+                             text_of(Text::cannot_store_package, {in_quotes(id)}));
+    tell(arguments, repository, id,
+         text_of(Text::package_stored, {in_quotes(id), repository.where}));
     return Exit::yes;
 }
 
@@ -95,8 +99,10 @@ Exit run_keypkg_remove(const Arguments &arguments) {
     const QelStatus status =
         __qel_remove_keypkg(*context, repository.selector, repository.name.c_str());
     if (status != QEL_OK)
-        throw change_failure(status, repository, "cannot remove key package " + in_quotes(id));
-    tell(arguments, repository, id, "is no longer in");
+        throw change_failure(status, repository,
+                             text_of(Text::cannot_remove_package, {in_quotes(id)}));
+    tell(arguments, repository, id,
+         text_of(Text::package_removed, {in_quotes(id), repository.where}));
     return Exit::yes;
 }
 

@@ -2,6 +2,7 @@
 #include "command.h"
 #include "repository.h"
 #include "text.h"
+#include "texts.h"
 
 #include <cstdlib>
 #include <unistd.h>
@@ -103,14 +104,13 @@ private:
 };
 
 Failure not_available(const std::string &why) {
-    return {Exit::naming, "the naming service is not available", why,
-            geteuid() == 0 ? "'qel naming setup' sets it up."
-                           : "The super-user sets it up with 'qel naming setup'.",
+    return {Exit::naming, text_of(Text::naming_not_available), why,
+            text_of(geteuid() == 0 ? Text::naming_setup : Text::super_user_naming_setup),
             QEL_ERR_XFN};
 }
 
-std::string count_text(unsigned count, const char *what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+std::string count_text(unsigned count, Text one, Text several) {
+    return count == 1 ? text_of(one) : text_of(several, {std::to_string(count)});
 }
 
 } // namespace
@@ -137,13 +137,17 @@ Exit run_naming_status(const Arguments &arguments) {
         if (!service.available())
             print_failure(arguments.command().name, not_available(service.problem()));
     } else if (entry.there) {
-        put("naming service: available\n" + in_quotes(user) + ": " +
-            (entry.distinguished_name.empty() ? "no distinguished name"
-                                              : printable(entry.distinguished_name)) +
-            "; " + count_text(entry.certificates, "certificate") + ", " +
-            count_text(entry.packages, "key package") + "\n");
+        put(text_of(Text::naming_available) + "\n" +
+            text_of(Text::entry_holds,
+                    {in_quotes(user),
+                     entry.distinguished_name.empty() ? text_of(Text::no_distinguished_name)
+                                                      : printable(entry.distinguished_name),
+                     count_text(entry.certificates, Text::one_certificate, Text::certificates),
+                     count_text(entry.packages, Text::one_package, Text::packages)}) +
+            "\n");
     } else {
-        put("naming service: available\n" + in_quotes(user) + ": no entry\n");
+        put(text_of(Text::naming_available) + "\n" + text_of(Text::no_entry, {in_quotes(user)}) +
+            "\n");
     }
     return !service.available() ? Exit::naming : entry.there ? Exit::yes : Exit::no;
 }
@@ -152,8 +156,9 @@ Exit run_naming_setup(const Arguments &arguments) {
     bool available = NamingService().available();
     const bool was = available;
     if (!available && geteuid() != 0)
-        throw Failure{Exit::permission, "cannot set up the naming service",
-                      "only the super-user can", "Ask whoever looks after this host.", QEL_ERR_XFN};
+        throw Failure{Exit::permission, text_of(Text::cannot_set_up_naming),
+                      text_of(Text::only_super_user), text_of(Text::ask_administrator),
+                      QEL_ERR_XFN};
     if (!available) {
         // The library's first use does it.
         QelItemList *names = nullptr;
@@ -170,7 +175,7 @@ Exit run_naming_setup(const Arguments &arguments) {
         json["changed"] = !was;
         put_json(json);
     } else {
-        put(was ? "the naming service is set up already\n" : "the naming service is set up\n");
+        put(text_of(was ? Text::naming_set_up_already : Text::naming_is_set_up) + "\n");
     }
     return Exit::yes;
 }
@@ -181,7 +186,7 @@ Exit run_naming_who(const Arguments &arguments) {
     char *normal = nullptr;
     QelStatus status = __qel_normalize_DN(context, given.c_str(), 1, &normal);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot read the name " + in_quotes(given));
+        throw library_failure(status, text_of(Text::cannot_read_name, {in_quotes(given)}));
     const std::string name = normal;
     std::free(normal);
     if (NamingService service; !service.available())
@@ -189,9 +194,9 @@ Exit run_naming_who(const Arguments &arguments) {
     char *found = nullptr;
     status = __dsv_get_user_name_given_cn_name(name.c_str(), &found);
     if (status == QEL_ERR_UNKNOWN_USER)
-        throw Failure{Exit::no, "nobody is registered as " + in_quotes(name), "", "", status};
+        throw Failure{Exit::no, text_of(Text::nobody_is, {in_quotes(name)}), "", "", status};
     if (status != QEL_OK)
-        throw library_failure(status, "cannot look up " + in_quotes(name));
+        throw library_failure(status, text_of(Text::cannot_look_up, {in_quotes(name)}));
     const std::string user = found;
     std::free(found);
     if (arguments.json()) {

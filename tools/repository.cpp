@@ -1,6 +1,7 @@
 #include "repository.h"
 
 #include "text.h"
+#include "texts.h"
 
 #include <cstdlib>
 #include <pwd.h>
@@ -11,7 +12,7 @@ namespace {
 
 Repository in_file(const Arguments &arguments, const std::string &name) {
     if (name.empty())
-        arguments.misuse("name the file");
+        arguments.misuse(text_of(Text::name_the_file));
     return {QEL_REPO_FILE, name == "-" ? "" : name, display_name(name)};
 }
 
@@ -26,13 +27,13 @@ Repository file_to_write(const Arguments &arguments, const std::string &name) {
 std::string own_login() {
     const passwd *user = getpwuid(getuid());
     if (user == nullptr)
-        throw library_failure(QEL_ERR_UNKNOWN_USER, "cannot find your login name");
+        throw library_failure(QEL_ERR_UNKNOWN_USER, text_of(Text::no_login_name));
     return user->pw_name;
 }
 
 Repository naming_entry(const std::string &user) {
     const std::string name = user.empty() ? own_login() : user;
-    return {QEL_REPO_DSV, name, "the naming service, entry " + in_quotes(name)};
+    return {QEL_REPO_DSV, name, text_of(Text::naming_entry, {in_quotes(name)})};
 }
 
 Repository packages_to_read(const Arguments &arguments, const std::string &name) {
@@ -42,9 +43,9 @@ Repository packages_to_read(const Arguments &arguments, const std::string &name)
     if (repo == "naming")
         return naming_entry(name);
     if (!name.empty())
-        arguments.misuse("'--repo " + repo + "' takes no name: it is your own");
+        arguments.misuse(text_of(Text::repo_is_own, {repo}));
     if (repo == "server")
-        return {QEL_REPO_QELSERV, "", "the key server"};
+        return {QEL_REPO_QELSERV, "", text_of(Text::the_key_server)};
     return {QEL_REPO_FILE, default_package_file(), display_name(default_package_file())};
 }
 
@@ -56,7 +57,7 @@ Repository packages_to_write(const Arguments &arguments, const std::string &name
         return packages_to_read(arguments, name);
     Repository repository = naming_entry(name);
     repository.selector = QEL_REPO_DSV_QELSERV;
-    repository.where += ", and the key server";
+    repository.where = text_of(Text::naming_entry_and_server, {in_quotes(repository.name)});
     return repository;
 }
 
@@ -64,29 +65,27 @@ Repository certificates_to_read(const Arguments &arguments, const std::string &n
     const std::string repo = arguments.value("repo", "naming");
     if (repo == "stdin") {
         if (!name.empty())
-            arguments.misuse("'--repo stdin' takes no name");
-        return {QEL_REPO_STDIN, "", "standard input"};
+            arguments.misuse(text_of(Text::repo_takes_no_name, {repo}));
+        return {QEL_REPO_STDIN, "", text_of(Text::standard_input)};
     }
     if (repo == "file")
         return in_file(arguments, name);
     if (name.empty())
-        arguments.misuse("name the subject, as in 'CN=Alice, O=Acme, C=US'");
+        arguments.misuse(text_of(Text::name_the_subject));
     if (repo == "default")
-        return {QEL_REPO_DEFAULT, name, "the certificate directory, file of " + in_quotes(name),
-                true};
-    return {QEL_REPO_DSV, name, "the naming service, subject " + in_quotes(name), true};
+        return {QEL_REPO_DEFAULT, name,
+                text_of(Text::certificate_directory_file, {in_quotes(name)}), true};
+    return {QEL_REPO_DSV, name, text_of(Text::naming_subject, {in_quotes(name)}), true};
 }
 
 Failure store_failure(QelStatus status, const Repository &repository, const std::string &what) {
-    Failure failure = library_failure(status, what + " in " + repository.where);
+    Failure failure = library_failure(status, text_of(Text::failed_in, {what, repository.where}));
     const bool naming =
         repository.selector == QEL_REPO_DSV || repository.selector == QEL_REPO_DSV_QELSERV;
     if (status == QEL_ERR_FILE_FORMAT)
-        failure.next = "The library reads files of one block of armour. 'qel keypkg show' and 'qel "
-                       "cert show' read others.";
+        failure.next = text_of(Text::one_block_only);
     if (status == QEL_ERR_XFN && geteuid() != 0)
-        failure.next = "'qel naming status' tells whether it is set up. An entry is changed by its "
-                       "own user and by the super-user.";
+        failure.next = text_of(Text::see_naming_status);
     if (status == QEL_ERR_UNKNOWN_USER && repository.by_subject)
         failure.next =
             "Nobody is registered under this name. 'qel naming status' tells under which "
@@ -105,10 +104,9 @@ Failure store_failure(QelStatus status, const Repository &repository, const std:
     if (status == QEL_ERR_OPEN_FILE && repository.selector == QEL_REPO_DEFAULT)
         failure.next = "The directory must be there; the super-user makes it, and writes there.";
     if (status == QEL_ERR_BAD_PARAM && naming)
-        failure.next = "Check the name, and that the owner is the one that is registered for the "
-                       "entry ('qel naming who' finds it).";
+        failure.next = text_of(Text::check_registered_owner);
     if (status == QEL_ERR_ENTRY_EXISTS && naming)
-        failure.next = "The same is there already, or another entry has this distinguished name.";
+        failure.next = text_of(Text::same_is_there);
     return failure;
 }
 
@@ -125,12 +123,13 @@ std::vector<StoredPackage> stored_packages(QelContext *context, const Repository
     const QelStatus status = __qel_get_keypkg_data_set(context, repository.selector,
                                                        repository.name_or_null(), &items, &count);
     if (status != QEL_OK)
-        throw store_failure(status, repository, "cannot read key packages");
+        throw store_failure(status, repository, text_of(Text::cannot_read_packages));
     std::vector<StoredPackage> packages;
     for (uint32_t i = 0; i < count; ++i) {
         StoredPackage package;
         package.where =
-            repository.where + (count > 1 ? ", package " + std::to_string(i + 1) : std::string());
+            count > 1 ? text_of(Text::package_number, {repository.where, std::to_string(i + 1)})
+                      : repository.where;
         package.bytes.assign(items[i].data, items[i].data + items[i].length);
         packages.push_back(std::move(package));
         std::free(items[i].data);
@@ -140,7 +139,7 @@ std::vector<StoredPackage> stored_packages(QelContext *context, const Repository
         QelStatus decoded = QEL_OK;
         package.record = decode<QelKeyPkg>(context, package.bytes, QEL_PDU_KeyPkg, &decoded);
         if (!package.record)
-            throw library_failure(decoded, "cannot read the key package of " + package.where);
+            throw library_failure(decoded, text_of(Text::cannot_read_package_of, {package.where}));
     }
     return packages;
 }
@@ -156,7 +155,7 @@ std::vector<Certificate> certificates_from(QelContext *context, QelCert *array, 
     for (int i = 0; i < count; ++i) {
         Certificate certificate;
         certificate.where =
-            where + (count > 1 ? ", certificate " + std::to_string(i + 1) : std::string());
+            count > 1 ? text_of(Text::certificate_number, {where, std::to_string(i + 1)}) : where;
         certificate.bytes = encode(context, &array[i], QEL_PDU_Certificate, "a certificate");
         certificate.record = decode<QelCert>(context, certificate.bytes, QEL_PDU_Certificate);
         certificates.push_back(std::move(certificate));
