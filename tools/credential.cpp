@@ -3,6 +3,7 @@
 #include "der.h"
 #include "status.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <iterator>
@@ -134,7 +135,7 @@ Context::Context(const std::string &key_id) {
 Context::Context(const std::string &key_id, const std::string &host) {
     const QelStatus status = qel_init(&context_, key_id.c_str(), host.c_str());
     if (status == QEL_ERR_GENERAL)
-        throw library_failure(QEL_ERR_SERV_CONNECT, "cannot reach the key server");
+        throw library_failure(QEL_ERR_SERV_CONNECT, text_of(Text::cannot_reach_server));
     if (status != QEL_OK)
         throw library_failure(status, "cannot set up the library");
 }
@@ -198,14 +199,13 @@ std::string unsupported_signature(const QelAlgId *algorithm) {
         if (difference == 0)
             return "";
     }
-    return "the signature algorithm " + algorithm_text(algorithm) +
-           " is not supported; only MD2 and MD5 with RSA are";
+    return text_of(Text::algorithm_unsupported, {algorithm_text(algorithm)});
 }
 
 Failure bad_item(const Input &input, const Item &item, const std::string &what, QelStatus status) {
-    const std::string name = "cannot read " + what + " from " + input.name_of(item);
+    const std::string name = text_of(Text::cannot_read_from, {what, input.name_of(item)});
     if (!item.problem.empty())
-        return {Exit::input, name, item.problem, "Get the text again, whole."};
+        return {Exit::input, name, item.problem, text_of(Text::get_text_again)};
     Failure failure = library_failure(status, name);
     if (status == QEL_ERR_ASN1_DECODE)
         failure.why += decoding_hint(item.bytes);
@@ -227,15 +227,17 @@ std::vector<Certificate> certificates_of(QelContext *context, const Input &input
         if (record)
             certificates.push_back({input.name_of(item), std::move(record), item.bytes});
         else if (!input.armoured || certificate_label(item.label))
-            failures.push_back(bad_item(input, item, "a certificate", status));
+            failures.push_back(bad_item(input, item, text_of(Text::a_certificate), status));
     }
     if (!failures.empty() && (unreadable == nullptr || certificates.empty()))
         throw failures.front();
     if (unreadable != nullptr)
         *unreadable = std::move(failures);
     if (certificates.empty())
-        throw Failure{Exit::input, "cannot find a certificate in " + display_name(input.path),
-                      labels_of(input), "Give a file that holds a certificate, DER or armoured."};
+        throw Failure{
+            Exit::input,
+            text_of(Text::cannot_find_in, {text_of(Text::a_certificate), display_name(input.path)}),
+            labels_of(input), text_of(Text::give_certificate)};
     return certificates;
 }
 
@@ -272,13 +274,13 @@ std::vector<PublicKey> public_keys_of(QelContext *context, const Input &input, K
     }
     if (!keys.empty())
         return keys;
-    const char *wanted = source == KeySource::certificate ? "a certificate" : "a public key";
+    const std::string wanted =
+        text_of(source == KeySource::certificate ? Text::a_certificate : Text::a_public_key);
     const std::string instead = what_it_is_instead(context, input);
     if (instead.empty())
         throw bad_item(input, input.items.front(), wanted, status);
-    throw Failure{Exit::input,
-                  std::string("cannot find ") + wanted + " in " + display_name(input.path), instead,
-                  "Give DER or armour of a certificate or of a SubjectPublicKeyInfo."};
+    throw Failure{Exit::input, text_of(Text::cannot_find_in, {wanted, display_name(input.path)}),
+                  instead, text_of(Text::give_public_key)};
 }
 
 std::vector<PublicKey> read_public_keys(QelContext *context, const std::string &path,
@@ -331,10 +333,8 @@ bool is_rsa_private_key(std::span<const uint8_t> bytes) {
 }
 
 Failure encrypted_key(const std::string &where, const std::string &how) {
-    return {Exit::input, "cannot use the private key in " + where,
-            "it is encrypted (" + how + "), which is not read here",
-            "Decrypt it to an unencrypted PKCS#8 file (PrivateKeyInfo) that only you can read; "
-            "'qel keypkg import' puts that under a pass phrase."};
+    return {Exit::input, text_of(Text::cannot_use_private_key, {where}),
+            text_of(Text::key_is_encrypted, {how}), text_of(Text::decrypt_key)};
 }
 
 bool take_private_key(QelContext *context, const Input &input, const Item &item, PrivateKey &key) {
@@ -343,15 +343,15 @@ bool take_private_key(QelContext *context, const Input &input, const Item &item,
     if (key.record) {
         QelOctetString &octets = key.record->privateKey;
         if (octets.length == 0)
-            throw Failure{Exit::input, "cannot use the private key in " + input.name_of(item),
-                          "its PrivateKeyInfo holds no key", "Get the key again, whole."};
+            throw Failure{Exit::input, text_of(Text::cannot_use_private_key, {input.name_of(item)}),
+                          text_of(Text::holds_no_key), text_of(Text::get_key_again)};
         key.octets.assign(octets.value, octets.value + octets.length);
         explicit_bzero(octets.value, octets.length);
         key.algorithm = key.record->privateKeyAlgorithm;
         return true;
     }
     if (item.encrypted)
-        throw encrypted_key(input.name_of(item), "its header lines say so");
+        throw encrypted_key(input.name_of(item), text_of(Text::header_says_so));
     if (item.problem.empty() && is_rsa_private_key(item.bytes)) {
         key.octets = item.bytes;
         key.algorithm = QEL_RSA_ENCR_AID;
@@ -377,11 +377,10 @@ PrivateKey read_private_key(QelContext *context, const Input &input) {
     const Item &first = input.items.front();
     if (input.armoured && first.problem.empty())
         throw Failure{
-            Exit::input, "cannot find a private key in " + display_name(input.path),
-            labels_of(input),
-            "Give a key package, or an unencrypted PKCS#8 private key (PrivateKeyInfo), DER "
-            "or armoured."};
-    throw bad_item(input, first, "a private key", QEL_ERR_ASN1_DECODE);
+            Exit::input,
+            text_of(Text::cannot_find_in, {text_of(Text::a_private_key), display_name(input.path)}),
+            labels_of(input), text_of(Text::give_private_key)};
+    throw bad_item(input, first, text_of(Text::a_private_key), QEL_ERR_ASN1_DECODE);
 }
 
 Bytes public_part(std::span<const uint8_t> private_key) {

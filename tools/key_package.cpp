@@ -1,6 +1,7 @@
 #include "key_package.h"
 
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <array>
@@ -30,7 +31,7 @@ void check(QelStatus status, const char *what) {
 }
 
 std::string in_words(const StoredPackage &package) {
-    return "the key package " + in_quotes(package.record->keypkgId) + " in " + package.where;
+    return text_of(Text::package_in, {in_quotes(package.record->keypkgId), package.where});
 }
 
 // ---- Derivation --------------------------------------------------------------------------------
@@ -262,21 +263,19 @@ namespace {
 void check_cost(QelContext *context, const Arguments &arguments, const StoredPackage &package) {
     const Protection protection = protection_of(context, *package.record);
     const uint64_t most = arguments.number("max-iterations", most_iterations, 1, UINT32_MAX);
-    const std::string what = "cannot unlock " + in_words(package);
+    const std::string what = text_of(Text::cannot_unlock, {in_words(package)});
     if (!protection.readable)
-        throw Failure{Exit::input, what, "its private key is encrypted in an unknown way",
-                      "Get the key package again, whole."};
+        throw Failure{Exit::input, what, text_of(Text::encrypted_unknown_way),
+                      text_of(Text::get_package_again)};
     if (protection.salt_length % 2 != 0)
         throw Failure{Exit::input, what,
-                      "its salt has " + std::to_string(protection.salt_length) +
-                          " bytes, an odd number",
-                      "Get the key package again, whole."};
+                      text_of(Text::odd_salt, {std::to_string(protection.salt_length)}),
+                      text_of(Text::get_package_again)};
     if (protection.iterations > most)
         throw Failure{Exit::input, what,
-                      "its pass phrase takes " + std::to_string(protection.iterations) +
-                          " iterations, more than " + std::to_string(most),
-                      "If you trust who made it, allow the work with '--max-iterations " +
-                          std::to_string(protection.iterations) + "'."};
+                      text_of(Text::too_many_iterations,
+                              {std::to_string(protection.iterations), std::to_string(most)}),
+                      text_of(Text::allow_iterations, {std::to_string(protection.iterations)})};
 }
 
 } // namespace
@@ -291,18 +290,18 @@ QelStatus signature_status(QelContext *context, const StoredPackage &package) {
 
 UnlockedPackage unlock(QelContext *context, const Arguments &arguments,
                        const StoredPackage &package, const PassPhraseSource &source) {
-    const std::string what = "cannot unlock " + in_words(package);
+    const std::string what = text_of(Text::cannot_unlock, {in_words(package)});
     QelStatus status = signature_status(context, package);
     if (status != QEL_OK) {
-        Failure failure = library_failure(status, what, "Get the key package again, whole.");
+        Failure failure = library_failure(status, what, text_of(Text::get_package_again));
         failure.exit = verdict_exit(status) == Exit::no ? Exit::input : failure.exit;
         throw failure;
     }
     check_cost(context, arguments, package);
     UnlockedPackage unlocked = validate(context, package.bytes, source.read(), status);
     if (status == QEL_ERR_DECRYPT || status == QEL_ERR_ASN1_DECODE)
-        throw Failure{Exit::pass_phrase, what, "the pass phrase is wrong",
-                      "Try again with the right pass phrase.", status};
+        throw Failure{Exit::pass_phrase, what, text_of(Text::phrase_is_wrong),
+                      text_of(Text::try_right_phrase), status};
     if (status != QEL_OK) {
         Failure failure = library_failure(status, what);
         failure.exit = verdict_exit(status) == Exit::no ? Exit::input : failure.exit;
@@ -355,9 +354,9 @@ PrivateKey read_private_key(QelContext *context, const Arguments &arguments,
         choose_package(arguments, display_name(path), std::move(packages));
     const uint32_t usage = package.record->usage;
     if (use != any_use && usage != USAGE_SIGN_ENCRYPT && usage != use)
-        throw Failure{Exit::permission, "cannot use " + in_words(package),
-                      std::string("its usage is ") + usage_text(usage) + ", not " + usage_text(use),
-                      "Use another key package."};
+        throw Failure{Exit::permission, text_of(Text::cannot_use, {in_words(package)}),
+                      text_of(Text::usage_is, {usage_text(usage), usage_text(use)}),
+                      text_of(Text::use_another_package)};
     return private_key_of(context, unlock(context, arguments, package, source));
 }
 

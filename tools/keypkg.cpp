@@ -68,7 +68,7 @@ Json trusted_json(QelContext *context, const QelTrustedKey &key) {
 }
 
 std::string named(const StoredPackage &package) {
-    return package.where + ": key package " + in_quotes(package.record->keypkgId);
+    return text_of(Text::package_named, {package.where, in_quotes(package.record->keypkgId)});
 }
 
 std::string package_text(QelContext *context, const StoredPackage &package) {

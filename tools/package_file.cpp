@@ -3,6 +3,7 @@
 #include "file_lock.h"
 #include "key_package.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -36,9 +37,8 @@ std::string default_package_file() {
         buffer.resize(buffer.size() * 2);
     if (found == nullptr)
         throw library_failure(QEL_ERR_UNKNOWN_USER,
-                              "cannot tell your key-package file (user " +
-                                  std::to_string(getuid()) + ")",
-                              "Name the file.");
+                              text_of(Text::cannot_tell_own_file, {std::to_string(getuid())}),
+                              text_of(Text::name_the_file_too));
     const std::string home = std::string(found->pw_dir) + "/";
     const std::string name = std::string(found->pw_name) + "." + package_label;
     return !is_there(home + name) && is_there(home + "." + name) ? home + "." + name : home + name;
@@ -56,7 +56,7 @@ std::vector<StoredPackage> packages_of(QelContext *context, const Input &input) 
         if (record)
             packages.push_back({input.name_of(item), item.bytes, std::move(record)});
         else if (item.label == package_label)
-            throw bad_item(input, item, "a key package", status);
+            throw bad_item(input, item, text_of(Text::a_key_package), status);
     }
     return packages;
 }
@@ -65,10 +65,13 @@ std::vector<StoredPackage> read_packages(QelContext *context, const std::string 
     const Input input = read_input(path);
     std::vector<StoredPackage> packages = packages_of(context, input);
     if (packages.empty() && !input.armoured)
-        throw bad_item(input, input.items.front(), "a key package", QEL_ERR_ASN1_DECODE);
+        throw bad_item(input, input.items.front(), text_of(Text::a_key_package),
+                       QEL_ERR_ASN1_DECODE);
     if (packages.empty())
-        throw Failure{Exit::input, "cannot find a key package in " + display_name(path),
-                      "it holds other things", "'qel dearmor --list' names them."};
+        throw Failure{
+            Exit::input,
+            text_of(Text::cannot_find_in, {text_of(Text::a_key_package), display_name(path)}),
+            text_of(Text::holds_other_things), text_of(Text::list_blocks)};
     return packages;
 }
 
@@ -84,18 +87,15 @@ StoredPackage choose_package(const Arguments &arguments, const std::string &wher
         ids += (ids.empty() ? "" : ", ") + in_quotes(package.record->keypkgId);
     if (!arguments.has("id")) {
         if (packages.size() > 1)
-            arguments.misuse(where +
-                             " holds several key packages: choose with '--id' "
-                             "from " +
-                             ids);
+            arguments.misuse(text_of(Text::several_packages, {where, ids}));
         return std::move(packages.front());
     }
     const std::string id = arguments.value("id");
     for (StoredPackage &package : packages)
         if (id == package.record->keypkgId)
             return std::move(package);
-    throw Failure{Exit::no_key, "cannot find key package " + in_quotes(id) + " in " + where,
-                  "it holds " + ids, "Check the identifier.", QEL_ERR_NO_KEYPKG};
+    throw Failure{Exit::no_key, text_of(Text::no_package_in, {in_quotes(id), where}),
+                  text_of(Text::holds, {ids}), text_of(Text::check_identifier), QEL_ERR_NO_KEYPKG};
 }
 
 // ---- Storing -----------------------------------------------------------------------------------
@@ -133,10 +133,9 @@ Bytes with_package_added(const Arguments &arguments, const std::string &path,
         if (id != present.record->keypkgId)
             continue;
         if (!arguments.has("force"))
-            throw Failure{Exit::output, "cannot add to " + display_name(path),
-                          "it holds a key package " + in_quotes(id) + " already",
-                          "Choose another '--id', or '--force' to replace that one.",
-                          QEL_ERR_ENTRY_EXISTS};
+            throw Failure{Exit::output, text_of(Text::cannot_add_to, {display_name(path)}),
+                          text_of(Text::holds_package_already, {in_quotes(id)}),
+                          text_of(Text::id_or_force), QEL_ERR_ENTRY_EXISTS};
         for (const Item &item : input.items)
             if (item.bytes == present.bytes)
                 return with_item(contents, input, item, package);
@@ -158,11 +157,9 @@ void check_place(const Arguments &arguments, const std::string &path) {
         return std::string_view(option.name) == "add";
     });
     if (path != "-" && !arguments.has("force") && !arguments.has("add") && is_there(path))
-        throw Failure{Exit::output, "cannot write " + display_name(path),
-                      "it exists, and what it holds would be lost",
-                      std::string("Give another '--output'") +
-                          (knows_add ? ", '--add' to keep what it holds" : "") +
-                          ", or '--force' to replace it."};
+        throw Failure{Exit::output, text_of(Text::cannot_write, {display_name(path)}),
+                      text_of(Text::exists),
+                      text_of(knows_add ? Text::output_add_or_force : Text::output_or_force)};
 }
 
 void store_package(const Arguments &arguments, const std::string &path,
@@ -183,8 +180,8 @@ void replace_package(const std::string &path, std::span<const uint8_t> old_packa
         if (std::equal(item.bytes.begin(), item.bytes.end(), old_package.begin(),
                        old_package.end()))
             return write_file(path, with_item(contents, input, item, package), changed_in_place);
-    throw Failure{Exit::output, "cannot write " + display_name(path),
-                  "it was changed by someone else meanwhile", "Begin again."};
+    throw Failure{Exit::output, text_of(Text::cannot_write, {display_name(path)}),
+                  text_of(Text::changed_meanwhile), text_of(Text::begin_again)};
 }
 
 } // namespace tool

@@ -6,6 +6,7 @@
 #include "command.h"
 #include "key_package.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <cstring>
@@ -41,7 +42,7 @@ std::vector<Request> requests_of(QelContext *context, const Input &input) {
         if (request.pkcs10 || request.browser)
             requests.push_back(std::move(request));
         else if (item.label.find("REQUEST") != item.label.npos)
-            throw bad_item(input, item, "a request", status);
+            throw bad_item(input, item, text_of(Text::a_request), status);
     }
     return requests;
 }
@@ -50,7 +51,7 @@ std::vector<Request> read_requests(QelContext *context, const std::string &path)
     const Input input = read_request_input(path);
     std::vector<Request> requests = requests_of(context, input);
     if (requests.empty() && !input.armoured)
-        throw bad_item(input, input.items.front(), "a request", QEL_ERR_ASN1_DECODE);
+        throw bad_item(input, input.items.front(), text_of(Text::a_request), QEL_ERR_ASN1_DECODE);
     if (requests.empty())
         throw Failure{Exit::input, "cannot find a request in " + display_name(path),
                       "it holds other things", "'qel dearmor --list' names them."};

@@ -77,7 +77,7 @@ Bytes read_signature(const Context &context, const std::string &path) {
     std::optional<Text> other;
     for (const Item &item : input.items) {
         if (!item.problem.empty())
-            throw bad_item(input, item, "the signature", QEL_ERR_FROM_RFC1421);
+            throw bad_item(input, item, text_of(Text::the_signature), QEL_ERR_FROM_RFC1421);
         const std::optional<Text> what = other_than_signature(context, item);
         if (!what)
             return item.bytes;

@@ -2,6 +2,7 @@
 
 #include "der.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 
@@ -141,7 +142,7 @@ SignedMessage read_message(QelContext *context, const std::string &path) {
     SignedMessage message;
     for (const Item &item : input.items) {
         if (!item.problem.empty())
-            throw bad_item(input, item, "the message", QEL_ERR_FROM_RFC1421);
+            throw bad_item(input, item, text_of(Text::the_message), QEL_ERR_FROM_RFC1421);
         message.data = signed_data_in(context, item);
         if (!message.data)
             continue;

@@ -4,7 +4,6 @@
 #include "key_package.h"
 #include "repository.h"
 #include "text.h"
-#include "texts.h"
 
 namespace tool {
 namespace {
@@ -30,7 +29,7 @@ std::string trust_words(QelContext *context, const QelCert *certificate,
 }
 
 std::string signature_words(QelStatus status) {
-    return status == QEL_OK ? text_of(Text::signature_good) : status_words(status);
+    return status == QEL_OK ? "signature good" : status_words(status);
 }
 
 // An array of certificates side by side, as the library takes a chain; the records stay the
