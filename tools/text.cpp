@@ -1,5 +1,6 @@
 #include "text.h"
 
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -123,12 +124,14 @@ void read_locale() {
 }
 
 std::string in_users_language(MessageSet set, int message, const char *otherwise) {
+    const int error = errno; // a caller may have yet to tell of it
     const nl_catd catalogue = catopen("qelcat", 0);
     const bool found = catalogue != reinterpret_cast<nl_catd>(-1);
     const std::string text =
         found ? catgets(catalogue, static_cast<int>(set), message, otherwise) : otherwise;
     if (found)
         catclose(catalogue);
+    errno = error;
     return text;
 }
 

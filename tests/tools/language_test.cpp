@@ -43,8 +43,8 @@ const LanguageCase kCases[] = {
      "qel: digest: unbekannte oder mehrdeutige Option '--to={1}{2}'\n'qel help digest' sagt"},
     {"a failure for programs, and the system's part of it",
      "de_DE.UTF-8",
-     {"digest", "--json", "/none"},
-     "\"cannot open '/none'\",\n    \"why\": \"No such file"},
+     {"digest", "--json", "/"},
+     "\"cannot read '/'\",\n    \"why\": \"Is a directory\""},
 };
 
 TEST(Language, IsTheUsersWhereTheTerminalShowsIt) {
