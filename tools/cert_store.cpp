@@ -181,11 +181,10 @@ Exit run_cert_chain(const Arguments &arguments) {
         qel_get_cert_chain(context, certificate.record.get(),
                            trusted.empty() ? nullptr : names.data(), 0, &chain, &count);
     if (status != QEL_OK)
-        throw library_failure(status,
-                              "cannot build a chain for the certificate of " +
-                                  name_text(certificate.record->subject),
-                              "The certificates of every issuer come from the naming service: 'qel "
-                              "cert verify --establish --explain' tells what is met there.");
+        throw library_failure(
+            status, text_of(Text::cannot_build_chain, {name_text(certificate.record->subject)}),
+            "The certificates of every issuer come from the naming service: 'qel "
+            "cert verify --establish --explain' tells what is met there.");
     const std::vector<Certificate> certificates =
         certificates_from(context, chain, count, "the chain");
     if (arguments.has("output"))
