@@ -2,7 +2,6 @@
 #include "tools/run.h"
 
 #include <map>
-#include <regex>
 
 namespace {
 
@@ -90,14 +89,12 @@ TEST(Language, MeaningsAndAdviceAreTheSameInProgramAndCatalogue) {
 
 TEST(Language, WordsAreTheSameInProgramAndCatalogue) {
     std::map<int, std::string> texts;
-    std::istringstream source(text_of(read_file(QEL_SOURCE "/tools/texts.inc")));
-    for (std::string line; std::getline(source, line);) {
-        std::smatch row;
-        if (std::regex_match(line, row, std::regex("TEXT\\((\\d+), \\w+, \"(.*)\"\\)")))
-            EXPECT_TRUE(texts.emplace(std::stoi(row[1]), row[2]).second) << line << " comes twice";
-        else
-            EXPECT_TRUE(line.empty() || line.starts_with("//")) << line;
-    }
+    const auto add = [&](int number, const char *english) {
+        EXPECT_TRUE(texts.emplace(number, english).second) << number << " comes twice";
+    };
+#define TEXT(number, name, english) add(number, english);
+#include "../../tools/texts.inc"
+#undef TEXT
     EXPECT_EQ(english_messages("4"), texts);
 }
 
