@@ -128,13 +128,8 @@ QelStatus try_to_store(QelContext *context, const char *name, const uint8_t *enc
 // Of two who store a package of one identifier at once, the second replaces that of the first.
 QelStatus store_in_naming_service(QelContext *context, const char *name, const uint8_t *encoding,
                                   uint32_t length) {
-    bool overtaken = false;
-    QelStatus status = try_to_store(context, name, encoding, length, &overtaken);
-    for (int attempt = 1; overtaken && attempt < most_attempts; ++attempt) {
-        pause_before(attempt);
-        status = try_to_store(context, name, encoding, length, &overtaken);
-    }
-    return status;
+    return until_first(
+        [=](bool *overtaken) { return try_to_store(context, name, encoding, length, overtaken); });
 }
 
 // A user who is logged in goes on with the new key package.

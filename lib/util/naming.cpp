@@ -27,7 +27,10 @@ constexpr AttributeRow attributes[] = {
     {key_packages_attribute, "fn_attr_syntax_binary", QEL_ERR_NO_KEYPKG},
 };
 
-constexpr int longest_pause = 16; // milliseconds
+constexpr int64_t per_second = 1'000'000'000;
+constexpr int64_t patience = 10 * per_second;
+constexpr int64_t pause_growth = 1'000'000;
+constexpr unsigned most_growth = 16;
 
 constexpr unsigned follow_links = 1;
 
@@ -164,6 +167,28 @@ bool apply(const Change &change, FN_attribute_t *attribute) {
     return change.value.contents == nullptr || fn_attribute_remove(attribute, &change.value) != 0;
 }
 
+unsigned write_attribute(const Entry &entry, unsigned operation, const FN_attribute_t *attribute) {
+    fn_attr_modify(entry.context, entry.name.get(), operation, attribute, follow_links,
+                   entry.status.get());
+    return fn_status_code(entry.status.get());
+}
+
+// Has the provider do the change, whatever is stored by now. FN_E_ATTR_CHANGED: it has no such operation.
+unsigned change_what_is_stored(const Entry &entry, const Change &change) {
+    if (change.known != nullptr || change.kind == NamingChange::replace ||
+        find_row(change.attribute) == nullptr)
+        return FN_E_ATTR_CHANGED;
+    const Attribute values(dsv_get_attribute(change.attribute,
+                                             static_cast<const uint8_t *>(change.value.contents),
+                                             static_cast<uint32_t>(change.value.length)));
+    if (values == nullptr)
+        return FN_E_INSUFFICIENT_RESOURCES;
+    if (change.kind == NamingChange::add)
+        return write_attribute(entry, FN_ATTR_OP_ADD_VALUES, values.get());
+    const bool all = change.value.contents == nullptr;
+    return write_attribute(entry, all ? FN_ATTR_OP_REMOVE : FN_ATTR_OP_REMOVE_VALUES, values.get());
+}
+
 // Reads, changes and writes. *overtaken: someone else has written in between, and nothing was.
 QelStatus change_once(const Entry &entry, const Change &change, bool *overtaken) {
     *overtaken = false;
@@ -178,10 +203,10 @@ QelStatus change_once(const Entry &entry, const Change &change, bool *overtaken)
         return QEL_ERR_NO_MEMORY;
     const bool nothing_left =
         change.value.contents == nullptr || fn_attribute_valuecount(attribute.get()) == 0;
-    fn_attr_modify(entry.context, entry.name.get(),
-                   nothing_left ? FN_ATTR_OP_REMOVE : FN_ATTR_OP_ADD, attribute.get(), follow_links,
-                   entry.status.get());
-    const unsigned code = fn_status_code(entry.status.get());
+    unsigned code =
+        write_attribute(entry, nothing_left ? FN_ATTR_OP_REMOVE : FN_ATTR_OP_ADD, attribute.get());
+    if (code == FN_E_ATTR_CHANGED)
+        code = change_what_is_stored(entry, change);
     *overtaken = code == FN_E_ATTR_CHANGED;
     return code == FN_SUCCESS ? QEL_OK : QEL_ERR_XFN;
 }
@@ -298,20 +323,27 @@ QelStatus try_to_register(const char *name, const char *dn, bool *overtaken) {
 }
 
 QelStatus register_dn(const char *name, const char *dn) {
-    bool overtaken = false;
-    QelStatus status = try_to_register(name, dn, &overtaken);
-    for (int attempt = 1; overtaken && attempt < most_attempts; ++attempt) {
-        pause_before(attempt);
-        status = try_to_register(name, dn, &overtaken);
-    }
-    return status;
+    return until_first([=](bool *overtaken) { return try_to_register(name, dn, overtaken); });
+}
+
+int64_t now() {
+    timespec time = {};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return time.tv_sec * per_second + time.tv_nsec;
 }
 
 } // namespace
 
-void pause_before(int attempt) {
-    const timespec pause = {0, std::min(attempt, longest_pause) * 1000000L};
+Attempts::Attempts() : end_(now() + patience) {}
+
+bool Attempts::another() {
+    const int64_t time = now();
+    if (time >= end_)
+        return false;
+    count_ = std::min(count_ + 1, most_growth);
+    const timespec pause = {0, static_cast<long>(time % (count_ * pause_growth))};
     nanosleep(&pause, nullptr);
+    return true;
 }
 
 FN_attribute_t *dsv_get_attribute(const char *attribute, const uint8_t *value, uint32_t length) {
@@ -416,19 +448,13 @@ QelStatus dsv_modify_attribute(const char *name, const char *attribute, NamingCh
     if (dsv_get_dsv_type(name) == NameKind::full && is_dn(attribute))
         return QEL_OK;
     Entry entry;
-    QelStatus status = find_entry(name, &entry);
+    const QelStatus status = find_entry(name, &entry);
     if (status != QEL_OK)
         return status;
     const bool replaces = kind == NamingChange::replace;
     const Change change = {attribute, kind, value_of(value, length),
                            replaces ? value_of(old_value, old_length) : FN_attrvalue_t{}, nullptr};
-    bool overtaken = true;
-    for (int attempt = 0; overtaken && attempt < most_attempts; ++attempt) {
-        if (attempt != 0)
-            pause_before(attempt);
-        status = change_once(entry, change, &overtaken);
-    }
-    return status;
+    return until_first([&](bool *overtaken) { return change_once(entry, change, overtaken); });
 }
 
 QelStatus dsv_add_attribute(const char *name, const char *attribute, const uint8_t *value,

@@ -165,7 +165,10 @@ QelStatus dsv_put_key_pkg(const char *name, std::span<const QelDataSetItem>,
                           : naming_remove(name, &NamingEntry::packages, old->data, old->length);
 }
 
-void pause_before(int) {}
+Attempts::Attempts() : end_(0) {}
+bool Attempts::another() {
+    return true;
+}
 
 QelStatus dsv_delete_key_pkg(const char *name, const uint8_t *value, uint32_t length) {
     return naming_remove(name, &NamingEntry::packages, value, length);

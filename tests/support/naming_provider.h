@@ -281,10 +281,18 @@ int fn_attr_modify(FN_ctx_t *context, const FN_composite_name_t *name, unsigned 
     if (attribute->expected.has_value() && *attribute->expected != version)
         return 0;
     status->code = FN_SUCCESS;
-    if (operation == FN_ATTR_OP_REMOVE)
+    std::vector<std::string> values = attribute->values;
+    if (operation == FN_ATTR_OP_ADD_VALUES || operation == FN_ATTR_OP_REMOVE_VALUES) {
+        values = (*entry)[attribute->identifier].values;
+        for (const std::string &value : attribute->values)
+            std::erase(values, value);
+        if (operation == FN_ATTR_OP_ADD_VALUES)
+            values.insert(values.end(), attribute->values.begin(), attribute->values.end());
+    }
+    if (operation == FN_ATTR_OP_REMOVE || values.empty())
         entry->erase(attribute->identifier);
     else
-        provider::write(context->path, name->text, attribute->identifier, attribute->values);
+        provider::write(context->path, name->text, attribute->identifier, values);
     return 1;
 }
 

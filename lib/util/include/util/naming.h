@@ -33,9 +33,10 @@ QelStatus dsv_get_keys_given_user_name(const char *name, QelItemList **list_out,
 
 enum class NamingChange { add = 1, replace = 2, remove = 3 };
 
-// Changes one value of an attribute. Between reading and writing nobody else's change is lost: when
-// there was one, both are done again. An attribute left without values is removed. The distinguished
-// name of a full name is not changed, with success.
+// Changes one value of an attribute. Between reading and writing nobody else's change is lost: where
+// there was one, a value is added to or removed from what is stored by then, in one step, and replacing
+// begins again. An attribute left without values is removed. The distinguished name of a full name is
+// not changed, with success.
 //   value         null, for removing only: all values. It may have no bytes.
 //   old_value     what replacing removes, after value was added: where the two are the same, none is
 //                 left. It need not be there.
@@ -66,10 +67,26 @@ QelStatus dsv_put_key_pkg(const char *name, std::span<const QelDataSetItem> know
                           const QelDataSetItem *old, const uint8_t *value, uint32_t length,
                           bool *overtaken);
 
-// Between two of the attempts at a change that others were faster with; there are most_attempts, the
-// first is 0.
-inline constexpr int most_attempts = 100; // about a second and a half in all
-void pause_before(int attempt);
+// Attempts at a change that others are faster with: pauses that grow, out of step with those of others, for
+// ten seconds in all, as long as a store waits for its lock.
+class Attempts {
+public:
+    Attempts();
+    bool another(); // after a pause; false: it has been long enough
+
+private:
+    int64_t end_;
+    unsigned count_ = 0;
+};
+
+// Does what says whether it was overtaken until it was not.
+template <class Attempt> QelStatus until_first(const Attempt &attempt) {
+    bool overtaken = false;
+    QelStatus status = attempt(&overtaken);
+    for (Attempts attempts; overtaken && attempts.another();)
+        status = attempt(&overtaken);
+    return status;
+}
 
 // Adds credentials to the entry of a name: its distinguished name, unless that is there, then the
 // certificate, then the key package, up to the first failure.
