@@ -21,3 +21,4 @@ ldd "$qel" | grep -F "$scratch/moved/$3/../$4/libqel.so.1" >/dev/null || {
 }
 test -r "$scratch/moved/share/man/man1/qel.1"
 test -r "$scratch/moved/share/locale/de/LC_MESSAGES/qelcat" # as glibc looks for it
+test -r "$scratch/moved/lib/tmpfiles.d/qel.conf"
