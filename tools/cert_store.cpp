@@ -50,7 +50,7 @@ void show_all(const Arguments &arguments, const Context &context,
 
 void check_room(const Arguments &arguments, const std::string &output) {
     if (output == "-" && arguments.json())
-        arguments.misuse("standard output has no room for certificates beside JSON");
+        arguments.misuse(text_of(Text::no_room_for_certificates));
 }
 
 // The library takes a file of one certificate only: a second would make both unreadable.
@@ -64,11 +64,11 @@ void check_first(QelContext *context, const Certificate &certificate) {
     const QelStatus status = __qel_get_cert(context, QEL_REPO_DEFAULT, subject, &present, &count);
     qel_free_cert_list(&present, count);
     if (status == QEL_OK || status == QEL_ERR_FILE_FORMAT)
-        throw Failure{Exit::no, "cannot store the certificate in the certificate directory",
-                      "the file of " + in_quotes(subject) +
-                          " is there already, and with a second certificate none could be read",
-                      "Remove that file first, if this one is to take its place.",
-                      QEL_ERR_ENTRY_EXISTS};
+        throw Failure{Exit::no,
+                      text_of(Text::failed_in, {text_of(Text::cannot_store_certificate),
+                                                text_of(Text::certificate_directory)}),
+                      text_of(Text::subjects_file_is_there, {in_quotes(subject)}),
+                      text_of(Text::remove_file_first), QEL_ERR_ENTRY_EXISTS};
 }
 
 // A file that goes holds certificates, and nothing that cannot be had again.
@@ -78,9 +78,8 @@ void check_file_to_lose(QelContext *context, const std::string &path) {
     certificates_of(context, input, &unreadable);
     for (const Item &item : input.items)
         if (is_secret(context, item))
-            throw Failure{Exit::output, "cannot remove " + in_quotes(path),
-                          "it also holds a private key or key package, which would be lost",
-                          "Remove the file yourself, if that is meant."};
+            throw Failure{Exit::output, text_of(Text::cannot_remove, {in_quotes(path)}),
+                          text_of(Text::also_holds_key), text_of(Text::remove_yourself)};
 }
 
 // The first certificate of a file.
@@ -183,10 +182,9 @@ Exit run_cert_chain(const Arguments &arguments) {
     if (status != QEL_OK)
         throw library_failure(
             status, text_of(Text::cannot_build_chain, {name_text(certificate.record->subject)}),
-            "The certificates of every issuer come from the naming service: 'qel "
-            "cert verify --establish --explain' tells what is met there.");
+            text_of(Text::chain_from_naming));
     const std::vector<Certificate> certificates =
-        certificates_from(context, chain, count, "the chain");
+        certificates_from(context, chain, count, text_of(Text::the_chain));
     if (arguments.has("output"))
         write_file(arguments.value("output"), armoured_all(certificates));
     if (!arguments.has("output") || arguments.json())

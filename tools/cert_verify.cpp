@@ -163,12 +163,11 @@ Exit verify_to_trusted_key(const Arguments &arguments) {
         arguments.misuse(text_of(Text::name_trust));
     for (const char *option : {"issuer", "signature-only"})
         if (arguments.has(option))
-            arguments.misuse(std::string("'--") + option +
-                             "' does not go with '--chain' or '--establish'");
+            arguments.misuse(text_of(Text::excluded_by_chain, {option}));
     if (arguments.has("allowed") && arguments.has("chain"))
-        arguments.misuse("'--allowed' needs '--establish'");
+        arguments.misuse(text_of(Text::needs_option, {"allowed", "establish"}));
     if (arguments.operands().size() > 1 && arguments.has("establish"))
-        arguments.misuse("'--establish' takes one certificate; several files are a '--chain'");
+        arguments.misuse(text_of(Text::establish_takes_one));
     std::vector<std::string> inputs = arguments.operands();
     for (const std::string &path : arguments.values("trust"))
         inputs.push_back(path);
@@ -193,8 +192,7 @@ Exit verify_to_trusted_key(const Arguments &arguments) {
         lines = supplied ? explain_chain(context, chain, trusted)
                          : explain_search(context, chain[0], trusted, allowed);
     if (!supplied && certificates.size() > 1)
-        lines.push_back("only the first of " + std::to_string(certificates.size()) +
-                        " certificates in the file was looked at");
+        lines.push_back(text_of(Text::only_first_of, {std::to_string(certificates.size())}));
     if (arguments.json()) {
         Json json = chain_json(arguments, verdict);
         json["explanation"] = lines;

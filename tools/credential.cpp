@@ -37,10 +37,10 @@ bool certificate_label(const std::string &label) {
 
 // "it holds CERTIFICATE, RSA PRIVATE KEY"
 std::string labels_of(const Input &input) {
-    std::string text;
+    std::string labels;
     for (const Item &item : input.items)
-        text += (text.empty() ? "it holds " : ", ") + escaped(item.label);
-    return text;
+        labels += (labels.empty() ? "" : ", ") + escaped(item.label);
+    return labels.empty() ? "" : text_of(Text::holds, {labels});
 }
 
 template <class T>
@@ -80,11 +80,10 @@ std::string decoding_hint(std::span<const uint8_t> bytes) {
         return "";
     const std::size_t there = bytes.size() - header.size;
     if (header.length > there)
-        return "; it is cut: " + std::to_string(header.length - there) + " bytes are missing";
+        return text_of(Text::is_cut, {std::to_string(header.length - there)});
     if (header.length < there)
-        return "; " + std::to_string(there - header.length) + " bytes follow the value";
-    return has_generalized_time(bytes) ? "; its validity is in GeneralizedTime, which is not read"
-                                       : "";
+        return text_of(Text::more_follows, {std::to_string(there - header.length)});
+    return has_generalized_time(bytes) ? text_of(Text::generalized_time) : "";
 }
 
 // An RSAPublicKey (PKCS#1) is two integers; a SubjectPublicKeyInfo is put around it.
@@ -109,11 +108,11 @@ Bytes in_key_info(std::span<const uint8_t> key) {
 std::string what_it_is_instead(QelContext *context, const Input &input) {
     for (const Item &item : input.items) {
         if (decodes(context, item, QEL_PDU_Certificate))
-            return "it holds a certificate: give it with the option for certificates";
+            return text_of(Text::give_as_certificate);
         if (decodes(context, item, QEL_PDU_SubjectPublicKeyInfo))
-            return "it holds a bare public key: give it with the option for keys";
+            return text_of(Text::give_as_key);
         if (decodes(context, item, QEL_PDU_PrivateKeyInfo) || contains(item.label, "PRIVATE KEY"))
-            return "it holds a private key, and the public one is needed";
+            return text_of(Text::public_key_needed);
     }
     return input.armoured ? labels_of(input) : "";
 }
@@ -123,13 +122,13 @@ std::string what_it_is_instead(QelContext *context, const Input &input) {
 Context::Context() {
     const QelStatus status = __qel_init(&context_, nullptr, nullptr);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot set up the library");
+        throw library_failure(status, text_of(Text::cannot_set_up_library));
 }
 
 Context::Context(const std::string &key_id) {
     const QelStatus status = __qel_init(&context_, key_id.c_str(), nullptr);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot set up the library");
+        throw library_failure(status, text_of(Text::cannot_set_up_library));
 }
 
 Context::Context(const std::string &key_id, const std::string &host) {
@@ -137,7 +136,7 @@ Context::Context(const std::string &key_id, const std::string &host) {
     if (status == QEL_ERR_GENERAL)
         throw library_failure(QEL_ERR_SERV_CONNECT, text_of(Text::cannot_reach_server));
     if (status != QEL_OK)
-        throw library_failure(status, "cannot set up the library");
+        throw library_failure(status, text_of(Text::cannot_set_up_library));
 }
 
 const Algorithm &algorithm_named(const std::string &name) {

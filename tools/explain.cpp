@@ -46,8 +46,8 @@ Exit run_explain(const Arguments &arguments) {
             continue;
         }
         json["unknown"].push_back(utf8_or_latin1(code));
-        outcome.fail({Exit::no, "there is no status " + in_quotes(code), "",
-                      "'qel explain' lists them all, 0 to 55."});
+        outcome.fail({Exit::no, text_of(Text::no_such_status, {in_quotes(code)}), "",
+                      text_of(Text::lists_statuses)});
     }
     if (arguments.json())
         put_json(json);

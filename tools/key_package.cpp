@@ -156,8 +156,8 @@ void prove(QelContext *context, const Bytes &package, const PassPhrase &phrase,
     QelStatus status = QEL_OK;
     const UnlockedPackage unlocked = validate(context, package, phrase, status);
     if (status == QEL_ERR_VERIFY)
-        throw Failure{Exit::input, what, "the numbers of the key do not belong together",
-                      "Get the key again from where it came.", status};
+        throw Failure{Exit::input, what, text_of(Text::numbers_do_not_belong),
+                      text_of(Text::get_key_from_source), status};
     check(status, what.c_str());
     if (unlocked.private_key != private_key)
         throw Failure{Exit::internal, what, "it holds another key", "Nothing was written."};

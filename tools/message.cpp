@@ -163,7 +163,8 @@ SignerVerdict verify_plain(const Arguments &arguments, QelContext *context,
     verdict.content.assign(data, data + length);
     const Charset charset = charset_of(arguments);
     const std::string capitals = take_text(signer, charset);
-    verdict.chain = subjects(certificates_from(context, chain, count, "the chain"), charset);
+    verdict.chain =
+        subjects(certificates_from(context, chain, count, text_of(Text::the_chain)), charset);
     verdict.signer = verdict.chain.empty() ? capitals : verdict.chain[0];
     if (expired != nullptr)
         verdict.expired = name_text(expired->subject, charset);
@@ -220,9 +221,8 @@ void add_own_trusted_keys(QelContext *context, TrustedKeys &trusted) {
     const Decoded<QelKeyPkg> owner(package, ReleasePdu{context, QEL_PDU_KeyPkg});
     trusted.add_keys_of(*package);
     if (trusted.list() == nullptr)
-        throw Failure{
-            Exit::no, "cannot tell which keys you trust", "the list of your key package is empty",
-            "'qel trust add' enters keys; or name a file of certificates with '--trust'."};
+        throw Failure{Exit::no, text_of(Text::cannot_tell_trust), text_of(Text::own_list_is_empty),
+                      text_of(Text::add_keys_or_trust)};
 }
 
 std::vector<SignerVerdict> verify_all(const Arguments &arguments, const Context &context,
@@ -384,7 +384,7 @@ Exit run_message_show(const Arguments &arguments) {
     const std::string path = arguments.operand_or_stdin();
     const std::string output = arguments.value("output");
     if (output == "-" && arguments.json())
-        arguments.misuse("standard output has no room for data beside JSON");
+        arguments.misuse(text_of(Text::no_room_beside_json));
     const Context context;
     const SignedMessage message = read_message(context, path);
     if (arguments.has("output"))

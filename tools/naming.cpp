@@ -61,7 +61,7 @@ public:
     }
     bool available() const { return users_ != nullptr; }
     std::string problem() const {
-        return access(presence_file, F_OK) != 0 ? "it was never set up on this host"
+        return access(presence_file, F_OK) != 0 ? text_of(Text::never_set_up)
                                                 : description(status_.get());
     }
 

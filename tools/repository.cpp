@@ -20,7 +20,7 @@ Repository in_file(const Arguments &arguments, const std::string &name) {
 
 Repository file_to_write(const Arguments &arguments, const std::string &name) {
     if (name == "-")
-        arguments.misuse("'-' is no file that keeps anything: name the file");
+        arguments.misuse(text_of(Text::dash_keeps_nothing));
     return in_file(arguments, name);
 }
 
@@ -87,22 +87,19 @@ Failure store_failure(QelStatus status, const Repository &repository, const std:
     if (status == QEL_ERR_XFN && geteuid() != 0)
         failure.next = text_of(Text::see_naming_status);
     if (status == QEL_ERR_UNKNOWN_USER && repository.by_subject)
-        failure.next =
-            "Nobody is registered under this name. 'qel naming status' tells under which "
-            "name a user is.";
+        failure.next = text_of(Text::nobody_under_name);
     if (status == QEL_ERR_GENERAL && naming && repository.by_subject) {
         failure.exit = Exit::input;
-        failure.next = "A certificate of another subject is there, so that none is taken. 'qel "
-                       "naming who' tells whose entry it is.";
+        failure.next = text_of(Text::anothers_certificate);
     }
     if (status == QEL_ERR_GENERAL && repository.selector == QEL_REPO_FILE) {
         failure.exit = Exit::output;
-        failure.next = "The file could not be deleted: check the permissions of its folder.";
+        failure.next = text_of(Text::file_not_deleted);
     }
     if (status == QEL_ERR_BAD_PARAM && repository.selector == QEL_REPO_DEFAULT)
-        failure.next = "Check the name; one with a slash has no file there.";
+        failure.next = text_of(Text::name_with_slash);
     if (status == QEL_ERR_OPEN_FILE && repository.selector == QEL_REPO_DEFAULT)
-        failure.next = "The directory must be there; the super-user makes it, and writes there.";
+        failure.next = text_of(Text::directory_must_be_there);
     if (status == QEL_ERR_BAD_PARAM && naming)
         failure.next = text_of(Text::check_registered_owner);
     if (status == QEL_ERR_ENTRY_EXISTS && naming)

@@ -53,8 +53,9 @@ std::vector<Request> read_requests(QelContext *context, const std::string &path)
     if (requests.empty() && !input.armoured)
         throw bad_item(input, input.items.front(), text_of(Text::a_request), QEL_ERR_ASN1_DECODE);
     if (requests.empty())
-        throw Failure{Exit::input, "cannot find a request in " + display_name(path),
-                      "it holds other things", "'qel dearmor --list' names them."};
+        throw Failure{Exit::input,
+                      text_of(Text::cannot_find_in, {text_of(Text::a_request), display_name(path)}),
+                      text_of(Text::holds_other_things), text_of(Text::list_blocks)};
     return requests;
 }
 
@@ -88,13 +89,13 @@ KeyOwner key_owner(const Arguments &arguments, UsableKey key) {
     else
         owner.own_key = public_key_of(*owner.key.context, owner.key.key);
     if (!owner.registered && !owner.own_key)
-        throw Failure{Exit::input, "cannot use " + owner.key.where, "it holds no RSA key",
-                      "Give an RSA key or a key package with '--key'."};
+        throw Failure{Exit::input, text_of(Text::cannot_use, {owner.key.where}),
+                      text_of(Text::holds_no_rsa_key), text_of(Text::give_rsa_key)};
     if (arguments.has("subject"))
         owner.subject =
             read_name(*owner.key.context, arguments.value("subject"), "the subject's name");
     else if (owner.package() == nullptr)
-        arguments.misuse("'--subject' is needed: " + owner.key.where + " does not name its owner");
+        arguments.misuse(text_of(Text::subject_is_needed, {owner.key.where}));
     return owner;
 }
 
@@ -139,12 +140,12 @@ Bytes make_request(const KeyOwner &owner, const Algorithm &algorithm,
                                           *algorithm.signature);
     const LibraryBytes signature(request.signature.value);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot sign the request with " + owner.key.where);
+        throw library_failure(status, text_of(Text::cannot_sign_request, {owner.key.where}));
     status = __qel_verify_certreq(context, &request, request.pubKeyInfo);
     if (status != QEL_OK)
-        throw Failure{Exit::input, "cannot make a request with " + owner.key.where,
-                      "the numbers of the key do not belong together",
-                      "Get the key again from where it came.", status};
+        throw Failure{Exit::input, text_of(Text::cannot_make_request, {owner.key.where}),
+                      text_of(Text::numbers_do_not_belong), text_of(Text::get_key_from_source),
+                      status};
     return encode(context, &request, QEL_PDU_CertificationRequest, "the request");
 }
 
@@ -180,8 +181,9 @@ Exit run_request_new(const Arguments &arguments) {
             json["hex"] = hex(request);
         put_json(json);
     } else if (output != "-") {
-        put(display_name(output) + ": request of " + name_text(owner.name()) + ", " +
-            algorithm.signature_name + "\n");
+        put(text_of(Text::request_made,
+                    {display_name(output), name_text(owner.name()), algorithm.signature_name}) +
+            "\n");
     }
     return Exit::yes;
 }
@@ -308,16 +310,15 @@ Exit run_request_verify(const Arguments &arguments) {
                                         {"notes", notes}});
             continue;
         }
-        put(request.where + ": " +
-            (yes ? std::string("verified, ") + algorithm_text(request.algorithm())
-                 : "NOT verified: " + status_words(status)) +
+        put((yes ? text_of(Text::verified_by, {request.where, algorithm_text(request.algorithm())})
+                 : text_of(Text::not_verified, {request.where, status_words(status)})) +
             "\n");
         for (const std::string &note : notes)
             put("  " + note + "\n");
         if (!yes)
             print_failure(
                 arguments.command().name,
-                library_failure(status, "the signature of the request in " + request.where));
+                library_failure(status, text_of(Text::signature_of_request, {request.where})));
     }
     if (arguments.json())
         put_json(json);

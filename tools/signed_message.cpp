@@ -40,8 +40,9 @@ void take_content(QelContext *context, SignedMessage &message) {
     const auto octets = decode<QelOctetString>(
         context, {inner.content->value, inner.content->length}, QEL_PDU_OctetString);
     if (!octets)
-        throw library_failure(QEL_ERR_ASN1_DECODE, "cannot read the content of " + message.where,
-                              "Only content of octets is supported.");
+        throw library_failure(QEL_ERR_ASN1_DECODE,
+                              text_of(Text::cannot_read_content, {message.where}),
+                              text_of(Text::octets_only));
     message.content.assign(octets->value, octets->value + octets->length);
 }
 
@@ -119,12 +120,12 @@ std::string attributes_fault(QelContext *context, const SignedMessage &message,
     const auto type = only_value(signer.authenticatedAttributes, content_type_arcs);
     const Bytes expected = encoded_oid(context, message.data->contentInfo->contentType);
     if (!type || !std::equal(type->begin(), type->end(), expected.begin(), expected.end()))
-        return "its authenticated attributes do not name the type of this content";
+        return text_of(Text::attributes_other_type);
     const auto value = only_value(signer.authenticatedAttributes, message_digest_arcs);
     Bytes octets;
     append_element(octets, 0x04, digest);
     if (!value || !std::equal(value->begin(), value->end(), octets.begin(), octets.end()))
-        return "its authenticated attributes hold another digest than this content's";
+        return text_of(Text::attributes_other_digest);
     return "";
 }
 
@@ -151,10 +152,10 @@ SignedMessage read_message(QelContext *context, const std::string &path) {
         break;
     }
     if (!message.data)
-        throw Failure{Exit::input, "cannot find a signed message in " + display_name(path),
-                      "nothing in it is PKCS#7 signed data",
-                      "Give the message that 'qel message sign' wrote, or another in DER, BER or "
-                      "armour."};
+        throw Failure{
+            Exit::input,
+            text_of(Text::cannot_find_in, {text_of(Text::a_signed_message), display_name(path)}),
+            text_of(Text::nothing_is_signed), text_of(Text::give_message)};
     take_content(context, message);
     for (const QelCertChoices *node = message.data->certs; node != nullptr; node = node->next)
         if (node->cert->choice == QEL_CERT_PLAIN)
@@ -202,8 +203,7 @@ QelStatus verify_signer(QelContext *context, const SignedMessage &message,
                         std::span<const uint8_t> content, std::string &why) {
     const Algorithm *algorithm = digest_algorithm(signer);
     if (algorithm == nullptr) {
-        why = "its digest algorithm is " + algorithm_text(signer.digestAlgorithm) +
-              "; only MD2 and MD5 are supported";
+        why = text_of(Text::digest_unsupported, {algorithm_text(signer.digestAlgorithm)});
         return QEL_ERR_UNSUPPORTED_ALG;
     }
     Bytes digest = digest_of(context, content, *algorithm);

@@ -18,7 +18,7 @@ constexpr const char *english_of(Text text) {
 
 } // namespace
 
-std::string text_of(Text text, std::initializer_list<std::string> values) {
+std::string text_of(Text text, const std::vector<std::string> &values) {
     const std::string pattern =
         in_users_language(MessageSet::words, static_cast<int>(text), english_of(text));
     std::string result;
@@ -27,7 +27,7 @@ std::string text_of(Text text, std::initializer_list<std::string> values) {
                                  pattern[at + 1] >= '1' && pattern[at + 2] == '}';
         const auto index = placeholder ? static_cast<std::size_t>(pattern[at + 1] - '1') : 0;
         if (placeholder && index < values.size()) {
-            result += values.begin()[index];
+            result += values[index];
             at += 2;
         } else {
             result += pattern[at];

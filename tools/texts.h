@@ -2,8 +2,8 @@
 #ifndef TOOLS_TEXTS_H
 #define TOOLS_TEXTS_H
 
-#include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace tool {
 
@@ -16,7 +16,7 @@ enum class Text {
 
 // The text, in English where the catalogue lacks it. {1} stands for the first of values, and so on;
 // what stands in a value stays as it is.
-std::string text_of(Text text, std::initializer_list<std::string> values = {});
+std::string text_of(Text text, const std::vector<std::string> &values = {});
 
 } // namespace tool
 

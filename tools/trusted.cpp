@@ -4,6 +4,7 @@
 #include "key_package.h"
 #include "repository.h"
 #include "text.h"
+#include "texts.h"
 
 namespace tool {
 namespace {
@@ -22,14 +23,22 @@ std::string subject_of(const QelCert *certificate) {
     return in_quotes(name_text(certificate->subject));
 }
 
-std::string trust_words(QelContext *context, const QelCert *certificate,
-                        const TrustedKeys &trusted) {
+// Whether the certificate is a trusted key: one text of two, the status as the last of their values.
+std::string trust_words(QelContext *context, const QelCert *certificate, const TrustedKeys &trusted,
+                        Text yes, Text no, std::vector<std::string> values) {
     const QelStatus status = __qel_is_trusted_key(context, trusted.list(), certificate);
-    return status == QEL_OK ? "is a trusted key" : "is no trusted key: " + status_words(status);
+    values.push_back(status_words(status));
+    return text_of(status == QEL_OK ? yes : no, values);
+}
+
+std::string trust_line(QelContext *context, const QelCert *certificate,
+                       const TrustedKeys &trusted) {
+    return trust_words(context, certificate, trusted, Text::is_trusted, Text::is_not_trusted,
+                       {subject_of(certificate)});
 }
 
 std::string signature_words(QelStatus status) {
-    return status == QEL_OK ? "signature good" : status_words(status);
+    return status == QEL_OK ? text_of(Text::signature_good) : status_words(status);
 }
 
 // An array of certificates side by side, as the library takes a chain; the records stay the
@@ -63,7 +72,7 @@ TrustedKeys::~TrustedKeys() {
 void TrustedKeys::add(const QelTrustedKey &key) {
     const QelStatus status = __qel_add_trusted_key(context_, &key, &list_);
     if (status != QEL_OK && status != QEL_ERR_ENTRY_EXISTS)
-        throw library_failure(status, "cannot take a trusted key");
+        throw library_failure(status, text_of(Text::cannot_take_trusted_key));
 }
 
 void TrustedKeys::add_keys_of(const QelKeyPkg &package) {
@@ -77,13 +86,12 @@ void TrustedKeys::add_file(const std::string &path) {
     for (const StoredPackage &package : packages) {
         const QelStatus status = signature_status(context_, package);
         if (status != QEL_OK)
-            throw library_failure(status, "the signature of the key package in " + package.where);
+            throw library_failure(status, text_of(Text::signature_of_package_in, {package.where}));
         add_keys_of(*package.record);
     }
     if (list_ == nullptr && !packages.empty())
-        throw Failure{Exit::no, "cannot take trusted keys from " + display_name(path),
-                      "the list of its key package is empty",
-                      "'qel trust add' enters keys; or name a file of certificates."};
+        throw Failure{Exit::no, text_of(Text::cannot_take_trusted_keys, {display_name(path)}),
+                      text_of(Text::list_is_empty), text_of(Text::add_keys_or_file)};
     if (!packages.empty())
         return;
     for (const Certificate &certificate : certificates_of(context_, input)) {
@@ -126,7 +134,7 @@ ChainVerdict establish_chain(QelContext *context, const QelCert *certificate,
                                                allowed.empty() ? nullptr : names.data(), 0,
                                                &expired, &chain, &count);
     verdict.expired = taken_subject(expired, charset);
-    verdict.chain = certificates_from(context, chain, count, "the chain");
+    verdict.chain = certificates_from(context, chain, count, text_of(Text::the_chain));
     return verdict;
 }
 
@@ -135,15 +143,15 @@ std::vector<std::string> explain_chain(QelContext *context,
                                        const TrustedKeys &trusted) {
     std::vector<std::string> lines;
     if (chain.size() == 1)
-        return {subject_of(chain[0]) + " stands alone, so that its signature does not count; it " +
-                trust_words(context, chain[0], trusted)};
+        return {trust_words(context, chain[0], trusted, Text::alone_trusted,
+                            Text::alone_not_trusted, {subject_of(chain[0])})};
     for (std::size_t i = 1; i < chain.size(); ++i) {
         const QelStatus status = qel_verify_cert(context, chain[i - 1], chain[i]->pubKeyInfo);
-        lines.push_back(subject_of(chain[i - 1]) + " under the key of " + subject_of(chain[i]) +
-                        ": " + signature_words(status));
+        lines.push_back(text_of(Text::under_key_of, {subject_of(chain[i - 1]), subject_of(chain[i]),
+                                                     signature_words(status)}));
         if (status != QEL_OK && status != QEL_ERR_KEY_EXPIRED)
             return lines;
-        lines.push_back(subject_of(chain[i]) + " " + trust_words(context, chain[i], trusted));
+        lines.push_back(trust_line(context, chain[i], trusted));
         if (__qel_is_trusted_key(context, trusted.list(), chain[i]) == QEL_OK)
             return lines;
     }
@@ -164,7 +172,7 @@ public:
     bool visit(const QelCert *certificate, unsigned depth) {
         indent_ = std::string(2 * std::size_t{depth}, ' ');
         if (depth > most_depth || lines.size() > most_lines) {
-            say("and so on");
+            say(text_of(Text::and_so_on));
             ended_ = true;
             return false;
         }
@@ -187,12 +195,13 @@ private:
 
     bool visit_root(const QelCert *certificate) {
         if (!is_allowed(certificate->subject)) {
-            say(subject_of(certificate) + " is self-signed and not among the allowed names");
+            say(text_of(Text::root_not_among_allowed, {subject_of(certificate)}));
             return false;
         }
         const QelStatus status = qel_verify_cert(context_, certificate, certificate->pubKeyInfo);
-        say(subject_of(certificate) + " under its own key: " + signature_words(status) + "; it " +
-            trust_words(context_, certificate, trusted_));
+        say(trust_words(context_, certificate, trusted_, Text::own_key_trusted,
+                        Text::own_key_not_trusted,
+                        {subject_of(certificate), signature_words(status)}));
         return (status == QEL_OK || status == QEL_ERR_KEY_EXPIRED) &&
                __qel_is_trusted_key(context_, trusted_.list(), certificate) == QEL_OK;
     }
@@ -206,29 +215,29 @@ private:
         if (status == QEL_OK)
             status = qel_get_cert(context_, name, &found.first, &found.count);
         if (status != QEL_OK) {
-            say("no certificates of " + in_quotes(issuer) + ": " + status_words(status));
+            say(text_of(Text::no_certificates_of, {in_quotes(issuer), status_words(status)}));
             return false;
         }
         for (int i = 0; i < found.count; ++i) {
             const QelCert *candidate = &found.first[i];
             indent_ = std::string(2 * std::size_t{depth}, ' ');
             status = qel_verify_cert(context_, certificate, candidate->pubKeyInfo);
-            const std::string which = "candidate " + std::to_string(i + 1) + " of " +
-                                      std::to_string(found.count) + ", serial number " +
-                                      hex({candidate->serial.value, candidate->serial.length});
-            say(subject_of(certificate) + " under the key of " + subject_of(candidate) + ", " +
-                which + ": " + signature_words(status));
+            say(text_of(Text::under_candidate,
+                        {subject_of(certificate), subject_of(candidate), std::to_string(i + 1),
+                         std::to_string(found.count),
+                         hex({candidate->serial.value, candidate->serial.length}),
+                         signature_words(status)}));
             if (status != QEL_OK && status != QEL_ERR_KEY_EXPIRED) {
-                say("this ends the search");
+                say(text_of(Text::ends_search));
                 ended_ = true;
                 return false;
             }
             if (is_allowed(candidate->subject)) {
-                say(subject_of(candidate) + " " + trust_words(context_, candidate, trusted_));
+                say(trust_line(context_, candidate, trusted_));
                 if (__qel_is_trusted_key(context_, trusted_.list(), candidate) == QEL_OK)
                     return true;
             } else {
-                say(subject_of(candidate) + " is not among the allowed names");
+                say(text_of(Text::not_among_allowed, {subject_of(candidate)}));
             }
             if (visit(candidate, depth + 1))
                 return true;
