@@ -56,6 +56,7 @@ build() {
     cmake --build --preset "$preset" "$@" -- --quiet
 }
 
+export CCACHE_SLOPPINESS=${CCACHE_SLOPPINESS:-pch_defines,time_macros} # takes precompiled headers
 export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 install_packages
 unpack_packages

@@ -18,6 +18,8 @@
 #include <unistd.h>
 #include <utility>
 
+template class nlohmann::basic_json<nlohmann::ordered_map>;
+
 namespace tool {
 namespace {
 

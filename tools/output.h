@@ -11,6 +11,8 @@
 
 #include <qel/qel.h>
 
+extern template class nlohmann::basic_json<nlohmann::ordered_map>; // in output.cpp
+
 namespace tool {
 
 struct Failure;
