@@ -1,5 +1,5 @@
-// command.h: what a command is. Every command is a row of the table in commands.cpp; the parser,
-// help, completion and the manual pages read nothing else.
+// command.h: what a command is. Every command is a row of a table in commands/, and commands.cpp
+// joins these tables; the parser, help, completion and the manual pages read nothing else.
 #ifndef TOOLS_COMMAND_H
 #define TOOLS_COMMAND_H
 
