@@ -1,5 +1,7 @@
 #include "words.h"
 
+#include "support/arguments.h"
+
 #include <qellogin/session.h>
 
 #include <gtest/gtest.h>
@@ -90,14 +92,10 @@ private:
             shutdown(ends_[1], SHUT_RDWR);
             return;
         }
-        Words reply;
-        reply.word(word_at(call, 0)).word(1).word(0).word(0).word(0).word(0);
-        reply.bytes.insert(reply.bytes.end(), result->bytes.begin(), result->bytes.end());
-        Words record;
-        record.word(0x80000000 | static_cast<uint32_t>(reply.bytes.size()));
-        record.bytes.insert(record.bytes.end(), reply.bytes.begin(), reply.bytes.end());
-        EXPECT_EQ(send(ends_[1], record.bytes.data(), record.bytes.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(record.bytes.size()));
+        const Bytes reply = Words(word_at(call, 0), 1, 0, 0, 0, 0, *result).bytes;
+        const Bytes record = Words(0x80000000 | static_cast<uint32_t>(reply.size())).bytes + reply;
+        EXPECT_EQ(send(ends_[1], record.data(), record.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(record.size()));
     }
 
     QelContext *context_;
@@ -122,17 +120,14 @@ struct Row {
 };
 
 TEST_F(Session, rpc_stat) {
-    const auto state = [](uint32_t status) {
-        return Words().word(1).word(status).text("me").text("10.1.2.3").word(0).word(1).word(7);
-    };
+    const auto state = [](uint32_t status) { return Words(1, status, "me", "10.1.2.3", 0, 1, 7); };
     const Row rows[] = {
-        {"registered", state(0).word(0), QEL_OK},
-        {"not registered", state(8).word(0), QEL_ERR_NOT_LOGGED_IN},
-        {"another status counts as registered", state(1).word(0), QEL_OK},
-        {"no element counts as registered", Words().word(0), QEL_OK},
-        {"the first element decides",
-         state(0).word(1).word(8).text("").text("").word(0).word(0).word(0).word(0), QEL_OK},
-        {"a cut answer", Words().word(1).word(0), QEL_ERR_SERV_STAT},
+        {"registered", Words(state(0), 0), QEL_OK},
+        {"not registered", Words(state(8), 0), QEL_ERR_NOT_LOGGED_IN},
+        {"another status counts as registered", Words(state(1), 0), QEL_OK},
+        {"no element counts as registered", Words(0), QEL_OK},
+        {"the first element decides", Words(state(0), 1, 8, "", "", 0, 0, 0, 0), QEL_OK},
+        {"a cut answer", Words(1, 0), QEL_ERR_SERV_STAT},
         {"the server is gone", std::nullopt, QEL_ERR_SERV_STAT},
     };
     for (const Row &row : rows) {
@@ -140,16 +135,15 @@ TEST_F(Session, rpc_stat) {
         OneAnswer server(context, row.answer);
         EXPECT_EQ(__qel_rpc_stat(context), row.status);
         EXPECT_EQ(server.procedure(), 3U);
-        EXPECT_EQ(to_hex(server.argument()),
-                  to_hex(Words().word(0).text("me").text("10.1.2.3").word(0).bytes));
+        EXPECT_EQ(to_hex(server.argument()), to_hex(Words(0, "me", "10.1.2.3", 0).bytes));
     }
 }
 
 TEST_F(Session, save_key) {
     const Row rows[] = {
-        {"done", Words().word(0), QEL_OK},
-        {"exists", Words().word(9), QEL_ERR_ENTRY_EXISTS},
-        {"refused", Words().word(2), QEL_ERR_LOGIN},
+        {"done", Words(0), QEL_OK},
+        {"exists", Words(9), QEL_ERR_ENTRY_EXISTS},
+        {"refused", Words(2), QEL_ERR_LOGIN},
         {"the server is gone", std::nullopt, QEL_ERR_LOGIN},
     };
     const Bytes package = {1, 2, 3};
@@ -161,22 +155,13 @@ TEST_F(Session, save_key) {
                                            package.data(), 1, package.data(), 3),
                   row.status);
         EXPECT_EQ(server.procedure(), 1U);
-        EXPECT_EQ(to_hex(server.argument()), to_hex(Words()
-                                                        .text("me")
-                                                        .word(1)
-                                                        .word(77)
-                                                        .word(0)
-                                                        .text("10.1.2.3")
-                                                        .word(5)
-                                                        .word(2)
-                                                        .array({1, 2})
-                                                        .array({1})
-                                                        .array(package)
-                                                        .bytes));
+        EXPECT_EQ(
+            to_hex(server.argument()),
+            to_hex(Words("me", 1, 77, 0, "10.1.2.3", 5, 2, Bytes{1, 2}, Bytes{1}, package).bytes));
     }
     {
         SCOPED_TRACE("the length of a certificate that is not there");
-        OneAnswer server(context, Words().word(0));
+        OneAnswer server(context, Words(0));
         EXPECT_EQ(
             __qel_save_key_under_uid(context, nullptr, 0, 0, nullptr, 0, nullptr, 5, nullptr, 0),
             QEL_OK);
@@ -184,44 +169,37 @@ TEST_F(Session, save_key) {
     {
         SCOPED_TRACE("a field beyond its bound is not begun");
         const Bytes long_package(65537);
-        OneAnswer server(context, Words().word(0));
+        OneAnswer server(context, Words(0));
         EXPECT_EQ(__qel_save_key_under_uid(context, nullptr, 0, 0, package.data(), 3, nullptr, 0,
                                            long_package.data(), 65537),
                   QEL_ERR_LOGIN);
         EXPECT_TRUE(server.is_silent());
     }
     const uint8_t byte = 0;
-    for (const QelStatus status :
-         {__qel_save_key_under_uid(nullptr, nullptr, 0, 0, nullptr, 0, nullptr, 0, nullptr, 0),
-          __qel_save_key_under_uid(context, nullptr, 0, 0, nullptr, 0, &byte, 1, nullptr, 0),
-          __qel_save_key_under_uid(context, nullptr, 0, 0, &byte, 0, nullptr, 0, nullptr, 0),
-          __qel_save_key_under_uid(context, nullptr, 0, 0, nullptr, 1, nullptr, 0, nullptr, 0),
-          __qel_save_key_under_uid(context, nullptr, 0, 0, nullptr, 0, nullptr, 0, &byte, 0),
-          __qel_save_key_under_uid(context, nullptr, 0, 0, nullptr, 0, nullptr, 0, nullptr, 1)})
-        EXPECT_EQ(status, QEL_ERR_BAD_PARAM);
+    const auto save = [&](const uint8_t *key, uint32_t key_length, const uint8_t *certificate,
+                          const uint8_t *of_package, uint32_t package_length) {
+        return __qel_save_key_under_uid(context, nullptr, 0, 0, key, key_length, certificate,
+                                        certificate != nullptr ? 1 : 0, of_package, package_length);
+    };
+    EXPECT_EQ(save(nullptr, 0, &byte, nullptr, 0), QEL_ERR_BAD_PARAM)
+        << "nothing but a certificate";
+    EXPECT_EQ(save(&byte, 0, nullptr, nullptr, 0), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(save(nullptr, 1, nullptr, nullptr, 0), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(save(nullptr, 0, nullptr, &byte, 0), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(save(nullptr, 0, nullptr, nullptr, 1), QEL_ERR_BAD_PARAM);
 }
 
 TEST_F(Session, withdrawal_names_the_user) {
-    struct UserRow {
+    const struct {
         const char *name;
         uint32_t uid;
-    };
-    for (const UserRow &row : {UserRow{"10.0.0.5", getuid()}, UserRow{"root", 0}}) {
+    } rows[] = {{"10.0.0.5", getuid()}, {"root", 0}};
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
-        OneAnswer server(context, Words().word(2)); // refused, which does not count
+        OneAnswer server(context, Words(2)); // refused, which does not count
         EXPECT_EQ(withdraw_key_from_qelserv(context, row.name), QEL_OK);
-        EXPECT_EQ(to_hex(server.argument()), to_hex(Words()
-                                                        .text("me")
-                                                        .word(1)
-                                                        .word(row.uid)
-                                                        .word(0)
-                                                        .text("10.1.2.3")
-                                                        .word(0)
-                                                        .word(0)
-                                                        .word(0)
-                                                        .word(0)
-                                                        .word(0)
-                                                        .bytes));
+        EXPECT_EQ(to_hex(server.argument()),
+                  to_hex(Words("me", 1, row.uid, 0, "10.1.2.3", 0, 0, 0, 0, 0).bytes));
     }
     EXPECT_EQ(withdraw_key_from_qelserv(context, "no such user"), QEL_ERR_UNKNOWN_USER);
     EXPECT_EQ(withdraw_key_from_qelserv(context, nullptr), QEL_ERR_BAD_PARAM);
@@ -229,11 +207,11 @@ TEST_F(Session, withdrawal_names_the_user) {
 
 TEST_F(Session, packages) {
     const Row rows[] = {
-        {"two", Words().word(1).word(0).array({1, 2}).word(1).word(0).array({3}).word(0), QEL_OK},
-        {"no key", Words().word(1).word(1).word(0).word(0), QEL_ERR_NOT_LOGGED_IN},
-        {"not logged in", Words().word(1).word(8).word(0).word(0), QEL_ERR_NOT_LOGGED_IN},
-        {"refused", Words().word(1).word(2).word(0).word(0), QEL_ERR_NO_KEYPKG},
-        {"no element", Words().word(0), QEL_ERR_GENERAL},
+        {"two", Words(1, 0, Bytes{1, 2}, 1, 0, Bytes{3}, 0), QEL_OK},
+        {"no key", Words(1, 1, 0, 0), QEL_ERR_NOT_LOGGED_IN},
+        {"not logged in", Words(1, 8, 0, 0), QEL_ERR_NOT_LOGGED_IN},
+        {"refused", Words(1, 2, 0, 0), QEL_ERR_NO_KEYPKG},
+        {"no element", Words(0), QEL_ERR_GENERAL},
         {"the server is gone", std::nullopt, QEL_ERR_GENERAL},
     };
     for (const Row &row : rows) {
@@ -243,7 +221,7 @@ TEST_F(Session, packages) {
         uint32_t count = 7;
         EXPECT_EQ(__qel_get_qelserv_keypkg(context, nullptr, &list, &count), row.status);
         EXPECT_EQ(server.procedure(), 7U);
-        EXPECT_EQ(to_hex(server.argument()), to_hex(Words().text("me").text("10.1.2.3").bytes));
+        EXPECT_EQ(to_hex(server.argument()), to_hex(Words("me", "10.1.2.3").bytes));
         EXPECT_EQ(count, row.status == QEL_OK ? 2U : 0U);
         if (row.status == QEL_OK) {
             EXPECT_EQ(to_hex(static_cast<uint8_t *>(list->data), list->length), "0102");
@@ -253,23 +231,24 @@ TEST_F(Session, packages) {
     }
 }
 
-struct CryptKind {
-    decltype(rpc_sign) *call;
-    uint32_t procedure;
-    QelStatus refusal;
-};
-
 TEST_F(Session, sign_and_unwrap) {
     const uint8_t data[] = {9, 8};
     const uint32_t length = sizeof data;
-    for (const CryptKind &kind :
-         {CryptKind{rpc_sign, 5, QEL_ERR_SERV_SIGN}, {rpc_unwrap, 4, QEL_ERR_SERV_DECRYPT}}) {
+    const Bytes asked =
+        Words(0, 0, 0, "me", "10.1.2.3", from_hex("300d06092a864886f70d0101010500"), Bytes{9, 8})
+            .bytes;
+    const struct {
+        decltype(rpc_sign) *call;
+        uint32_t procedure;
+        QelStatus refusal;
+    } kinds[] = {{rpc_sign, 5, QEL_ERR_SERV_SIGN}, {rpc_unwrap, 4, QEL_ERR_SERV_DECRYPT}};
+    for (const auto &kind : kinds) {
+        const Words three_bytes(1, 0, Bytes{1, 2, 3});
         const Row rows[] = {
-            {"done", Words().word(1).word(0).array({1, 2, 3}), QEL_OK},
-            {"refused", Words().word(1).word(8).word(0), kind.refusal},
-            {"no element", Words().word(0), kind.refusal},
-            {"packed bytes", Words().word(1).word(0).packed({1, 2, 3, 4, 5, 6, 7, 8}),
-             kind.refusal},
+            {"done", three_bytes, QEL_OK},
+            {"refused", Words(1, 8, 0), kind.refusal},
+            {"no element", Words(0), kind.refusal},
+            {"packed bytes", Words(1, 0).packed({1, 2, 3, 4, 5, 6, 7, 8}), kind.refusal},
             {"the server is gone", std::nullopt, kind.refusal},
         };
         for (const Row &row : rows) {
@@ -281,20 +260,11 @@ TEST_F(Session, sign_and_unwrap) {
                       row.status);
             const qel::Owned<uint8_t> owned(result);
             EXPECT_EQ(server.procedure(), kind.procedure);
-            const Bytes rsa_encryption = from_hex("300d06092a864886f70d0101010500");
-            EXPECT_EQ(to_hex(server.argument()), to_hex(Words()
-                                                            .word(0)
-                                                            .word(0)
-                                                            .word(0)
-                                                            .text("me")
-                                                            .text("10.1.2.3")
-                                                            .array(rsa_encryption)
-                                                            .array({9, 8})
-                                                            .bytes));
+            EXPECT_EQ(to_hex(server.argument()), to_hex(asked));
             EXPECT_EQ(to_hex(result, result_length), row.status == QEL_OK ? "010203" : "");
         }
-        for (uint32_t capacity : {2, 3, 4}) {
-            OneAnswer server(context, rows[0].answer);
+        for (const uint32_t capacity : {2, 3, 4}) {
+            OneAnswer server(context, three_bytes);
             uint8_t buffer[4] = {};
             uint8_t *result = buffer;
             uint32_t result_length = capacity;
@@ -305,42 +275,28 @@ TEST_F(Session, sign_and_unwrap) {
     }
 }
 
-TEST_F(Session, without_a_key_server) {
+TEST_F(Session, without_a_key_server_or_an_argument) {
     const uint8_t data[] = {9, 8};
     const uint32_t length = sizeof data;
     uint8_t *result = nullptr;
-    uint32_t result_length = 0;
+    uint32_t count = 0;
     QelItemList *list = nullptr;
     EXPECT_EQ(__qel_rpc_stat(context), QEL_ERR_SERV_CONNECT);
-    EXPECT_EQ(__qel_get_qelserv_keypkg(context, nullptr, &list, &result_length),
-              QEL_ERR_SERV_CONNECT);
-    EXPECT_EQ(rpc_sign(context, data, &length, QEL_RSA_ENCR_AID, &result, &result_length),
-              QEL_ERR_SERV_CONNECT);
-    EXPECT_EQ(rpc_unwrap(context, data, &length, QEL_RSA_ENCR_AID, &result, &result_length),
-              QEL_ERR_SERV_CONNECT);
+    EXPECT_EQ(__qel_get_qelserv_keypkg(context, nullptr, &list, &count), QEL_ERR_SERV_CONNECT);
     EXPECT_EQ(__qel_save_key_under_uid(context, nullptr, 1, 0, nullptr, 0, nullptr, 0, data, 2),
               QEL_ERR_GENERAL);
-}
-
-TEST_F(Session, missing_arguments) {
-    uint8_t *result = nullptr;
-    uint32_t length = 2;
-    uint32_t result_length = 0;
-    QelItemList *list = nullptr;
-    const uint8_t data[] = {9, 8};
-    for (const QelStatus status :
-         {__qel_rpc_stat(nullptr), __qel_get_client_handle(nullptr),
-          save_keypkg_with_qelserv(context, nullptr),
-          __qel_get_qelserv_keypkg(nullptr, nullptr, &list, &length),
-          __qel_get_qelserv_keypkg(context, nullptr, nullptr, &length),
-          __qel_get_qelserv_keypkg(context, nullptr, &list, nullptr),
-          rpc_sign(nullptr, data, &length, QEL_RSA_ENCR_AID, &result, &result_length),
-          rpc_sign(context, nullptr, &length, QEL_RSA_ENCR_AID, &result, &result_length),
-          rpc_sign(context, data, nullptr, QEL_RSA_ENCR_AID, &result, &result_length),
-          rpc_sign(context, data, &length, nullptr, &result, &result_length),
-          rpc_sign(context, data, &length, QEL_RSA_ENCR_AID, nullptr, &result_length),
-          rpc_sign(context, data, &length, QEL_RSA_ENCR_AID, &result, nullptr)})
-        EXPECT_EQ(status, QEL_ERR_BAD_PARAM);
+    for (auto *call : {rpc_sign, rpc_unwrap}) {
+        EXPECT_EQ(call(context, data, &length, QEL_RSA_ENCR_AID, &result, &count),
+                  QEL_ERR_SERV_CONNECT);
+        each_missing(QEL_ERR_BAD_PARAM, call, {}, context, data, &length, QEL_RSA_ENCR_AID, &result,
+                     &count);
+    }
+    each_missing(QEL_ERR_BAD_PARAM, __qel_get_qelserv_keypkg, {2}, context, nullptr, &list, &count);
+    EXPECT_EQ(__qel_rpc_stat(nullptr), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_get_client_handle(nullptr), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(save_keypkg_with_qelserv(context, nullptr), QEL_ERR_BAD_PARAM);
+    EXPECT_EQ(__qel_save_key_under_uid(nullptr, nullptr, 0, 0, nullptr, 0, nullptr, 0, nullptr, 0),
+              QEL_ERR_BAD_PARAM);
 }
 
 } // namespace

@@ -58,122 +58,56 @@ void expect_wire(const char *reason, Routine<T> routine, const T &value, const W
 TEST(Xdr, every_type_on_the_wire) {
     uid_list second = {-2, nullptr};
     uid_list first = {1001, &second};
-    expect_wire("status", xdr_qelserv_status, qelserv_status{9}, Words().word(9));
-    expect_wire("uids", xdr_uid_list, first, Words().word(1001).word(1).word(0xFFFFFFFE).word(0));
-    expect_wire("registration", xdr_qelserv_keyinfo,
-                qelserv_keyinfo{keyid, nullptr, host, 3600, 1, {}, {}, {3, three}},
-                Words()
-                    .text("me")
-                    .word(0)
-                    .text("10.1.2.3")
-                    .word(3600)
-                    .word(1)
-                    .word(0)
-                    .word(0)
-                    .array(three_bytes));
-    expect_wire("withdrawal", xdr_qelserv_keyinfo,
-                qelserv_keyinfo{keyid, &second, host, 0, 0, {3, three}, {3, three}, {}},
-                Words()
-                    .text("me")
-                    .word(1)
-                    .word(0xFFFFFFFE)
-                    .word(0)
-                    .text("10.1.2.3")
-                    .word(0)
-                    .word(0)
-                    .array(three_bytes)
-                    .array(three_bytes)
-                    .word(0));
-    expect_wire("question for a list", xdr_qelserv_listinfo, qelserv_listinfo{7, -1},
-                Words().word(7).word(0xFFFFFFFF));
     qelserv_keylist list_end = {10, host, 8, keyid, nullptr};
     qelserv_keylist list = {0, keyid, 7, host, &list_end};
-    expect_wire("list", xdr_qelserv_keylistp, qelserv_keylistp{&list},
-                Words()
-                    .word(1)
-                    .word(0)
-                    .text("me")
-                    .word(7)
-                    .text("10.1.2.3")
-                    .word(1)
-                    .word(10)
-                    .text("10.1.2.3")
-                    .word(8)
-                    .text("me")
-                    .word(0));
-    expect_wire("question for a state", xdr_qelserv_statinfo, qelserv_statinfo{0, keyid, host, 0},
-                Words().word(0).text("me").text("10.1.2.3").word(0));
     qelserv_keystat state = {8, keyid, host, 60, 4, 0x89ABCDEF, nullptr};
-    expect_wire("state", xdr_qelserv_keystatp, qelserv_keystatp{&state},
-                Words()
-                    .word(1)
-                    .word(8)
-                    .text("me")
-                    .text("10.1.2.3")
-                    .word(60)
-                    .word(4)
-                    .word(0x89ABCDEF)
-                    .word(0));
-    expect_wire("no state", xdr_qelserv_keystatp, qelserv_keystatp{}, Words().word(0));
-    expect_wire("question for a signature", xdr_qelserv_cryptinfo,
-                qelserv_cryptinfo{0, 0, 0, keyid, host, {3, three}, {2, three}},
-                Words()
-                    .word(0)
-                    .word(0)
-                    .word(0)
-                    .text("me")
-                    .text("10.1.2.3")
-                    .array(three_bytes)
-                    .array({1, 0xFF}));
     qelserv_cryptdata data = {0, {3, three}};
-    expect_wire("signature", xdr_qelserv_cryptdatap, qelserv_cryptdatap{&data},
-                Words().word(1).word(0).array(three_bytes));
-    expect_wire("no signature", xdr_qelserv_cryptdatap, qelserv_cryptdatap{}, Words().word(0));
-    expect_wire("question for packages", xdr_qelserv_keypkginfo, qelserv_keypkginfo{keyid, host},
-                Words().text("me").text("10.1.2.3"));
     qelserv_keypkglist third = {0, {}, nullptr};
     qelserv_keypkglist middle = {0, {1, three}, &third};
     qelserv_keypkglist packages = {0, {3, three}, &middle};
+
+    expect_wire("status", xdr_qelserv_status, qelserv_status{9}, Words(9));
+    expect_wire("uids", xdr_uid_list, first, Words(1001, 1, 0xFFFFFFFE, 0));
+    expect_wire("registration", xdr_qelserv_keyinfo,
+                qelserv_keyinfo{keyid, nullptr, host, 3600, 1, {}, {}, {3, three}},
+                Words(keyid, 0, host, 3600, 1, 0, 0, three_bytes));
+    expect_wire("withdrawal", xdr_qelserv_keyinfo,
+                qelserv_keyinfo{keyid, &second, host, 0, 0, {3, three}, {3, three}, {}},
+                Words(keyid, 1, 0xFFFFFFFE, 0, host, 0, 0, three_bytes, three_bytes, 0));
+    expect_wire("question for a list", xdr_qelserv_listinfo, qelserv_listinfo{7, -1},
+                Words(7, 0xFFFFFFFF));
+    expect_wire("list", xdr_qelserv_keylistp, qelserv_keylistp{&list},
+                Words(1, 0, keyid, 7, host, 1, 10, host, 8, keyid, 0));
+    expect_wire("question for a state", xdr_qelserv_statinfo, qelserv_statinfo{0, keyid, host, 0},
+                Words(0, keyid, host, 0));
+    expect_wire("state", xdr_qelserv_keystatp, qelserv_keystatp{&state},
+                Words(1, 8, keyid, host, 60, 4, 0x89ABCDEF, 0));
+    expect_wire("no state", xdr_qelserv_keystatp, qelserv_keystatp{}, Words(0));
+    expect_wire("question for a signature", xdr_qelserv_cryptinfo,
+                qelserv_cryptinfo{0, 0, 0, keyid, host, {3, three}, {2, three}},
+                Words(0, 0, 0, keyid, host, three_bytes, Bytes{1, 0xFF}));
+    expect_wire("signature", xdr_qelserv_cryptdatap, qelserv_cryptdatap{&data},
+                Words(1, 0, three_bytes));
+    expect_wire("no signature", xdr_qelserv_cryptdatap, qelserv_cryptdatap{}, Words(0));
+    expect_wire("question for packages", xdr_qelserv_keypkginfo, qelserv_keypkginfo{keyid, host},
+                Words(keyid, host));
     expect_wire("three packages", xdr_qelserv_keypkglistp, qelserv_keypkglistp{&packages},
-                Words()
-                    .word(1)
-                    .word(0)
-                    .array(three_bytes)
-                    .word(1)
-                    .word(0)
-                    .array({1})
-                    .word(1)
-                    .word(0)
-                    .word(0)
-                    .word(0));
+                Words(1, 0, three_bytes, 1, 0, Bytes{1}, 1, 0, 0, 0));
 }
 
 // Every field at its bound, and one more.
 TEST(Xdr, bounds) {
     Bytes bytes(65537, 7);
-    std::string text(1025, 'x');
+    const auto some = [](uint32_t count) { return Bytes(count, 7); };
     const auto info = [&](uint32_t strings, uint32_t key, uint32_t cert, uint32_t package) {
-        std::string part(text, 0, strings);
+        std::string text(strings, 'x');
+        qelserv_keyinfo value = {text.data(), nullptr, text.data(), 0, 0, {}, {}, {}};
+        value.privkey = {key, bytes.data()};
+        value.cert = {cert, bytes.data()};
+        value.keypkg = {package, bytes.data()};
         Bytes out;
-        const bool encoded = encode(xdr_qelserv_keyinfo,
-                                    qelserv_keyinfo{part.data(),
-                                                    nullptr,
-                                                    part.data(),
-                                                    0,
-                                                    0,
-                                                    {key, bytes.data()},
-                                                    {cert, bytes.data()},
-                                                    {package, bytes.data()}},
-                                    &out);
-        const Words wire = Words()
-                               .text(part)
-                               .word(0)
-                               .text(part)
-                               .word(0)
-                               .word(0)
-                               .array(Bytes(key, 7))
-                               .array(Bytes(cert, 7))
-                               .array(Bytes(package, 7));
+        const bool encoded = encode(xdr_qelserv_keyinfo, value, &out);
+        const Words wire(text, 0, text, 0, 0, some(key), some(cert), some(package));
         EXPECT_EQ(decode(xdr_qelserv_keyinfo, wire.bytes), encoded);
         return encoded;
     };
@@ -183,38 +117,24 @@ TEST(Xdr, bounds) {
     EXPECT_FALSE(info(0, 0, 8193, 0));
     EXPECT_FALSE(info(0, 0, 0, 65537));
     const auto crypt = [&](uint32_t algorithm, uint32_t data) {
-        return decode(xdr_qelserv_cryptinfo, Words()
-                                                 .word(0)
-                                                 .word(0)
-                                                 .word(0)
-                                                 .text("")
-                                                 .text("")
-                                                 .array(Bytes(algorithm, 7))
-                                                 .array(Bytes(data, 7))
-                                                 .bytes);
+        return decode(xdr_qelserv_cryptinfo,
+                      Words(0, 0, 0, "", "", some(algorithm), some(data)).bytes);
     };
     EXPECT_TRUE(crypt(1024, 8192));
     EXPECT_FALSE(crypt(1025, 0));
     EXPECT_FALSE(crypt(0, 8193));
-    EXPECT_FALSE(
-        decode(xdr_qelserv_cryptdatap, Words().word(1).word(0).array(Bytes(8193, 7)).bytes));
-    EXPECT_FALSE(
-        decode(xdr_qelserv_keypkglistp, Words().word(1).word(0).array(Bytes(65537, 7)).bytes));
-}
-
-TEST(Xdr, packed_data_are_refused) {
-    EXPECT_FALSE(decode(xdr_qelserv_cryptdatap,
-                        Words().word(1).word(0).packed({1, 2, 3, 4, 5, 6, 7, 8}).bytes));
+    EXPECT_FALSE(decode(xdr_qelserv_cryptdatap, Words(1, 0, some(8193)).bytes));
+    EXPECT_FALSE(decode(xdr_qelserv_keypkglistp, Words(1, 0, some(65537)).bytes));
+    EXPECT_FALSE(decode(xdr_qelserv_cryptdatap, Words(1, 0).packed(some(8)).bytes))
+        << "packed data";
 }
 
 // A list as long as a message can be takes no stack.
 TEST(Xdr, long_lists) {
-    Words wire;
-    wire.word(1);
+    Words wire(1);
     for (int i = 0; i < 60000; ++i)
-        wire.word(1).word(1);
-    wire.word(0);
-    EXPECT_TRUE(decode(xdr_uid_list, wire.bytes));
+        wire.add(1).add(1);
+    EXPECT_TRUE(decode(xdr_uid_list, wire.add(0).bytes));
 }
 
 } // namespace

@@ -61,7 +61,12 @@ private:
 };
 
 Bytes mark(uint32_t length, bool last) {
-    return Words().word(length | (last ? 0x80000000 : 0)).bytes;
+    return Words(length | (last ? 0x80000000 : 0)).bytes;
+}
+
+// As many bytes from there on, or all that are left.
+Bytes part(const Bytes &bytes, std::size_t at, std::size_t size) {
+    return Bytes(&bytes[at], &bytes[at] + std::min(size, bytes.size() - at));
 }
 
 TEST_F(Loops, CallsComeInAnyPieces) {
@@ -69,12 +74,9 @@ TEST_F(Loops, CallsComeInAnyPieces) {
     const Bytes message = stat_call().message();
     const auto length = static_cast<uint32_t>(message.size());
     const Bytes whole = stat_call().record();
-    const auto middle = message.begin() + 10;
     Bytes in_words;
     for (std::size_t at = 0; at < message.size(); at += 4)
-        in_words = in_words + mark(4, at + 4 == message.size()) +
-                   Bytes(message.begin() + static_cast<long>(at),
-                         message.begin() + static_cast<long>(at) + 4);
+        in_words = in_words + mark(4, at + 4 == message.size()) + part(message, at, 4);
     const struct {
         const char *reason;
         Bytes bytes;
@@ -84,8 +86,8 @@ TEST_F(Loops, CallsComeInAnyPieces) {
         {"whole", whole, whole.size(), 1},
         {"byte by byte", whole, 1, 1},
         {"two fragments",
-         mark(10, false) + Bytes(message.begin(), middle) + mark(length - 10, true) +
-             Bytes(middle, message.end()),
+         mark(10, false) + part(message, 0, 10) + mark(length - 10, true) +
+             part(message, 10, length),
          7, 1},
         {"many fragments", in_words, in_words.size(), 1},
         {"an empty last fragment", mark(length, false) + message + mark(0, true), 9, 1},
@@ -94,11 +96,8 @@ TEST_F(Loops, CallsComeInAnyPieces) {
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
         Peer peer = connect();
-        for (std::size_t at = 0; at < row.bytes.size(); at += row.piece) {
-            const std::size_t end = std::min(at + row.piece, row.bytes.size());
-            peer.send(Bytes(row.bytes.begin() + static_cast<long>(at),
-                            row.bytes.begin() + static_cast<long>(end)));
-        }
+        for (std::size_t at = 0; at < row.bytes.size(); at += row.piece)
+            peer.send(part(row.bytes, at, row.piece));
         for (int i = 0; i < row.calls; ++i)
             EXPECT_EQ(peer.receive().first_status(), uint32_t{QELSERV_NOT_LOGGED_IN});
         EXPECT_TRUE(answers(peer)) << "and another on the same connection";
@@ -155,8 +154,7 @@ TEST_F(Loops, ConnectionsOfAUserAndBytesOfAllAreBounded) {
     for (Peer &peer : peers)
         EXPECT_TRUE(answers(peer));
     EXPECT_TRUE(connect().is_closed_within(2s)) << "the fifth";
-    const Bytes part = mark(300'000, true) + Bytes(60'000);
-    peers[0].send(part);
+    peers[0].send(mark(300'000, true) + Bytes(60'000));
     EXPECT_FALSE(peers[0].is_closed_within(200ms)) << "within the bound";
     peers[1].send(mark(300'000, true) + Bytes(50'000));
     EXPECT_TRUE(peers[0].is_closed_within(2s)) << "the greediest goes";

@@ -15,27 +15,23 @@ struct Call {
     uint32_t rpc_version = 2;
     uint32_t program = QELSERV_PROG;
     uint32_t version = QELSERV_VERS;
-    Words credentials = Words().word(0).word(0); // none
+    Words credentials = Words(0, 0); // none
 
     Bytes message() const {
-        Words words;
-        words.word(0x12345678).word(direction).word(rpc_version).word(program).word(version);
-        words.word(procedure);
-        return words.bytes + credentials.bytes + Words().word(0).word(0).bytes + argument.bytes;
+        return Words(0x12345678, direction, rpc_version, program, version, procedure, credentials,
+                     0, 0, argument)
+            .bytes;
     }
     // With the mark of a record of one fragment.
     Bytes record() const {
         const Bytes bytes = message();
-        return Words().word(0x80000000 | static_cast<uint32_t>(bytes.size())).bytes + bytes;
+        return Words(0x80000000 | static_cast<uint32_t>(bytes.size())).bytes + bytes;
     }
 };
 
 // AUTH_SYS: what a client says of itself.
 inline Words claim_to_be(uint32_t uid) {
-    const Words body = Words().word(0).text("host").word(uid).word(0).word(1).word(0);
-    Words words;
-    words.word(1).packed(body.bytes);
-    return words;
+    return Words(1).packed(Words(0, "host", uid, 0, 1, 0).bytes);
 }
 
 struct KeyInfo {
@@ -48,12 +44,10 @@ struct KeyInfo {
     Bytes package = {};
 
     Words words() const {
-        Words words;
-        words.text(id);
+        Words words(id);
         for (const uint32_t uid : uids)
-            words.word(1).word(uid);
-        words.word(0).text(host).word(flags).word(usage);
-        return words.array(private_key).array({}).array(package);
+            words.add(1).add(uid);
+        return words.add(Words(0, host, flags, usage, private_key, Bytes{}, package));
     }
     Call call() const { return {QELSERV_SETKEY, words()}; }
 };
@@ -62,21 +56,19 @@ inline const Bytes rsa_encryption_id = from_hex("300d06092a864886f70d0101010500"
 
 inline Call crypt_call(uint32_t procedure, const Bytes &data, const std::string &id = "me",
                        const Bytes &algorithm = rsa_encryption_id) {
-    Words words;
-    words.word(0).word(0).word(0).text(id).text("0.0.0.0").array(algorithm).array(data);
-    return {procedure, words};
+    return {procedure, Words(0, 0, 0, id, "0.0.0.0", algorithm, data)};
 }
 
 inline Call stat_call(uint32_t uid = 0, const std::string &id = "") {
-    return {QELSERV_STATKEY, Words().word(uid).text(id).text("").word(0)};
+    return {QELSERV_STATKEY, Words(uid, id, "", 0)};
 }
 
 inline Call list_call(uint32_t uid) {
-    return {QELSERV_LISTKEY, Words().word(uid).word(0)};
+    return {QELSERV_LISTKEY, Words(uid, 0)};
 }
 
 inline Call packages_call(const std::string &id = "") {
-    return {QELSERV_GETKEYPKG, Words().text(id).text("")};
+    return {QELSERV_GETKEYPKG, Words(id, "")};
 }
 
 // A reply, read in order. What is not there ends the test with an exception.
