@@ -15,6 +15,7 @@ from key_server import (DECRYPT, DIGEST_INFO, LOCK, OK, SIGN, WITHDRAW, Key, Pee
                         crypt_record, drop_record, login_record)
 
 KEYID = "memory"
+SESSION_KEY = os.urandom(16)
 WINDOW = 16  # bytes of a number that count as a copy of it
 PAGE = os.sysconf("SC_PAGE_SIZE")
 failures = []
@@ -29,7 +30,8 @@ def check(condition, what):
 def patterns(key):
     """Parts of every secret number in every form that it may take: bytes from the highest or the
     lowest, limbs of 52 bits in words of 64, bytes each in a word of its own."""
-    found = {}
+    found = {SESSION_KEY: "session key",
+             b"".join(bytes([0, 0, 0, byte]) for byte in SESSION_KEY): "session key in a message"}
     for name in ("d", "p", "q", "dp", "dq", "inverse"):
         number = getattr(key, name)
         high = number.to_bytes((number.bit_length() + 7) // 8, "big")
@@ -102,11 +104,12 @@ def told(copies):
 def use(key):
     with Peer() as peer:
         for number in range(20):
+            if peer.crypt(DECRYPT, key.encrypted(SESSION_KEY), KEYID) != SESSION_KEY:
+                raise ValueError("a wrong plaintext")
+            # Behind its answer, the one before has been wiped.
             data = DIGEST_INFO + bytes([number]) * 16
             if not key.has_signed(peer.crypt(SIGN, data, KEYID), data):
                 raise ValueError("a wrong signature")
-            if peer.crypt(DECRYPT, key.encrypted(b"session key"), KEYID) != b"session key":
-                raise ValueError("a wrong plaintext")
 
 
 def log_in(key, seconds=0):
@@ -132,6 +135,8 @@ def while_logged_in(server, key, wanted):
     use(key)
     copies = scan(server.pid, wanted)
     check(bool(copies), f"the scan sees the key while the user is logged in: {told(copies)}")
+    unwrapped = [copy for copy in copies if copy[1].startswith("session key")]
+    check(not unwrapped, f"nothing is left of what was unwrapped: {told(unwrapped)}")
     unlocked = [copy for copy in copies if "lo" not in copy[0].flags]
     check(not unlocked, f"key material in locked memory only: {told(unlocked)}")
     open_to_swap = [mapping.name for mapping in mappings(server.pid)
@@ -191,6 +196,8 @@ sys.exit((1 if attached else 0) + (2 if opened else 0))
 
 
 def other_processes(server):
+    with open(f"/proc/{server.pid}/status", encoding="utf-8") as file:
+        check("CapPrm:\t0000000000004000" in file.read(), "the server may lock memory, and no more")
     idle = subprocess.Popen([sys.executable, "-c", "import ctypes, os, time\n"
                              "os.setresgid(60001, 60001, 60001)\n"
                              "os.setresuid(60001, 60001, 60001)\n"
