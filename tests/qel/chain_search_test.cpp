@@ -237,46 +237,29 @@ TEST_F(ChainSearch, EachAllocation) {
     check(allowed.get());
 }
 
-// Real certificates: the file, those in the store, whose key is trusted, what comes of it.
+// Real certificates: whose chain is searched, those in the store, whose key is trusted.
 TEST_F(ChainSearch, RealCertificates) {
     const struct {
-        const char *wanted;
-        std::vector<const char *> store;
-        const char *trusted;
+        const char *wanted, *store, *trusted;
         QelStatus status;
         int count;
     } cases[] = {
         {"md2/commercenet-test-cert-95",
-         {"md2/server-certification-authority-95", "md2/secure-server-certification-authority-94"},
-         "md2/secure-server-certification-authority-94",
-         QEL_ERR_KEY_EXPIRED,
-         2},
+         "md2/server-certification-authority-95 md2/secure-server-certification-authority-94",
+         "md2/secure-server-certification-authority-94", QEL_ERR_KEY_EXPIRED, 2},
         {"md5/arjun-connectsoft-com-96",
-         {"md2/public-policy-authority-95", "md2/class-1-assurance-level-95"},
-         "md2/class-1-assurance-level-95",
-         QEL_ERR_KEY_EXPIRED,
-         2},
-        {"md5/server-test-cert-512-bit-97",
-         {"md5/test-ca-1024-bit-97", "md5/test-pca-1024-bit-97"},
-         "md5/test-pca-1024-bit-97",
-         QEL_ERR_KEY_EXPIRED,
-         2},
+         "md2/public-policy-authority-95 md2/class-1-assurance-level-95",
+         "md2/class-1-assurance-level-95", QEL_ERR_KEY_EXPIRED, 2},
+        {"md5/server-test-cert-512-bit-97", "md5/test-ca-1024-bit-97 md5/test-pca-1024-bit-97",
+         "md5/test-pca-1024-bit-97", QEL_ERR_KEY_EXPIRED, 2},
         {"md5/eric-the-young-97",
-         {"md5/server-test-cert-512-bit-97", "md5/test-ca-1024-bit-99", "md5/test-pca-1024-bit-99"},
-         "md5/test-pca-1024-bit-99",
-         QEL_ERR_KEY_EXPIRED,
-         3},
-        {"md5/brother-2-97", {"md5/dodgy-ca-97"}, "md5/dodgy-ca-97", QEL_ERR_KEY_EXPIRED, 1},
-        {"md5/brother-2-97",
-         {"md5/dodgy-ca-98", "md5/dodgy-ca-97"},
-         "md5/dodgy-ca-97",
-         QEL_ERR_VERIFY,
+         "md5/server-test-cert-512-bit-97 md5/test-ca-1024-bit-99 md5/test-pca-1024-bit-99",
+         "md5/test-pca-1024-bit-99", QEL_ERR_KEY_EXPIRED, 3},
+        {"md5/brother-2-97", "md5/dodgy-ca-97", "md5/dodgy-ca-97", QEL_ERR_KEY_EXPIRED, 1},
+        {"md5/brother-2-97", "md5/dodgy-ca-98 md5/dodgy-ca-97", "md5/dodgy-ca-97", QEL_ERR_VERIFY,
          0},
-        {"md5/user-97",
-         {"md5/v3-certification-authority-97", "md5/v3-certification-authority-97-2"},
-         "md5/v3-certification-authority-97-2",
-         QEL_ERR_CRITICAL_EXT,
-         0},
+        {"md5/user-97", "md5/v3-certification-authority-97 md5/v3-certification-authority-97-2",
+         "md5/v3-certification-authority-97-2", QEL_ERR_CRITICAL_EXT, 0},
     };
     const auto load = [this](const std::string &name) {
         return OwnedCert(
@@ -286,7 +269,7 @@ TEST_F(ChainSearch, RealCertificates) {
     for (const auto &c : cases) {
         SCOPED_TRACE(c.wanted);
         store.clear();
-        for (const char *name : c.store) {
+        for (const std::string &name : words(c.store)) {
             OwnedCert issuer = load(name);
             ASSERT_NE(issuer, nullptr);
             const std::string subject = subject_of(context, *issuer);
