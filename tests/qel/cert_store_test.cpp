@@ -27,6 +27,16 @@ protected:
         context->certificate_directory = strdup(directory.c_str());
         naming.entries["bob"].dn = bob;
     }
+    // "1" and "2" are bob's first and second, "c" is carol's, "-" is none.
+    Items items(const std::string &letters) const {
+        Items made;
+        for (const char letter : letters)
+            made.push_back(letter == '1'   ? first
+                           : letter == '2' ? second
+                           : letter == 'c' ? of_carol
+                                           : Bytes{5, 0});
+        return made;
+    }
     void put(int repository, const Items &items) {
         if (repository == QEL_REPO_DSV)
             naming.entries["bob"].certificates = items;
@@ -70,39 +80,38 @@ protected:
 };
 
 TEST_F(CertStore, Getting) {
-    const Bytes junk = {5, 0};
+    constexpr int file_of = QEL_REPO_FILE, directory_of = QEL_REPO_DEFAULT, entry_of = QEL_REPO_DSV;
     const struct {
         const char *reason;
         int repository;
-        const char *name;
-        Items items;
+        const char *name, *items;
         QelStatus status;
     } rows[] = {
-        {"from a file", QEL_REPO_FILE, file.c_str(), {of_carol}, QEL_OK},
-        {"two in a file", QEL_REPO_FILE, file.c_str(), {first, second}, QEL_ERR_FILE_FORMAT},
-        {"no certificate", QEL_REPO_FILE, file.c_str(), {junk}, QEL_ERR_ASN1_DECODE},
-        {"no file", QEL_REPO_FILE, "/nowhere/at all", {}, QEL_ERR_NO_FILE},
-        {"by subject", QEL_REPO_DEFAULT, bob_in_another_form, {first}, QEL_OK},
-        {"whatever the file of the subject holds", QEL_REPO_DEFAULT, bob, {of_carol}, QEL_OK},
-        {"no file of that subject", QEL_REPO_DEFAULT, "CN=CAROL", {}, QEL_ERR_NO_FILE},
-        {"a subject that leads out", QEL_REPO_DEFAULT, "CN=/../../certs", {}, QEL_ERR_BAD_PARAM},
-        {"all of a subject", QEL_REPO_DSV, bob_in_another_form, {first, second}, QEL_OK},
-        {"a stranger's among them", QEL_REPO_DSV, bob, {first, of_carol}, QEL_ERR_GENERAL},
-        {"junk among them", QEL_REPO_DSV, bob, {first, junk}, QEL_ERR_ASN1_DECODE},
-        {"none", QEL_REPO_DSV, bob, {}, QEL_ERR_NO_CERT},
-        {"no such subject", QEL_REPO_DSV, "CN=CAROL", {}, QEL_ERR_UNKNOWN_USER},
-        {"no name", QEL_REPO_DSV, "bob", {}, QEL_ERR_DN_NO_EQUALS},
-        {"no subject", QEL_REPO_DSV, nullptr, {}, QEL_ERR_BAD_PARAM},
-        {"no subject to name a file", QEL_REPO_DEFAULT, nullptr, {}, QEL_ERR_BAD_PARAM},
-        {"not for certificates", QEL_REPO_QELSERV, bob, {}, QEL_ERR_BAD_PARAM},
-        {"nor in step with it", QEL_REPO_DSV_QELSERV, bob, {}, QEL_ERR_BAD_PARAM},
-        {"no such repository", 0, file.c_str(), {}, QEL_ERR_BAD_PARAM},
+        {"from a file", file_of, file.c_str(), "c", QEL_OK},
+        {"two in a file", file_of, file.c_str(), "12", QEL_ERR_FILE_FORMAT},
+        {"no certificate", file_of, file.c_str(), "-", QEL_ERR_ASN1_DECODE},
+        {"no file", file_of, "/nowhere/at all", "", QEL_ERR_NO_FILE},
+        {"by subject", directory_of, bob_in_another_form, "1", QEL_OK},
+        {"whatever the file of the subject holds", directory_of, bob, "c", QEL_OK},
+        {"no file of that subject", directory_of, "CN=CAROL", "", QEL_ERR_NO_FILE},
+        {"a subject that leads out", directory_of, "CN=/../../certs", "", QEL_ERR_BAD_PARAM},
+        {"all of a subject", entry_of, bob_in_another_form, "12", QEL_OK},
+        {"a stranger's among them", entry_of, bob, "1c", QEL_ERR_GENERAL},
+        {"what is none among them", entry_of, bob, "1-", QEL_ERR_ASN1_DECODE},
+        {"none", entry_of, bob, "", QEL_ERR_NO_CERT},
+        {"no such subject", entry_of, "CN=CAROL", "", QEL_ERR_UNKNOWN_USER},
+        {"no name", entry_of, "bob", "", QEL_ERR_DN_NO_EQUALS},
+        {"no subject", entry_of, nullptr, "", QEL_ERR_BAD_PARAM},
+        {"no subject to name a file", directory_of, nullptr, "", QEL_ERR_BAD_PARAM},
+        {"not for certificates", QEL_REPO_QELSERV, bob, "", QEL_ERR_BAD_PARAM},
+        {"nor in step with it", QEL_REPO_DSV_QELSERV, bob, "", QEL_ERR_BAD_PARAM},
+        {"no such repository", 0, file.c_str(), "", QEL_ERR_BAD_PARAM},
     };
     for (const auto &row : rows) {
-        put(row.repository, row.items);
+        put(row.repository, items(row.items));
         Items got;
         EXPECT_EQ(get(row.repository, row.name, &got), row.status) << row.reason;
-        EXPECT_EQ(got, row.status == QEL_OK ? row.items : Items()) << row.reason;
+        EXPECT_EQ(got, row.status == QEL_OK ? items(row.items) : Items()) << row.reason;
     }
     put(QEL_REPO_FILE, {first});
     Items got;
@@ -162,109 +171,48 @@ TEST_F(CertStore, SymbolicLinksInTheDirectoryAreNotWrittenThrough) {
 }
 
 TEST_F(CertStore, Removing) {
+    constexpr int file_of = QEL_REPO_FILE, entry_of = QEL_REPO_DSV;
+    const char *const in = file.c_str(), *const nowhere = "/nowhere/at all";
     const struct {
         const char *reason;
         int repository;
-        const char *name;
-        const char *issuer;
+        const char *name, *issuer;
         Bytes serial;
-        Items items;
+        const char *items;
         QelStatus status;
-        Items left;
+        const char *left;
     } rows[] = {
-        {"the file", QEL_REPO_FILE, file.c_str(), nullptr, {}, {first, second}, QEL_OK, {}},
-        {"no file",
-         QEL_REPO_FILE,
-         "/nowhere/at all",
-         nullptr,
-         {},
-         {first},
-         QEL_ERR_GENERAL,
-         {first}},
-        {"the only one", QEL_REPO_FILE, file.c_str(), "o=ca", {1}, {first}, QEL_OK, {}},
-        {"no such number",
-         QEL_REPO_FILE,
-         file.c_str(),
-         "O=CA",
-         {2},
-         {first},
-         QEL_ERR_NO_ENTRY,
-         {first}},
-        {"a longer number",
-         QEL_REPO_FILE,
-         file.c_str(),
-         "O=CA",
-         {0, 1},
-         {first},
-         QEL_ERR_NO_ENTRY,
-         {first}},
-        {"no such issuer",
-         QEL_REPO_FILE,
-         file.c_str(),
-         "O=CB",
-         {1},
-         {first},
-         QEL_ERR_NO_ENTRY,
-         {first}},
-        {"an empty number",
-         QEL_REPO_FILE,
-         file.c_str(),
-         "O=CA",
-         {},
-         {first},
-         QEL_ERR_BAD_PARAM,
-         {first}},
-        {"no file name", QEL_REPO_FILE, "", "O=CA", {1}, {first}, QEL_ERR_NO_FILE, {first}},
-        {"no certificate",
-         QEL_REPO_FILE,
-         file.c_str(),
-         "O=CA",
-         {1},
-         {{5, 0}},
-         QEL_ERR_ASN1_DECODE,
-         {{5, 0}}},
-        {"one of an entry", QEL_REPO_DSV, bob, "O=CA", {2}, {first, second}, QEL_OK, {first}},
-        {"none of an entry", QEL_REPO_DSV, bob, "O=CA", {3}, {first}, QEL_ERR_NO_ENTRY, {first}},
-        {"an issuer without number",
-         QEL_REPO_DSV,
-         bob,
-         "O=CA",
-         {},
-         {first},
-         QEL_ERR_BAD_PARAM,
-         {first}},
-        {"all of an entry",
-         QEL_REPO_DSV,
-         bob_in_another_form,
-         nullptr,
-         {},
-         {first, second},
-         QEL_OK,
-         {}},
-        {"nobody's", QEL_REPO_DSV, "CN=CAROL", nullptr, {}, {first}, QEL_ERR_UNKNOWN_USER, {first}},
-        {"not from the directory",
-         QEL_REPO_DEFAULT,
-         bob,
-         nullptr,
-         {},
-         {first},
-         QEL_ERR_BAD_PARAM,
-         {first}},
+        {"the file", file_of, in, nullptr, {}, "12", QEL_OK, ""},
+        {"no file", file_of, nowhere, nullptr, {}, "1", QEL_ERR_GENERAL, "1"},
+        {"the only one", file_of, in, "o=ca", {1}, "1", QEL_OK, ""},
+        {"no such number", file_of, in, "O=CA", {2}, "1", QEL_ERR_NO_ENTRY, "1"},
+        {"a longer number", file_of, in, "O=CA", {0, 1}, "1", QEL_ERR_NO_ENTRY, "1"},
+        {"no such issuer", file_of, in, "O=CB", {1}, "1", QEL_ERR_NO_ENTRY, "1"},
+        {"an empty number", file_of, in, "O=CA", {}, "1", QEL_ERR_BAD_PARAM, "1"},
+        {"no file name", file_of, "", "O=CA", {1}, "1", QEL_ERR_NO_FILE, "1"},
+        {"no certificate", file_of, in, "O=CA", {1}, "-", QEL_ERR_ASN1_DECODE, "-"},
+        {"one of an entry", entry_of, bob, "O=CA", {2}, "12", QEL_OK, "1"},
+        {"none of an entry", entry_of, bob, "O=CA", {3}, "1", QEL_ERR_NO_ENTRY, "1"},
+        {"without number", entry_of, bob, "O=CA", {}, "1", QEL_ERR_BAD_PARAM, "1"},
+        {"all of an entry", entry_of, bob_in_another_form, nullptr, {}, "12", QEL_OK, ""},
+        {"nobody's", entry_of, "CN=CAROL", nullptr, {}, "1", QEL_ERR_UNKNOWN_USER, "1"},
+        {"not there", QEL_REPO_DEFAULT, bob, nullptr, {}, "1", QEL_ERR_BAD_PARAM, "1"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
-        put(row.repository, row.items);
+        put(row.repository, items(row.items));
         EXPECT_EQ(remove(row.repository, row.name, row.issuer, row.serial), row.status);
-        if (row.repository == QEL_REPO_DSV) {
-            EXPECT_EQ(naming.entries["bob"].certificates, row.left);
+        const Items left = items(row.left);
+        if (row.repository == entry_of) {
+            EXPECT_EQ(naming.entries["bob"].certificates, left);
             continue;
         }
-        const std::string &path = row.repository == QEL_REPO_FILE ? file : bobs_file;
-        ASSERT_EQ(fs::exists(path), !row.left.empty());
-        if (row.left.empty())
+        const std::string &path = row.repository == file_of ? file : bobs_file;
+        ASSERT_EQ(fs::exists(path), !left.empty());
+        if (left.empty())
             continue;
         const Bytes contents = read_file(path);
-        write_set(path, QEL_ITEM_CERTIFICATE, row.left);
+        write_set(path, QEL_ITEM_CERTIFICATE, left);
         EXPECT_EQ(contents, read_file(path));
     }
     EXPECT_EQ(__qel_remove_cert(nullptr, QEL_REPO_FILE, file.c_str(), nullptr, nullptr),

@@ -39,6 +39,17 @@ protected:
             naming.entries["alice"].packages = items;
         }
     }
+    // "o" is alice's own, "s" the same for signing only, "x" of another identifier, "f" forged, "-"
+    // no key package.
+    Items items(const std::string &letters) const {
+        const std::map<char, Bytes> meanings = {
+            {'o', own}, {'s', own_for_signing}, {'x', other}, {'f', forged}, {'-', {5, 0}}};
+        Items made;
+        for (const char letter : letters)
+            made.push_back(meanings.at(letter));
+        return made;
+    }
+    void put(int repository, const char *letters) { put(repository, items(letters)); }
     // The encoding of what is got; empty when nothing is.
     QelStatus get(int repository, const char *name, Bytes *encoding) {
         QelKeyPkg *package = reinterpret_cast<QelKeyPkg *>(this);
@@ -71,40 +82,40 @@ protected:
 
 TEST_F(KeyPkgStore, GettingChoosesByIdentifierAndSignature) {
     const struct {
-        const char *reason;
-        Items items;
+        const char *reason, *items;
         Bytes got; // none: QEL_ERR_NO_KEYPKG
     } rows[] = {
-        {"its own", {own}, own},
-        {"another identifier, though its signature is good", {other}, {}},
-        {"a bad signature", {forged}, {}},
-        {"no key package at all", {Bytes{5, 0}}, {}},
-        {"others are passed over", {Bytes{5, 0}, forged, other, own}, own},
-        {"the first counts", {own_for_signing, own}, own_for_signing},
+        {"its own", "o", own},
+        {"another identifier, though its signature is good", "x", {}},
+        {"a bad signature", "f", {}},
+        {"no key package at all", "-", {}},
+        {"others are passed over", "-fxo", own},
+        {"the first counts", "so", own_for_signing},
     };
     for (const auto &row : rows)
         for (const int repository :
              {QEL_REPO_FILE, QEL_REPO_DSV, QEL_REPO_QELSERV, QEL_REPO_DEFAULT}) {
             SCOPED_TRACE(std::string(row.reason) + " in " + std::to_string(repository));
             const bool is_file = repository == QEL_REPO_FILE || repository == QEL_REPO_DEFAULT;
-            if (is_file && row.items.size() > 1)
+            const Items stored = items(row.items);
+            if (is_file && stored.size() > 1)
                 continue;
-            put(repository, row.items);
+            put(repository, stored);
             Bytes got;
             EXPECT_EQ(get(repository, name_in(repository), &got),
                       row.got.empty() ? QEL_ERR_NO_KEYPKG : QEL_OK);
             EXPECT_EQ(got, row.got);
-            QelDataSetItem *items = nullptr;
+            QelDataSetItem *set = nullptr;
             uint32_t count = 0;
             EXPECT_EQ(
-                __qel_get_keypkg_data_set(context, repository, name_in(repository), &items, &count),
+                __qel_get_keypkg_data_set(context, repository, name_in(repository), &set, &count),
                 QEL_OK);
-            ASSERT_EQ(count, row.items.size());
+            ASSERT_EQ(count, stored.size());
             for (uint32_t i = 0; i < count; ++i) {
-                EXPECT_EQ(Bytes(items[i].data, items[i].data + items[i].length), row.items[i]);
-                std::free(items[i].data);
+                EXPECT_EQ(Bytes(set[i].data, set[i].data + set[i].length), stored[i]);
+                std::free(set[i].data);
             }
-            std::free(items);
+            std::free(set);
         }
 }
 
@@ -118,10 +129,7 @@ TEST_F(KeyPkgStore, GettingFails) {
     } rows[] = {
         {"no file", QEL_REPO_FILE, file.c_str(), [] {}, QEL_ERR_NO_FILE},
         {"no default file", QEL_REPO_DEFAULT, nullptr, [] {}, QEL_ERR_NO_FILE},
-        {"two items", QEL_REPO_FILE, file.c_str(),
-         [&] {
-             put(QEL_REPO_FILE, {own, own});
-         },
+        {"two items", QEL_REPO_FILE, file.c_str(), [&] { put(QEL_REPO_FILE, "oo"); },
          QEL_ERR_FILE_FORMAT},
         {"a file that cannot be opened", QEL_REPO_FILE, file.c_str(),
          [] { fault::fail(fault::Call::open, 1); }, QEL_ERR_OPEN_FILE},
@@ -130,7 +138,7 @@ TEST_F(KeyPkgStore, GettingFails) {
          [&] { write_file(file, bytes_of("-----BEGIN KEYPKG-----\n*\n-----END KEYPKG-----\n")); },
          QEL_ERR_FROM_RFC1421},
         {"no such user", QEL_REPO_DSV, "bob", [] {}, QEL_ERR_UNKNOWN_USER},
-        {"a user without", QEL_REPO_DSV, nullptr, [&] { put(QEL_REPO_DSV, {}); },
+        {"a user without", QEL_REPO_DSV, nullptr, [&] { put(QEL_REPO_DSV, ""); },
          QEL_ERR_NO_KEYPKG},
         {"no naming service", QEL_REPO_DSV, nullptr, [] { naming.failure = QEL_ERR_XFN; },
          QEL_ERR_XFN},
@@ -160,7 +168,7 @@ TEST_F(KeyPkgStore, GettingFails) {
 }
 
 TEST_F(KeyPkgStore, WithoutANameStandardInputIsTheFile) {
-    put(QEL_REPO_FILE, {own});
+    put(QEL_REPO_FILE, "o");
     for (const char *name : {static_cast<const char *>(nullptr), ""}) {
         Bytes got;
         with_input(text_of(read_file(file)),
@@ -171,7 +179,7 @@ TEST_F(KeyPkgStore, WithoutANameStandardInputIsTheFile) {
 
 TEST_F(KeyPkgStore, ThePassPhraseGivesThePrivateKey) {
     const std::string phrase = package_of("").phrase;
-    put(QEL_REPO_DSV, {other, forged, own});
+    put(QEL_REPO_DSV, "xfo");
     for (const std::string &typed : {phrase, std::string("wrong")}) {
         QelKeyPkg *package = nullptr;
         uint8_t *key = nullptr;
@@ -238,38 +246,27 @@ TEST_F(KeyPkgStore, SettingKeepsTheKeyServerInStep) {
         const char *reason;
         std::function<void()> prepare;
         QelStatus status;
-        Items registered;
+        const char *before, *registered;
     } rows[] = {
-        {"nothing is registered", [] {}, QEL_OK, {}},
-        {"the new one is registered", [&] { key_server.packages = {other}; }, QEL_OK, {own}},
-        {"the server cannot be asked",
-         [] { key_server.stat_outcome = RPC_FAILED; },
-         QEL_ERR_SERV_UPDATE,
-         {}},
-        {"the server refuses",
-         [&] {
-             key_server.packages = {other};
-             key_server.verdict = QELSERV_KEY_EXISTS;
-         },
-         QEL_ERR_SERV_UPDATE,
-         {other}},
-        {"no key server", [&] { context->key_server = nullptr; }, QEL_ERR_SERV_UPDATE, {}},
-        {"the naming service has it already",
-         [&] {
-             put(QEL_REPO_DSV, {own});
-             key_server.packages = {other};
-         },
-         QEL_ERR_ENTRY_EXISTS,
-         {other}},
+        {"nothing is registered", [] {}, QEL_OK, "", ""},
+        {"the new one is registered", [] {}, QEL_OK, "x", "o"},
+        {"the server cannot be asked", [] { key_server.stat_outcome = RPC_FAILED; },
+         QEL_ERR_SERV_UPDATE, "", ""},
+        {"the server refuses", [] { key_server.verdict = QELSERV_KEY_EXISTS; }, QEL_ERR_SERV_UPDATE,
+         "x", "x"},
+        {"no key server", [&] { context->key_server = nullptr; }, QEL_ERR_SERV_UPDATE, "", ""},
+        {"the naming service has it already", [&] { put(QEL_REPO_DSV, "o"); }, QEL_ERR_ENTRY_EXISTS,
+         "x", "x"},
     };
     for (const auto &row : rows) {
         naming = {};
         key_server = {};
+        key_server.packages = items(row.before);
         row.prepare();
         const auto package = context.decode<QelKeyPkg>(own, QEL_PDU_KeyPkg);
         EXPECT_EQ(qel_set_keypkg(context, "alice", package.get()), row.status) << row.reason;
         EXPECT_EQ(naming.entries["alice"].packages, Items{own}) << row.reason;
-        EXPECT_EQ(key_server.packages, row.registered) << row.reason;
+        EXPECT_EQ(key_server.packages, items(row.registered)) << row.reason;
         context->key_server = &key_server;
     }
 }
@@ -286,7 +283,7 @@ TEST_F(KeyPkgStore, SettingInAFile) {
         EXPECT_EQ(set(repository, name, own_for_signing), QEL_OK);
         EXPECT_EQ(get(repository, name, &got), QEL_OK);
         EXPECT_EQ(got, own_for_signing);
-        put(repository, {other});
+        put(repository, "x");
         EXPECT_EQ(set(repository, name, own), QEL_OK) << "beside a package that is not replaced";
         EXPECT_EQ(get(repository, name, &got), QEL_ERR_FILE_FORMAT);
         EXPECT_EQ(set(repository, name, own), QEL_ERR_FILE_FORMAT);
@@ -308,9 +305,8 @@ TEST_F(KeyPkgStore, SettingInAFile) {
 }
 
 TEST_F(KeyPkgStore, RemovingFromTheNamingService) {
-    const Items all = {own, forged, other, own_for_signing};
     for (const int repository : {QEL_REPO_DSV, QEL_REPO_DSV_QELSERV}) {
-        put(repository, all);
+        put(repository, "ofxs");
         key_server.verdict = QELSERV_NO_KEY; // which does not count
         EXPECT_EQ(remove(repository, "alice"), QEL_OK);
         EXPECT_EQ(naming.entries["alice"].packages, (Items{forged, other}));
@@ -329,17 +325,17 @@ TEST_F(KeyPkgStore, RemovingFromTheNamingService) {
 }
 
 TEST_F(KeyPkgStore, RemovingFromAFile) {
-    put(QEL_REPO_FILE, {other});
+    put(QEL_REPO_FILE, "x");
     EXPECT_EQ(remove(QEL_REPO_FILE, file.c_str()), QEL_ERR_NO_KEYPKG);
-    put(QEL_REPO_FILE, {own});
+    put(QEL_REPO_FILE, "o");
     EXPECT_EQ(remove(QEL_REPO_FILE, file.c_str()), QEL_OK);
     EXPECT_FALSE(std::filesystem::exists(file));
     EXPECT_EQ(remove(QEL_REPO_FILE, file.c_str()), QEL_ERR_NO_FILE);
 
     // Two items, which only one more dash makes readable: the one that stays is written alone.
-    put(QEL_REPO_FILE, {own});
+    put(QEL_REPO_FILE, "o");
     const std::string first = text_of(read_file(file));
-    put(QEL_REPO_FILE, {other});
+    put(QEL_REPO_FILE, "x");
     const Bytes both = bytes_of(first + "-") + read_file(file);
     write_file(file, both);
     EXPECT_EQ(remove(QEL_REPO_FILE, file.c_str()), QEL_OK);
@@ -351,7 +347,7 @@ TEST_F(KeyPkgStore, RemovingFromAFile) {
 }
 
 TEST_F(KeyPkgStore, RemovingWithoutAFileNameWritesTheHiddenFile) {
-    put(QEL_REPO_DEFAULT, {own});
+    put(QEL_REPO_DEFAULT, "o");
     const Bytes before = read_file(default_file);
     EXPECT_EQ(remove(QEL_REPO_DEFAULT, "alice"), QEL_ERR_GENERAL) << "no hidden file to delete";
     write_file(hidden_file, {});
@@ -365,19 +361,17 @@ TEST_F(KeyPkgStore, RemovingWithoutAFileNameWritesTheHiddenFile) {
 
 TEST_F(KeyPkgStore, Presence) {
     const struct {
-        const char *reason;
-        Items items;
-        const char *id;
+        const char *reason, *items, *id;
         QelStatus status;
         int found;
     } rows[] = {
-        {"there", {own}, "default_keyid", QEL_OK, 1},
-        {"another than the context's", {own, other}, "other_keyid", QEL_OK, 1},
-        {"not there", {own}, "other_keyid", QEL_OK, 0},
-        {"none at all", {}, "default_keyid", QEL_OK, 0},
-        {"a bad one before it", {forged, own}, "default_keyid", QEL_ERR_VERIFY, 0},
-        {"a bad one behind it", {own, forged}, "default_keyid", QEL_ERR_VERIFY, 0},
-        {"what is no key package", {Bytes{5, 0}}, "default_keyid", QEL_ERR_ASN1_DECODE, 0},
+        {"there", "o", "default_keyid", QEL_OK, 1},
+        {"another than the context's", "ox", "other_keyid", QEL_OK, 1},
+        {"not there", "o", "other_keyid", QEL_OK, 0},
+        {"none at all", "", "default_keyid", QEL_OK, 0},
+        {"a bad one before it", "fo", "default_keyid", QEL_ERR_VERIFY, 0},
+        {"a bad one behind it", "of", "default_keyid", QEL_ERR_VERIFY, 0},
+        {"what is no key package", "-", "default_keyid", QEL_ERR_ASN1_DECODE, 0},
     };
     for (const auto &row : rows) {
         put(QEL_REPO_DSV, row.items);
@@ -403,7 +397,7 @@ TEST_F(KeyPkgStore, EachAllocation) {
     const std::string phrase = package_of("").phrase;
     const auto package = context.decode<QelKeyPkg>(own, QEL_PDU_KeyPkg);
     fault::each_allocation([&] {
-        put(QEL_REPO_DSV, {other, own_for_signing});
+        put(QEL_REPO_DSV, "xs");
         QelKeyPkg *got = nullptr;
         uint8_t *key = nullptr;
         uint32_t length = 0;
@@ -416,13 +410,13 @@ TEST_F(KeyPkgStore, EachAllocation) {
     });
     fault::each_allocation([&] {
         naming = {};
-        put(QEL_REPO_DSV, {own_for_signing});
+        put(QEL_REPO_DSV, "s");
         key_server.packages = {other};
         EXPECT_TRUE(qel_set_keypkg(context, "alice", package.get()) == QEL_OK || fault::met());
     });
     fault::each_allocation([&] {
         naming = {};
-        put(QEL_REPO_DSV, {own});
+        put(QEL_REPO_DSV, "o");
         EXPECT_TRUE(remove(QEL_REPO_DSV, "alice") == QEL_OK || fault::met());
     });
     fault::each_allocation([&] {
