@@ -298,21 +298,16 @@ void generate(Holder &holder) {
     const FailingContext context;
     uint8_t *key = nullptr, *public_key = nullptr;
     QelOctetString *parameters = nullptr;
-    expect(qel_gen_des_key(context, &key, &parameters));
-    holder.made(key, 8);
-    free(key);
-    __qel_free_ostr(&parameters);
-    expect(qel_gen_rc2_key(context, 16, 40, &key, &parameters));
-    holder.made(key, 16);
-    free(key);
-    __qel_free_ostr(&parameters);
-    expect(qel_gen_rc4_key(context, 16, &key));
-    holder.made(key, 16);
-    free(key);
-    key = nullptr;
-    expect(qel_random(32, &key));
-    holder.made(key, 32);
-    free(key);
+    const auto expect_key = [&](QelStatus status, std::size_t size) {
+        expect(status);
+        holder.made(key, size);
+        free(std::exchange(key, nullptr));
+        __qel_free_ostr(&parameters);
+    };
+    expect_key(qel_gen_des_key(context, &key, &parameters), 8);
+    expect_key(qel_gen_rc2_key(context, 16, 40, &key, &parameters), 16);
+    expect_key(qel_gen_rc4_key(context, 16, &key), 16);
+    expect_key(qel_random(32, &key), 32);
 
     uint8_t exponent[] = {1, 0, 1};
     const QelRsaKeypairParams wanted = {512, {3, exponent}};

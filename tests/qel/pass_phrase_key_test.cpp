@@ -2,7 +2,6 @@
 #include "support/ber.h"
 #include "support/fault.h"
 #include "support/secrets.h"
-#include "support/stack.h"
 
 #include <algorithm>
 #include <gmock/gmock.h>
@@ -10,7 +9,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 Bytes part(const Bytes &bytes, std::size_t from, std::size_t to) {
@@ -264,65 +262,6 @@ TEST(PassPhraseKey, EachAllocationOfDesAndNoKeyFreedUnzeroed) {
                                  : status == QEL_OK)
             << status;
     });
-}
-
-// The words of everything that a chain goes through: the phrase, as it stands in the block, and all
-// digests, before and after the last addition of MD5.
-std::vector<uint32_t> words_of_chain(Bytes digest, const Bytes &phrase, uint32_t count) {
-    constexpr uint32_t start[] = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
-    std::vector<uint32_t> words;
-    const auto word = [](const Bytes &bytes, std::size_t at) {
-        uint32_t value;
-        std::memcpy(&value, bytes.data() + at, sizeof value);
-        return value;
-    };
-    for (std::size_t at = 0; at + 4 <= phrase.size(); ++at)
-        words.push_back(word(phrase, at));
-    for (; count != 0; --count) {
-        digest = md5(digest + phrase);
-        for (std::size_t i = 0; i < 4; ++i) {
-            words.push_back(word(digest, 4 * i));
-            words.push_back(word(digest, 4 * i) - start[i]);
-        }
-    }
-    return words;
-}
-
-TEST(PassPhraseKey, NothingStaysOnTheStack) {
-    const TestContext context;
-    const Bytes salt = from_hex("1122334455667788");
-    for (const std::string text : {"correct horse battery staple",
-                                   "a pass phrase that nobody would care to type in twice a day"}) {
-        const Bytes phrase = bytes_of(text);
-        PassPhraseKeyInput input = {const_cast<uint8_t *>(salt.data()), length_of(salt),
-                                    const_cast<char *>(text.c_str()), 3};
-        uint8_t *key = nullptr, *iv = nullptr;
-        uint32_t length = 0;
-        Bytes stack = stack_after(
-            [&] { __qel_gen_des3_key_from_pwd(context, &input, &key, &length, &iv, &length); });
-        ASSERT_NE(key, nullptr);
-        free(key);
-        free(iv);
-        EXPECT_THAT(words_in(stack, words_of_chain(part(salt, 0, 4), phrase, 3)), IsEmpty());
-        EXPECT_THAT(words_in(stack, words_of_chain(part(salt, 4, 8), phrase, 3)), IsEmpty());
-
-        const Bytes parameters = tlv(0x30, tlv(0x04, salt) + tlv(0x02, Bytes{3}));
-        stack = stack_after(
-            [&] { derive_des(context, QEL_PbeWithMD5AndDES_CBC_OID, parameters, text); });
-        EXPECT_THAT(words_in(stack, words_of_chain(phrase + salt, {}, 3)), IsEmpty());
-    }
-}
-
-TEST(PassPhraseKey, TheStackIsSeen) {
-    const Bytes secret = from_hex("00112233445566778899aabbccddeeff");
-    uint32_t word;
-    std::memcpy(&word, secret.data() + 8, sizeof word);
-    const Bytes stack = stack_after([&] {
-        uint8_t copy[4096]; // deep enough for what runs afterwards
-        std::memcpy(copy, secret.data(), secret.size());
-        asm volatile("" : : "r"(copy) : "memory");
-    });
-    EXPECT_THAT(words_in(stack, {word}), ElementsAre(word));
 }
 
 } // namespace
