@@ -176,13 +176,6 @@ TEST_F(CertTest, CriticalExtensionsOfVersion3) {
     certificate->mask &= static_cast<uint8_t>(~QEL_CERT_EXTENSIONS);
 }
 
-TEST_F(CertTest, IssuerKeysThatAreNotRsa) {
-    const OwnedCert dsa = decoded(context, "certs/md5/eric-the-young-97.der");
-    ASSERT_NE(dsa, nullptr);
-    EXPECT_EQ(qel_verify_cert(context, certificate.get(), dsa->pubKeyInfo), QEL_ERR_KEY_TYPE);
-    EXPECT_TRUE(context.idle());
-}
-
 TEST_F(CertTest, IncompleteRecords) {
     QelCert copy = *certificate;
     copy.subject = nullptr;

@@ -262,19 +262,16 @@ TEST_F(KeyPkgTest, PrivateKeysThatAreNotThePackages) {
 
 TEST_F(KeyPkgTest, BadParameters) {
     const Bytes good = usual.encoding(), key = rsa().private_key();
-    const char *phrase = usual.phrase.c_str();
-    const uint8_t *der = good.data(), *bytes = key.data(), *algorithm = rsa_algorithm.data();
-    const uint32_t size = length_of(good), key_size = length_of(key),
-                   algorithm_size = length_of(rsa_algorithm);
+    const uint8_t *der = good.data();
+    const uint32_t size = length_of(good);
     QelKeyPkg *package = nullptr;
     uint8_t *out = nullptr;
     uint32_t length = 0;
-    const auto refused = QEL_ERR_BAD_PARAM;
-    each_missing(refused, __qel_validate_keypkg_with_pwd, {}, context, der, size, phrase, &package,
-                 &out, &length);
-    each_missing(refused, __qel_validate_keypkg_with_privkey, {}, context, der, size, bytes,
-                 key_size, algorithm, algorithm_size);
-    each_missing(refused, __qel_verify_keypkg_sig, {}, context, der, size, &package);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_validate_keypkg_with_pwd, {}, context, der, size,
+                 usual.phrase.c_str(), &package, &out, &length);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_validate_keypkg_with_privkey, {}, context, der, size,
+                 key.data(), length_of(key), rsa_algorithm.data(), length_of(rsa_algorithm));
+    each_missing(QEL_ERR_BAD_PARAM, __qel_verify_keypkg_sig, {}, context, der, size, &package);
     EXPECT_EQ(package, nullptr);
     EXPECT_EQ(out, nullptr);
 }
@@ -314,6 +311,7 @@ TEST_F(ChangeTest, GivesThePackageOfTheNewPhrase) {
 }
 
 TEST_F(ChangeTest, AFailureChangesNothing) {
+    const Bytes good = usual.pbe_parameters();
     const struct {
         const char *why;
         Bytes parameters;
@@ -321,19 +319,17 @@ TEST_F(ChangeTest, AFailureChangesNothing) {
         Bytes private_key;
         QelStatus status;
     } cases[] = {
-        {"parameters of another kind", from_hex("0500"), "phrase", private_key,
-         QEL_ERR_ASN1_DECODE},
-        {"an empty phrase", usual.pbe_parameters(), "", private_key, QEL_ERR_KEYGEN},
-        {"a salt of odd length", from_hex("3008 0403 010203 020101"), "phrase", private_key,
+        {"parameters of another kind", {5, 0}, "phrase", private_key, QEL_ERR_ASN1_DECODE},
+        {"an empty phrase", good, "", private_key, QEL_ERR_KEYGEN},
+        {"a salt of odd length", ber("30{0403010203 020101}"), "phrase", private_key,
          QEL_ERR_KEYGEN},
-        {"no iteration", from_hex("3007 0402 0102 020100"), "phrase", private_key, QEL_ERR_KEYGEN},
-        {"no private key", usual.pbe_parameters(), "phrase", from_hex("0500"), QEL_ERR_ASN1_DECODE},
-        {"a private key of DSA", usual.pbe_parameters(), "phrase",
-         private_key_info(dsa_oid, rsa().private_key()), QEL_ERR_SIGN},
-        {"a private key without its numbers", usual.pbe_parameters(), "phrase",
-         private_key_info(rsa_oid, from_hex("3000")), QEL_ERR_SIGN},
-        {"an empty private key", usual.pbe_parameters(), "phrase", private_key_info(rsa_oid, {}),
+        {"no iteration", ber("30{04020102 020100}"), "phrase", private_key, QEL_ERR_KEYGEN},
+        {"no private key", good, "phrase", {5, 0}, QEL_ERR_ASN1_DECODE},
+        {"a private key of DSA", good, "phrase", private_key_info(dsa_oid, rsa().private_key()),
          QEL_ERR_SIGN},
+        {"one without its numbers", good, "phrase", private_key_info(rsa_oid, {0x30, 0}),
+         QEL_ERR_SIGN},
+        {"an empty private key", good, "phrase", private_key_info(rsa_oid, {}), QEL_ERR_SIGN},
     };
     for (const auto &c : cases) {
         TestKeyPackage made = usual;
@@ -347,13 +343,10 @@ TEST_F(ChangeTest, AFailureChangesNothing) {
 
 TEST_F(ChangeTest, BadParameters) {
     const Owned package = decoded(usual.encoding());
-    const uint8_t *der = private_key.data();
-    const uint32_t size = length_of(private_key);
-    each_missing(QEL_ERR_BAD_PARAM, __qel_change_pass_phrase, {}, context, "phrase", der, size,
-                 package.get());
+    each_missing(QEL_ERR_BAD_PARAM, __qel_change_pass_phrase, {}, context, "phrase",
+                 private_key.data(), length_of(private_key), package.get());
     EXPECT_EQ(encoded(package.get()), usual.encoding());
-    QelAlgId *algorithm = package->encrPrivKeyInfo->encryptionAlgorithm;
-    __qel_free_ostr(&algorithm->parameters);
+    __qel_free_ostr(&package->encrPrivKeyInfo->encryptionAlgorithm->parameters);
     EXPECT_EQ(change(package.get(), "phrase", private_key), QEL_ERR_BAD_PARAM);
 }
 
@@ -394,26 +387,18 @@ TEST_F(ChangeTest, EachAllocation) {
 }
 
 TEST_F(KeyPkgTest, WhatDoesNotOpenIsZeroedBeforeItIsFreed) {
-    TestKeyPackage theirs = usual;
-    theirs.private_key_info = other_rsa().private_key_info();
-    TestKeyPackage broken = usual;
-    broken.private_key_info = rsa().private_key_info() + Bytes{0};
-    const Bytes not_ours = theirs.encoding(), no_key = broken.encoding();
+    TestKeyPackage of_another_key = usual, of_no_key = usual;
+    of_another_key.private_key_info = other_rsa().private_key_info();
+    of_no_key.private_key_info = rsa().private_key_info() + Bytes{0};
+    const Bytes encodings[] = {of_another_key.encoding(), of_no_key.encoding()};
     SecretWatch watch;
     watch.add("pass phrase", bytes_of(usual.phrase));
     watch.add("derived key", usual.key_and_iv());
     watch.add(rsa());
     watch.add(other_rsa());
-    const struct {
-        const char *why;
-        const Bytes &encoding;
-    } cases[] = {
-        {"another's key", not_ours},
-        {"no key", no_key},
-    };
-    for (const auto &c : cases) {
-        open(c.encoding, usual.phrase);
-        EXPECT_THAT(watch.take_found(), IsEmpty()) << c.why;
+    for (const Bytes &encoding : encodings) {
+        EXPECT_NE(open(encoding, usual.phrase).status, QEL_OK);
+        EXPECT_THAT(watch.take_found(), IsEmpty());
     }
 }
 

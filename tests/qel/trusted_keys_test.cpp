@@ -96,31 +96,22 @@ protected:
     QelTrustedKeys *list = nullptr;
 };
 
+// tests/qel/chain_test.cpp has the rest.
 TEST_F(TrustedKeys, Match) {
-    constexpr auto timeless = Validity::timeless, current = Validity::current,
-                   expired = Validity::expired, future = Validity::future,
-                   senseless = Validity::senseless;
+    constexpr auto current = Validity::current, expired = Validity::expired,
+                   future = Validity::future, senseless = Validity::senseless;
     const struct {
         const char *why;
         std::vector<Entry> entries;
         QelStatus status;
     } cases[] = {
         {"an empty list", {}, QEL_ERR_ISSUER_NOT_TRUSTED},
-        {"without validity", {{"CN=A, C=US", 1, timeless}}, QEL_OK},
-        {"current", {{"CN=A, C=US", 1, current}}, QEL_OK},
-        {"another case", {{"cn=a, c=us", 1}}, QEL_OK},
-        {"another owner", {{"CN=B, C=US", 1}}, QEL_ERR_ISSUER_NOT_TRUSTED},
-        {"another key", {{"CN=A, C=US", 2}}, QEL_ERR_ISSUER_NOT_TRUSTED},
+        {"without validity", {{"CN=A, C=US", 1}}, QEL_OK},
         {"another order", {{"C=US, CN=A", 1}}, QEL_ERR_ISSUER_NOT_TRUSTED},
-        {"expired", {{"CN=A, C=US", 1, expired}}, QEL_ERR_TKEY_EXPIRED},
         {"not yet", {{"CN=A, C=US", 1, future}}, QEL_ERR_TKEY_EXPIRED},
         {"expired, but of another key", {{"CN=A, C=US", 2, expired}}, QEL_ERR_ISSUER_NOT_TRUSTED},
-        {"the last one", {{"CN=B, C=US", 1}, {"CN=A, C=US", 1}}, QEL_OK},
         {"behind an expired one", {{"CN=A, C=US", 1, expired}, {"CN=A, C=US", 1}}, QEL_OK},
         {"before an expired one", {{"CN=A, C=US", 1}, {"CN=A, C=US", 1, expired}}, QEL_OK},
-        {"expired before one of another key",
-         {{"CN=A, C=US", 1, expired}, {"CN=A, C=US", 2}},
-         QEL_ERR_TKEY_EXPIRED},
         {"times that are none", {{"CN=A, C=US", 1, senseless}}, QEL_ERR_BAD_PARAM},
         {"but not where nobody asks", {{"CN=A, C=US", 2, senseless}}, QEL_ERR_ISSUER_NOT_TRUSTED},
     };

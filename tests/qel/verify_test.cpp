@@ -1,5 +1,6 @@
 #include "qel/signer.h"
 #include "support/fault.h"
+#include "support/keypkg.h"
 
 #include <set>
 
@@ -48,6 +49,7 @@ TEST_F(VerifyTest, WhatIsNotSigned) {
     SignerKey other_key{RsaKey::of_512_bits()};
     const RsaKey same_size(1024);
     SignerKey key_of_same_size{same_size};
+    const Bytes digest = md5(text);
     const struct {
         const char *why;
         const SignerKey &key;
@@ -55,21 +57,21 @@ TEST_F(VerifyTest, WhatIsNotSigned) {
         uint32_t mode;
         const QelAlgId *algorithm;
         Bytes signature;
-        QelStatus status;
+        QelStatus status = QEL_ERR_VERIFY;
     } cases[] = {
-        {"another text", key, other_text, 2, with_md5, good, QEL_ERR_VERIFY},
-        {"another digest", key, md5(other_text), 3, with_md5, good, QEL_ERR_VERIFY},
-        {"another algorithm", key, text, 2, with_md2, good, QEL_ERR_VERIFY},
-        {"a key of another length", other_key, text, 2, with_md5, good, QEL_ERR_VERIFY},
-        {"another key", key_of_same_size, text, 2, with_md5, good, QEL_ERR_VERIFY},
-        {"a byte more", key, text, 2, with_md5, good + Bytes{0}, QEL_ERR_VERIFY},
-        {"the bare digest, signed", key, text, 2, with_md5, rsa().sign(md5(text)), QEL_OK},
+        {"another text", key, other_text, 2, with_md5, good},
+        {"another digest", key, md5(other_text), 3, with_md5, good},
+        {"another algorithm", key, text, 2, with_md2, good},
+        {"a key of another length", other_key, text, 2, with_md5, good},
+        {"another key", key_of_same_size, text, 2, with_md5, good},
+        {"a byte more", key, text, 2, with_md5, good + Bytes{0}},
+        {"the bare digest, signed", key, text, 2, with_md5, rsa().sign(digest), QEL_OK},
         {"the bare digest without its last byte, signed", key, text, 2, with_md5,
-         rsa().sign(from_hex(to_hex(md5(text)).substr(0, 30))), QEL_ERR_VERIFY},
-        {"the text itself, signed", key, text, 2, with_md5, rsa().sign(text), QEL_ERR_VERIFY},
+         rsa().sign(Bytes(digest.begin(), digest.end() - 1))},
+        {"the text itself, signed", key, text, 2, with_md5, rsa().sign(text)},
         {"garbage behind the DigestInfo", key, text, 2, with_md5,
-         rsa().sign(md5_digest_info(md5(text)) + Bytes(20, 0)), QEL_ERR_VERIFY},
-        {"a digest alone cannot tell its algorithm", key, md5(text), 3, with_md2, good, QEL_OK},
+         rsa().sign(md5_digest_info(digest) + Bytes(20, 0))},
+        {"a digest alone cannot tell its algorithm", key, digest, 3, with_md2, good, QEL_OK},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(c.key.verify(context, c.data, c.mode, c.algorithm, c.signature), c.status)
@@ -80,9 +82,9 @@ TEST_F(VerifyTest, WhatIsNotSigned) {
 
 TEST_F(VerifyTest, NoSpoiledSignatureIsGood) {
     each_spoiled(good, [&](const Bytes &bad, const std::string &what) {
-        if (bad.empty())
-            return;
-        EXPECT_EQ(key.verify(context, text, QEL_MODE_FINAL, with_md5, bad), QEL_ERR_VERIFY) << what;
+        EXPECT_EQ(key.verify(context, text, QEL_MODE_FINAL, with_md5, bad),
+                  bad.empty() ? QEL_ERR_BAD_PARAM : QEL_ERR_VERIFY)
+            << what;
     });
 }
 
@@ -152,19 +154,11 @@ TEST_F(VerifyTest, KeysAndAlgorithmsThatAreRefused) {
 
 // Nothing of a verification that failed may get into the next one.
 TEST_F(VerifyTest, AFailureEndsTheVerification) {
-    const struct {
-        const char *why;
-        Bytes data;
-        uint32_t mode;
-        const QelAlgId *algorithm;
-    } cases[] = {
-        {"an update without data", {}, QEL_MODE_UPDATE, with_md5},
-        {"a final call that names no signature algorithm", text, QEL_MODE_FINAL, QEL_MD5_AID},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.why);
+    for (const bool without_data : {true, false}) {
         ASSERT_EQ(key.verify(context, text, QEL_MODE_UPDATE, with_md5, good), QEL_OK);
-        EXPECT_EQ(key.verify(context, c.data, c.mode, c.algorithm, good), QEL_ERR_BAD_PARAM);
+        EXPECT_EQ(without_data ? key.verify(context, {}, QEL_MODE_UPDATE, with_md5, good)
+                               : key.verify(context, text, QEL_MODE_FINAL, QEL_MD5_AID, good),
+                  QEL_ERR_BAD_PARAM);
         EXPECT_TRUE(context.idle());
         EXPECT_EQ(key.verify(context, text, QEL_MODE_FINAL, with_md5, good), QEL_OK);
     }
@@ -244,72 +238,52 @@ TEST_F(StructureTest, ARequestIsSignedAnew) {
     EXPECT_EQ(request->signature.length, 0u);
 }
 
-// A small key package, whose parts are borrowed.
 class KeyPkgTest : public StructureTest {
 protected:
-    KeyPkgTest() {
-        package.version = version;
-        package.keypkgId = id;
-        package.owner = &owner;
-        package.pubKeyInfo = &key.info;
-        package.encrPrivKeyInfo = &encrypted;
-        package.usage = USAGE_SIGN;
-        package.algorithm = const_cast<QelAlgId *>(with_md5);
-    }
-    ~KeyPkgTest() override { free(package.signature.value); }
-
     QelStatus sign(const QelAlgId *algorithm) {
-        return __qel_sign_keypkg(context, &package, QEL_RSA_ENCR_AID, key.private_bytes.data(),
+        return __qel_sign_keypkg(context, package.get(), QEL_RSA_ENCR_AID, key.private_bytes.data(),
                                  length_of(key.private_bytes), algorithm);
     }
+    QelStatus return_digest(const QelKeyPkg *of, uint8_t **info, uint32_t *length) {
+        return qel_verify_keypkg_return_digest(context, of, &key.info, info, length);
+    }
 
-    char version[4] = "1.0";
-    char id[14] = "default_keyid";
-    QelName owner = {QEL_NAME_RDN_SEQUENCE, nullptr};
-    uint8_t octets[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    QelEncryptedPrivateKeyInfo encrypted = {const_cast<QelAlgId *>(QEL_RC4_AID), {8, octets}};
-    QelKeyPkg package = {};
+    Asn1Value<QelKeyPkg> package =
+        context.decode<QelKeyPkg>(test_key_package(rsa()).encoding(), QEL_PDU_KeyPkg);
 };
 
 TEST_F(KeyPkgTest, SignedAndVerifiedWithItsDigest) {
-    for (const QelAlgId *algorithm : {with_md5, with_md2}) {
-        package.algorithm = const_cast<QelAlgId *>(algorithm);
+    for (const uint32_t digest : {2, 4}) { // with MD2 and with MD5
+        package->algorithm->algorithm->value[6] = digest;
         ASSERT_EQ(sign(nullptr), QEL_OK);
-        EXPECT_EQ(__qel_verify_keypkg(context, &package, &key.info), QEL_OK);
-
-        const Bytes signed_part = context.encode(&package, QEL_PDU_KeyPkgInfo);
+        EXPECT_EQ(__qel_verify_keypkg(context, package.get(), &key.info), QEL_OK);
+        const Bytes signed_part = context.encode(package.get(), QEL_PDU_KeyPkgInfo);
         uint8_t *info = nullptr;
-        uint32_t info_length = 0;
-        ASSERT_EQ(
-            qel_verify_keypkg_return_digest(context, &package, &key.info, &info, &info_length),
-            QEL_OK);
-        EXPECT_EQ(Bytes(info, info + info_length), algorithm == with_md5
-                                                       ? md5_digest_info(md5(signed_part))
-                                                       : md2_digest_info(md2(signed_part)));
+        uint32_t length = 0;
+        ASSERT_EQ(return_digest(package.get(), &info, &length), QEL_OK);
+        EXPECT_EQ(Bytes(info, info + length), digest == 4 ? md5_digest_info(md5(signed_part))
+                                                          : md2_digest_info(md2(signed_part)));
         free(info);
     }
 }
 
 TEST_F(KeyPkgTest, Failures) {
-    uint8_t *info = octets;
+    uint8_t unchanged = 0, *info = &unchanged;
     uint32_t length = 99;
-    EXPECT_EQ(qel_verify_keypkg_return_digest(context, &package, &key.info, nullptr, &length),
-              QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(qel_verify_keypkg_return_digest(context, nullptr, &key.info, &info, &length),
-              QEL_ERR_BAD_PARAM);
+    each_missing(QEL_ERR_BAD_PARAM, qel_verify_keypkg_return_digest, {}, context, package.get(),
+                 &key.info, &info, &length);
+    each_missing(QEL_ERR_BAD_PARAM, __qel_verify_keypkg, {}, context, package.get(), &key.info);
+    info = &unchanged;
+    EXPECT_EQ(return_digest(nullptr, &info, &length), QEL_ERR_BAD_PARAM);
+    EXPECT_TRUE(info == nullptr && length == 0);
+    package->usage = USAGE_ENCRYPT;
+    EXPECT_EQ(return_digest(package.get(), &info, &length), QEL_ERR_VERIFY);
     EXPECT_EQ(info, nullptr);
-    EXPECT_EQ(length, 0u);
-    EXPECT_EQ(__qel_verify_keypkg(context, &package, &key.info), QEL_ERR_BAD_PARAM)
+    package->signature.length = 0;
+    EXPECT_EQ(__qel_verify_keypkg(context, package.get(), &key.info), QEL_ERR_BAD_PARAM)
         << "not signed yet";
-    ASSERT_EQ(sign(nullptr), QEL_OK);
-    EXPECT_EQ(__qel_verify_keypkg(nullptr, &package, &key.info), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(__qel_verify_keypkg(context, &package, nullptr), QEL_ERR_BAD_PARAM);
-    package.usage = USAGE_ENCRYPT;
-    EXPECT_EQ(qel_verify_keypkg_return_digest(context, &package, &key.info, &info, &length),
-              QEL_ERR_VERIFY);
-    EXPECT_EQ(info, nullptr);
-    package.owner = nullptr;
-    EXPECT_EQ(__qel_verify_keypkg(context, &package, &key.info), QEL_ERR_ASN1_ENCODE);
+    qel_free_dn(&package->owner);
+    EXPECT_EQ(__qel_verify_keypkg(context, package.get(), &key.info), QEL_ERR_ASN1_ENCODE);
     EXPECT_EQ(sign(nullptr), QEL_ERR_ASN1_ENCODE);
 }
 

@@ -102,6 +102,7 @@ TEST_F(WrapTest, WrappingRefusals) {
     EXPECT_TRUE(out == nullptr && length == 0);
     TestOid<4> old_rsa = {{2, 5, 8, 1}};
     const QelBitString cut = {key.bits.length - 8, key.bits.value};
+    const QelAlgId *const rsa_id = QEL_RSA_ENCR_AID;
     const struct {
         const char *why;
         Bytes key;
@@ -109,10 +110,9 @@ TEST_F(WrapTest, WrappingRefusals) {
         const QelAlgId *algorithm;
         QelStatus status;
     } cases[] = {
-        {"a public key of another kind, though it could not be read either", secret, cut,
-         &old_rsa.algorithm, QEL_ERR_KEY_TYPE},
-        {"a public key without its last byte", secret, cut, QEL_RSA_ENCR_AID, QEL_ERR_BAD_KEY},
-        {"54 bytes under 512 bits", counted(54), key.bits, QEL_RSA_ENCR_AID, QEL_ERR_WRAP},
+        {"one of another kind, even if cut", secret, cut, &old_rsa.algorithm, QEL_ERR_KEY_TYPE},
+        {"a public key without its last byte", secret, cut, rsa_id, QEL_ERR_BAD_KEY},
+        {"54 bytes under 512 bits", counted(54), key.bits, rsa_id, QEL_ERR_WRAP},
     };
     for (const auto &c : cases) {
         out = const_cast<uint8_t *>(secret.data());
@@ -124,8 +124,8 @@ TEST_F(WrapTest, WrappingRefusals) {
         EXPECT_TRUE(out == nullptr && length == 0) << c.why;
     }
     fault::fail(fault::Call::open, 1);
-    EXPECT_EQ(vfeqjfkkj(context, secret.data(), 8, QEL_RC4_AID, &key.bits,
-                        QEL_RSA_ENCR_AID->parameters, QEL_RSA_ENCR_AID, &out, &length),
+    EXPECT_EQ(vfeqjfkkj(context, secret.data(), 8, QEL_RC4_AID, &key.bits, parameters, rsa_id, &out,
+                        &length),
               QEL_ERR_WRAP)
         << "no random bytes for the padding";
     EXPECT_TRUE(fault::clear(fault::Call::open));
@@ -133,7 +133,8 @@ TEST_F(WrapTest, WrappingRefusals) {
 
 // Each row fails the check that it names, and some of those that come later.
 TEST_F(WrapTest, OrderOfUnwrappingChecks) {
-    TestOid<4> other = {{2, 5, 8, 1}};
+    TestOid<4> unknown = {{2, 5, 8, 1}};
+    const QelAlgId *const rsa_id = QEL_RSA_ENCR_AID, *const other = &unknown.algorithm;
     const Bytes too_long = hollow_key(513), longest = hollow_key(512), shorter = hollow_key(511);
     Bytes cut = key.private_bytes;
     cut.pop_back();
@@ -142,27 +143,18 @@ TEST_F(WrapTest, OrderOfUnwrappingChecks) {
     const struct {
         const char *why;
         const Bytes &private_key;
-        const QelAlgId *key_algorithm;
-        const QelAlgId *wrapping_algorithm;
+        const QelAlgId *key_algorithm, *wrapping_algorithm;
         uint32_t capacity;
         QelStatus status;
     } cases[] = {
-        {"a key that cannot be read", cut, &other.algorithm, &other.algorithm, 511,
-         QEL_ERR_BAD_KEY},
-        {"a public key", key.public_bytes, &other.algorithm, &other.algorithm, 511,
-         QEL_ERR_BAD_KEY},
-        {"a modulus of 513 bytes", too_long, &other.algorithm, &other.algorithm, 511,
-         QEL_ERR_EXPORT},
-        {"a key that is not RSA", shorter, &other.algorithm, &other.algorithm, 511,
-         QEL_ERR_KEY_TYPE},
-        {"a block of another length", shorter, QEL_RSA_ENCR_AID, &other.algorithm, 511,
-         QEL_ERR_BAD_PARAM},
-        {"another wrapping algorithm", longest, QEL_RSA_ENCR_AID, &other.algorithm, 511,
-         QEL_ERR_UNSUPPORTED_ALG},
-        {"a buffer one byte short", longest, QEL_RSA_ENCR_AID, QEL_RSA_ENCR_AID, 511,
-         QEL_ERR_BUFFER_SIZE},
-        {"numbers that are no key", longest, QEL_RSA_ENCR_AID, QEL_RSA_ENCR_AID, 512,
-         QEL_ERR_UNWRAP},
+        {"a key that cannot be read", cut, other, other, 511, QEL_ERR_BAD_KEY},
+        {"a public key", key.public_bytes, other, other, 511, QEL_ERR_BAD_KEY},
+        {"a modulus of 513 bytes", too_long, other, other, 511, QEL_ERR_EXPORT},
+        {"a key that is not RSA", shorter, other, other, 511, QEL_ERR_KEY_TYPE},
+        {"a block of another length", shorter, rsa_id, other, 511, QEL_ERR_BAD_PARAM},
+        {"another wrapping algorithm", longest, rsa_id, other, 511, QEL_ERR_UNSUPPORTED_ALG},
+        {"a buffer one byte short", longest, rsa_id, rsa_id, 511, QEL_ERR_BUFFER_SIZE},
+        {"numbers that are no key", longest, rsa_id, rsa_id, 512, QEL_ERR_UNWRAP},
     };
     for (const auto &c : cases) {
         out = buffer;
@@ -218,22 +210,21 @@ TEST_F(WrapTest, BlocksThatDoNotOpen) {
         {"all zero", Bytes(64, 0), false},
     };
     for (const auto &c : cases) {
-        ASSERT_EQ(c.block.size(), 64u) << c.why;
+        SCOPED_TRACE(c.why);
+        ASSERT_EQ(c.block.size(), 64u);
+        const Bytes wrapped = raw_public(rsa(), c.block);
         uint8_t buffer[64] = {};
         out = buffer;
         length = sizeof buffer;
-        EXPECT_EQ(unwrap(context, key.private_bytes, raw_public(rsa(), c.block), &out, &length),
-                  c.opens ? QEL_OK : QEL_ERR_UNWRAP)
-            << c.why;
+        EXPECT_EQ(unwrap(context, key.private_bytes, wrapped, &out, &length),
+                  c.opens ? QEL_OK : QEL_ERR_UNWRAP);
         if (c.opens)
             continue;
-        EXPECT_EQ(length, sizeof buffer) << c.why;
-        EXPECT_EQ(Bytes(buffer, buffer + sizeof buffer), Bytes(sizeof buffer, 0)) << c.why;
+        EXPECT_EQ(length, sizeof buffer);
+        EXPECT_EQ(Bytes(buffer, buffer + sizeof buffer), Bytes(sizeof buffer, 0));
         out = nullptr;
-        EXPECT_EQ(unwrap(context, key.private_bytes, raw_public(rsa(), c.block), &out, &length),
-                  QEL_ERR_UNWRAP);
-        EXPECT_EQ(out, nullptr) << c.why;
-        EXPECT_EQ(length, 0u) << c.why;
+        EXPECT_EQ(unwrap(context, key.private_bytes, wrapped, &out, &length), QEL_ERR_UNWRAP);
+        EXPECT_TRUE(out == nullptr && length == 0);
     }
     out = nullptr;
     EXPECT_EQ(unwrap(context, key.private_bytes, rsa().modulus(), &out, &length), QEL_ERR_UNWRAP)
