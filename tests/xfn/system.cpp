@@ -105,47 +105,44 @@ int write_as(uid_t uid, const std::string &name, const Values &values,
 TEST_F(Naming, EverybodyReadsAndChangesTheOwnEntry) {
     const Fnsd daemon;
     const uid_t alice = user("alice"), bob = user("bob");
-    struct Row {
+    const struct {
         const char *why;
         uid_t uid;
         const char *name;
         int status;
-        bool needs_users;
-    };
-    const Row rows[] = {
+        bool needs_users = true;
+    } rows[] = {
         {"root", root, "user/root", FN_SUCCESS, false},
         {"a host, by root", root, "host/h", FN_SUCCESS, false},
-        {"alice", alice, "user/alice", FN_SUCCESS, true},
-        {"bob", bob, "user/bob", FN_SUCCESS, true},
-        {"alice changes bob", alice, "user/bob", FN_E_CTX_NO_PERMISSION, true},
-        {"bob changes alice", bob, "user/alice", FN_E_CTX_NO_PERMISSION, true},
-        {"alice changes root", alice, "user/root", FN_E_CTX_NO_PERMISSION, true},
-        {"alice changes a host", alice, "host/h", FN_E_CTX_NO_PERMISSION, true},
-        {"alice makes a host", alice, "host/alice", FN_E_CTX_NO_PERMISSION, true},
-        {"root changes bob", root, "user/bob", FN_SUCCESS, true},
+        {"alice", alice, "user/alice", FN_SUCCESS},
+        {"bob", bob, "user/bob", FN_SUCCESS},
+        {"alice changes bob", alice, "user/bob", FN_E_CTX_NO_PERMISSION},
+        {"bob changes alice", bob, "user/alice", FN_E_CTX_NO_PERMISSION},
+        {"alice changes root", alice, "user/root", FN_E_CTX_NO_PERMISSION},
+        {"alice changes a host", alice, "host/h", FN_E_CTX_NO_PERMISSION},
+        {"alice makes a host", alice, "host/alice", FN_E_CTX_NO_PERMISSION},
+        {"root changes bob", root, "user/bob", FN_SUCCESS},
     };
-    for (const Row &row : rows)
+    for (const auto &row : rows)
         if (has_users() || !row.needs_users) {
             EXPECT_EQ(write_as(row.uid, row.name, {row.why}), row.status) << row.why;
         }
-    for (const uid_t reader : {alice, bob, root})
-        EXPECT_EQ(
-            as_user(reader,
-                    [] {
-                        const Host store;
-                        const bool same =
-                            store.get("host/h", certificates) == Values{"a host, by root"} &&
-                            (!has_users() ||
-                             (store.get("user/alice", certificates) == Values{"alice"} &&
-                              store.get("user/bob", certificates) == Values{"root changes bob"}));
-                        return same ? 0 : 1;
-                    }),
-            0);
+    const auto reads = [](const char *name, const char *value) {
+        return Host().get(name, certificates) == Values{value};
+    };
+    for (const uid_t reader : {alice, bob, root}) {
+        EXPECT_EQ(as_user(reader, [&] { return reads("host/h", "a host, by root"); }), 1);
+        if (!has_users())
+            continue;
+        EXPECT_EQ(as_user(reader, [&] { return reads("user/alice", "alice"); }), 1);
+        EXPECT_EQ(as_user(reader, [&] { return reads("user/bob", "root changes bob"); }), 1);
+    }
     if (has_users()) {
-        EXPECT_EQ(as_user(alice, [] { return static_cast<int>(Host().destroy("user/bob")); }),
-                  FN_E_CTX_NO_PERMISSION);
-        EXPECT_EQ(as_user(alice, [] { return static_cast<int>(Host().destroy("user/alice")); }),
-                  FN_SUCCESS);
+        const auto destroy = [](const char *name) {
+            return [=] { return static_cast<int>(Host().destroy(name)); };
+        };
+        EXPECT_EQ(as_user(alice, destroy("user/bob")), FN_E_CTX_NO_PERMISSION);
+        EXPECT_EQ(as_user(alice, destroy("user/alice")), FN_SUCCESS);
         EXPECT_NE(host::read_text(log_path).find("refused"), std::string::npos);
     }
 }
@@ -278,19 +275,18 @@ TEST_F(Naming, BadClientsHarmNobody) {
 }
 
 TEST_F(Naming, Commands) {
-    const std::string as_alice =
-        has_users() ? "setpriv --reuid=alice --regid=alice --clear-groups " : "";
-    struct Row {
+    const std::string as_alice = "setpriv --reuid=alice --regid=alice --clear-groups ",
+                      create = "ctxcreate -t org -o org//";
+    const struct {
         std::string command;
         int status;
         bool needs_users = false;
-    };
-    const Row rows[] = {
-        {"rm /var/fn/* && ctxcreate -t org -o org//", 0},
-        {"ctxcreate -t org -o org//", 0},
+    } rows[] = {
+        {"rm /var/fn/* && " + create, 0},
+        {create, 0},
         {"test -e /var/fn/dsv_org.ctx.dir", 0},
-        {"rm /var/fn/dsv_org.db-wal /var/fn/dsv_org.db-shm && ctxcreate -t org -o org//", 0},
-        {as_alice + "ctxcreate -t org -o org//", 9, true},
+        {"rm /var/fn/dsv_org.db-wal /var/fn/dsv_org.db-shm && " + create, 0},
+        {as_alice + create, 9, true},
         {"ctxcreate", 2},
         {"ctxcreate -t printer x", 2},
         {"ctxcreate -t org -o elsewhere//", 2},
@@ -300,15 +296,15 @@ TEST_F(Naming, Commands) {
         {"ctxcreate --help && ctxselect --help && ctxexport --help && fnsd --help", 0},
         {"ctxcreate --version >/dev/full", 7},
         {"test $(ctxselect) = files", 0},
-        {"echo 'files sqlite:/var/fn/dsv_org.db # ours' >/etc/fn.conf && umask 077 && ctxselect "
-         "nis",
+        {"echo 'files sqlite:/var/fn/dsv_org.db # ours' >/etc/fn.conf && umask 077 && "
+         "ctxselect nis",
          0},
-        {"test $(ctxselect) = nis && grep -q ours /etc/fn.conf && test $(stat -c %a /etc/fn.conf) "
-         "= 644",
+        {"test $(ctxselect) = nis && grep -q ours /etc/fn.conf && "
+         "test $(stat -c %a /etc/fn.conf) = 644",
          0},
-        {"ctxcreate -t org -o org//", 8},
-        {"ctxselect files && ctxselect nis && ctxselect files && grep -c default /etc/fn.conf | "
-         "grep -qx 1",
+        {create, 8},
+        {"ctxselect files && ctxselect nis && ctxselect files && "
+         "grep -c default /etc/fn.conf | grep -qx 1",
          0},
         {"ctxselect nis 2>&1 | grep -q \"line 'files nis:'\"", 0},
         {"echo 'files nis:' >/etc/fn.conf && ! ctxselect nis 2>&1 | grep .", 0},
@@ -320,7 +316,7 @@ TEST_F(Naming, Commands) {
         {"rm /etc/fn.conf", 0},
         {"ls -a /etc | grep -c 'fn.conf.' | grep -qx 0", 0},
     };
-    for (const Row &row : rows)
+    for (const auto &row : rows)
         if (has_users() || !row.needs_users) {
             EXPECT_EQ(run("( " + row.command + " ) >/dev/null 2>&1"), row.status) << row.command;
         }
@@ -338,12 +334,7 @@ TEST_F(Naming, Commands) {
 
 // ---- NIS ------------------------------------------------------------------------------------------
 
-class Published : public Naming {
-protected:
-    void publish() { ASSERT_EQ(run("publish-naming"), 0); }
-};
-
-TEST_F(Published, WhatIsInTheDatabaseIsInTheDomain) {
+TEST_F(Naming, WhatIsInTheDatabaseIsPublishedInTheDomain) {
     const Host files;
     std::string all_bytes;
     for (int byte = 0; byte < 256; ++byte)
@@ -368,7 +359,7 @@ TEST_F(Published, WhatIsInTheDatabaseIsInTheDomain) {
     }
     for (int i = 0; i < 200; ++i)
         ASSERT_EQ(files.create("host/many" + std::to_string(i)), unsigned{FN_SUCCESS});
-    publish();
+    ASSERT_EQ(run("publish-naming"), 0);
 
     const Host nis(FN_NS_NIS);
     const auto sorted = [](Values values) {
@@ -403,36 +394,32 @@ TEST_F(Published, WhatIsInTheDatabaseIsInTheDomain) {
         files.destroy("host/" + name);
 }
 
-TEST_F(Published, AMapInPiecesIsNotBelieved) {
+TEST_F(Naming, AMapInPiecesIsNotBelieved) {
     const Host files;
     ASSERT_EQ(files.create("user/root"), unsigned{FN_SUCCESS});
     ASSERT_EQ(files.write("user/root", certificates, {std::string(2000, 'c')}),
               unsigned{FN_SUCCESS});
-    publish();
+    ASSERT_EQ(run("publish-naming"), 0);
     const Host nis(FN_NS_NIS);
-    struct Row {
-        const char *why;
-        const char *edit;
-    };
-    const Row rows[] = {
+    const struct {
+        const char *why, *edit;
+    } rows[] = {
         {"a part of another text", "s/^\\(au.*+1 ....\\)./\\1-/"},
         {"a part that is missing", "/^au.*+2 /d"},
         {"a number of parts that is none", "s/^\\(au[^+]* [0-9a-f]*\\),[0-9]*,/\\1,x,/"},
         {"too many parts", "s/^\\(au[^+]* [0-9a-f]*\\),[0-9]*,/\\1,99999999999,/"},
     };
-    for (const Row &row : rows) {
-        ASSERT_EQ(
-            run(std::string("cd /var/yp/$(domainname) && sed '") + row.edit +
-                "' /run/dsv_org.text >/run/edited && ! cmp -s /run/edited /run/dsv_org.text && "
-                "makedbm /run/edited dsv_org.ctx.new && mv dsv_org.ctx.new dsv_org.ctx && makedbm "
-                "-c"),
-            0)
-            << row.why;
+    for (const auto &row : rows) {
+        const std::string edit =
+            std::string("cd /var/yp/$(domainname) && sed '") + row.edit +
+            "' /run/dsv_org.text >/run/edited && ! cmp -s /run/edited /run/dsv_org.text && "
+            "makedbm /run/edited dsv_org.ctx.new && mv dsv_org.ctx.new dsv_org.ctx && makedbm -c";
+        ASSERT_EQ(run(edit), 0) << row.why;
         EXPECT_EQ(nis.get("user/root", certificates), code(FN_E_CTX_UNAVAILABLE)) << row.why;
     }
     ASSERT_EQ(run("rm /var/yp/$(domainname)/dsv_org.ctx && makedbm -c"), 0);
     EXPECT_EQ(nis.lookup("user/root"), unsigned{FN_E_CTX_UNAVAILABLE});
-    publish();
+    ASSERT_EQ(run("publish-naming"), 0);
     EXPECT_EQ(nis.get("user/root", certificates), Values{std::string(2000, 'c')});
 }
 
