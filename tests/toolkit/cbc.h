@@ -2,7 +2,7 @@
 #ifndef TESTS_TOOLKIT_CBC_H
 #define TESTS_TOOLKIT_CBC_H
 
-#include "samples.h"
+#include "support/samples.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
@@ -23,25 +23,38 @@ struct CbcCipher {
     CbcRun encrypt, decrypt;
 };
 
-// libcrypto's CBC encryption (or RC4) by cipher name. rc2_bits is 0 for the other ciphers.
-inline void peer_cbc_encrypt(const char *name, const Bytes &key, unsigned rc2_bits, uint8_t *iv,
-                             const uint8_t *in, uint8_t *out, std::size_t blocks) {
+// The key of RC2 here: two bytes of effective bits, then the key itself.
+inline Bytes rc2_key(unsigned bits, const Bytes &key) {
+    return Bytes{static_cast<uint8_t>(bits >> 8), static_cast<uint8_t>(bits)} + key;
+}
+inline unsigned rc2_bits(const Bytes &key) {
+    return static_cast<unsigned>(key[0] << 8 | key[1]);
+}
+
+// libcrypto's CBC encryption (or RC4) by cipher name.
+inline Bytes peer_encrypted(const std::string &name, const Bytes &key, const Bytes &iv,
+                            const Bytes &plain) {
+    const std::size_t key_at = name == "RC2-CBC" ? 2 : 0;
+    Bytes encrypted(plain.size());
     static OSSL_PROVIDER *const legacy = OSSL_PROVIDER_load(nullptr, "legacy");
     static OSSL_PROVIDER *const standard = OSSL_PROVIDER_load(nullptr, "default");
-    ASSERT_TRUE(legacy != nullptr && standard != nullptr);
-    EVP_CIPHER *const cipher = EVP_CIPHER_fetch(nullptr, name, nullptr);
+    EXPECT_TRUE(legacy != nullptr && standard != nullptr);
+    EVP_CIPHER *const cipher = EVP_CIPHER_fetch(nullptr, name.c_str(), nullptr);
     EVP_CIPHER_CTX *const context = EVP_CIPHER_CTX_new();
     int written = 0;
-    ASSERT_EQ(EVP_EncryptInit_ex2(context, cipher, nullptr, nullptr, nullptr), 1);
-    EVP_CIPHER_CTX_set_key_length(context, static_cast<int>(key.size()));
-    if (rc2_bits != 0)
-        EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_SET_RC2_KEY_BITS, static_cast<int>(rc2_bits),
+    EXPECT_EQ(EVP_EncryptInit_ex2(context, cipher, nullptr, nullptr, nullptr), 1);
+    EVP_CIPHER_CTX_set_key_length(context, static_cast<int>(key.size() - key_at));
+    if (key_at != 0)
+        EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_SET_RC2_KEY_BITS, static_cast<int>(rc2_bits(key)),
                             nullptr);
-    ASSERT_EQ(EVP_EncryptInit_ex2(context, nullptr, key.data(), iv, nullptr), 1);
+    EXPECT_EQ(EVP_EncryptInit_ex2(context, nullptr, key.data() + key_at, iv.data(), nullptr), 1);
     EVP_CIPHER_CTX_set_padding(context, 0);
-    ASSERT_EQ(EVP_EncryptUpdate(context, out, &written, in, static_cast<int>(8 * blocks)), 1);
+    EXPECT_EQ(EVP_EncryptUpdate(context, encrypted.data(), &written, plain.data(),
+                                static_cast<int>(plain.size())),
+              1);
     EVP_CIPHER_CTX_free(context);
     EVP_CIPHER_free(cipher);
+    return encrypted;
 }
 
 // Equality of long data: a failure names the first difference instead of printing all of it.
@@ -113,8 +126,8 @@ inline void check_cbc_pieces(const std::string &what, CbcRun run, const Bytes &k
     EXPECT_EQ(to_hex(chain), to_hex(last_iv)) << what << " " << blocks;
 }
 
-// Compares with peer on random keys and data of each number of blocks.
-inline void check_cbc_peer(const CbcCipher &cipher, CbcRun peer_encrypt,
+// Compares with libcrypto on random keys and data of each number of blocks.
+inline void check_cbc_peer(const CbcCipher &cipher, const char *peer,
                            const std::function<Bytes(Samples &)> &make_key) {
     Samples samples;
     for (const std::size_t blocks : sample_lengths()) {
@@ -122,7 +135,7 @@ inline void check_cbc_peer(const CbcCipher &cipher, CbcRun peer_encrypt,
             continue;
         const Bytes key = make_key(samples), iv = samples.bytes(cbc_block);
         const Bytes plain = samples.bytes(blocks * cbc_block);
-        const Bytes encrypted = cbc_run(peer_encrypt, key, iv, plain);
+        const Bytes encrypted = peer_encrypted(peer, key, iv, plain);
         Bytes last = iv;
         if (blocks != 0)
             last.assign(encrypted.end() - cbc_block, encrypted.end());

@@ -142,22 +142,19 @@ TEST(Dh, NothingOfASecretIsLeftBehind) {
     EXPECT_EQ(dh_agree(group.get(), secret, value, sizeof value, agreed), BE_OK);
 }
 
-struct ParameterCase {
-    const char *why;
-    uint32_t prime_bits, exponent_bits, subgroup_bits;
-};
-
-const ParameterCase kParameterCases[] = {
-    {"a subgroup of the exponent's length", 512, 200, 200},
-    {"never a small subgroup", 300, 40, 160},
-    {"a safe prime, asked for", 256, 255, 255},
-    {"a safe prime for want of room", 256, 230, 255},
-    {"just room enough", 256, 224, 224},
-    {"a safe prime by default", 256, 0, 255},
-};
-
 TEST(DhParameters, HaveASubgroupOfPrimeOrder) {
-    for (const ParameterCase &row : kParameterCases) {
+    const struct {
+        const char *why;
+        uint32_t prime_bits, exponent_bits, subgroup_bits;
+    } rows[] = {
+        {"a subgroup of the exponent's length", 512, 200, 200},
+        {"never a small subgroup", 300, 40, 160},
+        {"a safe prime, asked for", 256, 255, 255},
+        {"a safe prime for want of room", 256, 230, 255},
+        {"just room enough", 256, 224, 224},
+        {"a safe prime by default", 256, 0, 255},
+    };
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.why);
         ITEM prime_item = {}, base_item = {};
         ASSERT_EQ(dh_generate_parameters(&prime_item, &base_item, row.prime_bits, row.exponent_bits,

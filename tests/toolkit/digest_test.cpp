@@ -1,6 +1,6 @@
 // MD2 and MD5: published vectors, and other libraries on random input.
-#include "samples.h"
 #include "support/digests.h"
+#include "support/samples.h"
 #include "support/vectors.h"
 
 #include <nettle/md5.h>

@@ -61,8 +61,7 @@ TEST(RsaKeys, ConvertAsLibcryptoDoes) {
             rsa.prime2(),  rsa.exponent1(),       rsa.exponent2(),        rsa.coefficient()};
         const std::string pkcs = joined(numbers, {0, 1, 2, 3, 4, 5, 6, 7});
 
-        const ITEM private_item = item_of(private_ber), public_item = item_of(public_ber);
-        const Key_ from_private(KI_PKCS_RSAPrivateBER, &private_item);
+        const Key_ from_private(private_ber, KI_PKCS_RSAPrivateBER);
         EXPECT_EQ(read(from_private, KI_PKCS_RSAPrivateBER), to_hex(private_ber));
         EXPECT_EQ(read(from_private, KI_PKCS_RSAPrivate), pkcs);
         EXPECT_EQ(read(from_private, KI_RSA_CRT), joined(numbers, {0, 3, 4, 5, 6, 7}));
@@ -71,7 +70,7 @@ TEST(RsaKeys, ConvertAsLibcryptoDoes) {
         EXPECT_EQ(read(from_private, KI_RSAPublicBER), to_hex(public_ber));
         EXPECT_EQ(read(from_private, KI_Item), "BE_KEY_OPERATION_UNKNOWN");
 
-        const Key_ from_public(KI_RSAPublicBER, &public_item);
+        const Key_ from_public(public_ber, KI_RSAPublicBER);
         EXPECT_EQ(read(from_public, KI_RSAPublic), joined(numbers, {0, 1}));
         EXPECT_EQ(read(from_public, KI_RSAPublicBER), to_hex(public_ber));
         for (const B_KEY_INFO_TYPE type :
@@ -120,79 +119,79 @@ Bytes odd(std::size_t bits) {
     return digits;
 }
 
+// How reading an encoding ends.
+std::string taken(B_KEY_INFO_TYPE type, const Bytes &encoding) {
+    const Key_ key;
+    const ITEM item = item_of(encoding);
+    return error_name(B_SetKeyInfo(key, type, &item));
+}
+
 TEST(RsaKeys, PublicEncodingsThatAreReadAndRefused) {
     const Bytes key = public_key(modulus, exponent), nothing;
     const Bytes good = public_info(rsa_id + null, key);
     const auto info_of = [](const Bytes &bits) { return public_info(rsa_id + null, bits); };
-    const struct {
-        const char *reason;
-        Bytes encoding;
-        const char *expected;
-    } cases[] = {
-        {"as written", good, "BE_OK"},
-        {"no parameters", public_info(rsa_id, key), "BE_OK"},
-        {"the annex's algorithm, without a size", public_info(annex_id + null, key), "BE_OK"},
-        {"the annex's algorithm, with a size", public_info(annex_id + integer({1, 0}), key),
-         "BE_OK"},
-        {"the annex's algorithm, with nothing", public_info(annex_id, key), "BE_OK"},
-        {"the annex's algorithm, with more", public_info(annex_id + null + null, key), "BE_DATA"},
-        {"a size for rsaEncryption", public_info(rsa_id + integer({1, 0}), key), "BE_DATA"},
-        {"NULL that holds something", public_info(rsa_id + from_hex("05 01 00"), key), "BE_DATA"},
-        {"another algorithm", public_info(from_hex("06 07 2a8648ce380401") + null, key), "BE_DATA"},
-        {"an identifier one arc longer", public_info(from_hex("06 0a 2a864886f70d01010101"), key),
-         "BE_DATA"},
-        {"unused bits", public_info(rsa_id + null, key, 1), "BE_DATA"},
-        {"an empty bit string", tlv(0x30, tlv(0x30, rsa_id + null) + tlv(3, nothing)), "BE_DATA"},
-        {"bytes behind the whole", good + Bytes{0}, "BE_DATA"},
-        {"bytes behind the bit string",
-         tlv(0x30, tlv(0x30, rsa_id + null) + tlv(3, Bytes{0} + key) + null), "BE_DATA"},
-        {"bytes behind the key", info_of(key + null), "BE_DATA"},
-        {"bytes behind the exponent",
-         info_of(tlv(0x30, integer(modulus) + integer(exponent) + null)), "BE_DATA"},
+    const auto numbers = [&](const Bytes &n, const Bytes &e) { return info_of(public_key(n, e)); };
+    const std::pair<const char *, Bytes> taken_encodings[] = {
+        {"as written", good},
+        {"no parameters", public_info(rsa_id, key)},
+        {"the annex's algorithm, without a size", public_info(annex_id + null, key)},
+        {"the annex's algorithm, with a size", public_info(annex_id + integer({1, 0}), key)},
+        {"the annex's algorithm, with nothing", public_info(annex_id, key)},
         {"indefinite lengths",
          open_ended(0x30,
                     open_ended(0x30, rsa_id + null) +
-                        tlv(3, Bytes{0} + open_ended(0x30, integer(modulus) + integer(exponent)))),
-         "BE_OK"},
-        {"an indefinite length without its end",
-         Bytes{0x30, 0x80} + tlv(0x30, rsa_id + null) + tlv(3, Bytes{0} + key), "BE_DATA"},
-        {"lengths in more bytes than needed",
-         from_hex("30 83 00 00") + Bytes{static_cast<uint8_t>(good.size() - 2)} +
-             Bytes(good.begin() + 2, good.end()),
-         "BE_OK"},
-        {"a length in more bytes than a size has",
-         from_hex("30 8a 01 00 00 00 00 00 00 00 00 40") + Bytes(good.begin() + 2, good.end()),
-         "BE_DATA"},
-        {"a bit string in pieces",
-         tlv(0x30, tlv(0x30, rsa_id + null) + tlv(0x23, tlv(3, Bytes{0} + key))), "BE_DATA"},
+                        tlv(3, Bytes{0} + open_ended(0x30, integer(modulus) + integer(exponent))))},
+        {"lengths in more bytes than needed", from_hex("30 83 00 00") +
+                                                  Bytes{static_cast<uint8_t>(good.size() - 2)} +
+                                                  Bytes(good.begin() + 2, good.end())},
         {"a modulus without its leading zero, as certificates of the 1990s have it",
-         info_of(tlv(0x30, tlv(2, modulus) + integer(exponent))), "BE_OK"},
-        {"a negative exponent", info_of(tlv(0x30, integer(modulus) + tlv(2, {0x81}))), "BE_DATA"},
-        {"an integer with a zero too many",
-         info_of(tlv(0x30, integer(modulus) + tlv(2, Bytes{0} + exponent))), "BE_DATA"},
-        {"an integer of no bytes", info_of(tlv(0x30, integer(modulus) + tlv(2, nothing))),
-         "BE_DATA"},
-        {"a modulus of 0", info_of(public_key({0}, {0})), "BE_KEY_INFO"},
-        {"an exponent of 0", info_of(public_key(modulus, {0})), "BE_KEY_INFO"},
-        {"an exponent of 1", info_of(public_key(modulus, {1})), "BE_KEY_INFO"},
-        {"an exponent of 3", info_of(public_key(modulus, {3})), "BE_OK"},
-        {"an even exponent", info_of(public_key(modulus, {4})), "BE_KEY_INFO"},
-        {"an exponent as long as the modulus",
-         info_of(public_key(modulus, Bytes(31, 0x99) + Bytes{1})), "BE_OK"},
-        {"an exponent that is longer", info_of(public_key(modulus, Bytes(32, 0x11) + Bytes{1})),
-         "BE_KEY_INFO"},
-        {"an even modulus", info_of(public_key(Bytes(32, 0xaa), exponent)), "BE_KEY_INFO"},
-        {"255 bits", info_of(public_key(odd(255), exponent)), "BE_MODULUS_LEN"},
-        {"256 bits", info_of(public_key(odd(256), exponent)), "BE_OK"},
-        {"16384 bits", info_of(public_key(odd(16384), exponent)), "BE_OK"},
-        {"16385 bits", info_of(public_key(odd(16385), exponent)), "BE_MODULUS_LEN"},
+         info_of(tlv(0x30, tlv(2, modulus) + integer(exponent)))},
+        {"an exponent of 3", numbers(modulus, {3})},
+        {"an exponent as long as the modulus", numbers(modulus, Bytes(31, 0x99) + Bytes{1})},
+        {"256 bits", numbers(odd(256), exponent)},
+        {"16384 bits", numbers(odd(16384), exponent)},
     };
-    for (const auto &row : cases) {
-        Key_ key_object;
-        const ITEM item = item_of(row.encoding);
-        EXPECT_EQ(error_name(B_SetKeyInfo(key_object, KI_RSAPublicBER, &item)), row.expected)
-            << row.reason;
-    }
+    for (const auto &[reason, encoding] : taken_encodings)
+        EXPECT_EQ(taken(KI_RSAPublicBER, encoding), "BE_OK") << reason;
+    const struct {
+        const char *reason;
+        Bytes encoding;
+        const char *error = "BE_DATA";
+    } refused[] = {
+        {"the annex's algorithm, with more", public_info(annex_id + null + null, key)},
+        {"a size for rsaEncryption", public_info(rsa_id + integer({1, 0}), key)},
+        {"NULL that holds something", public_info(rsa_id + from_hex("05 01 00"), key)},
+        {"another algorithm", public_info(from_hex("06 07 2a8648ce380401") + null, key)},
+        {"an identifier one arc longer", public_info(from_hex("06 0a 2a864886f70d01010101"), key)},
+        {"unused bits", public_info(rsa_id + null, key, 1)},
+        {"an empty bit string", tlv(0x30, tlv(0x30, rsa_id + null) + tlv(3, nothing))},
+        {"bytes behind the whole", good + Bytes{0}},
+        {"bytes behind the bit string",
+         tlv(0x30, tlv(0x30, rsa_id + null) + tlv(3, Bytes{0} + key) + null)},
+        {"bytes behind the key", info_of(key + null)},
+        {"bytes behind the exponent",
+         info_of(tlv(0x30, integer(modulus) + integer(exponent) + null))},
+        {"an indefinite length without its end",
+         Bytes{0x30, 0x80} + tlv(0x30, rsa_id + null) + tlv(3, Bytes{0} + key)},
+        {"a length in more bytes than a size has",
+         from_hex("30 8a 01 00 00 00 00 00 00 00 00 40") + Bytes(good.begin() + 2, good.end())},
+        {"a bit string in pieces",
+         tlv(0x30, tlv(0x30, rsa_id + null) + tlv(0x23, tlv(3, Bytes{0} + key)))},
+        {"a negative exponent", info_of(tlv(0x30, integer(modulus) + tlv(2, {0x81})))},
+        {"an integer with a zero too many",
+         info_of(tlv(0x30, integer(modulus) + tlv(2, Bytes{0} + exponent)))},
+        {"an integer of no bytes", info_of(tlv(0x30, integer(modulus) + tlv(2, nothing)))},
+        {"a modulus of 0", numbers({0}, {0}), "BE_KEY_INFO"},
+        {"an exponent of 0", numbers(modulus, {0}), "BE_KEY_INFO"},
+        {"an exponent of 1", numbers(modulus, {1}), "BE_KEY_INFO"},
+        {"an even exponent", numbers(modulus, {4}), "BE_KEY_INFO"},
+        {"a longer exponent", numbers(modulus, Bytes(32, 0x11) + Bytes{1}), "BE_KEY_INFO"},
+        {"an even modulus", numbers(Bytes(32, 0xaa), exponent), "BE_KEY_INFO"},
+        {"255 bits", numbers(odd(255), exponent), "BE_MODULUS_LEN"},
+        {"16385 bits", numbers(odd(16385), exponent), "BE_MODULUS_LEN"},
+    };
+    for (const auto &row : refused)
+        EXPECT_EQ(taken(KI_RSAPublicBER, row.encoding), row.error) << row.reason;
 }
 
 TEST(RsaKeys, PrivateEncodingsThatAreReadAndRefused) {
@@ -200,38 +199,26 @@ TEST(RsaKeys, PrivateEncodingsThatAreReadAndRefused) {
     for (int i = 0; i < 8; ++i)
         numbers = numbers + integer(i == 1 ? exponent : modulus);
     const Bytes version = integer({0}), algorithm = tlv(0x30, rsa_id + null);
-    const Bytes key = tlv(0x30, version + numbers);
+    const Bytes key = tlv(0x30, version + numbers), good = version + algorithm + tlv(4, key);
     const Bytes attributes = tlv(0xa0, tlv(0x30, rsa_id + tlv(0x31, null)));
-    const struct {
-        const char *reason;
-        Bytes contents;
-        const char *expected;
-    } cases[] = {
-        {"as written", version + algorithm + tlv(4, key), "BE_OK"},
-        {"attributes", version + algorithm + tlv(4, key) + attributes, "BE_OK"},
-        {"attributes twice", version + algorithm + tlv(4, key) + attributes + attributes,
-         "BE_DATA"},
-        {"something else behind the key", version + algorithm + tlv(4, key) + null, "BE_DATA"},
-        {"another version", integer({1}) + algorithm + tlv(4, key), "BE_DATA"},
-        {"no version", algorithm + tlv(4, key), "BE_DATA"},
+    const auto with_key = [&](const Bytes &octets) { return version + algorithm + tlv(4, octets); };
+    EXPECT_EQ(taken(KI_PKCS_RSAPrivateBER, tlv(0x30, good)), "BE_OK");
+    EXPECT_EQ(taken(KI_PKCS_RSAPrivateBER, tlv(0x30, good + attributes)), "BE_OK");
+    const std::pair<const char *, Bytes> refused[] = {
+        {"attributes twice", good + attributes + attributes},
+        {"something else behind the key", good + null},
+        {"another version", integer({1}) + algorithm + tlv(4, key)},
+        {"no version", algorithm + tlv(4, key)},
         {"a key with more than two primes",
-         version + algorithm + tlv(4, tlv(0x30, integer({1}) + numbers + tlv(0x30, null))),
-         "BE_DATA"},
-        {"a public algorithm", version + tlv(0x30, annex_id + null) + tlv(4, key), "BE_DATA"},
+         with_key(tlv(0x30, integer({1}) + numbers + tlv(0x30, null)))},
+        {"a public algorithm", version + tlv(0x30, annex_id + null) + tlv(4, key)},
         {"one number short",
-         version + algorithm +
-             tlv(4, tlv(0x30, version + Bytes(numbers.begin(), numbers.end() - 35))),
-         "BE_DATA"},
-        {"bytes behind the key in its octets", version + algorithm + tlv(4, key + null), "BE_DATA"},
-        {"octets in pieces", version + algorithm + tlv(0x24, tlv(4, key)), "BE_DATA"},
+         with_key(tlv(0x30, version + Bytes(numbers.begin(), numbers.end() - 35)))},
+        {"bytes behind the key in its octets", with_key(key + null)},
+        {"octets in pieces", version + algorithm + tlv(0x24, tlv(4, key))},
     };
-    for (const auto &row : cases) {
-        Key_ key_object;
-        const Bytes encoding = tlv(0x30, row.contents);
-        const ITEM item = item_of(encoding);
-        EXPECT_EQ(error_name(B_SetKeyInfo(key_object, KI_PKCS_RSAPrivateBER, &item)), row.expected)
-            << row.reason;
-    }
+    for (const auto &[reason, contents] : refused)
+        EXPECT_EQ(taken(KI_PKCS_RSAPrivateBER, tlv(0x30, contents)), "BE_DATA") << reason;
 }
 
 // Whatever a spoiled encoding gives, it is a status or a key that can be read.
@@ -280,9 +267,7 @@ TEST(KeyObjects, ReadSecretKeysByLength) {
     };
     for (const auto &row : cases) {
         SCOPED_TRACE(row.reason);
-        const Bytes bytes = from_hex(row.key);
-        const ITEM item = item_of(bytes);
-        const Key_ key(KI_Item, &item);
+        const Key_ key(from_hex(row.key));
         EXPECT_EQ(read(key, KI_Item), row.key);
         EXPECT_EQ(read(key, KI_8Byte), row.as_8);
         EXPECT_EQ(read(key, KI_DES8), row.as_des);
@@ -304,11 +289,7 @@ TEST(KeyObjects, AnswerMisuseByName) {
     const A_RSA_KEY no_exponent = {item, {nullptr, 0}}, null_exponent = {item, {nullptr, 3}};
     Key_ set(KI_Item, &item), empty;
     POINTER info;
-    const struct {
-        const char *reason;
-        int error;
-        const char *expected;
-    } cases[] = {
+    expect_answers({
         {"no object", B_SetKeyInfo(nullptr, KI_Item, &item), "BE_KEY_OBJ"},
         {"no object", B_GetKeyInfo(&info, nullptr, KI_Item), "BE_KEY_OBJ"},
         {"set twice", B_SetKeyInfo(set, KI_Item, &item), "BE_KEY_ALREADY_SET"},
@@ -323,9 +304,7 @@ TEST(KeyObjects, AnswerMisuseByName) {
         {"still empty", B_GetKeyInfo(&info, empty, KI_Item), "BE_KEY_NOT_SET"},
         {"no type", B_GetKeyInfo(&info, set, nullptr), "BE_KEY_INFO"},
         {"no result", B_GetKeyInfo(nullptr, set, KI_Item), "BE_KEY_INFO"},
-    };
-    for (const auto &row : cases)
-        EXPECT_EQ(error_name(row.error), row.expected) << row.reason;
+    });
 }
 
 TEST(KeyObjects, LeaveNothingBehindAndReportEachAllocationThatFails) {

@@ -37,6 +37,18 @@ inline std::string error_name(int error) {
     return error >= 0 && error <= BE_INTERNAL ? names[error] : std::to_string(error);
 }
 
+// What calls answer, made one after the other.
+struct Answer {
+    const char *reason;
+    int error;
+    const char *expected;
+};
+
+inline void expect_answers(std::initializer_list<Answer> answers) {
+    for (const Answer &answer : answers)
+        EXPECT_EQ(error_name(answer.error), answer.expected) << answer.reason;
+}
+
 // Every method there is.
 // clang-format off
 inline const AlgorithmMethod *const every_method[] = {
@@ -69,6 +81,10 @@ public:
     Key_() { EXPECT_EQ(B_CreateKeyObject(&object_), BE_OK); }
     Key_(B_KEY_INFO_TYPE type, POINTER info) : Key_() {
         EXPECT_EQ(error_name(B_SetKeyInfo(object_, type, info)), "BE_OK");
+    }
+    explicit Key_(const Bytes &bytes, B_KEY_INFO_TYPE type = KI_Item) : Key_() {
+        const ITEM item = item_of(bytes);
+        EXPECT_EQ(error_name(B_SetKeyInfo(object_, type, &item)), "BE_OK");
     }
     Key_(const Key_ &) = delete;
     Key_ &operator=(const Key_ &) = delete;
@@ -105,7 +121,8 @@ inline const Bytes &sample_public_key() {
 
 enum class Step { encrypt, decrypt, digest, sign, encode, decode };
 
-inline int begin(Step run, B_ALGORITHM_OBJ object, B_KEY_OBJ key, B_ALGORITHM_CHOOSER chooser) {
+inline int begin(Step run, B_ALGORITHM_OBJ object, B_KEY_OBJ key,
+                 B_ALGORITHM_CHOOSER chooser = every_method) {
     switch (run) {
     case Step::encrypt:
         return B_EncryptInit(object, key, chooser, nullptr);
@@ -189,6 +206,12 @@ inline int feed(Step run, B_ALGORITHM_OBJ object, const Bytes &message,
     if (error == BE_OK)
         result->insert(result->end(), out.begin(), out.begin() + size);
     return error;
+}
+
+// The whole message in one piece.
+inline int feed(Step run, B_ALGORITHM_OBJ object, const Bytes &message, Bytes *result,
+                B_ALGORITHM_OBJ random = nullptr) {
+    return feed(run, object, message, {message.size()}, random, result);
 }
 
 } // namespace toolkit

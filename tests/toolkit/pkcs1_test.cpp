@@ -3,8 +3,8 @@
 #include "support/vectors.h"
 
 #include <map>
-#include <openssl/evp.h>
-#include <openssl/x509.h>
+#include <nlohmann/json.hpp>
+#include <openssl/sha.h>
 #include <span>
 #include <sstream>
 #include <toolkit/pkcs1.h>
@@ -130,23 +130,11 @@ TEST(Pkcs1, BlocksOpenToWhatWasPutIn) {
 
 // ---- Published vectors --------------------------------------------------------------------------
 
-Bytes digest_info(const char *digest, const Bytes &message) {
-    const EVP_MD *const md = EVP_get_digestbyname(digest);
-    uint8_t value[EVP_MAX_MD_SIZE];
-    unsigned size = 0;
-    EVP_Digest(message.data(), message.size(), value, &size, md, nullptr);
-    X509_SIG *const info = X509_SIG_new();
-    X509_ALGOR *algorithm;
-    ASN1_OCTET_STRING *octets;
-    X509_SIG_getm(info, &algorithm, &octets);
-    X509_ALGOR_set0(algorithm, OBJ_nid2obj(EVP_MD_get_type(md)), V_ASN1_NULL, nullptr);
-    ASN1_OCTET_STRING_set(octets, value, static_cast<int>(size));
-    uint8_t *encoded = nullptr;
-    const int length = i2d_X509_SIG(info, &encoded);
-    const Bytes result(encoded, encoded + length);
-    OPENSSL_free(encoded);
-    X509_SIG_free(info);
-    return result;
+// The encoded DigestInfo (PKCS#1) of a message's SHA-1 digest.
+Bytes sha1_digest_info(const Bytes &message) {
+    Bytes digest(SHA_DIGEST_LENGTH);
+    SHA1(message.data(), message.size(), digest.data());
+    return from_hex("3021300906052b0e03021a05000414") + digest;
 }
 
 Bytes apply_private(RsaNumbers numbers, const Bytes &block) {
@@ -205,22 +193,28 @@ std::vector<std::pair<std::string, Bytes>> labelled_octets(const std::string &na
     return all;
 }
 
-// Takes a label's octets into the key; true when it was one of a key's.
+// Takes octets into the key by their label or name; true when they were one of a key's numbers.
 bool key_part(RsaNumbers &key, const std::string &label, const Bytes &octets) {
-    const std::pair<const char *, Bytes RsaNumbers::*> parts[] = {
+    const std::map<std::string, Bytes RsaNumbers::*> parts = {
         {"Modulus", &RsaNumbers::n},
+        {"modulus", &RsaNumbers::n},
         {"Public exponent", &RsaNumbers::e},
+        {"publicExponent", &RsaNumbers::e},
         {"Prime 1", &RsaNumbers::p},
+        {"prime1", &RsaNumbers::p},
         {"Prime 2", &RsaNumbers::q},
+        {"prime2", &RsaNumbers::q},
         {"Prime exponent 1", &RsaNumbers::dp},
+        {"exponent1", &RsaNumbers::dp},
         {"Prime exponent 2", &RsaNumbers::dq},
-        {"Coefficient", &RsaNumbers::coefficient}};
-    for (const auto &[name, part] : parts)
-        if (label == name) {
-            key.*part = octets;
-            return true;
-        }
-    return false;
+        {"exponent2", &RsaNumbers::dq},
+        {"Coefficient", &RsaNumbers::coefficient},
+        {"coefficient", &RsaNumbers::coefficient},
+    };
+    const auto part = parts.find(label);
+    if (part != parts.end())
+        key.*part->second = octets;
+    return part != parts.end();
 }
 
 TEST(Pkcs1Vectors, RsaLaboratoriesSignatures) {
@@ -234,7 +228,7 @@ TEST(Pkcs1Vectors, RsaLaboratoriesSignatures) {
             message = octets;
         if (label == "Signature") {
             SCOPED_TRACE(++checked);
-            check_signature(key, digest_info("SHA1", message), octets);
+            check_signature(key, sha1_digest_info(message), octets);
         }
     }
     EXPECT_EQ(checked, 300);
@@ -274,57 +268,33 @@ TEST(Pkcs1Vectors, RsaLaboratoriesEncryptions) {
     EXPECT_EQ(checked, 300);
 }
 
-// "name": "value" of a file with one member in a line.
-std::vector<std::pair<std::string, std::string>> members(const std::string &name) {
-    std::vector<std::pair<std::string, std::string>> all;
-    std::istringstream lines(text_of(vector_file(name)));
-    std::string line;
-    while (std::getline(lines, line)) {
-        const std::size_t open = line.find('"'), close = line.find("\": \"");
-        const std::size_t end = line.rfind('"');
-        if (close != std::string::npos && end > close + 3)
-            all.push_back(
-                {line.substr(open + 1, close - open - 1), line.substr(close + 4, end - close - 4)});
-    }
-    return all;
-}
-
 TEST(Pkcs1Vectors, WycheproofDecryptions) {
-    RsaNumbers key;
-    const std::map<std::string, Bytes RsaNumbers::*> parts = {
-        {"modulus", &RsaNumbers::n},
-        {"publicExponent", &RsaNumbers::e},
-        {"prime1", &RsaNumbers::p},
-        {"prime2", &RsaNumbers::q},
-        {"exponent1", &RsaNumbers::dp},
-        {"exponent2", &RsaNumbers::dq},
-        {"coefficient", &RsaNumbers::coefficient}};
-    Bytes message, sent;
+    const auto file = nlohmann::json::parse(
+        text_of(vector_file("published/rsa/wycheproof-rsa_pkcs1_2048_test.json")));
     std::map<std::string, int> checked;
-    for (const auto &[name, value] : members("published/rsa/wycheproof-rsa_pkcs1_2048_test.json")) {
-        if (const auto part = parts.find(name); part != parts.end())
-            key.*part->second = from_hex(value);
-        if (name == "msg")
-            message = from_hex(value);
-        if (name == "ct")
-            sent = from_hex(value);
-        if (name != "result")
-            continue;
-        ++checked[value];
-        SCOPED_TRACE(checked["valid"] + checked["invalid"]);
-        // Some are of another length, or above the modulus.
-        bool good =
-            sent.size() == modulus_size(key) && BN_cmp(number(sent).get(), number(key.n).get()) < 0;
-        if (good) {
-            const Bytes opened = apply_private(key, sent);
-            uint32_t start = 0;
-            good = pkcs1_open_type2(opened.data(), static_cast<uint32_t>(opened.size()), &start) ==
-                   BE_OK;
+    for (const auto &group : file["testGroups"]) {
+        RsaNumbers key;
+        for (const auto &[name, value] : group["privateKey"].items())
+            if (value.is_string())
+                key_part(key, name, from_hex(value));
+        for (const auto &test : group["tests"]) {
+            SCOPED_TRACE(test["tcId"]);
+            const Bytes sent = from_hex(test["ct"]);
+            // Some are of another length, or above the modulus.
+            bool good = sent.size() == modulus_size(key) &&
+                        BN_cmp(number(sent).get(), number(key.n).get()) < 0;
             if (good) {
-                EXPECT_EQ(Bytes(opened.begin() + start, opened.end()), message);
+                const Bytes opened = apply_private(key, sent);
+                uint32_t start = 0;
+                good = pkcs1_open_type2(opened.data(), static_cast<uint32_t>(opened.size()),
+                                        &start) == BE_OK;
+                if (good) {
+                    EXPECT_EQ(to_hex(Bytes(opened.begin() + start, opened.end())), test["msg"]);
+                }
             }
+            EXPECT_EQ(good, test["result"] == "valid");
+            ++checked[test["result"]];
         }
-        EXPECT_EQ(good, value == "valid");
     }
     EXPECT_EQ(checked["valid"], 42);
     EXPECT_EQ(checked["invalid"], 25);

@@ -1,6 +1,6 @@
-#include "samples.h"
 #include "support/digests.h"
 #include "support/fault.h"
+#include "support/samples.h"
 
 #include <toolkit/random.h>
 

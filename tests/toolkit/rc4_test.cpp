@@ -1,4 +1,4 @@
-#include "samples.h"
+#include "support/samples.h"
 #include "support/vectors.h"
 
 #include <toolkit/rc4.h>

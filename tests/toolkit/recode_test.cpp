@@ -1,10 +1,10 @@
-#include "samples.h"
+#include "support/base64.h"
+#include "support/samples.h"
 
 #include <toolkit/implementations.h>
 #include <toolkit/recode.h>
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <iostream>
 
@@ -46,13 +46,6 @@ std::string decode_hex(const std::string &text, const std::vector<std::size_t> &
         next += size;
     }
     return recode_decode_final(&decoder) ? to_hex(result) : "unfinished";
-}
-
-Bytes peer_encoding(const Bytes &data) {
-    Bytes text(data.size() / 3 * 4 + 5);
-    text.resize(static_cast<std::size_t>(
-        EVP_EncodeBlock(text.data(), data.data(), static_cast<int>(data.size()))));
-    return text;
 }
 
 } // namespace
@@ -126,7 +119,7 @@ TEST(Recode, PeerOnRandomInput) {
     Samples samples;
     for (const std::size_t length : sample_lengths()) {
         const Bytes data = samples.bytes(length);
-        const std::string expected = text_of(peer_encoding(data));
+        const std::string expected = base64(data);
         EXPECT_EQ(encode(data, {length}), expected) << length;
         EXPECT_EQ(encode(data, samples.pieces(length)), expected) << "in pieces " << length;
         EXPECT_EQ(decode_hex(expected, {expected.size()}), to_hex(data)) << length;
@@ -140,7 +133,7 @@ TEST(Recode, Lines) {
     Samples samples;
     for (std::size_t width = 1; width <= 100; ++width) {
         const Bytes data = samples.bytes(500 + samples.below(3));
-        const std::string text = text_of(peer_encoding(data));
+        const std::string text = base64(data);
         std::string lines;
         for (std::size_t i = 0; i < text.size(); i += width)
             lines += text.substr(i, width) + (width % 2 != 0 ? "\r\n" : "\n");

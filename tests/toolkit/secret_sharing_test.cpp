@@ -1,6 +1,6 @@
 // Secret sharing: any threshold of the shares give the secret back, and only well-formed ones.
 #include "objects.h"
-#include "samples.h"
+#include "support/samples.h"
 
 #include <numeric>
 
@@ -12,7 +12,7 @@ Bytes join(uint32_t threshold, const Bytes &shares, const std::vector<std::size_
            std::string *status) {
     const A_SECRET_SHARING_PARAMS params = {threshold, 255};
     const Algorithm_ object(AI_BSSecretSharing, &params);
-    EXPECT_EQ(B_DecryptInit(object, nullptr, every_method, nullptr), BE_OK);
+    EXPECT_EQ(begin(Step::decrypt, object, nullptr), BE_OK);
     Bytes secret;
     *status = error_name(feed(Step::decrypt, object, shares, lengths, nullptr, &secret));
     return secret;

@@ -12,28 +12,26 @@ const Bytes md5_header = from_hex("3020 300c 06082a864886f70d0205 0500 0410");
 
 class Signatures : public testing::Test {
 protected:
-    const ITEM private_item = item_of(sample_private_key()),
-               public_item = item_of(sample_public_key());
-    const Key_ private_key{KI_PKCS_RSAPrivateBER, &private_item};
-    const Key_ public_key{KI_RSAPublicBER, &public_item};
+    const Key_ private_key{sample_private_key(), KI_PKCS_RSAPrivateBER};
+    const Key_ public_key{sample_public_key(), KI_RSAPublicBER};
 
     Bytes sign(B_INFO_TYPE type, B_KEY_INFO_TYPE form = KI_PKCS_RSAPrivate) {
         POINTER numbers = nullptr;
         EXPECT_EQ(B_GetKeyInfo(&numbers, private_key, form), BE_OK);
         const Key_ key(form, numbers);
         const Algorithm_ object(type);
-        EXPECT_EQ(B_SignInit(object, key, every_method, nullptr), BE_OK);
+        EXPECT_EQ(begin(Step::sign, object, key), BE_OK);
         Bytes signature;
-        EXPECT_EQ(feed(Step::sign, object, message, {message.size()}, nullptr, &signature), BE_OK);
+        EXPECT_EQ(feed(Step::sign, object, message, &signature), BE_OK);
         return signature;
     }
 
     // The private-key operation on a block as it stands.
     Bytes seal(const Bytes &block) {
         const Algorithm_ object(AI_RSAPrivate);
-        EXPECT_EQ(B_EncryptInit(object, private_key, every_method, nullptr), BE_OK);
+        EXPECT_EQ(begin(Step::encrypt, object, private_key), BE_OK);
         Bytes sealed;
-        EXPECT_EQ(feed(Step::encrypt, object, block, {block.size()}, nullptr, &sealed), BE_OK);
+        EXPECT_EQ(feed(Step::encrypt, object, block, &sealed), BE_OK);
         return sealed;
     }
 

@@ -1,6 +1,6 @@
-// samples.h: repeatable random input for the tests of the ciphers and digests.
-#ifndef TESTS_TOOLKIT_SAMPLES_H
-#define TESTS_TOOLKIT_SAMPLES_H
+// samples.h: repeatable random input.
+#ifndef TESTS_SUPPORT_SAMPLES_H
+#define TESTS_SUPPORT_SAMPLES_H
 
 #include "support/files.h"
 
