@@ -58,6 +58,35 @@ template <class Work> std::string output_of(const Work &work) {
     return text;
 }
 
+// What work writes to a stream.
+inline std::string written_by(const std::function<void(FILE *)> &work) {
+    char *text = nullptr;
+    std::size_t size = 0;
+    FILE *stream = open_memstream(&text, &size);
+    work(stream);
+    std::fclose(stream);
+    std::string result(text, size);
+    std::free(text);
+    return result;
+}
+
+// Expects that no descriptor is opened and left while one of these lives.
+class NoDescriptorIsLeft {
+public:
+    NoDescriptorIsLeft() : lowest_(lowest()) {}
+    NoDescriptorIsLeft(const NoDescriptorIsLeft &) = delete;
+    NoDescriptorIsLeft &operator=(const NoDescriptorIsLeft &) = delete;
+    ~NoDescriptorIsLeft() { EXPECT_EQ(lowest(), lowest_) << "a descriptor is open"; }
+
+private:
+    static int lowest() {
+        const int descriptor = dup(STDIN_FILENO);
+        close(descriptor);
+        return descriptor;
+    }
+    int lowest_;
+};
+
 // Runs check in a process of its own and expects that all is well there.
 inline void in_child(const std::function<void()> &check) {
     const pid_t child = fork();

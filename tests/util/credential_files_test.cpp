@@ -1,4 +1,5 @@
 #include "support/asn1.h"
+#include "support/base64.h"
 #include "support/fault.h"
 #include "support/files.h"
 #include "support/process.h"
@@ -7,8 +8,6 @@
 #include <qel/qelp.h>
 
 #include <gtest/gtest.h>
-
-#include <openssl/evp.h>
 
 #include <filesystem>
 #include <sys/stat.h>
@@ -31,16 +30,13 @@ protected:
     const Bytes request_der = asn1.encode(request.get(), QEL_PDU_CertificationRequest);
 };
 
-// The armour of bytes in lines of 64 characters, each with a line feed, from an unrelated library.
+// The armour of bytes in lines of 64 characters, each with a line feed.
 std::string lines(const Bytes &bytes, const std::string &prefix = "") {
-    std::string text;
-    for (std::size_t at = 0; at < bytes.size(); at += 48) {
-        uint8_t line[65];
-        const std::size_t size = std::min<std::size_t>(48, bytes.size() - at);
-        EVP_EncodeBlock(line, &bytes[at], static_cast<int>(size));
-        text += prefix + reinterpret_cast<char *>(line) + "\n";
-    }
-    return text;
+    const std::string text = base64(bytes);
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); at += 64)
+        result += prefix + text.substr(at, 64) + "\n";
+    return result;
 }
 
 std::string between_markers(const std::string &label, const Bytes &bytes) {

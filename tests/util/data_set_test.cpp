@@ -46,27 +46,24 @@ QelDataSetItem item(const std::string &data) {
             static_cast<uint32_t>(data.size())};
 }
 
-struct ItemCase {
-    const char *reason;
-    int kind, form;
-    std::string begin, body, end; // what is written for "abc"
-};
-
-const ItemCase item_cases[] = {
-    {"a certificate", 1, 2, "-----BEGIN CERTIFICATE-----\n", "YWJj\n",
-     "-----END CERTIFICATE-----\n"},
-    {"a key package", 2, 2, "-----BEGIN KEYPKG-----\n", "YWJj\n", "-----END KEYPKG-----\n"},
-    {"in digits", 2, 3, "-----BEGIN KEYPKG-----\n", "616263\n", "-----END KEYPKG-----\n"},
-    {"raw", 2, 1, "-----BEGIN KEYPKG-----\n", "abc\n", "-----END KEYPKG-----\n"},
-    {"no kind, no markers", 0, 2, "", "YWJj\n", ""},
-    {"both kinds are none", 3, 2, "", "YWJj\n", ""},
-    {"a marker type that is no kind", 4, 2, "", "YWJj\n", ""},
-};
-
 TEST_F(DataSet, items_stand_between_markers) {
+    const struct {
+        const char *reason;
+        int kind, form;
+        std::string begin, body, end; // what is written for "abc"
+    } rows[] = {
+        {"a certificate", 1, 2, "-----BEGIN CERTIFICATE-----\n", "YWJj\n",
+         "-----END CERTIFICATE-----\n"},
+        {"a key package", 2, 2, "-----BEGIN KEYPKG-----\n", "YWJj\n", "-----END KEYPKG-----\n"},
+        {"in digits", 2, 3, "-----BEGIN KEYPKG-----\n", "616263\n", "-----END KEYPKG-----\n"},
+        {"raw", 2, 1, "-----BEGIN KEYPKG-----\n", "abc\n", "-----END KEYPKG-----\n"},
+        {"no kind, no markers", 0, 2, "", "YWJj\n", ""},
+        {"both kinds are none", 3, 2, "", "YWJj\n", ""},
+        {"a marker type that is no kind", 4, 2, "", "YWJj\n", ""},
+    };
     const std::string data = "abc";
     const QelDataSetItem twice[] = {item(data), item(data)};
-    for (const ItemCase &row : item_cases) {
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
         const std::string appended = row.begin + row.body + row.end;
         const std::string first = row.begin + row.body + (row.form == 1 ? "" : "\n") + row.end;
@@ -92,23 +89,20 @@ TEST_F(DataSet, lines_have_64_characters) {
     EXPECT_EQ(got(), line + "\nYQ==\n\n" + line + "\nYQ==\n");
 }
 
-struct RemovalCase {
-    const char *reason;
-    std::vector<std::string> items;
-    std::string text; // "": the file is deleted
-};
-
-const RemovalCase removal_cases[] = {
-    {"one stays", {"a"}, "YQ==\n\n"},
-    {"the first is removed", {"", "b", "c"}, "Yg==\n\nYw==\n"},
-    {"the second is removed", {"a", "", "c"}, "YQ==\n\nYw==\n"},
-    {"the last is removed", {"a", ""}, "YQ==\n\n"},
-    {"one is removed", {""}, ""},
-    {"all are removed", {"", ""}, ""},
-};
-
 TEST_F(DataSet, removed_items_are_left_out) {
-    for (const RemovalCase &row : removal_cases) {
+    const struct {
+        const char *reason;
+        std::vector<std::string> items;
+        std::string text; // "": the file is deleted
+    } rows[] = {
+        {"one stays", {"a"}, "YQ==\n\n"},
+        {"the first is removed", {"", "b", "c"}, "Yg==\n\nYw==\n"},
+        {"the second is removed", {"a", "", "c"}, "YQ==\n\nYw==\n"},
+        {"the last is removed", {"a", ""}, "YQ==\n\n"},
+        {"one is removed", {""}, ""},
+        {"all are removed", {"", ""}, ""},
+    };
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
         std::vector<QelDataSetItem> items;
         for (const std::string &data : row.items)

@@ -19,22 +19,19 @@ extern "C" int gethostname(char *name, size_t size) noexcept {
 
 namespace {
 
-struct HostCase {
-    const char *reason;
-    const char *name;
-    const char *address;
-};
-
-const HostCase kHostCases[] = {
-    {"the first address", "host.example", "192.0.2.7"},
-    {"an unknown name", "nowhere.example", nullptr},
-    {"a name without addresses", "addressless.example", nullptr},
-    {"a name that cannot be read", nullptr, nullptr},
-};
-
 TEST(Host, OwnAddress) {
+    const struct {
+        const char *reason;
+        const char *name;
+        const char *address;
+    } rows[] = {
+        {"the first address", "host.example", "192.0.2.7"},
+        {"an unknown name", "nowhere.example", nullptr},
+        {"a name without addresses", "addressless.example", nullptr},
+        {"a name that cannot be read", nullptr, nullptr},
+    };
     resolver::hosts[""] = {{inet_addr("192.0.2.9")}}; // so that an unread name shows
-    for (const HostCase &row : kHostCases) {
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
         own_name = row.name;
         EXPECT_STREQ(__qel_getIPaddress(), row.address);

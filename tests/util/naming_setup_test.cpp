@@ -216,43 +216,40 @@ const char kDelete[] = "unlink /etc/fn.conf";
 const char kSelect[] = "run /usr/sbin/ctxselect ctxselect files";
 const char kCreate[] = "run /usr/sbin/ctxcreate ctxcreate -t org -o org//";
 
-struct InstallCase {
-    const char *reason;
-    Host host;
-    QelStatus status;
-    std::vector<std::string> events;
-};
-
-const InstallCase kInstallCases[] = {
-    {"without settings", {}, QEL_OK, {kSelect, "ended 3", kCreate, "ended 3", kDelete}},
-    {"with settings",
-     {.settings = true},
-     QEL_OK,
-     {kAside, kSelect, "ended 3", kCreate, "ended 3", kBack}},
-    {"without commands",
-     {.commands = false},
-     QEL_OK,
-     {kSelect, "ended 36", kCreate, "ended 36", kDelete}},
-    {"a signal during the wait",
-     {.interrupted = true},
-     QEL_OK,
-     {kSelect, "ended 3", kCreate, "ended 3", kDelete}},
-    {"a signal that the application handles",
-     {.signalled = true},
-     QEL_OK,
-     {kSelect, "ended 0", kDelete}},
-    {"settings that stay", {.settings = true, .failing_rename = 1}, QEL_ERR_XFN, {kAside}},
-    {"settings that do not come back",
-     {.settings = true, .failing_rename = 2},
-     QEL_ERR_XFN,
-     {kAside, kSelect, "ended 3", kCreate, "ended 3", kBack}},
-    {"no process", {.settings = true, .fork = -1}, QEL_ERR_XFN, {kAside, kBack}},
-    {"no second process", {.second_fork = -1}, QEL_OK, {kCreate, "ended 3", kDelete}},
-    {"a second process of number 1", {.second_fork = 1}, QEL_OK, {"ended 36", kDelete}},
-};
-
 TEST(NamingSetup, Install) {
-    for (const InstallCase &row : kInstallCases) {
+    const struct {
+        const char *reason;
+        Host host;
+        QelStatus status;
+        std::vector<std::string> events;
+    } rows[] = {
+        {"without settings", {}, QEL_OK, {kSelect, "ended 3", kCreate, "ended 3", kDelete}},
+        {"with settings",
+         {.settings = true},
+         QEL_OK,
+         {kAside, kSelect, "ended 3", kCreate, "ended 3", kBack}},
+        {"without commands",
+         {.commands = false},
+         QEL_OK,
+         {kSelect, "ended 36", kCreate, "ended 36", kDelete}},
+        {"a signal during the wait",
+         {.interrupted = true},
+         QEL_OK,
+         {kSelect, "ended 3", kCreate, "ended 3", kDelete}},
+        {"a signal that the application handles",
+         {.signalled = true},
+         QEL_OK,
+         {kSelect, "ended 0", kDelete}},
+        {"settings that stay", {.settings = true, .failing_rename = 1}, QEL_ERR_XFN, {kAside}},
+        {"settings that do not come back",
+         {.settings = true, .failing_rename = 2},
+         QEL_ERR_XFN,
+         {kAside, kSelect, "ended 3", kCreate, "ended 3", kBack}},
+        {"no process", {.settings = true, .fork = -1}, QEL_ERR_XFN, {kAside, kBack}},
+        {"no second process", {.second_fork = -1}, QEL_OK, {kCreate, "ended 3", kDelete}},
+        {"a second process of number 1", {.second_fork = 1}, QEL_OK, {"ended 36", kDelete}},
+    };
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
         in_child([&] {
             recorded();

@@ -4,13 +4,10 @@
 
 #include <util/naming.h>
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <fstream>
 #include <random>
-#include <set>
-
-using ::testing::ElementsAreArray;
 
 namespace {
 
@@ -92,64 +89,6 @@ TEST(NamingStore, ValuesComeBackAsTheyWentIn) {
         EXPECT_EQ(dsv_delete_certificates(name, nullptr, 0), QEL_OK);
         certificates_of(name, QEL_ERR_NO_CERT);
     }
-}
-
-TEST(NamingStore, NamesAreFoundAndKeptApart) {
-    const struct {
-        const char *name, *dn;
-        QelStatus status;
-    } rows[] = {
-        {"bob", "CN=Bob", QEL_OK},
-        {"bob", "CN=Bob", QEL_OK},
-        {"bob", "CN=Robert", QEL_ERR_ENTRY_EXISTS},
-        {"carol", "CN=Bob", QEL_ERR_ENTRY_EXISTS},
-        {"127.0.0.1", "CN=Host, O=\"a/b\"", QEL_OK},
-        {"carol", "CN=Host, O=\"a/b\"", QEL_ERR_ENTRY_EXISTS},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.dn);
-        EXPECT_EQ(dsv_add_user_certs(row.name, row.dn, nullptr, 0), row.status);
-        if (row.status != QEL_OK)
-            continue;
-        char *found = nullptr;
-        EXPECT_EQ(__dsv_get_user_name_given_cn_name(row.dn, &found), QEL_OK);
-        EXPECT_STREQ(found, row.name);
-        std::free(found);
-    }
-    char *found = nullptr;
-    EXPECT_EQ(__dsv_get_user_name_given_cn_name("CN=Nobody", &found), QEL_ERR_UNKNOWN_USER);
-}
-
-// Each process adds certificates and removes every other one of them; no change gets lost.
-TEST(NamingStore, ManyWriters) {
-    constexpr int processes = 8, rounds = 6;
-    std::vector<pid_t> children;
-    for (int writer = 0; writer < processes; ++writer) {
-        children.push_back(fork());
-        if (children.back() != 0)
-            continue;
-        bool all_well = true;
-        for (int round = 0; round < rounds; ++round) {
-            const std::string value = std::to_string(writer) + "." + std::to_string(round);
-            all_well &= dsv_add_attribute("dave", certificates_attribute, bytes(value),
-                                          length(value)) == QEL_OK;
-            if (round % 2 == 1)
-                all_well &= dsv_delete_certificates("dave", bytes(value), length(value)) == QEL_OK;
-        }
-        _exit(all_well ? 0 : 1);
-    }
-    for (const pid_t child : children) {
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
-    }
-    std::set<std::string> expected;
-    for (int writer = 0; writer < processes; ++writer)
-        for (int round = 0; round < rounds; round += 2)
-            expected.insert(std::to_string(writer) + "." + std::to_string(round));
-    const Values left = certificates_of("dave");
-    EXPECT_EQ(std::set<std::string>(left.begin(), left.end()), expected);
-    EXPECT_EQ(left.size(), expected.size());
 }
 
 } // namespace

@@ -1,21 +1,13 @@
 #include "support/arguments.h"
-#include "support/fault.h"
-#include "support/files.h"
+#include "support/made.h"
 #include "support/process.h"
 
 #include <qel/qelp.h>
 
-#include <gtest/gtest.h>
-
-#include <lib/memory.h>
-
 #include <csignal>
-#include <fcntl.h>
 #include <filesystem>
-#include <functional>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -31,38 +23,40 @@ uint32_t size(const std::string &text) {
 
 const std::string a64(64, 'a'), b64(64, 'b');
 
-struct LayoutCase {
-    const char *reason;
-    std::string data;
-    uint32_t indent, width;
-    std::string text;
-};
-
-const LayoutCase layout_cases[] = {
-    {"no layout", a64 + b64, 0, 0, a64 + b64},
-    {"two full lines", a64 + b64, 0, 64, a64 + "\n" + b64},
-    {"one full line", a64, 0, 64, a64},
-    {"a character more", a64 + "c", 0, 64, a64 + "\nc"},
-    {"a wide line", "abc", 0, 0xffffffff, "abc"},
-    {"each character", "abc", 0, 1, "a\nb\nc"},
-    {"the least indent", "abc", 1, 2, " 0xab\n 0xc"},
-    {"every line has its prefix", "abcdef", 2, 2, "  0xab\n  0xcd\n  0xef"},
-    {"an indent alone", "abc", 3, 0, "   0xabc"},
-    {"zero bytes are characters", std::string("\0\0\0", 3), 0, 2, std::string("\0\0\n\0", 4)},
-};
+Made formatted(const std::string &data, uint32_t indent, uint32_t width) {
+    return made_by([&](char **text, uint32_t *length) {
+        const QelStatus status =
+            __qel_format_output(bytes(data), size(data), indent, width, text, length);
+        EXPECT_TRUE(status != QEL_OK || (*text)[*length] == 0) << "spare byte";
+        return status;
+    });
+}
 
 TEST(Layout, lines_and_prefixes) {
-    for (const LayoutCase &row : layout_cases) {
-        SCOPED_TRACE(row.reason);
-        char *text = nullptr;
-        uint32_t length = 0;
-        ASSERT_EQ(__qel_format_output(bytes(row.data), size(row.data), row.indent, row.width, &text,
-                                      &length),
-                  QEL_OK);
-        const qel::Owned<char> owner(text);
-        EXPECT_EQ(std::string(text, length), row.text);
-        EXPECT_EQ(text[length], '\0');
-    }
+    const struct {
+        const char *reason;
+        std::string data;
+        uint32_t indent, width;
+        std::string text;
+    } rows[] = {
+        {"no layout", a64 + b64, 0, 0, a64 + b64},
+        {"two full lines", a64 + b64, 0, 64, a64 + "\n" + b64},
+        {"one full line", a64, 0, 64, a64},
+        {"a character more", a64 + "c", 0, 64, a64 + "\nc"},
+        {"a wide line", "abc", 0, 0xffffffff, "abc"},
+        {"each character", "abc", 0, 1, "a\nb\nc"},
+        {"the least indent", "abc", 1, 2, " 0xab\n 0xc"},
+        {"every line has its prefix", "abcdef", 2, 2, "  0xab\n  0xcd\n  0xef"},
+        {"an indent alone", "abc", 3, 0, "   0xabc"},
+        {"zero bytes are characters", std::string("\0\0\0", 3), 0, 2, std::string("\0\0\n\0", 4)},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(formatted(row.data, row.indent, row.width), Made(QEL_OK, row.text)) << row.reason;
+    each_allocation_of(
+        [](char **text, uint32_t *length) {
+            return __qel_format_output(bytes(a64), 64, 0, 0, text, length);
+        },
+        a64);
 }
 
 TEST(Layout, refuses_bad_arguments_and_impossible_lengths) {
@@ -92,30 +86,27 @@ protected:
     std::string got() const { return text_of(read_file(out)); }
 };
 
-struct OutputCase {
-    const char *reason;
-    int form;
-    std::string data;
-    uint32_t indent, width;
-    const char *text; // without the line feed that files get
-};
-
-// "a" is YQ== and 61.
-const OutputCase output_cases[] = {
-    {"raw", 1, "a", 0, 0, "a"},
-    {"raw bytes get no layout", 1, "abc", 3, 2, "abc"},
-    {"no raw bytes", 1, "", 0, 0, ""},
-    {"armour", 2, "a", 0, 0, "YQ=="},
-    {"armour in lines", 2, "abcd", 0, 3, "YWJ\njZA\n=="},
-    {"armour with a prefix", 2, "abcd", 1, 3, " 0xYWJ\n 0xjZA\n 0x=="},
-    {"digits", 3, "a\xff", 0, 0, "61ff"},
-    {"digits in lines", 3, "abc", 0, 4, "6162\n63"},
-    {"digits with a prefix", 3, "abc", 2, 4, "  0x6162\n  0x63"},
-    {"digits with a prefix on one line", 3, "abc", 2, 0, "  0x616263"},
-};
-
 TEST_F(OutputFile, forms_and_layout) {
-    for (const OutputCase &row : output_cases) {
+    const struct {
+        const char *reason;
+        int form;
+        std::string data;
+        uint32_t indent, width;
+        const char *text; // without the line feed that files get
+    } rows[] = {
+        // "a" is YQ== and 61.
+        {"raw", 1, "a", 0, 0, "a"},
+        {"raw bytes get no layout", 1, "abc", 3, 2, "abc"},
+        {"no raw bytes", 1, "", 0, 0, ""},
+        {"armour", 2, "a", 0, 0, "YQ=="},
+        {"armour in lines", 2, "abcd", 0, 3, "YWJ\njZA\n=="},
+        {"armour with a prefix", 2, "abcd", 1, 3, " 0xYWJ\n 0xjZA\n 0x=="},
+        {"digits", 3, "a\xff", 0, 0, "61ff"},
+        {"digits in lines", 3, "abc", 0, 4, "6162\n63"},
+        {"digits with a prefix", 3, "abc", 2, 4, "  0x6162\n  0x63"},
+        {"digits with a prefix on one line", 3, "abc", 2, 0, "  0x616263"},
+    };
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
         const std::string line_end = row.form == QEL_FORM_RAW ? "" : "\n";
         write_file(out, bytes_of("longer than anything that will be written"));
@@ -186,27 +177,24 @@ const Writer writers[] = {
     {"dump_data_set", [](const char *file) { return __qel_dump_data_set(1, file, 2, 2, items); }},
 };
 
-TEST_F(OutputFile, is_for_its_owner_alone_and_keeps_the_mode_it_has) {
+// For its owner alone, whatever the mask; but it keeps the mode that it has.
+TEST_F(OutputFile, modes) {
     for (const Writer &writer : writers) {
         SCOPED_TRACE(writer.name);
         std::filesystem::remove(out);
         const mode_t mask = umask(0);
         EXPECT_EQ(writer.write(out.c_str()), QEL_OK);
         umask(mask);
-        struct stat status;
-        ASSERT_EQ(stat(out.c_str(), &status), 0);
-        EXPECT_EQ(status.st_mode & 07777, 0600U);
+        EXPECT_EQ(std::filesystem::status(out).permissions(), std::filesystem::perms(0600));
         chmod(out.c_str(), 0644);
         EXPECT_EQ(writer.write(out.c_str()), QEL_OK);
-        ASSERT_EQ(stat(out.c_str(), &status), 0);
-        EXPECT_EQ(status.st_mode & 07777, 0644U);
+        EXPECT_EQ(std::filesystem::status(out).permissions(), std::filesystem::perms(0644));
     }
 }
 
 TEST_F(OutputFile, reports_what_the_system_refuses) {
     using fault::Call;
-    const int lowest = dup(STDIN_FILENO);
-    close(lowest);
+    const NoDescriptorIsLeft watch;
     for (const Writer &writer : writers) {
         SCOPED_TRACE(writer.name);
         EXPECT_EQ(writer.write(folder.path("").c_str()), QEL_ERR_OPEN_FILE) << "a folder";
@@ -244,9 +232,6 @@ TEST_F(OutputFile, reports_what_the_system_refuses) {
         });
         std::filesystem::remove(out);
     }
-    const int next = dup(STDIN_FILENO);
-    close(next);
-    EXPECT_EQ(next, lowest) << "a descriptor is open";
 }
 
 TEST_F(OutputFile, each_failed_allocation_leaves_the_file) {
@@ -259,14 +244,6 @@ TEST_F(OutputFile, each_failed_allocation_leaves_the_file) {
             EXPECT_EQ(got() == "kept", fault::met());
         });
     }
-    fault::each_allocation([&] {
-        char *text = nullptr;
-        uint32_t length = 0;
-        const QelStatus status = __qel_format_output(bytes(a64), 64, 0, 0, &text, &length);
-        const qel::Owned<char> owner(text);
-        EXPECT_EQ(status, fault::met() ? QEL_ERR_NO_MEMORY : QEL_OK);
-        EXPECT_EQ(text == nullptr, fault::met());
-    });
 }
 
 TEST_F(OutputFile, a_full_stream_is_reported) {

@@ -127,42 +127,39 @@ constexpr char enter_host[] = "qp: Enter host key package password: ";
 constexpr char enter[] = "Enter password: ";
 constexpr char mismatch[] = "qp: No password or different passwords entered\r\n";
 
-struct PromptCase {
-    const char *reason;
-    const char *program;
-    int kind;
-    std::vector<std::pair<const char *, const char *>> entries; // prompts and what is typed
-    const char *phrase;                                         // null: QEL_ERR_BAD_PASSWORD
-    const char *message = "";
-};
-
-// The names "" and null stand in no prompt.
-const PromptCase prompt_cases[] = {
-    {"1", "qp", 1, {{enter_new, "abc\n"}, {reenter_new, "abc\n"}}, "abc"},
-    {"2", "qp", 2, {{enter_old, "abc\n"}}, "abc"},
-    {"3", "qp", 3, {{enter_own, "abc\n"}}, "abc"},
-    {"4", "qp", 4, {{enter_first, "a\n"}}, "a"},
-    {"5", "qp", 5, {{enter_host, "abc\n"}}, "abc"},
-    {"another kind", "qp", 6, {{"qp: Enter password: ", "abc\n"}}, "abc"},
-    {"no name", nullptr, 0, {{enter, "abc\n"}}, "abc"},
-    {"an empty name", "", -1, {{enter, "abc\n"}}, "abc"},
-    {"different", "qp", 1, {{enter_new, "abc\n"}, {reenter_new, "abd\n"}}, nullptr, mismatch},
-    {"nothing then", "qp", 1, {{enter_new, "abc\n"}, {reenter_new, "\n"}}, nullptr, mismatch},
-    {"nothing, and no second time", "qp", 1, {{enter_new, "\n"}}, nullptr},
-    {"different, without a name",
-     nullptr,
-     1,
-     {{enter_new + 4, "abc\n"}, {reenter_new + 4, "ab\n"}},
-     nullptr,
-     mismatch + 4},
-    {"an end of file alone", "qp", 2, {{enter_old, "\x04"}}, nullptr},
-    {"an end of file behind a phrase", nullptr, 0, {{enter, "abc\x04\x04"}}, "abc"},
-    {"the terminal's erase character", nullptr, 0, {{enter, "abd\177c\n"}}, "abc"},
-    {"blanks and bytes beyond ASCII", nullptr, 0, {{enter, " \xc3\xa4 \n"}}, " \xc3\xa4 "},
-};
-
 TEST_F(PassPhrase, prompts_and_phrases) {
-    for (const PromptCase &row : prompt_cases) {
+    // The names "" and null stand in no prompt.
+    const struct {
+        const char *reason;
+        const char *program;
+        int kind;
+        std::vector<std::pair<const char *, const char *>> entries; // prompts and what is typed
+        const char *phrase;                                         // null: QEL_ERR_BAD_PASSWORD
+        const char *message = "";
+    } rows[] = {
+        {"1", "qp", 1, {{enter_new, "abc\n"}, {reenter_new, "abc\n"}}, "abc"},
+        {"2", "qp", 2, {{enter_old, "abc\n"}}, "abc"},
+        {"3", "qp", 3, {{enter_own, "abc\n"}}, "abc"},
+        {"4", "qp", 4, {{enter_first, "a\n"}}, "a"},
+        {"5", "qp", 5, {{enter_host, "abc\n"}}, "abc"},
+        {"another kind", "qp", 6, {{"qp: Enter password: ", "abc\n"}}, "abc"},
+        {"no name", nullptr, 0, {{enter, "abc\n"}}, "abc"},
+        {"an empty name", "", -1, {{enter, "abc\n"}}, "abc"},
+        {"different", "qp", 1, {{enter_new, "abc\n"}, {reenter_new, "abd\n"}}, nullptr, mismatch},
+        {"nothing then", "qp", 1, {{enter_new, "abc\n"}, {reenter_new, "\n"}}, nullptr, mismatch},
+        {"nothing, and no second time", "qp", 1, {{enter_new, "\n"}}, nullptr},
+        {"different, without a name",
+         nullptr,
+         1,
+         {{enter_new + 4, "abc\n"}, {reenter_new + 4, "ab\n"}},
+         nullptr,
+         mismatch + 4},
+        {"an end of file alone", "qp", 2, {{enter_old, "\x04"}}, nullptr},
+        {"an end of file behind a phrase", nullptr, 0, {{enter, "abc\x04\x04"}}, "abc"},
+        {"the terminal's erase character", nullptr, 0, {{enter, "abd\177c\n"}}, "abc"},
+        {"blanks and bytes beyond ASCII", nullptr, 0, {{enter, " \xc3\xa4 \n"}}, " \xc3\xa4 "},
+    };
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
         *report = {};
         TerminalSession session([&] { ask(row.program, row.kind); });

@@ -19,23 +19,20 @@ protected:
     QelContext *context = asn1.get();
 };
 
-struct EncodingCase {
-    const char *reason;
-    uint32_t bits;
-    const char *encoding;
-};
-
-// RFC 2268, section 6: below 256 bits the version is a code, from 256 on the number itself.
-const EncodingCase encoding_cases[] = {
-    {"40 bits, code 160", 40, "300e020200a00408 0102030405060708"},
-    {"64 bits, code 120", 64, "300d020178 0408 0102030405060708"},
-    {"128 bits, code 58", 128, "300d02013a 0408 0102030405060708"},
-    {"256 bits, as a number", 256, "300e02020100 0408 0102030405060708"},
-    {"1024 bits, the most", 1024, "300e02020400 0408 0102030405060708"},
-};
-
 TEST_F(Rc2Params, encode_and_read_back) {
-    for (const EncodingCase &row : encoding_cases) {
+    // RFC 2268, section 6: below 256 bits the version is a code, from 256 on the number itself.
+    const struct {
+        const char *reason;
+        uint32_t bits;
+        const char *encoding;
+    } rows[] = {
+        {"40 bits, code 160", 40, "300e020200a00408 0102030405060708"},
+        {"64 bits, code 120", 64, "300d020178 0408 0102030405060708"},
+        {"128 bits, code 58", 128, "300d02013a 0408 0102030405060708"},
+        {"256 bits, as a number", 256, "300e02020100 0408 0102030405060708"},
+        {"1024 bits, the most", 1024, "300e02020400 0408 0102030405060708"},
+    };
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
         QelOctetString *params = nullptr;
         ASSERT_EQ(__qel_encode_rc2_params_cpkit(context, iv, row.bits, &params), QEL_OK);

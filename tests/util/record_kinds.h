@@ -4,6 +4,8 @@
 
 #include "support/records.h"
 
+#include <cstring>
+
 template <class T> struct Kind {
     const char *name;
     T *(*make)();
@@ -58,9 +60,10 @@ template <class Visit> void each_copied_kind(const Visit &visit) {
         __qel_copy_encrypted_private_key_info, __qel_copy2_encrypted_private_key_info});
 }
 
-// Calls back with each kind that can only be released.
-template <class Visit> void each_other_kind(const Visit &visit) {
+// Calls back with each of these, and with each kind that can only be released.
+template <class Visit> void each_kind(const Visit &visit) {
     using namespace records;
+    each_copied_kind(visit);
     visit(Kind<QelRdnSeq>{"rdn_seq", full_rdn_seq, __qel_free_rdn_seq, __qel_free2_rdn_seq});
     visit(Kind<QelAttribute>{"attribute", full_attribute, __qel_free_attribute,
                              __qel_free2_attribute});
@@ -82,6 +85,11 @@ template <class Visit> void each_other_kind(const Visit &visit) {
                              __qel_free2_rcpt_infos});
     visit(Kind<QelItemList>{"item_list", full_item_list, __qel_free_item_list,
                             __qel_free2_item_list});
+}
+
+template <class T> bool is_clear(const T &record) {
+    const T clear = {};
+    return std::memcmp(&record, &clear, sizeof record) == 0;
 }
 
 #endif

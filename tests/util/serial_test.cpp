@@ -1,6 +1,5 @@
 #include "support/arguments.h"
 #include "support/fault.h"
-#include "support/files.h"
 
 #include <gtest/gtest.h>
 

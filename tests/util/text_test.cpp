@@ -1,131 +1,96 @@
-#include "support/fault.h"
-#include "support/files.h"
+#include "support/made.h"
 
 #include <qel/qelp.h>
 
-#include <gtest/gtest.h>
-
-#include <cstring>
 #include <filesystem>
 
 namespace {
 
-struct FormatCase {
-    const char *reason;
-    size_t size;
-    const char *text;
-    int result;
-    const char *written; // null: nothing
-};
-
-const FormatCase kFormatCases[] = {
-    {"no room at all", 0, "x", 1, nullptr},
-    {"a size beyond 31 bits", 0x80000000u, "x", 1, nullptr},
-    {"the largest size", 0x7FFFFFFF, "x", 0, "x"},
-    {"room for the NUL alone", 1, "x", 0, ""},
-    {"cut to fit", 4, "abcdef", 0, "abc"},
-    {"a just fit", 4, "abc", 0, "abc"},
-};
-
 TEST(Text, BoundedFormatting) {
-    for (const FormatCase &row : kFormatCases) {
-        SCOPED_TRACE(row.reason);
-        char buffer[8];
-        std::memset(buffer, '#', sizeof buffer);
-        EXPECT_EQ(__qel_snprintf(buffer, row.size, "%s", row.text), row.result);
-        const std::string expected = row.written != nullptr ? row.written : "";
-        const std::size_t touched = row.written != nullptr ? expected.size() + 1 : 0;
-        EXPECT_EQ(std::string(buffer, expected.size()), expected);
-        EXPECT_TRUE(touched == 0 || buffer[touched - 1] == '\0');
-        for (std::size_t i = touched; i < sizeof buffer; ++i)
-            EXPECT_EQ(buffer[i], '#') << i;
+    const struct {
+        const char *reason;
+        size_t size;
+        const char *text;
+        int result;
+        std::string buffer; // of 8 characters, '#' before
+    } rows[] = {
+        {"no room at all", 0, "x", 1, "########"},
+        {"a size beyond 31 bits", 0x80000000u, "x", 1, "########"},
+        {"the largest size", 0x7FFFFFFF, "x", 0, {"x\0######", 8}},
+        {"room for the NUL alone", 1, "x", 0, {"\0#######", 8}},
+        {"cut to fit", 4, "abcdef", 0, {"abc\0####", 8}},
+        {"a just fit", 4, "abc", 0, {"abc\0####", 8}},
+    };
+    for (const auto &row : rows) {
+        std::string buffer(8, '#');
+        EXPECT_EQ(__qel_snprintf(buffer.data(), row.size, "%s", row.text), row.result)
+            << row.reason;
+        EXPECT_EQ(buffer, row.buffer) << row.reason;
     }
     EXPECT_EQ(__qel_snprintf(nullptr, 4, "x"), 1);
+    char unprintable[8] = "#######";
+    EXPECT_EQ(__qel_snprintf(unprintable, sizeof unprintable, "%ls", L"\x110000"), 1);
+    EXPECT_STREQ(unprintable, "");
 }
-
-TEST(Text, FormattingThatFails) {
-    char buffer[8] = "#######";
-    EXPECT_EQ(__qel_snprintf(buffer, sizeof buffer, "%ls", L"\x110000"), 1);
-    EXPECT_STREQ(buffer, "");
-}
-
-struct UpCase {
-    const char *reason;
-    const char *text;
-    int mode;
-    QelStatus status;
-    const char *result;
-};
-
-const UpCase kUpCases[] = {
-    {"mode 1 escapes commas", "cn=a,b", 1, QEL_OK, "CN=A\\,B"},
-    {"mode 2 does not", "cn=a,b", 2, QEL_OK, "CN=A,B"},
-    {"an escaped comma is escaped again", "a\\,b", 1, QEL_OK, "A\\\\,B"},
-    {"commas only", ",,,", 1, QEL_OK, "\\,\\,\\,"},
-    {"the ends of the alphabet", "`az{@AZ[", 1, QEL_OK, "`AZ{@AZ["},
-    {"other letters stay", "\xe4\xc3\xa4", 2, QEL_OK, "\xe4\xc3\xa4"},
-    {"mode 0", "a", 0, QEL_ERR_BAD_PARAM, nullptr},
-    {"mode 3", "a", 3, QEL_ERR_BAD_PARAM, nullptr},
-    {"an empty string", "", 1, QEL_ERR_BAD_PARAM, nullptr},
-    {"a null string", nullptr, 1, QEL_ERR_BAD_PARAM, nullptr},
-};
 
 TEST(Text, UpperCase) {
-    for (const UpCase &row : kUpCases) {
-        SCOPED_TRACE(row.reason);
-        char unset[] = "unset";
-        char *result = unset;
-        EXPECT_EQ(__qel_str_up(row.text, row.mode, &result), row.status);
-        EXPECT_STREQ(result, row.result);
-        std::free(result);
-    }
+    const struct {
+        const char *reason;
+        const char *text;
+        int mode;
+        const char *result; // null: refused
+    } rows[] = {
+        {"mode 1 escapes commas", "cn=a,b", 1, "CN=A\\,B"},
+        {"mode 2 does not", "cn=a,b", 2, "CN=A,B"},
+        {"an escaped comma is escaped again", "a\\,b", 1, "A\\\\,B"},
+        {"commas only", ",,,", 1, "\\,\\,\\,"},
+        {"the ends of the alphabet", "`az{@AZ[", 1, "`AZ{@AZ["},
+        {"other letters stay", "\xe4\xc3\xa4", 2, "\xe4\xc3\xa4"},
+        {"mode 0", "a", 0, nullptr},
+        {"mode 3", "a", 3, nullptr},
+        {"an empty string", "", 1, nullptr},
+        {"a null string", nullptr, 1, nullptr},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(made_by([&](char **text) { return __qel_str_up(row.text, row.mode, text); }),
+                  row.result != nullptr ? Made(QEL_OK, row.result) : Made(QEL_ERR_BAD_PARAM, ""))
+            << row.reason;
     EXPECT_EQ(__qel_str_up("a", 1, nullptr), QEL_ERR_BAD_PARAM);
-    fault::each_allocation([] {
-        char *result = nullptr;
-        const QelStatus status = __qel_str_up("a,b", 1, &result);
-        EXPECT_EQ(status, fault::met() ? QEL_ERR_NO_MEMORY : QEL_OK);
-        EXPECT_EQ(result == nullptr, fault::met());
-        std::free(result);
-    });
+    each_allocation_of([](char **text) { return __qel_str_up("a,b", 1, text); }, "A\\,B");
 }
 
 // Changes the working folder for one test.
 class FileNames : public testing::Test {
 protected:
-    void SetUp() override { before = std::filesystem::current_path(); }
     void TearDown() override { std::filesystem::current_path(before); }
-    std::filesystem::path before;
+    static Made absolute(const char *name) {
+        return made_by([&](char **path) { return __qel_get_fname(name, path); });
+    }
+    const std::filesystem::path before = std::filesystem::current_path();
     TemporaryFolder folder;
 };
 
-std::string absolute(const char *name) {
-    char *result = nullptr;
-    EXPECT_EQ(__qel_get_fname(name, &result), QEL_OK);
-    const std::string text = result != nullptr ? result : "";
-    std::free(result);
-    return text;
-}
-
 TEST_F(FileNames, AreMadeAbsolute) {
     std::filesystem::current_path("/tmp");
-    EXPECT_EQ(absolute("x"), "/tmp/x");
-    EXPECT_EQ(absolute("../x"), "/tmp/../x");
-    EXPECT_EQ(absolute("/a/b"), "/a/b");
-    EXPECT_EQ(absolute(""), "/tmp/");
+    EXPECT_EQ(absolute("x"), Made(QEL_OK, "/tmp/x"));
+    EXPECT_EQ(absolute("../x"), Made(QEL_OK, "/tmp/../x"));
+    EXPECT_EQ(absolute("/a/b"), Made(QEL_OK, "/a/b"));
+    EXPECT_EQ(absolute(""), Made(QEL_OK, "/tmp/"));
     std::filesystem::current_path("/");
-    EXPECT_EQ(absolute("x"), "//x");
+    EXPECT_EQ(absolute("x"), Made(QEL_OK, "//x"));
+    EXPECT_EQ(absolute(nullptr), Made(QEL_ERR_BAD_PARAM, ""));
+    EXPECT_EQ(__qel_get_fname("x", nullptr), QEL_ERR_BAD_PARAM);
+    each_allocation_of([](char **path) { return __qel_get_fname("/a", path); }, "/a");
+    each_allocation_of([](char **path) { return __qel_get_fname("a", path); }, "//a");
 }
 
 TEST_F(FileNames, WorkingFoldersThatCannotBeNamed) {
-    char unset[] = "unset";
-    char *result = unset;
     const std::string gone = folder.path("gone");
     std::filesystem::create_directory(gone);
     std::filesystem::current_path(gone);
     std::filesystem::remove(gone);
-    EXPECT_EQ(__qel_get_fname("x", &result), QEL_ERR_GENERAL);
-    EXPECT_EQ(result, nullptr);
-    EXPECT_EQ(absolute("/x"), "/x"); // does not ask
+    EXPECT_EQ(absolute("x"), Made(QEL_ERR_GENERAL, ""));
+    EXPECT_EQ(absolute("/x"), Made(QEL_OK, "/x")); // does not ask
 
     const std::string component(200, 'd');
     std::string deep = folder.path("deep");
@@ -133,47 +98,15 @@ TEST_F(FileNames, WorkingFoldersThatCannotBeNamed) {
         deep += '/' + component;
     std::filesystem::create_directories(deep);
     std::filesystem::current_path(deep);
-    EXPECT_EQ(__qel_get_fname("x", &result), QEL_ERR_GENERAL); // more than 1024 bytes
+    EXPECT_EQ(absolute("x"), Made(QEL_ERR_GENERAL, "")); // more than 1024 bytes
 }
-
-TEST_F(FileNames, NullArgumentsAndNoMemory) {
-    char unset[] = "unset";
-    char *result = unset;
-    EXPECT_EQ(__qel_get_fname(nullptr, &result), QEL_ERR_BAD_PARAM);
-    EXPECT_EQ(result, nullptr);
-    EXPECT_EQ(__qel_get_fname("x", nullptr), QEL_ERR_BAD_PARAM);
-    for (const char *name : {"/a", "a"})
-        fault::each_allocation([&] {
-            char *path = nullptr;
-            const QelStatus status = __qel_get_fname(name, &path);
-            EXPECT_EQ(status, fault::met() ? QEL_ERR_NO_MEMORY : QEL_OK);
-            EXPECT_EQ(path == nullptr, fault::met());
-            std::free(path);
-        });
-}
-
-struct DecimalCase {
-    int32_t number;
-    const char *text;
-};
-
-const DecimalCase kDecimalCases[] = {
-    {0, "0"},
-    {7, "7"},
-    {-1, "-1"},
-    {10, "10"},
-    {-305, "-305"},
-    {123456789, "123456789"},
-    {INT32_MAX, "2147483647"},
-    {INT32_MIN, "-2147483648"},
-};
 
 TEST(Text, DecimalDigits) {
-    for (const DecimalCase &row : kDecimalCases) {
+    for (const int32_t number : {0, 7, -1, 10, -305, 123456789, INT32_MAX, INT32_MIN}) {
         char text[13];
         std::memset(text, '#', sizeof text);
-        __qel_itoa(row.number, text);
-        EXPECT_STREQ(text, row.text);
+        __qel_itoa(number, text);
+        EXPECT_EQ(text, std::to_string(number));
         EXPECT_EQ(text[12], '#');
     }
     __qel_itoa(1, nullptr);

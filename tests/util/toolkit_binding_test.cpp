@@ -1,35 +1,12 @@
+#include "support/secrets.h"
+
 #include <util/toolkit_binding.h>
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <malloc.h>
-#include <string>
-#include <time.h>
-#include <utility>
+#include <ctime>
 
 using namespace toolkit;
-
-namespace {
-
-constexpr char kNumber[] = "a number that is secret";
-int numbers_freed = 0; // blocks that still held the number when they were freed
-
-} // namespace
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // they have their own free()
-extern "C" {
-void __libc_free(void *block);
-
-void free(void *block) {
-    if (block != nullptr && malloc_usable_size(block) >= sizeof kNumber &&
-        std::memcmp(block, kNumber, sizeof kNumber - 1) == 0)
-        ++numbers_freed;
-    __libc_free(block);
-}
-}
-#endif
 
 namespace {
 
@@ -56,6 +33,8 @@ TEST(Chooser, does_not_let_other_methods_in) {
     }
 }
 
+constexpr char kNumber[] = "a number that is secret";
+
 ITEM number() {
     return {reinterpret_cast<uint8_t *>(strdup(kNumber)), static_cast<uint32_t>(sizeof kNumber)};
 }
@@ -73,12 +52,13 @@ void free_twice(T contents, void (*free_record)(T **), void (*free_contents)(T *
 
 // Memory checkers tell whether everything was freed.
 TEST(KeyRecords, are_zeroed_and_freed_with_their_numbers) {
-    numbers_freed = 0;
+    SecretWatch watch;
+    watch.add("number", bytes_of(kNumber));
     free_twice<ITEM>(number(), free_ITEM, free2_ITEM);
     free_twice<A_RSA_KEY>({number(), number()}, free_A_RSA_KEY, free2_A_RSA_KEY);
     free_twice<A_RSA_CRT_KEY>({number(), {number(), number()}, {number(), number()}, number()},
                               free_A_RSA_CRT_KEY, free2_A_RSA_CRT_KEY);
-    EXPECT_EQ(numbers_freed, 0);
+    EXPECT_TRUE(watch.take_found().empty());
 }
 
 TEST(KeyRecords, an_item_of_length_0_owns_nothing) {
@@ -90,20 +70,17 @@ TEST(KeyRecords, an_item_of_length_0_owns_nothing) {
     EXPECT_EQ(not_owned[0], 1);
 }
 
-struct SpinCase {
-    const char *reason;
-    int32_t before;
-    const char *text;
-};
-
-const SpinCase spin_cases[] = {
-    {"remainder 0", 1000, "\b\\"},      {"remainder 1", 1001, "\b|"},
-    {"remainder 2", 1002, "\b/"},       {"remainder 3", 1003, "\b-"},
-    {"a negative remainder", -5, "\b"}, {"a negative multiple of 4", -8, "\b\\"},
-};
-
 TEST(Spinner, steps_once_in_a_second) {
-    for (const SpinCase &row : spin_cases) {
+    const struct {
+        const char *reason;
+        int32_t before;
+        const char *text;
+    } rows[] = {
+        {"remainder 0", 1000, "\b\\"},      {"remainder 1", 1001, "\b|"},
+        {"remainder 2", 1002, "\b/"},       {"remainder 3", 1003, "\b-"},
+        {"a negative remainder", -5, "\b"}, {"a negative multiple of 4", -8, "\b\\"},
+    };
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
         int32_t shown_at = row.before;
         testing::internal::CaptureStderr();
