@@ -3,6 +3,7 @@
 #include "support/asn1.h"
 #include "support/ber.h"
 #include "support/fault.h"
+#include "support/process.h"
 
 #include <asn1/pkcs.h>
 #include <gtest/gtest.h>
@@ -80,21 +81,15 @@ TEST_F(Binding, StartsOrReportsWhyNot) {
     EXPECT_EQ(fresh.asn1, nullptr);
 }
 
-TEST_F(Binding, KnowsThePdusByName) {
+TEST_F(Binding, KnowsThePdusByNameAndRefusesOthers) {
     EXPECT_STREQ(__qel_asn1_pdu_name(QEL_PDU_Name), "Name");
     EXPECT_STREQ(__qel_asn1_pdu_name(QEL_PDU_RC2_CBCParameter), "RC2-CBCParameter");
     EXPECT_STREQ(__qel_asn1_pdu_name(QEL_PDU_SignedPublicKeyAndChallenge),
                  "SignedPublicKeyAndChallenge");
-    for (int pdu = 1; pdu <= 36; ++pdu)
-        EXPECT_NE(__qel_asn1_pdu_name(pdu), nullptr) << pdu;
-    for (const int pdu : {-1, 0, 37})
-        EXPECT_EQ(__qel_asn1_pdu_name(pdu), nullptr) << pdu;
-}
-
-TEST_F(Binding, RefusesUnknownPdus) {
     const int32_t number = 5;
     QelStatus status = QEL_OK;
     for (const int pdu : {-1, 0, 37}) {
+        EXPECT_EQ(__qel_asn1_pdu_name(pdu), nullptr) << pdu;
         context.encode(&number, pdu, &status);
         EXPECT_EQ(status, QEL_ERR_ASN1_ENCODE);
         EXPECT_EQ(context.decode(ber("020105"), pdu, &status), nullptr);
@@ -119,34 +114,16 @@ TEST_F(Binding, NamesAreDerWhateverTheRulesAndTheRulesStay) {
 }
 
 TEST_F(Binding, TracesWhatItDecodes) {
-    char *text = nullptr;
-    std::size_t size = 0;
-    FILE *stream = open_memstream(&text, &size);
-    ossSetTraceStream(environment(), stream);
-    context.decode(ber("020104"), QEL_PDU_INT);
-    ASSERT_EQ(__qel_set_decoding_flags_debugpdu(context.get()), QEL_OK);
-    context.decode(ber("020105"), QEL_PDU_INT);
-    std::fclose(stream);
-    EXPECT_STREQ(text, "INT ::= 5\n");
-    std::free(text);
+    EXPECT_EQ(written_by([&](FILE *stream) {
+                  ossSetTraceStream(environment(), stream);
+                  context.decode(ber("020104"), QEL_PDU_INT);
+                  EXPECT_EQ(__qel_set_decoding_flags_debugpdu(context.get()), QEL_OK);
+                  context.decode(ber("020105"), QEL_PDU_INT);
+              }),
+              "INT ::= 5\n");
 }
 
 // ---- Buffers ------------------------------------------------------------------------------------
-
-TEST_F(Binding, FillsTheCallersBufferOrLeavesIt) {
-    const int32_t number = 5;
-    for (const uint32_t capacity : {0u, 2u, 3u, 4u}) {
-        SCOPED_TRACE(capacity);
-        uint8_t bytes[4] = {9, 9, 9, 9};
-        uint8_t *buffer = bytes;
-        uint32_t length = capacity;
-        const QelStatus status = __qel_asn1_encode(context.get(), &number, 14, &buffer, &length);
-        EXPECT_EQ(status, capacity < 3 ? QEL_ERR_ASN1_ENCODE : QEL_OK);
-        EXPECT_EQ(buffer, bytes);
-        EXPECT_EQ(length, capacity < 3 ? capacity : 3);
-        EXPECT_EQ(to_hex(bytes, 4), capacity < 3 ? "09090909" : "02010509");
-    }
-}
 
 TEST_F(Binding, AFailureLeavesThePointersAlone) {
     uint8_t *buffer = nullptr;

@@ -89,24 +89,21 @@ TEST(ObjectIds, ExportCiphersAreRecordsOfTheirOwn) {
     EXPECT_NE(QEL_RC4_EXP_OID, QEL_RC4_OID);
 }
 
-struct AidCase {
-    const char *name;
-    const QelAlgId *aid;
-    const QelOid *algorithm;
-};
-
-const AidCase kAidCases[] = {
-    ROW(QEL_MD2WithRSAEncryption_AID, QEL_MD2WithRSAEncryption_OID),
-    ROW(QEL_MD5WithRSAEncryption_AID, QEL_MD5WithRSAEncryption_OID),
-    ROW(QEL_MD2_AID, QEL_MD2_OID),
-    ROW(QEL_MD4_AID, QEL_MD4_OID),
-    ROW(QEL_MD5_AID, QEL_MD5_OID),
-    ROW(QEL_RC4_AID, QEL_RC4_OID),
-    ROW(QEL_RSA_ENCR_AID, QEL_RSA_ENCR_OID),
-};
-
 TEST(ObjectIds, AlgorithmIdentifiersHaveNullParameters) {
-    for (const AidCase &row : kAidCases) {
+    const struct {
+        const char *name;
+        const QelAlgId *aid;
+        const QelOid *algorithm;
+    } rows[] = {
+        ROW(QEL_MD2WithRSAEncryption_AID, QEL_MD2WithRSAEncryption_OID),
+        ROW(QEL_MD5WithRSAEncryption_AID, QEL_MD5WithRSAEncryption_OID),
+        ROW(QEL_MD2_AID, QEL_MD2_OID),
+        ROW(QEL_MD4_AID, QEL_MD4_OID),
+        ROW(QEL_MD5_AID, QEL_MD5_OID),
+        ROW(QEL_RC4_AID, QEL_RC4_OID),
+        ROW(QEL_RSA_ENCR_AID, QEL_RSA_ENCR_OID),
+    };
+    for (const auto &row : rows) {
         EXPECT_EQ(row.aid->algorithm, row.algorithm) << row.name;
         EXPECT_EQ(records::describe(*row.aid->parameters), "2:0500") << row.name;
     }

@@ -26,11 +26,6 @@ protected:
     Asn1Context context;
 };
 
-bool ends_with(const std::string &text, const std::string &end) {
-    return text.size() >= end.size() &&
-           text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
 Bytes bytes_of(const QelOctetString &octets) {
     return {octets.value, octets.value + octets.length};
 }
@@ -71,29 +66,26 @@ TEST_F(Pkcs, CertificatesComeBackByteForByte) {
 }
 
 TEST_F(Pkcs, RequestsListsAndKeysComeBackByteForByte) {
-    const struct {
-        const char *folder, *end;
-        int pdu;
-    } kinds[] = {
-        {"pkcs10", ".der", QEL_PDU_CertificationRequest},
-        {"spkac", ".der", QEL_PDU_SignedPublicKeyAndChallenge},
-        {"crl", ".der", QEL_PDU_CertificateList},
-        {"pkcs8", ".der", QEL_PDU_EncryptedPrivateKeyInfo},
+    const std::pair<const char *, int> kinds[] = {
+        {"pkcs10", QEL_PDU_CertificationRequest},
+        {"spkac", QEL_PDU_SignedPublicKeyAndChallenge},
+        {"crl", QEL_PDU_CertificateList},
+        {"pkcs8", QEL_PDU_EncryptedPrivateKeyInfo},
     };
     // These were written without the attributes field, which the type has.
     const std::vector<std::string> incomplete = {"pkcs10/ca-req.der", "pkcs10/pca-req.der",
                                                  "pkcs10/s1024req.der", "pkcs10/s512-req.der"};
-    for (const auto &kind : kinds) {
-        for (const std::string &name : vector_names(kind.folder)) {
-            if (!ends_with(name, kind.end))
+    for (const auto &[kind, pdu] : kinds) {
+        for (const std::string &name : vector_names(kind)) {
+            if (!name.ends_with(".der"))
                 continue;
             SCOPED_TRACE(name);
             const Bytes encoding = vector_file(name);
-            const auto value = context.decode(encoding, kind.pdu);
+            const auto value = context.decode(encoding, pdu);
             ASSERT_EQ(value == nullptr,
                       std::count(incomplete.begin(), incomplete.end(), name) == 1);
             if (value != nullptr) {
-                EXPECT_EQ(to_hex(context.encode(value.get(), kind.pdu)), to_hex(encoding));
+                EXPECT_EQ(to_hex(context.encode(value.get(), pdu)), to_hex(encoding));
             }
         }
     }
@@ -101,7 +93,7 @@ TEST_F(Pkcs, RequestsListsAndKeysComeBackByteForByte) {
 
 TEST_F(Pkcs, MessagesDecodeAndTheirSignedDataToo) {
     for (const std::string &name : vector_names("pkcs7")) {
-        if (ends_with(name, ".content"))
+        if (name.ends_with(".content"))
             continue;
         SCOPED_TRACE(name);
         const Bytes encoding = vector_file(name);
@@ -523,9 +515,9 @@ TEST_F(Pkcs, MalformedInputsGiveAStatusUnderEveryPdu) {
             expect_taken_whole(context, input, pdu);
     };
     for (const std::string &name : vector_names("malformed")) {
-        if (ends_with(name, ".tar"))
+        if (name.ends_with(".tar"))
             each_in_tar(vector_file(name), check);
-        else if (!ends_with(name, ".txt"))
+        else if (!name.ends_with(".txt"))
             check(name, vector_file(name));
     }
     EXPECT_GT(inputs, 500u);
@@ -539,21 +531,20 @@ TEST_F(Pkcs, MutatedCertificatesAreRefused) {
                         taken.push_back(name);
                 });
     EXPECT_THAT(taken, ::testing::IsEmpty());
-    for (const char *name :
-         {"libtomcrypt-asn1/illegal_padding1.crt", "libtomcrypt-asn1/illegal_padding2.crt",
-          "libtomcrypt-asn1/illegal_padding3.crt", "libtomcrypt-asn1/0x80.crt",
-          "libtomcrypt-asn1/0xff.crt", "openssl-d2i/bad_cert.der"}) {
-        EXPECT_EQ(
-            context.decode(vector_file(std::string("malformed/") + name), QEL_PDU_Certificate),
-            nullptr)
+    const std::pair<const char *, int> others[] = {
+        {"libtomcrypt-asn1/illegal_padding1.crt", QEL_PDU_Certificate},
+        {"libtomcrypt-asn1/illegal_padding2.crt", QEL_PDU_Certificate},
+        {"libtomcrypt-asn1/illegal_padding3.crt", QEL_PDU_Certificate},
+        {"libtomcrypt-asn1/0x80.crt", QEL_PDU_Certificate},
+        {"libtomcrypt-asn1/0xff.crt", QEL_PDU_Certificate},
+        {"openssl-d2i/bad_cert.der", QEL_PDU_Certificate},
+        {"openssl-d2i/bad-int-pad0.der", QEL_PDU_INT},
+        {"openssl-d2i/bad-int-padminus1.der", QEL_PDU_INT},
+        {"openssl-d2i/high_tag.der", QEL_PDU_INT},
+    };
+    for (const auto &[name, pdu] : others)
+        EXPECT_EQ(context.decode(vector_file(std::string("malformed/") + name), pdu), nullptr)
             << name;
-    }
-    for (const char *name : {"bad-int-pad0.der", "bad-int-padminus1.der", "high_tag.der"}) {
-        EXPECT_EQ(
-            context.decode(vector_file(std::string("malformed/openssl-d2i/") + name), QEL_PDU_INT),
-            nullptr)
-            << name;
-    }
 }
 
 } // namespace

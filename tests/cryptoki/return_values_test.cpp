@@ -32,27 +32,24 @@ TEST(ReturnValues, EveryRowIsInOrderAndIsPrintedWithItsText) {
     EXPECT_STREQ(return_values[row].text, "Unknown return code");
 }
 
-struct PrintCase {
-    const char *why;
-    CK_RV value;
-    const char *text;
-};
-
-const PrintCase print_cases[] = {
-    {"success has no number", CKR_OK, "function has completed successfully\n"},
-    {"the first after success", 1, "function should be canceled (1)\n"},
-    {"a number in two digits", 0xB3, "session handle is invalid (b3)\n"},
-    {"a text that programs know with its misspelling", 0x102,
-     "the user's PIN has not been intialized (102)\n"},
-    {"the last", 0x115, "wrapping key type is inconsistent with mechanism (115)\n"},
-    {"a gap near the start", 5, "Unrecognized error code (5)\n"},
-    {"a gap near the end", 0x111, "Unrecognized error code (111)\n"},
-    {"behind the last", 0x116, "Unrecognized error code (116)\n"},
-    {"the largest", 0xFFFFFFFF, "Unrecognized error code (ffffffff)\n"},
-};
-
 TEST(ReturnValues, Print) {
-    for (const PrintCase &c : print_cases)
+    const struct {
+        const char *why;
+        CK_RV value;
+        const char *text;
+    } rows[] = {
+        {"success has no number", CKR_OK, "function has completed successfully\n"},
+        {"the first after success", 1, "function should be canceled (1)\n"},
+        {"a number in two digits", 0xB3, "session handle is invalid (b3)\n"},
+        {"a text that programs know with its misspelling", 0x102,
+         "the user's PIN has not been intialized (102)\n"},
+        {"the last", 0x115, "wrapping key type is inconsistent with mechanism (115)\n"},
+        {"a gap near the start", 5, "Unrecognized error code (5)\n"},
+        {"a gap near the end", 0x111, "Unrecognized error code (111)\n"},
+        {"behind the last", 0x116, "Unrecognized error code (116)\n"},
+        {"the largest", 0xFFFFFFFF, "Unrecognized error code (ffffffff)\n"},
+    };
+    for (const auto &c : rows)
         EXPECT_EQ(printed(c.value), c.text) << c.why;
 }
 

@@ -259,13 +259,9 @@ TEST(Decode, RefusesWrongArguments) {
     void *value = nullptr;
     const Bytes input = ber("020105");
     OssBuf buffer = {3, const_cast<uint8_t *>(input.data())};
-    int pdu = 0;
-    EXPECT_EQ(ossDecode(runtime.get(), &pdu, &buffer, &value), OSS_BAD_ARGUMENT);
-    pdu = kPduCount + 1;
-    EXPECT_EQ(ossDecode(runtime.get(), &pdu, &buffer, &value), OSS_BAD_ARGUMENT);
-    pdu = -1;
-    EXPECT_EQ(ossDecode(runtime.get(), &pdu, &buffer, &value), OSS_BAD_ARGUMENT);
-    pdu = kInteger;
+    for (int unknown : {-1, 0, kPduCount + 1})
+        EXPECT_EQ(ossDecode(runtime.get(), &unknown, &buffer, &value), OSS_BAD_ARGUMENT);
+    int pdu = kInteger;
     EXPECT_EQ(ossDecode(runtime.get(), &pdu, &buffer, nullptr), OSS_BAD_ARGUMENT);
     EXPECT_EQ(ossDecode(runtime.get(), &pdu, nullptr, &value), OSS_BAD_ARGUMENT);
     EXPECT_EQ(ossDecode(nullptr, &pdu, &buffer, &value), OSS_BAD_ARGUMENT);

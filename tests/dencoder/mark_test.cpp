@@ -94,23 +94,17 @@ TEST_F(Marked, DecodedContentsGoToATemporaryFile) {
     }
 }
 
-TEST_F(Marked, AnUnmarkedTemporaryFileStays) {
-    auto value = runtime.decode<CountedBytes>(ber("04{'abc'}"), kOctetsFile);
-    const std::string name = unmark(value->value);
-    value.reset();
-    EXPECT_EQ(text_of(read_file(name)), "abc");
-}
-
-// The address of an unmarked handle must not come to stand for a later file.
-TEST_F(Marked, ARecordWithAnUnmarkedHandleTouchesNoOtherFile) {
+// The address of an unmarked handle must not come to stand for a later file, and its own file stays.
+TEST_F(Marked, ARecordWithAnUnmarkedHandleTouchesNoFile) {
     auto first = runtime.decode<CountedBytes>(ber("04{'abc'}"), kOctetsFile);
     auto second = runtime.decode<CountedBytes>(ber("04{'def'}"), kOctetsFile);
-    unmark(first->value);
+    const std::string name = unmark(first->value);
     unmark(second->value);
     auto third = runtime.decode<CountedBytes>(ber("04{'ghi'}"), kOctetsFile);
     first.reset();
     second.reset();
     EXPECT_EQ(runtime.encode(third.get(), kOctetsFile), ber("04{'ghi'}"));
+    EXPECT_EQ(text_of(read_file(name)), "abc");
 }
 
 TEST_F(Marked, TheCallersHandleOutlivesTheRecord) {

@@ -1,21 +1,10 @@
 // Values as text.
 #include "runtime.h"
+#include "support/process.h"
 
 #include <gtest/gtest.h>
 
 namespace {
-
-// Everything that is written to the stream while work runs.
-std::string written(const std::function<void(FILE *)> &work) {
-    char *text = nullptr;
-    std::size_t size = 0;
-    FILE *stream = open_memstream(&text, &size);
-    work(stream);
-    std::fclose(stream);
-    std::string result(text, size);
-    std::free(text);
-    return result;
-}
 
 TEST(Print, ShowsEveryKind) {
     const struct {
@@ -43,7 +32,7 @@ TEST(Print, ShowsEveryKind) {
     for (const auto &each : cases) {
         const auto value = runtime.decode(ber(each.input), each.pdu);
         ASSERT_NE(value, nullptr) << each.text;
-        EXPECT_EQ(written([&](FILE *stream) {
+        EXPECT_EQ(written_by([&](FILE *stream) {
                       ossSetPrintStream(runtime.get(), stream);
                       EXPECT_EQ(ossPrintPDU(runtime.get(), each.pdu, value.get()), OSS_DONE);
                   }),
@@ -53,7 +42,7 @@ TEST(Print, ShowsEveryKind) {
 
 TEST(Print, TraceShowsWhatWasDecodedAndNothingElse) {
     Runtime runtime;
-    EXPECT_EQ(written([&](FILE *stream) {
+    EXPECT_EQ(written_by([&](FILE *stream) {
                   ossSetTraceStream(runtime.get(), stream);
                   runtime.decode(ber("020104"), kInteger);
                   ossSetDecodingFlags(runtime.get(), OSS_TRACE);

@@ -1,30 +1,20 @@
 // What the runtime frees holds no secrets any more.
 #include "runtime.h"
-#include "support/fault.h"
+#include "support/secrets.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 namespace {
 
-constexpr char kSecret[] = "correct horse battery staple";
-constexpr std::size_t kSecretSize = sizeof kSecret - 1;
-int leaks = 0;
+const std::string secret = "correct horse battery staple", quoted = "'" + secret + "'";
 
-void look(const unsigned char *block, std::size_t size) {
-    leaks += memmem(block, size, kSecret, kSecretSize) != nullptr;
-}
-
-int leaks_while(const std::function<void()> &work) {
-    leaks = 0;
-    fault::watch_free(look);
+// Whether work frees a block that holds some of the secret.
+bool leaks(const std::function<void()> &work) {
+    SecretWatch watch;
+    watch.add("secret", bytes_of(secret));
     work();
-    fault::watch_free(nullptr);
-    return leaks;
+    return !watch.take_found().empty();
 }
-
-const std::string quoted = std::string("'") + kSecret + "'";
 
 TEST(Secret, ValuesAreZeroedWhenTheyAreFreed) {
     Runtime runtime;
@@ -38,7 +28,7 @@ TEST(Secret, ValuesAreZeroedWhenTheyAreFreed) {
         const Bytes input = ber(text);
         auto value = runtime.decode(input, pdu);
         ASSERT_NE(value, nullptr) << text;
-        EXPECT_EQ(leaks_while([&] { value.reset(); }), 0) << text;
+        EXPECT_FALSE(leaks([&] { value.reset(); })) << text;
     }
 }
 
@@ -49,7 +39,7 @@ TEST(Secret, FailedDecodingLeavesNothing) {
           "16{" + quoted + "00}", "24{ 04{" + quoted + "} 0500 }", "13{" + quoted + "ff}"}) {
         const Bytes input = ber(text);
         for (int pdu = 1; pdu <= kSample; ++pdu)
-            EXPECT_EQ(leaks_while([&] { runtime.decode(input, pdu); }), 0) << text << " " << pdu;
+            EXPECT_FALSE(leaks([&] { runtime.decode(input, pdu); })) << text << " " << pdu;
     }
 }
 
