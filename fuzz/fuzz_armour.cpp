@@ -1,7 +1,6 @@
 // Armoured text in memory: what decodes must come back from its own encoding.
-#include <qel/qelp.h>
+#include "fuzz.h"
 
-#include <cstdlib>
 #include <cstring>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
@@ -13,13 +12,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     char *text = nullptr;
     uint32_t text_length = 0;
     if (length != 0) {
-        if (__qel_binary_2_rfc1421(bytes, length, &text, &text_length) != QEL_OK)
-            std::abort();
+        must(__qel_binary_2_rfc1421(bytes, length, &text, &text_length) == QEL_OK);
         uint8_t *again = nullptr;
         uint32_t again_length = 0;
-        if (__qel_rfc1421_2_binary(text, text_length, &again, &again_length) != QEL_OK ||
-            again_length != length || std::memcmp(again, bytes, length) != 0)
-            std::abort();
+        must(__qel_rfc1421_2_binary(text, text_length, &again, &again_length) == QEL_OK);
+        must(again_length == length && std::memcmp(again, bytes, length) == 0);
         std::free(again);
     }
     std::free(text);

@@ -1,20 +1,9 @@
 // Every PDU: the first byte chooses it, the rest is decoded, encoded, decoded again and
 // freed. What decodes must encode, but for characters that printable strings lack, and what was
 // encoded must decode and encode to the same bytes.
-#include <qel/qelp.h>
+#include "fuzz.h"
 
-#include <cstdlib>
 #include <cstring>
-
-static QelContext *context() {
-    static QelContext *made = [] {
-        QelContext *fresh = nullptr;
-        if (__qel_init(&fresh, nullptr, nullptr) != QEL_OK)
-            std::abort();
-        return fresh;
-    }();
-    return made;
-}
 
 // Printable strings are decoded with any 7-bit character, and encoded with their own only.
 static bool has_printable_string(int pdu) {
@@ -29,8 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     void *value = nullptr;
     if (__qel_asn1_decode(context(), data + 1, static_cast<uint32_t>(size - 1), pdu, &value) !=
         QEL_OK) {
-        if (value != nullptr)
-            std::abort();
+        must(value == nullptr);
         return 0;
     }
     const bool in_file =
@@ -40,18 +28,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     const QelStatus encoded = __qel_asn1_encode(context(), value, pdu, &first, &first_size);
     __qel_asn1_free(context(), value, pdu);
     if (encoded != QEL_OK) {
-        if (!has_printable_string(pdu))
-            std::abort();
+        must(has_printable_string(pdu));
         return 0;
     }
-    if (__qel_asn1_decode(context(), first, first_size, pdu, &value) != QEL_OK)
-        std::abort();
+    must(__qel_asn1_decode(context(), first, first_size, pdu, &value) == QEL_OK);
     uint8_t *second = nullptr;
     uint32_t second_size = 0;
-    if (__qel_asn1_encode(context(), value, pdu, &second, &second_size) != QEL_OK)
-        std::abort();
-    if (!in_file && (first_size != second_size || std::memcmp(first, second, first_size) != 0))
-        std::abort();
+    must(__qel_asn1_encode(context(), value, pdu, &second, &second_size) == QEL_OK);
+    must(in_file || (first_size == second_size && std::memcmp(first, second, first_size) == 0));
     std::free(first);
     std::free(second);
     __qel_asn1_free(context(), value, pdu);

@@ -1,18 +1,6 @@
 // Text with certificates: every step must lead forward, what is read must be a certificate, and a
 // failure must leave nothing to read.
-#include <qel/qelp.h>
-
-#include <cstdlib>
-
-static QelContext *context() {
-    static QelContext *made = [] {
-        QelContext *fresh = nullptr;
-        if (__qel_init(&fresh, nullptr, nullptr) != QEL_OK)
-            std::abort();
-        return fresh;
-    }();
-    return made;
-}
+#include "fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     const auto *text = reinterpret_cast<const char *>(data);
@@ -22,11 +10,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
         const uint32_t before = remaining;
         QelCert *cert = nullptr;
         const QelStatus status = __qel_read_next_cert(context(), &text, &remaining, &cert);
-        if (status == QEL_OK ? text + remaining != end || remaining >= before
-                             : remaining != 0 || cert != nullptr)
-            std::abort();
-        if (cert == nullptr && remaining != 0)
-            std::abort();
+        must(status == QEL_OK ? text + remaining == end && remaining < before
+                              : remaining == 0 && cert == nullptr);
+        must(cert != nullptr || remaining == 0);
         qel_free_cert(&cert);
     }
     return 0;

@@ -1,15 +1,11 @@
 // Requests to fnsd, one after the other, each behind two bytes for its length. Whatever comes, an answer
 // is none or a whole reply, a request that is understood is what its encoding says, and a user changes
 // no entry but the own one.
-#include <cstdlib>
+#include "fuzz.h"
+
 #include <vector>
 
 #include "changes.h"
-
-static void must(bool condition) {
-    if (!condition)
-        std::abort();
-}
 
 namespace {
 

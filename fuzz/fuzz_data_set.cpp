@@ -1,13 +1,9 @@
 // Data-set files: what is read must come back when it is written anew, one item at a time.
+#include "fuzz.h"
+
 #include "../lib/qel/data_set_reader.h"
 
-#include <cstdlib>
 #include <string>
-
-static void must(bool condition) {
-    if (!condition)
-        std::abort();
-}
 
 static void write_and_read_again(const QelDataSetItem &item) {
     if (item.length == 0)

@@ -1,23 +1,6 @@
 // Key packages: the signature, and opening with a pass phrase. A package that opens must open again
 // under another pass phrase, and with the private key that was in it.
-#include <qel/qelp.h>
-
-#include <cstdlib>
-
-static QelContext *context() {
-    static QelContext *made = [] {
-        QelContext *fresh = nullptr;
-        if (__qel_init(&fresh, nullptr, nullptr) != QEL_OK)
-            std::abort();
-        return fresh;
-    }();
-    return made;
-}
-
-static void must(bool condition) {
-    if (!condition)
-        std::abort();
-}
+#include "fuzz.h"
 
 // Whoever makes a package chooses the iteration count; what takes longer than an input may take is
 // passed over. What cannot be read is soon done with.

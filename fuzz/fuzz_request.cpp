@@ -1,18 +1,14 @@
 // Requests to the key server: calls of several users, one after the other, as the connections hand
 // them over. Each begins with a byte for the user and two for the length. Whatever comes, a reply is a
 // whole record, and a user who has not logged in has no key that signs.
-#include <cstdlib>
+#include "fuzz.h"
+
 #include <cstring>
 #include <vector>
 
 #include <arpa/inet.h>
 
 #include "rpc.h"
-
-static void must(bool condition) {
-    if (!condition)
-        std::abort();
-}
 
 static void check_reply(const SecretBytes &reply) {
     uint32_t mark = 0;
