@@ -114,6 +114,36 @@ QelStatus find_signer(QelContext *context, const QelCert *given, const char *con
     return status;
 }
 
+// A certificate as its DER encoding has it, over which its issuer signed: in a record the members of a
+// set may stand in any order. The caller owns the new record.
+QelStatus copy_canonical(QelContext *context, const QelCert *certificate, QelCert **copy_out) {
+    Owned<uint8_t> encoding;
+    uint32_t length = 0;
+    const QelStatus status =
+        qel::encode(context, certificate, QEL_PDU_Certificate, &encoding, &length);
+    if (status != QEL_OK)
+        return status;
+    void *copy = nullptr;
+    const QelStatus decoded =
+        __qel_asn1_decode(context, encoding.get(), length, QEL_PDU_Certificate, &copy);
+    *copy_out = static_cast<QelCert *>(copy);
+    return decoded;
+}
+
+QelStatus copy_canonical(QelContext *context, const CertArray &chain, CertArray *copies) {
+    if (chain.count() == 0)
+        return QEL_OK;
+    QelStatus status = copies->make(chain.certs().size());
+    for (const QelCert &certificate : chain.certs()) {
+        QelCert *copy = nullptr;
+        if (status == QEL_OK)
+            status = copy_canonical(context, &certificate, &copy);
+        if (status == QEL_OK)
+            copies->add(copy);
+    }
+    return status;
+}
+
 struct CertElement {
     QelCertChoices node;
     QelCertChoice choice;
@@ -143,17 +173,26 @@ QelStatus encode_signed_data(QelContext *context, const QelOctetString &content,
                              const Signer &signer, const QelAlgId *digest,
                              const QelOctetString &signature, Owned<uint8_t> *encoding_out,
                              uint32_t *length_out) {
+    CertArray chain;
+    QelStatus status = copy_canonical(context, signer.chain, &chain);
+    if (status != QEL_OK)
+        return status;
+    QelCert *copy = nullptr;
+    status = copy_canonical(context, signer.certificate, &copy);
+    const qel::Record<QelCert, qel_free_cert> certificate(copy);
+    if (status != QEL_OK)
+        return status;
     Owned<CertElement> elements;
-    const QelStatus status = wrap_certs(signer.chain, &elements);
+    status = wrap_certs(chain, &elements);
     if (status != QEL_OK)
         return status;
     QelContentInfo inner = {const_cast<QelOid *>(data_OID), const_cast<QelOctetString *>(&content)};
-    QelIssuerAndSerial identity = {signer.certificate->issuer, signer.certificate->serial};
+    QelIssuerAndSerial identity = {certificate->issuer, certificate->serial};
     QelSignerInfo info = {};
     info.version = signer_info_version;
     info.issuerAndSerialNumber = &identity;
     info.digestAlgorithm = const_cast<QelAlgId *>(digest);
-    info.digestEncryptionAlgorithm = signer.certificate->pubKeyInfo->algorithm;
+    info.digestEncryptionAlgorithm = certificate->pubKeyInfo->algorithm;
     info.encryptedDigest = signature;
     QelSignerInfos signers = {nullptr, &info};
     QelAlgIds digests = {nullptr, const_cast<QelAlgId *>(digest)};
