@@ -28,8 +28,8 @@ extern "C" {
  * Another value, or one that an operation has no use for, is QEL_ERR_BAD_PARAM.
  *
  * A data-set file holds one item in armour between marker lines; one with more items is refused when
- * it is read. The kinds of the two markers may differ. Files are made with mode 0600, those in the
- * certificate directory with 0666 less the umask, and written in place. A key package is chosen by
+ * it is read. The kinds of the two markers may differ. Files are made with mode 0600, also in the
+ * certificate directory: who stores there for others lets them read. They are written in place. A key package is chosen by
  * its identifier, which is that of the context. Names in the naming service are those of qelp.h.
  *
  * Statuses of every operation that reads or writes, by repository:

@@ -188,7 +188,7 @@ QelStatus store_in_naming_service(QelContext *context, const char *name, const Q
                : status;
 }
 
-// Everybody may read what the directory holds. A symbolic link in it is not followed.
+// A symbolic link in the directory is not followed.
 QelStatus store_in_directory(QelContext *context, const QelCert *certificate,
                              const uint8_t *encoding, uint32_t length) {
     Owned<char> subject, path;
@@ -200,7 +200,7 @@ QelStatus store_in_directory(QelContext *context, const QelCert *certificate,
     const ArmourMarkers *around = armour_markers(QEL_ARMOUR_CERTIFICATE);
     Output output;
     output.add_armoured(around->begin, encoding, length, around->end);
-    return output.write_file(path.get(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW, 0666);
+    return output.write_file(path.get(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW);
 }
 
 } // namespace

@@ -28,10 +28,15 @@ QelStatus File::open_input(const char *name) {
     return errno == ENOENT ? QEL_ERR_NO_FILE : QEL_ERR_OPEN_FILE;
 }
 
-QelStatus File::open_output(const char *name, int flags, mode_t mode) {
+QelStatus File::open_output(const char *name, int flags) {
     owned_ = !is_standard(name);
-    descriptor_ = owned_ ? open(name, flags | O_LARGEFILE | O_CLOEXEC, mode) : STDOUT_FILENO;
+    descriptor_ = owned_ ? open(name, flags | O_LARGEFILE | O_CLOEXEC, 0600) : STDOUT_FILENO;
     return descriptor_ >= 0 ? QEL_OK : QEL_ERR_OPEN_FILE;
+}
+
+QelStatus File::make_empty() const {
+    const bool done = !owned_ || ftruncate(descriptor_, 0) == 0 || errno == EINVAL;
+    return done ? QEL_OK : QEL_ERR_FILE_IO;
 }
 
 QelStatus File::read_some(void *bytes, std::size_t size, std::size_t *length) const {

@@ -37,6 +37,8 @@ QelStatus convert(int form, const uint8_t *data, uint32_t length, qel::SecretByt
 
 QelStatus dump(const char *file_name, int open_flags, int form, const uint8_t *data,
                uint32_t length, uint32_t indent, uint32_t line_width) {
+    if (data == nullptr)
+        return QEL_ERR_BAD_PARAM;
     Output output;
     output.add_data(form, data, length, indent, line_width);
     if (is_text(form))
@@ -102,11 +104,15 @@ Output &Output::add_armoured(const char *begin, const uint8_t *data, uint32_t le
     return add("\n").add(end).add("\n");
 }
 
-QelStatus Output::write_file(const char *name, int open_flags, mode_t mode) const {
-    if (status_ != QEL_OK)
-        return status_;
+QelStatus Output::write_file(const char *name, int open_flags) const {
+    if (status_ == QEL_ERR_NO_MEMORY)
+        return status_; // no empty file is left behind
     qel::File file;
-    QelStatus status = file.open_output(name, open_flags, mode);
+    QelStatus status = file.open_output(name, open_flags & ~O_TRUNC);
+    if (status == QEL_OK)
+        status = status_;
+    if (status == QEL_OK && (open_flags & O_TRUNC) != 0)
+        status = file.make_empty();
     if (status == QEL_OK)
         status = file.write_all(bytes_.get(), size_);
     const QelStatus close_status = file.close_file();

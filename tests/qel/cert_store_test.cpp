@@ -154,7 +154,7 @@ TEST_F(CertStore, Setting) {
     EXPECT_EQ(get(QEL_REPO_FILE, file.c_str(), &got), QEL_OK);
     EXPECT_EQ(get(QEL_REPO_DEFAULT, bob, &got), QEL_OK);
     EXPECT_EQ(got, Items{first});
-    EXPECT_EQ(fs::status(bobs_file).permissions(), fs::perms(0644)) << "for everybody";
+    EXPECT_EQ(fs::status(bobs_file).permissions(), fs::perms(0600));
 
     users.caller_is_known = false;
     EXPECT_EQ(set(QEL_REPO_DSV, nullptr, first), QEL_ERR_UNKNOWN_USER);

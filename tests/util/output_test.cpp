@@ -154,6 +154,8 @@ TEST_F(OutputFile, refuses_bad_arguments_and_leaves_the_file) {
              __qel_fdump_output(stdout, 4, data, 1, 0, 0),
          })
         EXPECT_EQ(status, QEL_ERR_BAD_PARAM);
+    const std::string nowhere = out + "/file";
+    EXPECT_EQ(__qel_dump_output(nowhere.c_str(), QEL_FORM_HEX, data, 0, 0, 0), QEL_ERR_OPEN_FILE);
     EXPECT_EQ(__qel_dump_append_and_delimit(1, nullptr, 1, data, 1), QEL_ERR_NO_FILE);
     EXPECT_EQ(__qel_dump_append_and_delimit(1, "", 1, data, 1), QEL_ERR_NO_FILE);
     EXPECT_EQ(got(), "kept");

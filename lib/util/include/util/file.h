@@ -22,8 +22,11 @@ public:
     QelStatus open_input(const char *name);
 
     // A null or empty name is standard output. A file that flags (those of open(2)) let make gets
-    // the mode, as far as the umask lets it. QEL_ERR_OPEN_FILE.
-    QelStatus open_output(const char *name, int flags, mode_t mode = 0600);
+    // mode 0600. QEL_ERR_OPEN_FILE.
+    QelStatus open_output(const char *name, int flags);
+
+    // Cuts what was opened to nothing, where that can be done to it. QEL_ERR_FILE_IO.
+    QelStatus make_empty() const;
 
     // Up to size bytes, 0 at the end of the file. QEL_ERR_FILE_IO.
     QelStatus read_some(void *bytes, std::size_t size, std::size_t *length) const;

@@ -27,10 +27,10 @@ public:
     const uint8_t *bytes() const { return bytes_.get(); }
     std::size_t size() const { return size_; }
 
-    // Opens the file (null or "": standard output), writes all and closes it. What was written
-    // before a failure stays. The status so far, QEL_ERR_OPEN_FILE, QEL_ERR_FILE_IO.
-    //   mode  of a file that is made, as far as the umask lets it.
-    QelStatus write_file(const char *name, int open_flags, mode_t mode = 0600) const;
+    // Opens the file (null or "": standard output), writes all and closes it. With O_TRUNC it is cut
+    // only when all is there to be written. What was written before a failure stays.
+    // QEL_ERR_OPEN_FILE, the status so far, QEL_ERR_FILE_IO.
+    QelStatus write_file(const char *name, int open_flags) const;
 
 private:
     qel::SecretBytes bytes_;
