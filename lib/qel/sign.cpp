@@ -149,8 +149,8 @@ QelStatus qel_sign(QelContext *context, const uint8_t *data, uint32_t length, ui
     QelStatus status = qel::store_algorithms(context, signature_algorithm);
     if (status == QEL_OK)
         status = sign_part(context, data, length, mode, key, signature, signature_length);
-    // A digest that was given, and signed, leaves the algorithms stored.
-    if (mode == QEL_MODE_FINAL || status != QEL_OK)
+    // A digest that was given leaves the algorithms stored.
+    if (mode == QEL_MODE_FINAL || (mode == QEL_MODE_UPDATE && status != QEL_OK))
         qel::end_operation(context);
     return status;
 }

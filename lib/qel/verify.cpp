@@ -110,6 +110,8 @@ QelStatus qel_verify(QelContext *context, const uint8_t *data, uint32_t length, 
         (mode == QEL_MODE_DIGEST && length != qel::digest_size))
         return QEL_ERR_BAD_PARAM;
     QelStatus status = check_signature_algorithm(signature_algorithm);
+    if (status != QEL_OK && mode == QEL_MODE_UPDATE)
+        return status; // an operation under way goes on
     if (status == QEL_OK)
         status = qel::store_algorithms(context, signature_algorithm);
     const PublicKey key = {key_algorithm, key_parameters, key_bits};

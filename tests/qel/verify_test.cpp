@@ -114,8 +114,9 @@ TEST_F(VerifyTest, BadParameters) {
             << c.why;
         EXPECT_TRUE(context.idle()) << c.why;
     }
-    // A later call needs the algorithm as the first one did.
+    // A later call needs the algorithm as the first one did; an update without it ends nothing.
     ASSERT_EQ(key.verify(context, text, QEL_MODE_UPDATE, with_md5, good), QEL_OK);
+    EXPECT_EQ(key.verify(context, text, QEL_MODE_UPDATE, QEL_MD5_AID, good), QEL_ERR_BAD_PARAM);
     EXPECT_EQ(key.verify(context, {}, QEL_MODE_FINAL, nullptr, good), QEL_ERR_BAD_PARAM);
     EXPECT_EQ(key.verify(context, {}, QEL_MODE_FINAL, with_md5, good), QEL_OK);
 }
