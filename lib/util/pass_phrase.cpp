@@ -221,14 +221,8 @@ const char *phrase_text(int kind) {
     return "password";
 }
 
-void print_name(const char *program_name) {
-    if (program_name != nullptr && *program_name != '\0')
-        std::fprintf(stderr, "%s: ", program_name);
-}
-
-OwnedPhrase ask(const char *program_name, const char *verb, const char *text) {
-    print_name(program_name);
-    std::fprintf(stderr, "%s %s: ", verb, text);
+OwnedPhrase ask(const char *format, const char *program_name, const char *text) {
+    std::fprintf(stderr, format, program_name, text);
     std::fflush(stderr);
     return OwnedPhrase(__qel_getpass());
 }
@@ -241,14 +235,14 @@ QelStatus __qel_get_encryption_phrase(const char *program_name, int kind, char *
         return QEL_ERR_BAD_PARAM;
     *phrase_out = nullptr;
     const char *text = phrase_text(kind);
-    OwnedPhrase phrase = ask(program_name, "Enter", text);
+    const char *name = program_name != nullptr ? program_name : "";
+    OwnedPhrase phrase = ask(*name != '\0' ? "%s: Enter %s: " : "%sEnter %s: ", name, text);
     if (phrase == nullptr || *phrase == '\0')
         return QEL_ERR_BAD_PASSWORD;
-    if (kind == QEL_PHRASE_NEW) {
-        const OwnedPhrase again = ask(program_name, "Reenter", text);
+    if (kind == QEL_PHRASE_NEW) { // here without a name, too
+        const OwnedPhrase again = ask("%s: Reenter %s: ", name, text);
         if (again == nullptr || std::strcmp(phrase.get(), again.get()) != 0) {
-            print_name(program_name);
-            std::fputs("No password or different passwords entered\n", stderr);
+            std::fprintf(stderr, "%s: No password or different passwords entered\n", name);
             return QEL_ERR_BAD_PASSWORD;
         }
     }

@@ -128,7 +128,7 @@ constexpr char enter[] = "Enter password: ";
 constexpr char mismatch[] = "qp: No password or different passwords entered\r\n";
 
 TEST_F(PassPhrase, prompts_and_phrases) {
-    // The names "" and null stand in no prompt.
+    // The names "" and null leave no trace in the first prompt, and a colon in what follows it.
     const struct {
         const char *reason;
         const char *program;
@@ -151,9 +151,9 @@ TEST_F(PassPhrase, prompts_and_phrases) {
         {"different, without a name",
          nullptr,
          1,
-         {{enter_new + 4, "abc\n"}, {reenter_new + 4, "ab\n"}},
+         {{enter_new + 4, "abc\n"}, {reenter_new + 2, "ab\n"}},
          nullptr,
-         mismatch + 4},
+         mismatch + 2},
         {"an end of file alone", "qp", 2, {{enter_old, "\x04"}}, nullptr},
         {"an end of file behind a phrase", nullptr, 0, {{enter, "abc\x04\x04"}}, "abc"},
         {"the terminal's erase character", nullptr, 0, {{enter, "abd\177c\n"}}, "abc"},
