@@ -12,7 +12,7 @@
  *  - Lengths count bytes. *length_out receives the number of bytes written; what it held before is
  *    not read. Room for output is the caller's to provide: each function says how much.
  *  - An Init replaces the operation in its session; one that fails leaves none, unless it was refused
- *    for a null or unknown argument. The operation then serves any number of calls until another
+ *    for an argument that is null, unknown or too short. The operation then serves any number of calls until another
  *    Init, or the end of the session.
  */
 #ifndef QEL_CRYPTOKI_H
@@ -181,7 +181,8 @@ CK_RV C_CreateObject(CK_SESSION_HANDLE session, CK_ATTRIBUTE *attributes, uint32
                      CK_OBJECT_HANDLE *object_out);
 
 /*
- * C_DestroyObject zeroes and frees the object's values, its array of attributes, and the object.
+ * C_DestroyObject zeroes and frees the object's values, but for those of length 0, its array of
+ * attributes, and the object.
  * CKR_OBJECT_HANDLE_INVALID: no object, or one without attributes.
  */
 CK_RV C_DestroyObject(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object);

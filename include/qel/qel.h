@@ -2,11 +2,11 @@
  * qel.h: the public interface of libqel.
  *
  * What holds everywhere:
- *  - Functions return a status: 0 (QEL_OK) or one of the QEL_ERR_ numbers below. Nothing is thrown,
- *    nothing is printed.
+ *  - Functions return a status: 0 (QEL_OK) or one of the QEL_ERR_ numbers below. Nothing is thrown;
+ *    nothing is printed, but by the functions that say so.
  *  - A null or out-of-range argument is QEL_ERR_BAD_PARAM, a failed allocation QEL_ERR_NO_MEMORY.
  *  - Results come back through pointer arguments, which are cleared first and set only on success;
- *    nothing half-made is handed out.
+ *    nothing half-made is handed out. Output bytes are not cleared but left as they are.
  *  - Output bytes: where *buffer is not null it is the caller's buffer and *length its capacity
  *    (too small: QEL_ERR_BUFFER_SIZE). Where *buffer is null the library allocates, and the caller
  *    frees with free(). *length becomes the number of bytes written.
@@ -102,7 +102,8 @@ enum {
  *          address; null: "0.0.0.0".
  * QEL_ERR_BAD_PARAM: a null context_out, or a name that cannot be resolved. QEL_ERR_NO_MEMORY.
  * QEL_ERR_ASN1_INIT: the ASN.1 runtime refused its tables. QEL_ERR_GENERAL: no key server is
- * registered on this host.
+ * registered on this host, or what answers is none; the host's name or its network configuration
+ * cannot be read.
  */
 QelStatus qel_init(QelContext **context_out, const char *keyid, const char *host);
 
@@ -175,8 +176,9 @@ QelStatus qel_get_alglist(const QelAlgListEntry **list_out);
  *
  * Writing gives capital letters (a to z only) and single blanks, "CN=ALICE + OU=B, C=US", and
  * accepts PrintableString where T61String is written. The text reads back as the same name, but for
- * the case of letters, unless a value is empty, ends with a backslash, or holds a '+', a '"', a blank
- * before a comma, or white space that reading drops.
+ * the case of letters, unless a value is empty, longer than names allow, in characters outside its type's alphabet,
+ * ends with a backslash, or holds a '+', a '"', a blank before a comma, or white space that reading
+ * drops. A PrintableString may read back as a T61String.
  */
 
 /*
@@ -257,7 +259,8 @@ QelStatus qel_digest(QelContext *context, const uint8_t *data, uint32_t length, 
  * QEL_ERR_UNSUPPORTED_ALG: another algorithm. QEL_ERR_KEY_TYPE: a key that is not RSA.
  * QEL_ERR_BAD_KEY: a key that cannot be read. QEL_ERR_BUFFER_SIZE. QEL_ERR_SIGN: a modulus too
  * short for the DigestInfo, or the token failed. QEL_ERR_SERV_CONNECT: no key server.
- * QEL_ERR_SERV_SIGN: it refused. QEL_ERR_ASN1_ENCODE, QEL_ERR_GENERAL, QEL_ERR_NO_MEMORY; what
+ * QEL_ERR_SERV_SIGN: it refused; its signature is longer than the caller's buffer:
+ * QEL_ERR_BAD_PARAM. QEL_ERR_ASN1_ENCODE, QEL_ERR_GENERAL, QEL_ERR_NO_MEMORY; what
  * qel_digest returns.
  */
 QelStatus qel_sign(QelContext *context, const uint8_t *data, uint32_t length, uint32_t mode,
@@ -353,9 +356,10 @@ QelStatus qel_verify_cert_chain(QelContext *context, const QelCert *chain, int c
  *                        without the certificate of that key itself, but with a self-signed
  *                        certificate from which the search went on. There also with
  *                        QEL_ERR_KEY_EXPIRED. The caller frees it (qel_free_cert_list).
- * QEL_ERR_KEY_EXPIRED, QEL_ERR_TKEY_EXPIRED. QEL_ERR_NO_CHAIN: nothing but circles, no certificate of
- * an issuer, or a self-signed certificate whose name is not allowed. QEL_ERR_ISSUER_NOT_TRUSTED: a
- * self-signed certificate that is not trusted. QEL_ERR_BAD_PARAM: also allowed_names without a name.
+ * QEL_ERR_KEY_EXPIRED, QEL_ERR_TKEY_EXPIRED. QEL_ERR_NO_CHAIN: nothing but circles, a
+ * self-signed certificate whose name is not allowed, or 10,000 issuers without an end.
+ * QEL_ERR_UNKNOWN_USER, QEL_ERR_NO_CERT: nobody in the naming service has an issuer's name, or who has
+ * it has no certificate. QEL_ERR_ISSUER_NOT_TRUSTED: a self-signed certificate that is not trusted. QEL_ERR_BAD_PARAM: also allowed_names without a name.
  * What qel_verify_cert, qel_get_cert, __qel_find_dn_in_list and __qel_cmp_dn return: the failure that
  * ended the search, or the one that was met last. QEL_ERR_NO_MEMORY.
  */
@@ -502,7 +506,9 @@ QelStatus qel_wrap_key(QelContext *context, const uint8_t *key, uint32_t key_len
  *   wrapping_algorithm     rsaEncryption.
  *   key                    output bytes: room for as many as the modulus has is asked for, though the
  *                          key is shorter by 11 or more; zeros may fill the rest, and all of the
- *                          caller's buffer after a failure. Zero a new buffer before free().
+ *                          caller's buffer after a failure. Zero a new buffer before free(). Through
+ *                          the key server there must be room for the key alone, else
+ *                          QEL_ERR_BAD_PARAM.
  * QEL_ERR_UNWRAP: the block does not open. This is one status and takes one time, whatever is wrong
  * inside; show it to no one who may send blocks. QEL_ERR_BAD_PARAM: also a block of another length.
  * QEL_ERR_EXPORT: a modulus above 512 bytes. QEL_ERR_BAD_KEY: a key that cannot be read.
@@ -519,8 +525,9 @@ QelStatus qel_unwrap_key(QelContext *context, const uint8_t *wrapped, uint32_t w
 
 /*
  * Everything below comes from /dev/random. Generated keys are always new buffers, whatever the
- * pointers held before; the caller zeroes and frees them. All functions can fail with QEL_ERR_RANDOM
- * (the device cannot be read), QEL_ERR_GENERAL (no token session) and QEL_ERR_NO_MEMORY.
+ * pointers held before; the caller zeroes and frees them. Functions can fail with QEL_ERR_RANDOM
+ * (the device cannot be read; of a key pair that is QEL_ERR_KEYGEN), QEL_ERR_GENERAL (no token
+ * session) and QEL_ERR_NO_MEMORY.
  */
 
 /*

@@ -167,10 +167,11 @@ QelStatus __qel_end_asn1(QelContext *context);
  *           of every signer (25, 26). No bit is cleared. Other records are not written to.
  *   buffer, length  by the rule for output bytes, but a buffer that is too small is
  *           QEL_ERR_ASN1_ENCODE. A handle of __qel_mark_oss_file as the buffer: the encoding is
- *           written to that file, whatever it held before. A failure changes neither, but leaves such a
- *           file empty.
+ *           written to that file, whatever it held before. A failure changes neither; it leaves such a file
+ *           as it was, or empty where it was the writing that failed.
  * Name, CertificateInfo, Certificate, KeyPkgInfo, DigestInfo and CertificationRequestInfo are always
- * encoded in DER (X.690), the others by the rules of the environment. Printable strings must keep to
+ * encoded in DER (X.690), but that a default which the record holds as given, and a time's offset, stay
+ * as they came: signatures were made over them. The others go by the rules of the environment. Printable strings must keep to
  * their alphabet, IA5 strings to 7 bits; years reach from 1969 to 2068.
  * QEL_ERR_BAD_PARAM: a null argument; no buffer but a length. QEL_ERR_ASN1_ENCODE: anything else.
  */
@@ -222,7 +223,8 @@ const char *__qel_asn1_pdu_name(int pdu);
 QelStatus __qel_asn1_print(QelContext *context, FILE *stream, const void *value, int pdu);
 
 /*
- * __qel_asn1_free releases a value of any PDU; its strings, integers and open types are zeroed first.
+ * __qel_asn1_free releases a value of any PDU; its strings, long integers and open types are zeroed
+ * first.
  * Parts with a bit in a presence mask are reached when the bit is set. Nothing happens when the value
  * is null or the context has no environment. The functions below do the same for their PDU.
  */
@@ -904,7 +906,7 @@ QelStatus __qel_change_pass_phrase(QelContext *context, const char *new_pass_phr
 
 /*
  * A pass phrase is what the user types at the controlling terminal, /dev/tty, while the echo is off.
- * These functions are the only ones that write to standard error. One thread at a time may use them.
+ * Prompts go to standard error. One thread at a time may use them.
  */
 
 /* Which pass phrase the user is asked for. */
@@ -918,8 +920,9 @@ enum {
 
 /*
  * Asks for a pass phrase, once and without a second try: "PROGRAM: Enter TEXT: ", for a new one then
- * "PROGRAM: Reenter TEXT: ".
- *   program_name  stands before the prompts; null or "": nothing does.
+ * "PROGRAM: Reenter TEXT: " and, where the two differ, "PROGRAM: No password or different passwords
+ * entered".
+ *   program_name  stands before the prompts; null or "": "Enter TEXT: ", but ": Reenter TEXT: ".
  *   kind          QEL_PHRASE_...
  *   phrase_out    a new string of 1 to 100 characters, which the caller zeroes and frees.
  * QEL_ERR_BAD_PARAM: a null phrase_out. QEL_ERR_BAD_PASSWORD: no phrase was typed, the two differ,
@@ -947,8 +950,8 @@ char *__qel_getpass(void);
 
 /*
  * Where a file name may be null or empty it stands for standard input or output. Files are made with
- * mode 0600 and written in place. Everything is converted before a file is touched; from then on a
- * failure leaves what was written.
+ * mode 0600 and written in place. A file is opened first and keeps what it holds until all is converted;
+ * from then on a failure leaves what was written.
  *
  * QEL_ERR_BAD_PARAM also means no data to convert, or no such form. QEL_ERR_OPEN_FILE: a file cannot
  * be opened. QEL_ERR_FILE_IO: a read, write or close failed, or a write was short.

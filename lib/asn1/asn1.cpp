@@ -143,6 +143,8 @@ QelStatus __qel_asn1_encode(QelContext *context, const void *value, int pdu, uin
 
 QelStatus __qel_asn1_decode(QelContext *context, const uint8_t *data, uint32_t length, int pdu,
                             void **value_out) {
+    if (value_out != nullptr)
+        *value_out = nullptr;
     OssEnvironment *environment = environment_of(context);
     if (environment == nullptr || data == nullptr || value_out == nullptr)
         return QEL_ERR_BAD_PARAM;

@@ -36,6 +36,10 @@ CK_RV C_DestroyObject(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object) {
         return CKR_SESSION_HANDLE_INVALID;
     if (object == nullptr || object->attributes == nullptr || object->count == 0)
         return CKR_OBJECT_HANDLE_INVALID;
+    for (uint32_t i = 0; i < object->count; ++i) { // an empty value is the maker's
+        if (object->attributes[i].value_length == 0)
+            object->attributes[i].value = nullptr;
+    }
     free_template(&object->attributes, static_cast<int32_t>(object->count));
     std::free(object);
     return CKR_OK;

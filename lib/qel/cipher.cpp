@@ -274,11 +274,14 @@ QelStatus crypt_des3(const Direction &direction, QelContext *context, const uint
                      uint32_t iv_length, uint8_t **output, uint32_t *output_length) {
     if (context == nullptr || iv == nullptr || iv_length != block_size)
         return QEL_ERR_BAD_PARAM;
-    qel::SecretArray<2 + block_size> encoded; // an OCTET STRING
-    encoded.bytes[0] = 0x04;
-    encoded.bytes[1] = block_size;
-    std::memcpy(encoded.bytes + 2, iv, block_size);
-    QelOctetString parameters = {sizeof encoded.bytes, encoded.bytes};
+    const QelOctetString octets = {block_size, const_cast<uint8_t *>(iv)};
+    qel::SecretArray<2 + block_size> encoding;
+    uint8_t *out = encoding.bytes;
+    uint32_t size = sizeof encoding.bytes;
+    const QelStatus status = __qel_asn1_encode(context, &octets, QEL_PDU_OctetString, &out, &size);
+    if (status != QEL_OK)
+        return status;
+    QelOctetString parameters = {size, encoding.bytes};
     const QelAlgId algorithm = {const_cast<QelOid *>(QEL_DES3_CBC_OID), &parameters};
     const qel::SetAside under_way(context);
     return crypt(direction, {context, data, length, QEL_MODE_FINAL, &algorithm, key, key_length,
