@@ -5,9 +5,8 @@
 
 #include "cert_array.h"
 #include "chain.h"
-#include "signature.h"
+#include "visits.h"
 
-#include <cstring>
 #include <new>
 
 namespace {
@@ -16,20 +15,12 @@ namespace {
 // to fill the memory with the issuers of all levels of the path.
 constexpr std::size_t most_issuers = 10000;
 
-// A certificate that the search has been at, and what came of it. Until that is known it is
-// QEL_ERR_NO_CHAIN, since to meet it again above itself leads nowhere.
-struct Visit {
-    uint8_t *encoding;
-    uint32_t length;
-    QelStatus outcome;
-};
-
 // A certificate on the path, and its issuers.
 struct Level {
     Level *below = nullptr;
     Level *above = nullptr;
     const QelCert *certificate = nullptr; // the caller's, or one of the issuers below
-    std::size_t visit = 0;
+    qel::Visit *visit = nullptr;
     bool expired = false;
     qel::CertArray issuers;
     int next = 0; // the issuer to try next
@@ -46,8 +37,7 @@ struct Search {
     Level *bottom = nullptr;
     Level *top = nullptr;
     std::size_t depth = 0;
-    Visit *visits = nullptr;
-    std::size_t visit_count = 0;
+    qel::Visits visits;
     std::size_t issuer_count = 0; // fetched until now
 
     Search(QelContext *given_context, const QelTrustedKeys *keys, const char *const *names)
@@ -57,16 +47,13 @@ struct Search {
     ~Search() {
         while (top != nullptr)
             pop();
-        for (std::size_t i = 0; i < visit_count; ++i)
-            std::free(visits[i].encoding);
-        std::free(visits);
     }
 
     QelStatus stop(QelStatus status) {
         state = State::stopped;
         return status;
     }
-    bool push(const QelCert *certificate, std::size_t visit) {
+    bool push(const QelCert *certificate, qel::Visit *visit) {
         void *block = std::malloc(sizeof(Level));
         if (block == nullptr)
             return false;
@@ -87,28 +74,6 @@ struct Search {
         --depth;
     }
 };
-
-// The array of visits doubles whenever it is full.
-bool make_room_for_visit(Search *search) {
-    const std::size_t count = search->visit_count;
-    if ((count & (count - 1)) != 0)
-        return true;
-    void *grown = std::realloc(search->visits, (count != 0 ? count * 2 : 1) * sizeof(Visit));
-    if (grown == nullptr)
-        return false;
-    search->visits = static_cast<Visit *>(grown);
-    return true;
-}
-
-// Certificates are the same when their encodings are. One that has none can be verified with no key.
-Visit *find_visit(const Search &search, const uint8_t *encoding, uint32_t length) {
-    for (std::size_t i = 0; i < search.visit_count && length != 0; ++i) {
-        Visit &visit = search.visits[i];
-        if (visit.length == length && std::memcmp(visit.encoding, encoding, length) == 0)
-            return &visit;
-    }
-    return nullptr;
-}
 
 QelStatus fetch_issuers(Search *search, Level *level) {
     if (search->issuer_count >= most_issuers)
@@ -164,14 +129,12 @@ QelStatus check_self_signed(Search *search, Level *level) {
 // Goes on from a certificate, unless the search has been there. The status is what came of it as long
 // as none of its issuers has been tried.
 QelStatus open_level(Search *search, const QelCert *certificate) {
-    qel::Owned<uint8_t> encoding;
-    uint32_t length = 0;
-    qel::encode(search->context, certificate, QEL_PDU_Certificate, &encoding, &length);
-    if (const Visit *visit = find_visit(*search, encoding.get(), length); visit != nullptr)
+    bool is_new = false;
+    qel::Visit *visit = search->visits.visit(search->context, certificate, &is_new);
+    if (visit != nullptr && !is_new)
         return visit->outcome;
-    if (!make_room_for_visit(search) || !search->push(certificate, search->visit_count))
+    if (visit == nullptr || !search->push(certificate, visit))
         return search->stop(QEL_ERR_NO_MEMORY);
-    search->visits[search->visit_count++] = {encoding.release(), length, QEL_ERR_NO_CHAIN};
 
     int difference = 0;
     const QelStatus status =
@@ -206,7 +169,7 @@ QelStatus run(Search *search, const QelCert *certificate) {
         if (level->next < level->issuers.count()) {
             status = try_issuer(search, level, level->issuers.records() + level->next++);
         } else {
-            search->visits[level->visit].outcome = status;
+            level->visit->outcome = status;
             search->pop();
         }
     }

@@ -1,7 +1,7 @@
 // issuer_chain.cpp: the chain of issuers above a certificate, out of the naming service.
 
 #include "cert_array.h"
-#include "signature.h"
+#include "visits.h"
 
 namespace {
 
@@ -11,59 +11,12 @@ constexpr int longest_chain = 1000;
 // More than any store has above one certificate: the issuers of all steps of the way are in memory.
 constexpr std::size_t most_issuers = 10000;
 
-// A certificate that the search has been at, and what came of it. As long as that is not known it is
-// QEL_ERR_NO_CHAIN: to meet the certificate again above itself leads nowhere.
-struct Visit {
-    Visit *next;
-    uint8_t *encoding;
-    uint32_t length;
-    QelStatus outcome;
-};
-
-// Each certificate is searched once, since certificates may certify one another in circles; what
-// comes of it does not depend on the way that led to it.
 struct Search {
     QelContext *context;
     const char *const *trusted_names; // or null
-    Visit *visits = nullptr;
+    qel::Visits visits = {};
     std::size_t issuer_count = 0; // fetched until now
-
-    Search(QelContext *given_context, const char *const *names)
-        : context(given_context), trusted_names(names) {}
-    Search(const Search &) = delete;
-    Search &operator=(const Search &) = delete;
-    ~Search() {
-        while (visits != nullptr) {
-            Visit *visit = std::exchange(visits, visits->next);
-            std::free(visit->encoding);
-            std::free(visit);
-        }
-    }
 };
-
-// The visit to a certificate, *is_new when there was none before.
-QelStatus find_visit(Search *search, const QelCert *certificate, Visit **visit_out, bool *is_new) {
-    qel::Owned<uint8_t> encoding;
-    uint32_t length = 0;
-    const QelStatus status =
-        qel::encode(search->context, certificate, QEL_PDU_Certificate, &encoding, &length);
-    if (status != QEL_OK)
-        return status;
-    Visit *visit = search->visits;
-    while (visit != nullptr &&
-           (visit->length != length || std::memcmp(visit->encoding, encoding.get(), length) != 0))
-        visit = visit->next;
-    *is_new = visit == nullptr;
-    if (*is_new) {
-        visit = qel::allocate<Visit>();
-        if (visit == nullptr)
-            return QEL_ERR_NO_MEMORY;
-        *visit = {search->visits, encoding.release(), length, QEL_ERR_NO_CHAIN};
-        search->visits = visit;
-    }
-    *visit_out = visit;
-    return QEL_OK;
-}
 
 QelStatus climb(Search *search, const QelCert *certificate, int depth, qel::CertArray *chain);
 
@@ -141,11 +94,12 @@ QelStatus climb_from(Search *search, const QelCert *certificate, int depth, qel:
 QelStatus climb(Search *search, const QelCert *certificate, int depth, qel::CertArray *chain) {
     if (depth > longest_chain)
         return QEL_ERR_NO_CHAIN;
-    Visit *visit = nullptr;
     bool is_new = false;
-    const QelStatus status = find_visit(search, certificate, &visit, &is_new);
-    if (status != QEL_OK || !is_new)
-        return status != QEL_OK ? status : visit->outcome;
+    qel::Visit *visit = search->visits.visit(search->context, certificate, &is_new);
+    if (visit == nullptr)
+        return QEL_ERR_NO_MEMORY;
+    if (!is_new)
+        return visit->outcome;
     visit->outcome = climb_from(search, certificate, depth, chain);
     if (visit->outcome != QEL_OK)
         chain->reset(nullptr, 0);
@@ -163,7 +117,7 @@ QelStatus qel_get_cert_chain(QelContext *context, const QelCert *certificate,
     *count_out = 0;
     if (context == nullptr || certificate == nullptr)
         return QEL_ERR_BAD_PARAM;
-    Search search(context, trusted_names);
+    Search search = {context, trusted_names};
     qel::CertArray chain;
     const QelStatus status = climb(&search, certificate, 1, &chain);
     if (status == QEL_OK)

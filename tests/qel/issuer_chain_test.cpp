@@ -110,6 +110,7 @@ TEST_F(IssuerChain, Arguments) {
     const char *const no_name[] = {"nothing", nullptr};
     std::string found;
     EXPECT_EQ(get(*first, no_name, &found), QEL_ERR_DN_NO_EQUALS);
+    store("R<R");
     QelCert incomplete = *first;
     incomplete.subject = nullptr;
     EXPECT_EQ(get(incomplete, nullptr, &found), QEL_ERR_ASN1_ENCODE);
