@@ -227,11 +227,14 @@ std::string program_page() {
     text += ".SH OPTIONS\n" + roff_options(common_options()) +
             ".TP\n.B \\-\\-version\nprint the version.\n.PP\nA file named \\- is standard input or "
             "standard output; \\-\\- ends the options.\n";
-    text += ".SH OUTPUT\n.PP\nData goes to standard output, words about it to standard error. "
-            "Names and texts from outside are escaped: control characters and characters that "
-            "hide others appear as \\exNN or \\eu{N}.\n.PP\nWith \\-\\-json the output is one "
-            "object: \"schema\" is 1, times are RFC 3339 in UTC, and \"error\" holds what failed, "
-            "why, the next step, and the library's status by number, name and text.\n";
+    text +=
+        ".SH OUTPUT\n.PP\nData goes to standard output, words about it to standard error. "
+        "Names and texts from outside are escaped: control characters and characters that "
+        "hide others appear as \\exNN or \\eu{N}.\n.PP\nWith \\-\\-json the output is one "
+        "object: \"schema\" is 1, times are RFC 3339 in UTC, and \"error\" holds what failed, "
+        "why, the next step, and the library's status by number, name and text. Standard output has "
+        "room for that object or for data, not for both: name a file with "
+        "\\-\\-output.\n";
     return text + exit_section();
 }
 

@@ -29,7 +29,8 @@ constexpr Option cert_verify_options[] = {
      "certificates, or a key package's list, of trusted keys; may be repeated", true},
     {"allowed", 0, "NAME", nullptr, false,
      "with --establish: an issuer where the chain may end; may be repeated", true},
-    {"explain", 0, nullptr, nullptr, false, "tell of every certificate that was tried"},
+    {"explain", 0, nullptr, nullptr, false,
+     "with --chain or --establish: tell of every certificate that was tried"},
 };
 constexpr Example cert_verify_examples[] = {
     {"qel cert verify root.pem", "a self-signed certificate"},
@@ -111,28 +112,37 @@ constexpr Command certificate_table[] = {
      "said.\n\n"
      "With --chain the certificates of all files are a chain: each is verified with the key of the "
      "next, until one is a trusted key. A single certificate must be a trusted key itself. With "
-     "--establish the issuers come from the naming service.",
+     "--establish the issuers of one certificate come from the naming service, 10000 at most. "
+     "Either needs --trust, and a key package that it names must list a key; neither goes with "
+     "--issuer or --signature-only.\n\n"
+     "A key of more than 4096 bits is refused if its public exponent has more than 64.",
      cert_verify_options, cert_verify_examples, run_cert_verify},
     {"cert get", "Get certificates from a repository", "[NAME]", 0, 1,
      "Writes the certificates of a subject, armoured: from the naming service, from the "
-     "certificate directory (default), from a file of that name, or from standard input.",
+     "certificate directory (default), from a file of that name, or from standard input. A file "
+     "that holds several is refused: 'qel cert show' reads it.",
      cert_get_options, cert_get_examples, run_cert_get},
     {"cert list", "Show the certificates in a repository", "[NAME]", 0, 1,
-     "Shows what 'qel cert show' shows, of the certificates of a subject in a repository.",
+     "Shows what 'qel cert show' shows, of the certificates of a subject in a repository. A file "
+     "that holds several is refused: 'qel cert show' reads it.",
      cert_list_options, cert_list_examples, run_cert_list},
     {"cert set", "Store a certificate in a repository", "[FILE]", 0, 1,
      "Stores a certificate in your own entry of the naming service, which is then registered under "
      "its subject, in the file of its subject in the certificate directory, or at the end of a "
-     "file. A file that is made is for its owner alone (mode 0600). Whether the certificate is good "
-     "is not looked at.",
+     "file. Whether the certificate is good is not looked at. A file that is made is for its owner "
+     "alone (mode 0600).\n\n"
+     "The certificate directory must be there, and is its owner's to write. A second certificate "
+     "of a subject is refused there: with two in its file none could be got. With --repo file a "
+     "file of several can be made, which --repo file does not read.",
      cert_set_options, cert_set_examples, run_cert_set},
     {"cert remove", "Remove certificates from a repository", "NAME", 1, 1,
      "Removes one certificate of a subject, or all of them; with --repo file from the file of that "
-     "name.",
+     "name. With --all that file is deleted, unless it also holds a private key or key package.",
      cert_remove_options, cert_remove_examples, run_cert_remove},
     {"cert chain", "Build the chain of a certificate from the naming service", "[FILE]", 0, 1,
      "Gets the issuers of a certificate from the naming service, up to a self-signed one or to a "
-     "subject that --trusted names, each verified with the next one's key.",
+     "subject that --trusted names, each verified with the next one's key. A chain has at most "
+     "1000 certificates, out of at most 10000 issuers.",
      cert_chain_options, cert_chain_examples, run_cert_chain},
 };
 

@@ -191,19 +191,21 @@ constexpr Command stored_package_table[] = {
     {"keypkg get", "Get a key package from a repository", "[NAME]", 0, 1,
      "Writes the key package of that identifier to a file: from the naming service, where NAME is "
      "a user (default you) or a host's address, from a file, from the key server, or from your "
-     "default file.",
+     "default file. A file that holds several is refused: 'qel keypkg show' reads it.",
      keypkg_get_options, keypkg_get_examples, run_keypkg_get},
     {"keypkg list", "Show the key packages in a repository", "[NAME]", 0, 1,
-     "Shows what 'qel keypkg show' shows, of the packages in a repository.", keypkg_list_options,
-     keypkg_list_examples, run_keypkg_list},
+     "Shows what 'qel keypkg show' shows, of the packages in a repository. A file that holds "
+     "several is refused: 'qel keypkg show' reads it.",
+     keypkg_list_options, keypkg_list_examples, run_keypkg_list},
     {"keypkg set", "Store a key package in a repository", "[FILE]", 0, 1,
      "Stores a key package in the naming service, in place of the one that is there, or in a file, "
-     "beside those with other identifiers. Your own entry of the naming service is yours to "
-     "change, any entry the super-user's. A package whose signature is not good is refused.",
+     "beside one with another identifier, after which --repo file does not read it. Your own entry "
+     "of the naming service is yours to change, any entry the super-user's. A package whose "
+     "signature is not good is refused.",
      keypkg_set_options, keypkg_set_examples, run_keypkg_set},
     {"keypkg remove", "Remove a key package from a repository", "[NAME]", 0, 1,
      "Removes the key package of that identifier. With --repo server it goes from the naming "
-     "service, and its user is logged out.",
+     "service, and its user is logged out. A file that holds several is refused.",
      keypkg_remove_options, keypkg_remove_examples, run_keypkg_remove},
 };
 

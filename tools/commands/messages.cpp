@@ -57,14 +57,17 @@ constexpr Command message_table[] = {
     {"message sign", "Make a signed message", "[FILE]", 0, 1,
      "Makes PKCS#7 signed data, with the content and the signer's certificates inside. Without "
      "--key the key server signs; without --cert the key package comes from the key server, and "
-     "its certificate and the issuers' from the naming service." PASS_PHRASES,
+     "its certificate and the issuers' from the naming service. An empty content needs --cert, and "
+     "the first certificate must be that of the key." PASS_PHRASES,
      message_sign_options, message_sign_examples, run_message_sign},
     {"message verify", "Verify a signed message", "[FILE]", 0, 1,
      "Exits 0 if the signatures are good and each signer's certificate leads to a trusted key: "
      "through the certificates in the message, or those in the naming service where the message "
      "has the signer's alone. The data is written only then.\n\n"
-     "Messages with authenticated attributes, of several signers, or without their content "
-     "(--content) are verified by the command itself, which says so.",
+     "Messages with authenticated attributes, of several signers, or without their content are "
+     "verified by the command itself, which says so. --content is needed where the message has its "
+     "content not inside, and refused where it has. So is a list of trusted keys that is empty: "
+     "'qel trust add' enters keys into a key package.",
      message_verify_options, message_verify_examples, run_message_verify},
     {"message show", "Show a signed message", "[FILE]", 0, 1,
      "Shows the content's type and size, the signers and the certificates of PKCS#7 signed data. "

@@ -55,7 +55,8 @@ constexpr Command session_table[] = {
      "its pass phrase, and hands the private key to the key server of this host. Until you log "
      "out, or the key's time is over, your programs sign and unwrap there without key or pass "
      "phrase: 'qel sign', 'qel unwrap' and 'qel decrypt' where no --key is given. A key that was "
-     "locked is unlocked.\n\n"
+     "locked is unlocked; one that is logged in already is refused, so log out first to change "
+     "how.\n\n"
      "The key is registered for you as the system knows you, under the key package's identifier. "
      "The server must run as root or as the user qelserv. It takes private keys of up to 1024 "
      "bytes, which is about 1600 bits. 'qellogin' is the same command." PASS_PHRASES,

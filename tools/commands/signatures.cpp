@@ -54,7 +54,7 @@ constexpr Command signature_table[] = {
      "Of a certificate only the key is used: 'qel cert verify' checks the certificate itself. A "
      "key under the old identifier 2.5.8.1.1 is used as an rsaEncryption key, which is said. "
      "Signatures under keys with small public exponents can be forged: below 65537 there is a "
-     "warning.",
+     "warning. A key of more than 4096 bits is refused if its exponent has more than 64.",
      verify_options, verify_examples, run_verify},
 };
 
