@@ -1,39 +1,20 @@
 // The key server as its users meet it: the daemon, rpcbind and the commands on a private host (see
 // scripts/sandbox), which this program is to run on.
-#include "peer.h"
-
-#include "support/host.h"
-#include "support/keypkg.h"
-#include "tools/run.h"
+#include "server_host.h"
 
 #include <qel/qelp.h>
 #include <qellogin/session.h>
 
-#include <algorithm>
-#include <chrono>
-#include <csignal>
-#include <fstream>
 #include <functional>
 #include <pwd.h>
-#include <sys/prctl.h>
 #include <thread>
 
 #include <rpc/rpcb_clnt.h>
 
 namespace {
 
-using namespace std::chrono_literals;
-using host::as_user;
-using host::has_users;
-using host::read_text;
-using host::root;
-using host::start_program;
-using host::user;
-using host::within;
-using Clock = std::chrono::steady_clock;
+using namespace server_host;
 
-constexpr const char *socket_path = "/run/qelserv/socket";
-constexpr const char *log_path = "/run/qelserv.log";
 constexpr uid_t nobody = 65534;
 
 Ran qel_as(uid_t uid, std::vector<std::string> words, const How &how = {}) {
@@ -55,83 +36,8 @@ pid_t start_rpcbind() {
     return start_program(words, "/run/rpcbind.log");
 }
 
-class KeyServerProcess {
-public:
-    explicit KeyServerProcess(const std::vector<std::string> &options = {}) {
-        RsaKey::of_512_bits(); // made here, all children have the same
-        mkdir("/run/qelserv", 0755);
-        std::vector<std::string> words = {QELSERV, "--verbose"};
-        if (has_users()) {
-            EXPECT_EQ(chown("/run/qelserv", user("qelserv"), root), 0);
-        } else {
-            words.insert(words.end(), {"--user", "root"});
-        }
-        if (!locks_memory())
-            words.push_back("--no-memory-lock");
-        words.insert(words.end(), options.begin(), options.end());
-        pid_ = start_program(words, log_path);
-        started_ = within(10s, [] { return holds(read_text(log_path), "started"); });
-        EXPECT_TRUE(started_) << read_text(log_path);
-    }
-    ~KeyServerProcess() {
-        if (pid_ > 0)
-            end(SIGTERM);
-    }
-    KeyServerProcess(const KeyServerProcess &) = delete;
-    KeyServerProcess &operator=(const KeyServerProcess &) = delete;
-
-    // Sanitizers map more than can be locked.
-    static bool locks_memory() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-        return false;
-#else
-        return has_users();
-#endif
-    }
-    pid_t pid() const {
-        return pid_;
-    }
-    bool wait_until_registered() const {
-        return within(10s, [] { return holds(read_text(log_path), "registered with rpcbind"); });
-    }
-    bool alive() const {
-        return kill(pid_, 0) == 0 && waitpid(pid_, nullptr, WNOHANG) == 0;
-    }
-    int end(int signal) {
-        int status = 0;
-        const pid_t pid = std::exchange(pid_, 0);
-        kill(pid, signal);
-        waitpid(pid, &status, 0);
-        return status;
-    }
-
-private:
-    pid_t pid_ = 0;
-    bool started_ = false;
-};
-
 bool is_registered() {
     return run_program({"rpcinfo", "-T", "local", "127.0.0.1", "100255", "1"}).exit == 0;
-}
-
-KeyInfo login_info(uint8_t usage = 1) {
-    KeyInfo info;
-    info.private_key = RsaKey::of_512_bits().private_key_info();
-    info.package = test_key_package(RsaKey::of_512_bits()).encoding();
-    info.usage = usage;
-    return info;
-}
-
-const Bytes digest_info = md5_digest_info(Bytes(16, 0x5a));
-
-// The status of a call whose result begins with it, or stands in the first element; 200 without one.
-int raw_status(const Call &call) {
-    Peer peer(socket_path);
-    peer.send(call.record());
-    Reply reply = peer.receive();
-    if (reply.none() || reply.accepted() != 0)
-        return 200;
-    return static_cast<int>(call.procedure == QELSERV_SETKEY ? reply.word() : reply.first_status());
 }
 
 // ---- Commands ----------------------------------------------------------------------------------
@@ -580,156 +486,6 @@ TEST(Users, KernelSaysWhoCallsWhateverTheMessageClaims) {
             }
         }
     }
-}
-
-// ---- Attacks -----------------------------------------------------------------------------------
-
-void pause_for_ever() {
-    for (;;)
-        pause();
-}
-
-Bytes random_bytes(std::size_t size) {
-    static unsigned state = 1;
-    Bytes bytes(size);
-    for (uint8_t &byte : bytes)
-        byte = static_cast<uint8_t>((state = state * 1103515245 + 12345) >> 16);
-    return bytes;
-}
-
-void send_on_many_connections(int count, const Bytes &bytes) {
-    std::vector<Peer> peers;
-    for (int i = 0; i < count; ++i)
-        peers.emplace_back(socket_path).send(bytes);
-    pause_for_ever();
-}
-
-constexpr int usual_limit = 64; // connections of one user
-
-struct Attack {
-    const char *name;
-    void (*run)(); // as a user who is logged in, for ever
-    bool takes_all_of_a_user = false;
-};
-
-const Attack attacks[] = {
-    {"nothing", pause_for_ever},
-    {"half a record header",
-     [] {
-         send_on_many_connections(60, {0x80, 0});
-     }},
-    {"half a call",
-     [] {
-         Bytes half = crypt_call(QELSERV_SIGN, digest_info).record();
-         half.resize(half.size() / 2);
-         send_on_many_connections(60, half);
-     }},
-    {"a record of 2 GiB",
-     [] {
-         for (;;)
-             Peer(socket_path).send(Words(0xffffffff).bytes + Bytes(1000));
-     }},
-    {"a slow reader",
-     [] {
-         std::vector<Peer> peers;
-         for (int i = 0; i < 20; ++i)
-             peers.emplace_back(socket_path).make_impatient();
-         for (;;)
-             for (Peer &peer : peers)
-                 peer.send(packages_call().record());
-     }},
-    {"calls that close before the answer",
-     [] {
-         for (;;)
-             Peer(socket_path).send(crypt_call(QELSERV_SIGN, digest_info).record());
-     }},
-    {"twice as many idle connections as allowed",
-     [] { send_on_many_connections(2 * usual_limit, {}); }, true},
-    {"random bytes",
-     [] {
-         for (;;)
-             Peer(socket_path).send(random_bytes(5000));
-     }},
-    {"good calls with random bodies",
-     [] {
-         for (uint32_t i = 0;; ++i) {
-             Call call{1 + i % 7, {}};
-             call.argument.bytes = random_bytes(4 * (i % 300));
-             Peer peer(socket_path);
-             peer.send(call.record());
-             peer.receive();
-         }
-     }},
-    {"forty clients that sign without a pause",
-     [] {
-         std::vector<Peer> peers;
-         for (int i = 0; i < 40; ++i)
-             peers.emplace_back(socket_path);
-         const Bytes call = crypt_call(QELSERV_SIGN, digest_info).record();
-         for (;;) {
-             for (Peer &peer : peers)
-                 peer.send(call);
-             for (Peer &peer : peers)
-                 peer.receive();
-         }
-     }},
-};
-
-long resident_kib(pid_t pid) {
-    const std::string status = read_text("/proc/" + std::to_string(pid) + "/status");
-    const std::size_t at = status.find("VmRSS:");
-    return at == status.npos ? 0 : std::stol(status.substr(at + 6));
-}
-
-TEST(Attacks, HonestClientIsServedInTime) {
-    KeyServerProcess server;
-    const uid_t honest = user("alice"), attacker = user("bob");
-    for (const uid_t uid : {honest, attacker})
-        as_user(uid, [] { return raw_status(login_info().call()); });
-    for (const Attack &attack : attacks) {
-        if (attack.takes_all_of_a_user && !has_users())
-            continue; // the honest client is the same user
-        const pid_t child = fork();
-        if (child == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            _exit(as_user(attacker, [&] {
-                attack.run();
-                return 0;
-            }));
-        }
-        std::this_thread::sleep_for(50ms);
-        const int late = as_user(honest, [&] {
-            std::vector<double> times;
-            Peer peer(socket_path);
-            const Bytes call = crypt_call(QELSERV_SIGN, digest_info).record();
-            const auto end = Clock::now() + 600ms;
-            while (Clock::now() < end) {
-                const auto begin = Clock::now();
-                peer.send(call);
-                Reply reply = peer.receive();
-                if (reply.none() || reply.first_status() != QELSERV_OK)
-                    return 100;
-                times.push_back(
-                    std::chrono::duration<double, std::milli>(Clock::now() - begin).count());
-            }
-            std::sort(times.begin(), times.end());
-            const double last = times[times.size() * 99 / 100];
-            std::printf("  %-45s 99th percentile %7.3f ms of %zu signatures\n", attack.name, last,
-                        times.size());
-            std::fflush(stdout);
-            constexpr double bound = 250; // generous: machines that run tests are busy
-            return last < bound ? 0 : 1;
-        });
-        EXPECT_EQ(late, 0) << attack.name;
-        EXPECT_TRUE(server.alive()) << attack.name;
-        kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
-    }
-    std::printf("  resident after all: %ld KiB\n", resident_kib(server.pid()));
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    EXPECT_LT(resident_kib(server.pid()), 200 << 10);
-#endif
-    EXPECT_LT(read_text(log_path).size(), 20'000U) << "nobody fills the log";
 }
 
 } // namespace
