@@ -22,14 +22,14 @@ protected:
                  path("key.pem")});
         chmod(path("key.pem").c_str(), 0600);
         for (const char *digest : {"md5", "sha256"})
-            openssl(words_of("req -new -key $key.pem -subj /CN=Oracle -" + std::string(digest) +
-                             " -out $" + digest + ".req"));
+            oracle("req -new -key $key.pem -subj /CN=Oracle -" + std::string(digest) + " -out $" +
+                   digest + ".req");
     }
     static std::string command(const std::string &more) {
         return "issue -k $ca.KEYPKG -c $ca.pem --passin file:$phrase -l $log " + more;
     }
     static std::string oracle_text(const std::string &file) {
-        return openssl(words_of("x509 -noout -text -nameopt RFC2253 -in $" + file)).out;
+        return oracle("x509 -noout -text -nameopt RFC2253 -in $" + file).out;
     }
     static std::size_t count(const std::string &text, const std::string &part) {
         std::size_t number = 0;
@@ -85,19 +85,19 @@ TEST_F(Issue, CertificatesAreWhatWasAskedForAndVerify) {
         SCOPED_TRACE(row.reason);
         const Ran ran = run(command(std::string("--force -o $new.pem ") + row.words));
         ASSERT_EQ(ran.exit, 0) << ran.err;
-        const std::string oracle = oracle_text("new.pem");
+        const std::string seen = oracle_text("new.pem");
         for (const char *told : row.told)
-            EXPECT_TRUE(holds(oracle, told)) << oracle;
-        EXPECT_FALSE(holds(oracle, row.not_told)) << oracle;
+            EXPECT_TRUE(holds(seen, told)) << seen;
+        EXPECT_FALSE(holds(seen, row.not_told)) << seen;
         const Ran ours = run("cert verify --json $new.pem -i $ca.pem");
         EXPECT_EQ(ours.json()["status"]["number"], row.verified);
         if (row.verified != 30 && !row.md2) {
-            openssl(words_of("verify -auth_level 0 -CAfile $ca.pem $new.pem"));
+            oracle("verify -auth_level 0 -CAfile $ca.pem $new.pem");
         }
     }
     EXPECT_EQ(count(text("log"), "++++\n"), std::size(rows));
     EXPECT_EQ(run("cert verify $ca.pem").exit, 0);
-    openssl(words_of("verify -auth_level 0 -CAfile $ca.pem $ca.pem"));
+    oracle("verify -auth_level 0 -CAfile $ca.pem $ca.pem");
 }
 
 TEST_F(Issue, SelfSignedOnesAreForTheAuthoritysOwnKey) {

@@ -1,12 +1,11 @@
 // qel keygen and qel keypkg, with OpenSSL's command line as the oracle for the keys.
 #include "support/terminal.h"
-#include "tools/run.h"
+#include "tools/packages.h"
 
 #include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <csignal>
-#include <sys/stat.h>
 
 #include <qel/qelp.h>
 
@@ -15,7 +14,7 @@ namespace {
 constexpr const char *right_phrase = "correct horse battery staple";
 
 // A folder with pass phrases, keys made by OpenSSL, and one key package.
-class KeyPkg : public SharedFolder {
+class KeyPkg : public Packages {
 protected:
     static void SetUpTestSuite() {
         umask(0);
@@ -29,79 +28,59 @@ protected:
               {"both", std::string(right_phrase) + "\r\nanother phrase\r\n"}})
             write_secret(name, bytes_of(text));
         chmod(path("open").c_str(), 0640);
-        for (const char *bits : {"512", "1024", "2048"})
-            openssl({"genpkey", "-algorithm", "RSA", "-pkeyopt",
-                     std::string("rsa_keygen_bits:") + bits, "-out", path(bits)});
-        openssl({"pkcs8", "-topk8", "-nocrypt", "-in", path("1024"), "-outform", "DER", "-out",
-                 path("1024.der")});
+        for (const std::string bits : {"512", "1024", "2048"})
+            oracle("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:" + bits + " -out $" + bits);
+        oracle("pkcs8 -topk8 -nocrypt -in $1024 -outform DER -out $1024.der");
         make("alice.KEYPKG", "alice");
     }
-    static void write_secret(const std::string &name, const Bytes &contents) {
-        write_file(path(name), contents);
-        chmod(path(name).c_str(), 0600);
-    }
-    static std::string phrase(const char *name = "phrase") { return "file:" + path(name); }
 
     // A new package of few iterations, so that tests are quick.
-    static Ran make(const std::string &file, const std::string &id,
-                    const std::vector<std::string> &more = {}) {
-        std::vector<std::string> words = {"keygen", "--owner",  "CN=Alice, O=Acme, C=US",
-                                          "--id",   id,         "--iterations",
-                                          "1000",   "--passin", phrase(),
-                                          "-o",     path(file)};
-        words.insert(words.end(), more.begin(), more.end());
-        const Ran ran = qel(words);
-        EXPECT_EQ(ran.exit, 0) << ran.err;
-        return ran;
+    static void make(const std::string &file, const std::string &id, const std::string &more = "") {
+        make_package(file, "CN=Alice,O=Acme,C=US", "--id " + id + " " + more);
     }
-    static Json shown(const std::string &file, std::size_t index = 0) {
-        const Ran ran = qel({"keypkg", "show", "--json", path(file)});
+    static Json shown(const std::string &file) {
+        const Ran ran = run("keypkg show --json $" + file);
         EXPECT_EQ(ran.exit, 0) << ran.err;
-        return ran.json()["packages"][index];
+        return ran.json()["packages"][0];
     }
-    static int opens(const std::string &file, const char *name,
-                     const std::vector<std::string> &more = {}) {
-        std::vector<std::string> words = {"keypkg", "verify", "--passin", phrase(name), path(file)};
-        words.insert(words.end(), more.begin(), more.end());
-        return qel(words).exit;
+    static int opens(const std::string &file, const std::string &name,
+                     const std::string &more = "") {
+        return run("keypkg verify --passin file:$" + name + " $" + file + " " + more).exit;
+    }
+    static unsigned mode_of(const std::string &name) {
+        struct stat about = {};
+        EXPECT_EQ(stat(path(name).c_str(), &about), 0);
+        return about.st_mode & 0777;
     }
 };
 
 // ---- Making ------------------------------------------------------------------------------------
 
 TEST_F(KeyPkg, NewPackageHoldsWhatWasAskedForAndAKeyThatTheOracleAccepts) {
-    openssl({"req", "-x509", "-md5", "-key", path("1024"), "-subj", "/CN=Root", "-out",
-             path("root.pem")});
+    oracle("req -x509 -md5 -key $1024 -subj /CN=Root -out $root.pem");
     const struct {
-        const char *reason;
-        std::vector<std::string> words;
+        const char *reason, *words;
         int bits;
         const char *exponent, *usage;
         std::size_t trusted;
     } rows[] = {
-        {"defaults", {}, 512, "65537", "both", 0},
-        {"smallest key and exponent", split("-b 360 -e 3"), 360, "3", "both", 0},
-        {"odd size, for signing", split("-b 511 --usage sign"), 511, "65537", "sign", 0},
-        {"for decryption", {"--usage", "decrypt"}, 512, "65537", "decrypt", 0},
+        {"defaults", "", 512, "65537", "both", 0},
+        {"smallest key and exponent", "-b 360 -e 3", 360, "3", "both", 0},
+        {"odd size, for signing", "-b 511 --usage sign", 511, "65537", "sign", 0},
+        {"for decryption", "--usage decrypt", 512, "65537", "decrypt", 0},
         {"two files of trusted keys",
-         {"--trust", path("root.pem"), "--trust", vector_path("armour/01.pem")},
-         512,
-         "65537",
-         "both",
-         2},
+         "--trust $root.pem --trust " QEL_SOURCE "/tests/vectors/armour/01.pem", 512, "65537",
+         "both", 2},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
-        const std::string file = path("new.KEYPKG");
-        unlink(file.c_str());
-        make("new.KEYPKG", "id 1", row.words);
-        struct stat about;
-        ASSERT_EQ(stat(file.c_str(), &about), 0);
-        EXPECT_EQ(about.st_mode & 0777, 0600U);
-        EXPECT_TRUE(text_of(read_file(file)).starts_with("-----BEGIN KEYPKG-----\n"));
+        unlink(path("new.KEYPKG").c_str());
+        make("new.KEYPKG", "id_1", row.words);
+        EXPECT_EQ(mode_of("new.KEYPKG"), 0600U);
+        EXPECT_TRUE(text("new.KEYPKG").starts_with("-----BEGIN KEYPKG-----\n"));
 
         const Json package = shown("new.KEYPKG");
-        EXPECT_EQ(package["id"], "id 1");
+        EXPECT_EQ(package["id"], "id_1");
         EXPECT_EQ(package["owner"], "CN=Alice, O=Acme, C=US");
         EXPECT_EQ(package["usage"], row.usage);
         EXPECT_EQ(package["public_key"]["bits"], row.bits);
@@ -114,20 +93,15 @@ TEST_F(KeyPkg, NewPackageHoldsWhatWasAskedForAndAKeyThatTheOracleAccepts) {
 
         EXPECT_EQ(opens("new.KEYPKG", "phrase"), 0);
         EXPECT_EQ(opens("new.KEYPKG", "wrong"), 6);
-        const Ran exported = qel({"keypkg", "export", "--unencrypted", "--force", "-o",
-                                  path("new.p8"), "--passin", phrase(), file});
-        EXPECT_EQ(exported.exit, 0) << exported.err;
-        const Ran checked = openssl({"pkey", "-inform", "DER", "-in", path("new.p8"), "-check"});
+        must("keypkg export --unencrypted --force -o $new.p8 --passin file:$phrase $new.KEYPKG");
+        const Ran checked = oracle("pkey -inform DER -in $new.p8 -check -noout -text");
         EXPECT_TRUE(holds(checked.out, "valid")) << checked.out;
-        const Ran text =
-            openssl({"rsa", "-inform", "DER", "-in", path("new.p8"), "-noout", "-text"});
-        EXPECT_TRUE(holds(text.out, "(" + std::to_string(row.bits) + " bit")) << text.out;
+        EXPECT_TRUE(holds(checked.out, "(" + std::to_string(row.bits) + " bit")) << checked.out;
     }
 }
 
 TEST_F(KeyPkg, SaltsAndKeysDifferAndDefaultWorkIsMeasured) {
-    const Ran ran = qel({"keygen", "--owner", "CN=Alice", "--passin", phrase(), "--json", "-o",
-                         path("measured.KEYPKG")});
+    const Ran ran = run("keygen --owner CN=Alice --passin file:$phrase --json -o $measured.KEYPKG");
     ASSERT_EQ(ran.exit, 0) << ran.err;
     const Json package = ran.json()["package"];
     EXPECT_EQ(package["id"], "default_keyid");
@@ -140,35 +114,30 @@ TEST_F(KeyPkg, SaltsAndKeysDifferAndDefaultWorkIsMeasured) {
 }
 
 TEST_F(KeyPkg, KeysOfTheOracleGoInAndComeOutUnchanged) {
-    openssl({"rsa", "-traditional", "-in", path("1024"), "-out", path("pkcs1.pem")});
-    openssl(
-        {"rsa", "-traditional", "-in", path("1024"), "-outform", "DER", "-out", path("pkcs1.der")});
-    for (const char *name : {"512", "1024", "2048", "1024.der", "pkcs1.pem", "pkcs1.der"}) {
+    oracle("rsa -traditional -in $1024 -out $pkcs1.pem");
+    oracle("rsa -traditional -in $1024 -outform DER -out $pkcs1.der");
+    for (const std::string name : {"512", "1024", "2048", "1024.der", "pkcs1.pem", "pkcs1.der"}) {
         SCOPED_TRACE(name);
         chmod(path(name).c_str(), 0600);
-        const Ran in = qel({"keypkg", "import", "--owner", "CN=Import", "--iterations", "1000",
-                            "--passin", phrase(), "--force", "-o", path("in.KEYPKG"), path(name)});
-        EXPECT_EQ(in.exit, 0) << in.err;
-        for (const auto &[form, option] : {std::pair("der", "DER"), {"pem", "PEM"}}) {
-            const std::string file = path(std::string("out.") + form);
-            unlink(file.c_str());
-            const Ran out = qel({"keypkg", "export", "--unencrypted", "--form", form, "-o", file,
-                                 "--passin", phrase(), path("in.KEYPKG")});
+        must("keypkg import --owner CN=Import --iterations 1000 --passin file:$phrase --force "
+             "-o $in.KEYPKG $" +
+             name);
+        for (const std::string form : {"der", "pem"}) {
+            unlink(path("out").c_str());
+            const Ran out = run("keypkg export --unencrypted --passin file:$phrase --form " + form +
+                                " -o $out $in.KEYPKG");
             EXPECT_EQ(out.exit, 0) << out.err;
             EXPECT_TRUE(holds(out.err, "no pass phrase protects it")) << out.err;
             EXPECT_EQ(out.out, "");
-            struct stat about;
-            ASSERT_EQ(stat(file.c_str(), &about), 0);
-            EXPECT_EQ(about.st_mode & 0777, 0600U);
-            EXPECT_EQ(openssl({"pkey", "-inform", option, "-in", file}).out,
+            EXPECT_EQ(mode_of("out"), 0600U);
+            EXPECT_EQ(oracle("pkey -inform " + form + " -in $out").out,
                       openssl({"pkey", "-in", path(name)}).out);
         }
     }
 }
 
 TEST_F(KeyPkg, PrivateKeysThatCannotBecomePackagesAreRefused) {
-    openssl({"genpkey", "-algorithm", "EC", "-pkeyopt", "ec_paramgen_curve:P-256", "-out",
-             path("ec.pem")});
+    oracle("genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out $ec.pem");
     Bytes spoiled = read_file(path("1024.der"));
     write_secret("cut.der", Bytes(spoiled.begin(), spoiled.end() - 1));
     spoiled[spoiled.size() - 3] ^= 1; // in the CRT coefficient
@@ -178,19 +147,20 @@ TEST_F(KeyPkg, PrivateKeysThatCannotBecomePackagesAreRefused) {
         std::string key;
         const char *told;
     } rows[] = {
-        {"another kind of key", path("ec.pem"), "no RSA key"},
-        {"cut", path("cut.der"), "cannot read a private key"},
-        {"numbers that do not fit", path("spoiled.der"), ""},
+        {"another kind of key", "$ec.pem", "no RSA key"},
+        {"cut", "$cut.der", "cannot read a private key"},
+        {"numbers that do not fit", "$spoiled.der", ""},
         {"encrypted", vector_path("pkcs8/pkcs8v1_rsa_md5_des1.der"), "pbeWithMD5AndDES-CBC"},
-        {"a key package", path("alice.KEYPKG"), "in a key package already"},
+        {"a key package", "$alice.KEYPKG", "in a key package already"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
-        const Ran ran = qel({"keypkg", "import", "--owner", "CN=A", "--iterations", "1000",
-                             "--passin", phrase(), "-o", path("none.KEYPKG"), row.key});
+        const Ran ran = run("keypkg import --owner CN=A --iterations 1000 --passin file:$phrase "
+                            "-o $none.KEYPKG " +
+                            row.key);
         EXPECT_EQ(ran.exit, 3) << ran.err;
         EXPECT_TRUE(holds(ran.out + ran.err, row.told)) << ran.out << ran.err;
-        EXPECT_NE(access(path("none.KEYPKG").c_str(), F_OK), 0);
+        EXPECT_FALSE(exists("none.KEYPKG"));
     }
 }
 
@@ -238,20 +208,16 @@ Bytes with_iterations(const Bytes &armoured_package, const Bytes &key_info, uint
 }
 
 TEST_F(KeyPkg, EachRefusalHasItsStatusAndItsReason) {
-    const std::string alice = path("alice.KEYPKG");
     setenv("QEL_TEST_EMPTY", "", 1);
-    ASSERT_EQ(qel({"keypkg", "export", "--unencrypted", "-o", path("alice.p8"), "--passin",
-                   phrase(), alice})
-                  .exit,
-              0);
-    Bytes damaged = read_file(alice);
+    Bytes damaged = contents("alice.KEYPKG");
     auto digit = damaged.end() - 36; // in the signature, before the END line
     while (!std::isalnum(*digit))
         --digit;
     *digit = *digit == 'A' ? 'B' : 'A';
     write_secret("damaged.KEYPKG", damaged);
+    must("keypkg export --unencrypted -o $alice.p8 --passin file:$phrase $alice.KEYPKG");
     write_secret("costly.KEYPKG",
-                 with_iterations(read_file(alice), read_file(path("alice.p8")), 0xFFFFFFFF));
+                 with_iterations(contents("alice.KEYPKG"), contents("alice.p8"), 0xFFFFFFFF));
     const struct {
         const char *reason;
         const char *words; // $name is a file of the folder
@@ -320,91 +286,76 @@ TEST_F(KeyPkg, EachRefusalHasItsStatusAndItsReason) {
          "keygen --owner CN=A --passin file:$phrase -o $no/such --iterations 1000", 7,
          "No such file"},
     };
-    const Bytes before = read_file(alice);
+    const Bytes before = contents("alice.KEYPKG");
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
-        std::vector<std::string> words = split(row.words);
-        for (std::string &word : words)
-            if (const std::size_t at = word.find('$'); at != word.npos)
-                word = word.substr(0, at) + path(word.substr(at + 1));
         const auto begin = std::chrono::steady_clock::now();
-        const Ran ran = qel(words);
+        const Ran ran = run(row.words);
         EXPECT_EQ(ran.exit, row.exit) << ran.err;
         EXPECT_TRUE(holds(ran.out + ran.err, row.told)) << ran.out << ran.err;
         EXPECT_FALSE(holds(ran.out + ran.err, right_phrase));
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
-        EXPECT_NE(access(path("none.KEYPKG").c_str(), F_OK), 0);
-        EXPECT_EQ(read_file(alice), before);
+        EXPECT_FALSE(exists("none.KEYPKG"));
+        EXPECT_EQ(contents("alice.KEYPKG"), before);
     }
 }
 
 TEST_F(KeyPkg, SourcesOfPassPhrasesGiveTheSamePhrase) {
     setenv("QEL_TEST_PHRASE", right_phrase, 1);
-    How how;
-    how.input = bytes_of(std::string(right_phrase) + "\nnot read");
-    const std::string file = path("alice.KEYPKG");
-    EXPECT_EQ(qel({"keypkg", "verify", "--passin", "fd:0", file}, how).exit, 0);
-    EXPECT_EQ(qel({"keypkg", "verify", "--passin", "env:QEL_TEST_PHRASE", file}).exit, 0);
-    how.input = read_file(file);
-    EXPECT_EQ(qel({"keypkg", "verify", "--passin", phrase(), "-"}, how).exit, 0);
+    How how = {.input = bytes_of(std::string(right_phrase) + "\nnot read")};
+    EXPECT_EQ(run("keypkg verify --passin fd:0 $alice.KEYPKG", how).exit, 0);
+    EXPECT_EQ(run("keypkg verify --passin env:QEL_TEST_PHRASE $alice.KEYPKG").exit, 0);
+    how.input = contents("alice.KEYPKG");
+    EXPECT_EQ(run("keypkg verify --passin file:$phrase -", how).exit, 0);
     // Without a terminal there is no prompt, and standard input is not taken for one.
     how.input = bytes_of(std::string(right_phrase) + "\n");
     const Ran ran = run_program(
-        {"setsid", "-w", QEL_TOOL, "keypkg", "verify", "--passin", "prompt", file}, how);
+        words_of("setsid -w " QEL_TOOL " keypkg verify --passin prompt $alice.KEYPKG"), how);
     EXPECT_EQ(ran.exit, 2) << ran.err;
     EXPECT_TRUE(holds(ran.err, "no terminal")) << ran.err;
 }
 
 TEST_F(KeyPkg, UnlockedKeyServesTheCommandsThatItsUsageAllows) {
-    make("sign.KEYPKG", "only", {"--usage", "sign"});
-    make("decrypt.KEYPKG", "only", {"--usage", "decrypt"});
-    const std::string data = path("phrase"), key = path("session.key");
+    for (const std::string usage : {"sign", "decrypt"}) {
+        make(usage + ".KEYPKG", "only", "--usage " + usage);
+        for (const std::string form : {"der", "pem"})
+            must("keypkg export --public --form " + form + " -o $" + usage + "." + form + " $" +
+                 usage + ".KEYPKG");
+    }
+    EXPECT_EQ(run("keypkg export --public --json -o - $sign.KEYPKG").json()["hex"],
+              to_hex(contents("sign.der")));
     write_secret("session.key", from_hex("0102030405"));
-    const auto run = [&](std::vector<std::string> words, const char *package, const char *source) {
-        words.insert(words.end(), {"-k", path(package), "--passin", phrase(source)});
-        return qel(words);
+    must("wrap -t $decrypt.der -o $wrapped $session.key");
+    must("encrypt -t $decrypt.pem -o $data.p7 $phrase");
+    const std::string sign = "sign -o $made.sig $phrase",
+                      unwrap = "unwrap --force -o $unwrapped $wrapped",
+                      decrypt = "decrypt -o $data.out $data.p7";
+    const struct {
+        std::string words;
+        const char *package, *source;
+        int exit;
+    } rows[] = {
+        {sign, "sign", "phrase", 0},    {sign, "sign", "wrong", 6},
+        {sign, "decrypt", "phrase", 9}, {unwrap, "decrypt", "phrase", 0},
+        {unwrap, "sign", "phrase", 9},  {decrypt, "decrypt", "phrase", 0},
+        {decrypt, "sign", "phrase", 9},
     };
-    for (const char *form : {"der", "pem"})
-        for (const char *package : {"sign", "decrypt"}) {
-            const Ran ran = qel({"keypkg", "export", "--public", "--form", form, "-o",
-                                 path(std::string(package) + "." + form),
-                                 path(std::string(package) + ".KEYPKG")});
-            ASSERT_EQ(ran.exit, 0) << ran.err;
-        }
-    EXPECT_EQ(qel({"keypkg", "export", "--public", "--json", "-o", "-", path("sign.KEYPKG")})
-                  .json()["hex"],
-              to_hex(read_file(path("sign.der"))));
-    const std::vector<std::string> sign = {"sign", "-o", path("made.sig"), data};
-    ASSERT_EQ(run(sign, "sign.KEYPKG", "phrase").exit, 0);
-    openssl({"dgst", "-md5", "-verify", path("sign.pem"), "-signature", path("made.sig"), data});
-    EXPECT_EQ(run(sign, "sign.KEYPKG", "wrong").exit, 6);
-    EXPECT_EQ(run(sign, "decrypt.KEYPKG", "phrase").exit, 9);
-
-    ASSERT_EQ(qel({"wrap", "-t", path("decrypt.der"), "-o", path("wrapped"), key}).exit, 0);
-    const std::vector<std::string> unwrap = {"unwrap", "--force", "-o", path("unwrapped"),
-                                             path("wrapped")};
-    EXPECT_EQ(run(unwrap, "decrypt.KEYPKG", "phrase").exit, 0);
-    EXPECT_EQ(read_file(path("unwrapped")), read_file(key));
-    EXPECT_EQ(run(unwrap, "sign.KEYPKG", "phrase").exit, 9);
-
-    ASSERT_EQ(qel({"encrypt", "-t", path("decrypt.pem"), "-o", path("data.p7"), data}).exit, 0);
-    const std::vector<std::string> decrypt = {"decrypt", "-o", path("data.out"), path("data.p7")};
-    EXPECT_EQ(run(decrypt, "decrypt.KEYPKG", "phrase").exit, 0);
-    EXPECT_EQ(read_file(path("data.out")), read_file(data));
-    EXPECT_EQ(run(decrypt, "sign.KEYPKG", "phrase").exit, 9);
+    for (const auto &row : rows)
+        EXPECT_EQ(
+            run(row.words + " -k $" + row.package + ".KEYPKG --passin file:$" + row.source).exit,
+            row.exit)
+            << row.words << " with " << row.package;
+    oracle("dgst -md5 -verify $sign.pem -signature $made.sig $phrase");
+    EXPECT_EQ(contents("unwrapped"), contents("session.key"));
+    EXPECT_EQ(contents("data.out"), contents("phrase"));
 }
 
 TEST_F(KeyPkg, NothingThatIsPrintedHoldsTheKey) {
-    const std::string file = path("alice.KEYPKG");
-    unlink(path("shown.p8").c_str());
-    ASSERT_EQ(qel({"keypkg", "export", "--unencrypted", "-o", path("shown.p8"), "--passin",
-                   phrase(), file})
-                  .exit,
-              0);
-    const std::string key = to_hex(read_file(path("shown.p8")));
+    must("keypkg export --unencrypted -o $shown.p8 --passin file:$phrase $alice.KEYPKG");
+    const std::string key = to_hex(contents("shown.p8"));
     const std::string tail = key.substr(key.size() - 64); // in the CRT coefficient
     for (const std::string option : {"--batch", "--full", "--json"}) {
-        const Ran shown = qel({"keypkg", "show", option, file});
+        const Ran shown = run("keypkg show " + option + " $alice.KEYPKG");
         EXPECT_EQ(shown.exit, 0) << shown.err;
         EXPECT_FALSE(holds(shown.out, tail));
         EXPECT_EQ(holds(shown.out, "\n  Private key: Not displayed\n"), option == "--full");
@@ -416,25 +367,21 @@ TEST_F(KeyPkg, NothingThatIsPrintedHoldsTheKey) {
 
 TEST_F(KeyPkg, NewPhraseOpensAndTheOtherContentsOfTheFileStay) {
     make("several.KEYPKG", "first");
-    make("several.KEYPKG", "second", {"--add"});
-    write_secret("several.KEYPKG",
-                 bytes_of("A heading.\n" + text_of(read_file(path("several.KEYPKG"))) +
-                          "The end, without a line feed"));
-    make("several.KEYPKG", "third", {"--add"});
-    const std::string before = text_of(read_file(path("several.KEYPKG")));
-    const Ran unsaid = qel({"keypkg", "verify", path("several.KEYPKG")});
+    make("several.KEYPKG", "second", "--add");
+    write_secret("several.KEYPKG", bytes_of("A heading.\n" + text("several.KEYPKG") +
+                                            "The end, without a line feed"));
+    make("several.KEYPKG", "third", "--add");
+    const std::string before = text("several.KEYPKG");
+    const Ran unsaid = run("keypkg verify $several.KEYPKG");
     EXPECT_EQ(unsaid.exit, 2);
     EXPECT_TRUE(holds(unsaid.err, "'first', 'second', 'third'")) << unsaid.err;
 
-    How how;
-    how.input = read_file(path("both"));
-    const Ran ran = qel({"keypkg", "passwd", "--id", "second", "--passin", "fd:0", "--new-passin",
-                         "fd:0", path("several.KEYPKG")},
-                        how);
+    const Ran ran = run("keypkg passwd --id second --passin fd:0 --new-passin fd:0 $several.KEYPKG",
+                        {.input = contents("both")});
     ASSERT_EQ(ran.exit, 0) << ran.err;
-    EXPECT_EQ(opens("several.KEYPKG", "other", {"--id", "second"}), 0);
-    EXPECT_EQ(opens("several.KEYPKG", "phrase", {"--id", "second"}), 6);
-    const std::string after = text_of(read_file(path("several.KEYPKG")));
+    EXPECT_EQ(opens("several.KEYPKG", "other", "--id second"), 0);
+    EXPECT_EQ(opens("several.KEYPKG", "phrase", "--id second"), 6);
+    const std::string after = text("several.KEYPKG");
     ASSERT_EQ(after.size(), before.size());
     const std::size_t second = before.find("-----BEGIN KEYPKG-----", 40);
     const std::size_t behind = before.find("The end");
@@ -443,25 +390,19 @@ TEST_F(KeyPkg, NewPhraseOpensAndTheOtherContentsOfTheFileStay) {
     EXPECT_NE(after, before);
 
     // A new package in the place of the second: the others still open.
-    make("several.KEYPKG", "second", {"--add", "--force"});
-    for (const char *id : {"first", "second", "third"})
-        EXPECT_EQ(opens("several.KEYPKG", "phrase", {"--id", id}), 0) << id;
+    make("several.KEYPKG", "second", "--add --force");
+    for (const std::string id : {"first", "second", "third"})
+        EXPECT_EQ(opens("several.KEYPKG", "phrase", "--id " + id), 0) << id;
 }
 
 TEST_F(KeyPkg, FormOfTheFileIsKept) {
-    ASSERT_EQ(qel({"dearmor", "-o", path("form.der"), path("alice.KEYPKG")}).exit, 0);
-    ASSERT_EQ(qel({"keypkg", "passwd", "--passin", phrase(), "--new-passin", phrase("other"),
-                   path("form.der")})
-                  .exit,
-              0);
-    EXPECT_EQ(read_file(path("form.der"))[0], 0x30);
+    must("dearmor -o $form.der $alice.KEYPKG");
+    must("keypkg passwd --passin file:$phrase --new-passin file:$other $form.der");
+    EXPECT_EQ(contents("form.der")[0], 0x30);
     EXPECT_EQ(opens("form.der", "other"), 0);
     // From standard input, to standard output.
-    How how;
-    how.input = read_file(path("form.der"));
-    const Ran ran = qel(
-        {"keypkg", "passwd", "--passin", phrase("other"), "--new-passin", phrase(), "-o", "-", "-"},
-        how);
+    const Ran ran = run("keypkg passwd --passin file:$other --new-passin file:$phrase -o - -",
+                        {.input = contents("form.der")});
     EXPECT_EQ(ran.exit, 0) << ran.err;
     write_secret("from-stdout", bytes_of(ran.out));
     EXPECT_EQ(opens("from-stdout", "phrase"), 0);
@@ -478,13 +419,13 @@ pid_t start(std::vector<std::string> words) {
 
 TEST_F(KeyPkg, ChangesAtTheSameTimeDoNotUndoEachOther) {
     make("shared.KEYPKG", "left");
-    make("shared.KEYPKG", "right", {"--add"});
+    make("shared.KEYPKG", "right", "--add");
     for (int round = 0; round < 10; ++round) {
-        const char *from = round % 2 == 0 ? "phrase" : "other";
-        const char *to = round % 2 == 0 ? "other" : "phrase";
-        const auto change = [&](const char *id) {
-            return start({"keypkg", "passwd", "--id", id, "--passin", phrase(from), "--new-passin",
-                          phrase(to), path("shared.KEYPKG")});
+        const std::string from = round % 2 == 0 ? "phrase" : "other";
+        const std::string to = round % 2 == 0 ? "other" : "phrase";
+        const auto change = [&](const std::string &id) {
+            return start(words_of("keypkg passwd --id " + id + " --passin file:$" + from +
+                                  " --new-passin file:$" + to + " $shared.KEYPKG"));
         };
         const pid_t children[] = {change("left"), change("right")};
         for (const pid_t child : children) {
@@ -492,17 +433,16 @@ TEST_F(KeyPkg, ChangesAtTheSameTimeDoNotUndoEachOther) {
             waitpid(child, &status, 0);
             EXPECT_EQ(status, 0);
         }
-        EXPECT_EQ(opens("shared.KEYPKG", to, {"--id", "left"}), 0);
-        EXPECT_EQ(opens("shared.KEYPKG", to, {"--id", "right"}), 0);
+        EXPECT_EQ(opens("shared.KEYPKG", to, "--id left"), 0);
+        EXPECT_EQ(opens("shared.KEYPKG", to, "--id right"), 0);
     }
 }
 
 TEST_F(KeyPkg, KilledAtAnyMomentTheFileIsTheOldOneOrTheNewOne) {
     make("killed.KEYPKG", "alice");
-    const auto change = [&](const char *from, const char *to) {
-        return std::vector<std::string>{
-            "keypkg",       "passwd",   "--passin",           phrase(from),
-            "--new-passin", phrase(to), path("killed.KEYPKG")};
+    const auto change = [&](const std::string &from, const std::string &to) {
+        return words_of("keypkg passwd --passin file:$" + from + " --new-passin file:$" + to +
+                        " $killed.KEYPKG");
     };
     const auto begin = std::chrono::steady_clock::now();
     ASSERT_EQ(qel(change("phrase", "other")).exit, 0);
@@ -534,33 +474,34 @@ TEST_F(KeyPkg, KilledAtAnyMomentTheFileIsTheOldOneOrTheNewOne) {
 
 TEST_F(KeyPkg, FullDiskLeavesTheOldPackage) {
     make("full.KEYPKG", "alice");
-    const Bytes before = read_file(path("full.KEYPKG"));
-    const Ran ran = run_program({"bash", "-c", "trap '' XFSZ; ulimit -f 0; exec \"$@\" 2>/dev/null",
-                                 "bash", QEL_TOOL, "keypkg", "passwd", "--passin", phrase(),
-                                 "--new-passin", phrase("other"), path("full.KEYPKG")});
-    EXPECT_EQ(ran.exit, 7);
-    EXPECT_EQ(read_file(path("full.KEYPKG")), before);
+    const Bytes before = contents("full.KEYPKG");
+    std::vector<std::string> words =
+        words_of("keypkg passwd --passin file:$phrase --new-passin file:$other $full.KEYPKG");
+    words.insert(words.begin(), {"bash", "-c", "trap '' XFSZ; ulimit -f 0; exec \"$@\" 2>/dev/null",
+                                 "bash", QEL_TOOL});
+    EXPECT_EQ(run_program(words).exit, 7);
+    EXPECT_EQ(contents("full.KEYPKG"), before);
 }
 
 TEST_F(KeyPkg, OwnFileIsInTheHomeFolderAndAHiddenOneServesWhereThereIsNoOther) {
     write_file(path("passwd"), bytes_of("alice:x:0:0::" + path("home") + ":/bin/sh\n"));
     mkdir(path("home").c_str(), 0700);
     // As the one user of a host of its own.
-    const auto at_home = [](std::vector<std::string> words) {
-        const std::vector<std::string> host = {
-            "unshare",      "-rm",   "bash", "-c", "mount --bind \"$0\" /etc/passwd && exec \"$@\"",
-            path("passwd"), QEL_TOOL};
-        words.insert(words.begin(), host.begin(), host.end());
+    const auto at_home = [](const std::string &line) {
+        std::vector<std::string> words = words_of(line);
+        words.insert(words.begin(),
+                     {"unshare", "-rm", "bash", "-c",
+                      "mount --bind \"$0\" /etc/passwd && exec \"$@\"", path("passwd"), QEL_TOOL});
         return run_program(words);
     };
-    if (at_home({"--version"}).exit != 0)
+    if (at_home("--version").exit != 0)
         GTEST_SKIP() << "this host lets nobody have another /etc/passwd";
     const std::string own = path("home/alice.KEYPKG"), hidden = path("home/.alice.KEYPKG");
-    const Ran made = at_home({"keygen", "--owner", "CN=Alice", "--iterations", "1000", "--passin",
-                              phrase(), "--id", "own"});
+    const Ran made =
+        at_home("keygen --owner CN=Alice --iterations 1000 --passin file:$phrase --id own");
     EXPECT_EQ(made.exit, 0) << made.err;
     const auto shown_id = [&] {
-        const Ran ran = at_home({"keypkg", "show", "--json"});
+        const Ran ran = at_home("keypkg show --json");
         return ran.exit == 0 ? ran.json()["packages"][0]["id"].get<std::string>() : ran.err;
     };
     EXPECT_EQ(shown_id(), "own");
@@ -569,7 +510,7 @@ TEST_F(KeyPkg, OwnFileIsInTheHomeFolderAndAHiddenOneServesWhereThereIsNoOther) {
     make("home/alice.KEYPKG", "visible");
     EXPECT_EQ(shown_id(), "visible");
     ASSERT_EQ(unlink(own.c_str()) + unlink(hidden.c_str()), 0);
-    const Ran none = at_home({"keypkg", "show"});
+    const Ran none = at_home("keypkg show");
     EXPECT_EQ(none.exit, 4);
     EXPECT_TRUE(holds(none.err, "'qel keygen' makes one")) << none.err;
 }
@@ -581,49 +522,38 @@ struct Entry {
 };
 
 TEST_F(KeyPkg, PromptsAskOnceAndShowNothing) {
-    const std::string made = path("typed.KEYPKG");
-    const std::vector<std::string> keygen = {"keygen", "--owner", "CN=A", "--iterations",
-                                             "1000",   "-o",      made};
-    const std::vector<std::string> verify = {"keypkg", "verify", "--passin", "prompt", made};
+    const char *const keygen = "keygen --owner CN=A --iterations 1000 -o $typed.KEYPKG",
+                      *const verify = "keypkg verify --passin prompt $typed.KEYPKG";
     constexpr const char *fresh = "qel: Enter your NEW key package password: ";
     constexpr const char *again = "qel: Reenter your NEW key package password: ";
     constexpr const char *own = "qel: Enter your own key package password: ";
+    constexpr const char *old = "qel: Enter your OLD key package password: ";
     const struct {
-        const char *reason;
-        std::vector<std::string> words;
+        const char *reason, *words;
         std::vector<Entry> entries;
         int exit;
         const char *shown;
     } rows[] = {
         {"entries that differ", keygen, {{fresh, "a"}, {again, "b"}}, 6, "different passwords"},
         {"an empty entry", keygen, {{fresh, ""}}, 6, "no pass phrase"},
-        {"a new phrase twice",
-         keygen,
-         {{fresh, right_phrase}, {again, right_phrase}},
-         0,
-         "rsaEncryption"},
+        {"a new one", keygen, {{fresh, right_phrase}, {again, right_phrase}}, 0, "rsaEncryption"},
         {"a wrong one is not asked for again", verify, {{own, "a"}}, 6, "phrase is wrong"},
         {"the right one", verify, {{own, right_phrase}}, 0, "unlocked"},
         {"a wrong one from a file leads to no prompt",
-         {"keypkg", "verify", "--passin", phrase("wrong"), made},
+         "keypkg verify --passin file:$wrong $typed.KEYPKG",
          {},
          6,
          "phrase is wrong"},
         {"an old one, and a new one twice",
-         {"keypkg", "passwd", made},
-         {{"qel: Enter your OLD key package password: ", right_phrase},
-          {fresh, "another phrase"},
-          {again, "another phrase"}},
+         "keypkg passwd $typed.KEYPKG",
+         {{old, right_phrase}, {fresh, "another phrase"}, {again, "another phrase"}},
          0,
          "pass phrase changed"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
-        TerminalSession terminal([&row] {
-            std::vector<std::string> words = row.words;
-            words.insert(words.begin(), QEL_TOOL);
-            become(words);
-        });
+        TerminalSession terminal(
+            [&row] { become(words_of(std::string(QEL_TOOL) + " " + row.words)); });
         for (const Entry &entry : row.entries) {
             terminal.await_prompt(entry.prompt);
             terminal.type(std::string(entry.typed) + "\n");

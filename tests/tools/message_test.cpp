@@ -61,8 +61,8 @@ TEST_F(Message, OursAreVerifiedByTheOracleAndByOurselves) {
             must("dearmor -o $m.der $m.p7");
         else
             write_file(path("m.der"), contents("m.p7"));
-        openssl(words_of("smime -verify -binary -inform DER -in $m.der -CAfile $ca.pem "
-                         "-purpose any -auth_level 0 -out $oracle"));
+        oracle("smime -verify -binary -inform DER -in $m.der -CAfile $ca.pem "
+               "-purpose any -auth_level 0 -out $oracle");
         EXPECT_EQ(contents("oracle"), contents(row.content));
     }
 }
@@ -80,10 +80,10 @@ TEST_F(Message, TheOraclesAreVerified) {
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
-        openssl(words_of(std::string("smime -sign -binary -md md5 -outform DER -in $report "
-                                     "-certfile $bundle.pem -out $m.p7 -signer $alice.pem "
-                                     "-inkey $alice.p8 ") +
-                         row.words));
+        oracle(std::string("smime -sign -binary -md md5 -outform DER -in $report "
+                           "-certfile $bundle.pem -out $m.p7 -signer $alice.pem "
+                           "-inkey $alice.p8 ") +
+               row.words);
         const std::string verify = std::string("message verify --trust $ca.pem ") + row.verify;
         const Ran good = run(verify + " -o $out $m.p7");
         EXPECT_EQ(good.exit, 0) << good.out << good.err;
@@ -99,10 +99,10 @@ TEST_F(Message, TheOraclesAreVerified) {
 
 TEST_F(Message, EveryChangeIsNoticed) {
     for (const char *words : {"-nodetach -noattr", "-nodetach"}) {
-        openssl(words_of(std::string("smime -sign -binary -md md5 -outform DER -in $report "
-                                     "-certfile $bundle.pem -out $m.p7 -signer $alice.pem "
-                                     "-inkey $alice.p8 ") +
-                         words));
+        oracle(std::string("smime -sign -binary -md md5 -outform DER -in $report "
+                           "-certfile $bundle.pem -out $m.p7 -signer $alice.pem "
+                           "-inkey $alice.p8 ") +
+               words);
         const Bytes good = contents("m.p7");
         for (std::size_t i = 7; i < good.size(); i += good.size() / 60) {
             Bytes bad = good;
@@ -119,12 +119,12 @@ TEST_F(Message, EveryChangeIsNoticed) {
 }
 
 TEST_F(Message, RefusalsSayWhy) {
-    openssl(words_of("smime -sign -binary -md md5 -outform DER -in $report -certfile $bundle.pem "
-                     "-out $detached.p7 -signer $alice.pem -inkey $alice.p8"));
-    openssl(words_of("smime -sign -binary -md sha256 -nodetach -outform DER -in $report "
-                     "-certfile $bundle.pem -out $sha.p7 -signer $alice.pem -inkey $alice.p8"));
-    openssl(words_of("smime -sign -binary -md md5 -nodetach -nocerts -outform DER -in $report "
-                     "-out $bare.p7 -signer $alice.pem -inkey $alice.p8"));
+    oracle("smime -sign -binary -md md5 -outform DER -in $report -certfile $bundle.pem "
+           "-out $detached.p7 -signer $alice.pem -inkey $alice.p8");
+    oracle("smime -sign -binary -md sha256 -nodetach -outform DER -in $report "
+           "-certfile $bundle.pem -out $sha.p7 -signer $alice.pem -inkey $alice.p8");
+    oracle("smime -sign -binary -md md5 -nodetach -nocerts -outform DER -in $report "
+           "-out $bare.p7 -signer $alice.pem -inkey $alice.p8");
     must(std::string(sign) + "-o $m.p7 $report");
     const struct {
         const char *words;

@@ -93,7 +93,7 @@ TEST_F(Request, OfTheOracleAndOfBrowsersAreReadAndJudged) {
     ask("oracle.req", "-md5 -config $oracle.cnf");
     ask("utf8.req", "-md5 -utf8 -subj /CN=J\xc3\xbcrgen");
     ask("sha.req", "-sha256 -subj /CN=Modern");
-    openssl(words_of("spkac -key $key.pem -challenge hello -digest md5 -out $spkac.txt"));
+    oracle("spkac -key $key.pem -challenge hello -digest md5 -out $spkac.txt");
     write_file(path("two.req"), bytes_of(text("oracle.req") + text("sha.req")));
     const std::string pkcs10 = vector_path("pkcs10/"), spkac = vector_path("spkac/");
     const struct {

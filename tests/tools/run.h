@@ -109,6 +109,27 @@ protected:
         return folder.path(name);
     }
     static Bytes contents(const std::string &name) { return read_file(path(name)); }
+    static std::string text(const std::string &name) { return text_of(contents(name)); }
+    static bool exists(const std::string &name) { return access(path(name).c_str(), F_OK) == 0; }
+
+    // A command line: its words stand between blanks, and $name is a file of the folder.
+    static std::vector<std::string> words_of(const std::string &line) {
+        std::vector<std::string> words = split(line);
+        for (std::string &word : words)
+            if (const std::size_t at = word.find('$'); at != word.npos)
+                word = word.substr(0, at) + path(word.substr(at + 1));
+        return words;
+    }
+    static Ran oracle(const std::string &line) { return openssl(words_of(line)); }
+#ifdef QEL_TOOL
+    static Ran run(const std::string &line, const How &how = {}) {
+        return qel(words_of(line), how);
+    }
+    static void must(const std::string &line) {
+        const Ran ran = run(line);
+        EXPECT_EQ(ran.exit, 0) << line << "\n" << ran.err;
+    }
+#endif
 };
 
 inline Bytes sample(std::size_t size) {

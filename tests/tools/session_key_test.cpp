@@ -126,41 +126,36 @@ TEST(Random, ThereAreAsManyBytesAsWereAskedFor) {
 class Dh : public SharedFolder {
 protected:
     static void SetUpTestSuite() {
-        openssl({"dhparam", "-out", path("group.pem"), "512"});
-        openssl({"dhparam", "-in", path("group.pem"), "-outform", "DER", "-out", path("group")});
-        openssl({"genpkey", "-paramfile", path("group.pem"), "-out", path("their.pem")});
-        openssl({"pkey", "-in", path("their.pem"), "-pubout", "-out", path("their.pub")});
+        oracle("dhparam -out $group.pem 512");
+        oracle("dhparam -in $group.pem -outform DER -out $group");
+        oracle("genpkey -paramfile $group.pem -out $their.pem");
+        oracle("pkey -in $their.pem -pubout -out $their.pub");
         const Ran ran = start("group.pem", "our");
         EXPECT_EQ(ran.exit, 0) << ran.err;
         EXPECT_EQ(ran.err, "");
     }
-    static Ran start(const char *group, const std::string &side,
-                     const std::vector<std::string> &more = {}) {
-        std::vector<std::string> words = {"dh",           "start",
-                                          "--parameters", path(group),
-                                          "--seed-out",   path(side + ".seed"),
-                                          "--public-out", path(side + ".pub")};
-        words.insert(words.end(), more.begin(), more.end());
-        return qel(words);
+    static Ran start(const std::string &group, const std::string &side,
+                     const std::string &more = "") {
+        return run("dh start --parameters $" + group + " --seed-out $" + side +
+                   ".seed --public-out $" + side + ".pub " + more);
     }
-    static Ran finish(const char *group, const char *seed, const std::string &peer) {
+    static Ran finish(const std::string &group, const std::string &seed, const std::string &peer) {
         unlink(path("secret").c_str());
-        return qel({"dh", "finish", "--parameters", path(group), "--seed", path(seed), "--peer",
-                    path(peer), "--out", path("secret")});
+        return run("dh finish --parameters $" + group + " --seed $" + seed + " --peer $" + peer +
+                   " --out $secret");
     }
 };
 
 TEST_F(Dh, SecretsAreTheOracles) {
-    openssl({"pkeyutl", "-derive", "-inkey", path("their.pem"), "-peerkey", path("our.pub"),
-             "-keyform", "PEM", "-peerform", "DER", "-pkeyopt", "dh_pad:1", "-out",
-             path("theirs")});
-    const Bytes theirs = read_file(path("theirs"));
+    oracle("pkeyutl -derive -inkey $their.pem -peerkey $our.pub -keyform PEM -peerform DER "
+           "-pkeyopt dh_pad:1 -out $theirs");
+    const Bytes theirs = contents("theirs");
     ASSERT_EQ(theirs.size(), 64U);
     for (const char *group : {"group.pem", "group"}) {
         const Ran ran = finish(group, "our.seed", "their.pub");
         EXPECT_EQ(ran.exit, 0) << ran.err;
         EXPECT_EQ(ran.out + ran.err, "");
-        EXPECT_EQ(to_hex(read_file(path("secret"))), to_hex(theirs));
+        EXPECT_EQ(to_hex(contents("secret")), to_hex(theirs));
         EXPECT_EQ(mode_of(path("secret")), 0600U);
     }
     EXPECT_EQ(mode_of(path("our.seed")), 0600U);
@@ -168,20 +163,20 @@ TEST_F(Dh, SecretsAreTheOracles) {
 }
 
 TEST_F(Dh, TwoOfOurOwnAgreeThroughEitherForm) {
-    EXPECT_EQ(start("group", "a", {"--raw"}).exit, 0);
+    EXPECT_EQ(start("group", "a", "--raw").exit, 0);
     EXPECT_EQ(start("group", "b").exit, 0);
-    EXPECT_EQ(read_file(path("a.pub")).size(), 64U);
-    EXPECT_NE(read_file(path("a.seed")), read_file(path("b.seed")));
+    EXPECT_EQ(contents("a.pub").size(), 64U);
+    EXPECT_NE(contents("a.seed"), contents("b.seed"));
     EXPECT_EQ(finish("group", "a.seed", "b.pub").exit, 0);
-    const Bytes secret = read_file(path("secret"));
+    const Bytes secret = contents("secret");
     EXPECT_EQ(finish("group", "b.seed", "a.pub").exit, 0);
-    EXPECT_EQ(read_file(path("secret")), secret);
+    EXPECT_EQ(contents("secret"), secret);
     EXPECT_EQ(finish("group", "a.seed", "our.pub").exit, 0);
-    EXPECT_NE(read_file(path("secret")), secret);
+    EXPECT_NE(contents("secret"), secret);
 }
 
 TEST_F(Dh, WhatDoesNotFitIsRefused) {
-    Bytes prime = read_file(path("group")); // 30 len, 02 41 00, the prime
+    Bytes prime = contents("group"); // 30 len, 02 41 00, the prime
     ASSERT_EQ(to_hex(prime.data() + 2, 3), "024100");
     prime = Bytes(prime.begin() + 5, prime.begin() + 69);
     Bytes less = prime;
@@ -194,14 +189,13 @@ TEST_F(Dh, WhatDoesNotFitIsRefused) {
     write_file(path("65"), Bytes(65, 1));
     write_file(path("short.seed"), Bytes(10, 1));
     chmod(path("short.seed").c_str(), 0600);
-    openssl({"dhparam", "-out", path("other"), "512"});
-    openssl({"genpkey", "-paramfile", path("other"), "-out", path("other.pem")});
-    openssl({"pkey", "-in", path("other.pem"), "-pubout", "-out", path("other.pub")});
-    openssl({"dhparam", "-dsaparam", "-out", path("x9.42"), "512"});
+    oracle("dhparam -out $other 512");
+    oracle("genpkey -paramfile $other -out $other.pem");
+    oracle("pkey -in $other.pem -pubout -out $other.pub");
+    oracle("dhparam -dsaparam -out $x9.42 512");
     write_file(path("long"), from_hex("308187 028181 00 " + to_hex(Bytes(128, 0xff)) + "020102"));
-    openssl({"genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:512", "-out",
-             path("rsa.pem")});
-    openssl({"pkey", "-in", path("rsa.pem"), "-pubout", "-out", path("rsa.pub")});
+    oracle("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:512 -out $rsa.pem");
+    oracle("pkey -in $rsa.pem -pubout -out $rsa.pub");
     const struct {
         const char *reason;
         const char *group, *seed, *peer;
@@ -225,16 +219,15 @@ TEST_F(Dh, WhatDoesNotFitIsRefused) {
         const Ran ran = finish(row.group, row.seed, row.peer);
         EXPECT_EQ(ran.exit, 3) << ran.err;
         EXPECT_TRUE(holds(ran.err, row.told)) << ran.err;
-        EXPECT_NE(access(path("secret").c_str(), F_OK), 0);
+        EXPECT_FALSE(exists("secret"));
     }
-    write_file(path("even"), patched(read_file(path("group")), prime, less));
+    write_file(path("even"), patched(contents("group"), prime, less));
     const Ran even = start("even", "even");
     EXPECT_EQ(even.exit, 3);
     EXPECT_TRUE(holds(even.err, "status 48 QEL_ERR_DH_PHASE1")) << even.err;
-    EXPECT_NE(access(path("even.seed").c_str(), F_OK), 0);
-    EXPECT_EQ(
-        qel({"dh", "start", "-p", path("group"), "-s", path("new.seed"), "-o", path("")}).exit, 7);
-    EXPECT_NE(access(path("new.seed").c_str(), F_OK), 0) << "a seed without its public value";
+    EXPECT_FALSE(exists("even.seed"));
+    EXPECT_EQ(run("dh start -p $group -s $new.seed -o $").exit, 7);
+    EXPECT_FALSE(exists("new.seed")) << "a seed without its public value";
 }
 
 } // namespace
