@@ -1,6 +1,7 @@
 // qel issue: a small certification authority.
 #include "account.h"
 #include "armour.h"
+#include "cipher.h"
 #include "command.h"
 #include "file_lock.h"
 #include "key_package.h"
@@ -18,6 +19,7 @@ namespace {
 constexpr uint64_t usual_days = 365;
 constexpr uint64_t most_days = 30000;
 constexpr std::size_t longest_serial = 20; // bytes
+constexpr std::size_t random_serial = 16;
 constexpr int64_t day = 86400;
 constexpr int64_t first_moment = 0;         // 1970
 constexpr int64_t last_moment = 2524607999; // 2049, the last year of UTCTime
@@ -329,7 +331,7 @@ std::string log_path(const Arguments &arguments) {
     return package.substr(0, package.rfind('.')) + ".CERTLOG";
 }
 
-Bytes serial_for(QelContext *context, const Arguments &arguments, const Log &log) {
+Bytes serial_for(const Arguments &arguments, const Log &log) {
     if (arguments.has("serial")) {
         Bytes serial = number_of_hex(arguments.value("serial"));
         if (serial.empty() || serial.size() > longest_serial)
@@ -341,14 +343,9 @@ Bytes serial_for(QelContext *context, const Arguments &arguments, const Log &log
         return serial;
     }
     for (;;) {
-        uint8_t *bytes = nullptr;
-        uint16_t length = 0;
-        const QelStatus status = __qel_gen_serial(context, &bytes, &length);
-        const LibraryBytes owner(bytes);
-        if (status != QEL_OK)
-            throw library_failure(status, "cannot make a serial number");
-        // The clock begins anew when the host does.
-        Bytes serial = positive({bytes, length});
+        // Nobody can prepare a request for a number that nobody knows; positive, and no zero in front.
+        Bytes serial = random_bytes(random_serial);
+        serial[0] = static_cast<uint8_t>((serial[0] & 0x3f) | 0x40);
         if (!log.has(serial))
             return serial;
     }
@@ -449,7 +446,7 @@ Exit issue(const Arguments &arguments, const Applicant &applicant, const Issuer 
     Bytes serial, encoded;
     {
         Log log(log_file);
-        serial = serial_for(context, arguments, log);
+        serial = serial_for(arguments, log);
         cert.serial = {static_cast<uint16_t>(serial.size()), serial.data()};
         encoded = sign_and_log(issuer, cert, log);
     }

@@ -204,16 +204,19 @@ TEST_F(Issue, ManyAtATimeGetSerialNumbersOfTheirOwn) {
     const std::string log = text("many.log");
     EXPECT_EQ(count(log, "Certificate Creation Time and Date: "), std::size_t{number});
     EXPECT_EQ(count(log, "\n" + std::string(60, '+') + "\n"), std::size_t{number});
-    std::set<std::string> serials;
+    std::set<std::string> serials, beginnings; // a clock's would be the same
     for (int i = 0; i < number; ++i) {
         const Json cert =
             run("cert show --json $many." + std::to_string(i)).json()["certificates"][0];
         const std::string serial = cert["serial"], fingerprint = cert["md5_fingerprint"];
         serials.insert(serial);
+        beginnings.insert(serial.substr(0, 8));
+        EXPECT_EQ(serial.size(), 32U);
         EXPECT_TRUE(holds(log, "SerialNumber: 0x" + serial + "\n")) << log;
         EXPECT_TRUE(holds(log, fingerprint)) << log;
     }
     EXPECT_EQ(serials.size(), std::size_t{number});
+    EXPECT_EQ(beginnings.size(), std::size_t{number});
 }
 
 TEST_F(Issue, FullDiskLeavesALogOfWholeEntriesAndNoCertificate) {

@@ -49,7 +49,7 @@ constexpr Option issue_options[] = {
     {"days", 'd', "N", nullptr, false, "how long it is valid (default 365)"},
     {"not-before", 0, "TIME", nullptr, false,
      "from when on, as 2026-01-31 or 2026-01-31T12:00:00Z (default: now)"},
-    {"serial", 0, "HEX", nullptr, false, "serial number (default: a new one)"},
+    {"serial", 0, "HEX", nullptr, false, "serial number (default: 16 random bytes)"},
     algorithm_option,
     {"ca", 0, nullptr, nullptr, false, "say that the subject is an authority (basicConstraints)"},
     {"key-usage", 0, "USE",
