@@ -4,6 +4,7 @@
 #include "account.h"
 #include "armour.h"
 #include "command.h"
+#include "der.h"
 #include "key_package.h"
 #include "text.h"
 #include "texts.h"
@@ -28,6 +29,38 @@ Input read_request_input(const std::string &path) {
     return parse_input(path, std::move(contents));
 }
 
+namespace {
+
+// Whether bytes are a PKCS#10 request but for the attributes, which some programs leave out where
+// there are none.
+bool lacks_attributes(std::span<const uint8_t> bytes) {
+    constexpr uint8_t integer = 0x02, bit_string = 0x03, sequence = 0x30;
+    const auto are = [](std::span<const uint8_t> rest, std::initializer_list<uint8_t> tags) {
+        Element element;
+        for (const uint8_t tag : tags)
+            if (!take_element(rest, element) || element.tag != tag)
+                return false;
+        return rest.empty();
+    };
+    Element request, info;
+    if (!take_element(bytes, request) || !bytes.empty() || request.tag != sequence ||
+        !are(request.contents, {sequence, sequence, bit_string}) ||
+        !take_element(request.contents, info))
+        return false;
+    return are(info.contents, {integer, sequence, sequence});
+}
+
+Failure bad_request(const Input &input, const Item &item, QelStatus status) {
+    Failure failure = bad_item(input, item, text_of(Text::a_request), status);
+    if (lacks_attributes(item.bytes)) {
+        failure.why += text_of(Text::lacks_attributes);
+        failure.next = text_of(Text::request_with_attributes);
+    }
+    return failure;
+}
+
+} // namespace
+
 std::vector<Request> requests_of(QelContext *context, const Input &input) {
     std::vector<Request> requests;
     for (const Item &item : input.items) {
@@ -41,8 +74,8 @@ std::vector<Request> requests_of(QelContext *context, const Input &input) {
         }
         if (request.pkcs10 || request.browser)
             requests.push_back(std::move(request));
-        else if (item.label.find("REQUEST") != item.label.npos)
-            throw bad_item(input, item, text_of(Text::a_request), status);
+        else if (item.label.find("REQUEST") != item.label.npos || lacks_attributes(item.bytes))
+            throw bad_request(input, item, status);
     }
     return requests;
 }
@@ -51,7 +84,7 @@ std::vector<Request> read_requests(QelContext *context, const std::string &path)
     const Input input = read_request_input(path);
     std::vector<Request> requests = requests_of(context, input);
     if (requests.empty() && !input.armoured)
-        throw bad_item(input, input.items.front(), text_of(Text::a_request), QEL_ERR_ASN1_DECODE);
+        throw bad_request(input, input.items.front(), QEL_ERR_ASN1_DECODE);
     if (requests.empty())
         throw Failure{Exit::input,
                       text_of(Text::cannot_find_in, {text_of(Text::a_request), display_name(path)}),

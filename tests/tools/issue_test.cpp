@@ -148,6 +148,8 @@ TEST_F(Issue, RefusalsSayWhyAndIssueNothing) {
         {"a digest that is not known", "$sha256.req", 1, "sha256WithRSAEncryption"},
         {"several requests", "$two.req", 3, "several"},
         {"no request", "$ca.pem", 3, "certificate"},
+        {"one without attributes", QEL_SOURCE "/tests/vectors/pkcs10/ca-req.der", 3,
+         "attributes is missing"},
         {"a name in UTF-8", "$md5.req", 3, "--subject"},
         {"a request of nobody", "$nobody.req", 3, "it is empty"},
         {"a name that reads as another", "$plus.req", 3, "another name"},

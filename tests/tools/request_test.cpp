@@ -96,6 +96,7 @@ TEST_F(Request, OfTheOracleAndOfBrowsersAreReadAndJudged) {
     oracle("spkac -key $key.pem -challenge hello -digest md5 -out $spkac.txt");
     write_file(path("two.req"), bytes_of(text("oracle.req") + text("sha.req")));
     const std::string pkcs10 = vector_path("pkcs10/"), spkac = vector_path("spkac/");
+    must("armor -t request -o $old.req " + pkcs10 + "ca-req.der");
     const struct {
         const char *reason;
         std::string file;
@@ -108,19 +109,22 @@ TEST_F(Request, OfTheOracleAndOfBrowsersAreReadAndJudged) {
         {"one good and one not", "$two.req", 1, "PKCS#10", "CN=Modern"},
         {"of the time", pkcs10 + "testreq.der", 0, "PKCS#10", "CN=Eric Young"},
         {"of the time, MD2", pkcs10 + "reqU.der", 0, "PKCS#10", "md2WithRSAEncryption"},
-        {"without the attributes field", pkcs10 + "ca-req.der", 3, "", ""},
+        {"without the attributes field", pkcs10 + "ca-req.der", 3, "", "attributes is missing"},
+        {"without it, armoured", "$old.req", 3, "", "attributes is missing"},
         {"the oracle's key and challenge", "$spkac.txt", 0, "browser", "'hello'"},
         {"a browser's", spkac + "ruby-mozilla.der", 0, "browser", "'MozillaIsMyFriend'"},
         {"a browser's, as text", spkac + "ruby-mozilla.txt", 0, "browser", "'MozillaIsMyFriend'"},
-        {"no request", vector_path("armour/01.pem"), 3, "", ""},
+        {"no request", vector_path("armour/01.pem"), 3, "", "holds other things"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reason);
         const Ran verified = run("request verify --json " + row.file);
         EXPECT_EQ(verified.exit, row.exit) << verified.err;
         EXPECT_EQ(run("request verify " + row.file).exit, row.exit);
-        if (row.exit == 3)
+        if (row.exit == 3) {
+            EXPECT_TRUE(holds(verified.json()["error"]["why"], row.shown)) << verified.out;
             continue;
+        }
         EXPECT_EQ(verified.json()["verified"], row.exit == 0);
         EXPECT_EQ(shown(row.file)["kind"], row.kind);
         for (const char *full : {"", "--full "}) {
