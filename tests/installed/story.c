@@ -5,13 +5,18 @@
  * printed, and Alice logs out.
  *
  * Runs as the super-user of a private host with a key server, a naming service and the users alice
- * and bob. What the users hand each other lies in the folder that the argument names.
+ * and bob. What the users hand each other lies in the folder that the argument names. With a second
+ * argument, STEP, each chapter is first tried with one of its allocations failing, then with the one
+ * STEP behind it, and so on: it may end, but in order, and must go well once no allocation fails.
  */
-#define _POSIX_C_SOURCE 200809L
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <pwd.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -42,6 +47,44 @@
 #define PASS_PHRASE "correct horse battery staple"
 
 static const char report[] = "All is well.\n";
+
+/* ---- Memory that comes to an end ----------------------------------------------------------------- */
+
+/* How many allocations there are until one fails, in this process; 0: none fails. */
+static unsigned long allocations_left;
+/* Seen by the whole family: whether one has failed. */
+static volatile int *allocation_failed;
+
+#ifdef FAILING_ALLOCATIONS /* sanitizers have their own */
+extern void *__libc_malloc(size_t size);
+extern void *__libc_calloc(size_t count, size_t size);
+extern void *__libc_realloc(void *block, size_t size);
+
+/* libtirpc (1.3.3) does not survive want of memory: what it asks for itself, or through the C library,
+ * it gets. */
+static int is_spared(const void *caller) {
+    Dl_info where;
+    return dladdr(caller, &where) == 0 || strstr(where.dli_fname, "libtirpc") != NULL ||
+           strstr(where.dli_fname, "libc.") != NULL;
+}
+
+static int fails(const void *caller) {
+    if (allocations_left == 0 || --allocations_left != 0)
+        return 0;
+    *allocation_failed = 1;
+    return !is_spared(caller);
+}
+
+void *malloc(size_t size) {
+    return fails(__builtin_return_address(0)) ? NULL : __libc_malloc(size);
+}
+void *calloc(size_t count, size_t size) {
+    return fails(__builtin_return_address(0)) ? NULL : __libc_calloc(count, size);
+}
+void *realloc(void *block, size_t size) {
+    return fails(__builtin_return_address(0)) ? NULL : __libc_realloc(block, size);
+}
+#endif
 
 /* ---- Keys and records ---------------------------------------------------------------------------- */
 
@@ -228,6 +271,17 @@ static void authority_issues_and_publishes(void) {
     SUCCEEDS(qel_end(context));
 }
 
+static void alice_stores_her_key_package(void) {
+    QelContext *context = NULL;
+    QelKeyPkg *package = NULL;
+    SUCCEEDS(__qel_init(&context, NULL, NULL));
+    SUCCEEDS(__qel_get_keypkg(context, QEL_REPO_FILE, path_of("alice.KEYPKG"), &package));
+    SUCCEEDS(__qel_set_keypkg(context, QEL_REPO_DSV, NULL, package));
+    EXPECT(__qel_set_keypkg(context, QEL_REPO_DSV, NULL, package) == QEL_ERR_ENTRY_EXISTS);
+    qel_free_keypkg(&package);
+    SUCCEEDS(qel_end(context));
+}
+
 static void alice_logs_in(void) {
     QelContext *context = NULL;
     QelKeyPkg *package = NULL;
@@ -235,12 +289,6 @@ static void alice_logs_in(void) {
     uint32_t private_length = 0, package_length = 0;
     SUCCEEDS(qel_init(&context, NULL, NULL));
     EXPECT(__qel_rpc_stat(context) == QEL_ERR_NOT_LOGGED_IN);
-
-    SUCCEEDS(__qel_get_keypkg(context, QEL_REPO_FILE, path_of("alice.KEYPKG"), &package));
-    SUCCEEDS(__qel_set_keypkg(context, QEL_REPO_DSV, NULL, package));
-    EXPECT(__qel_set_keypkg(context, QEL_REPO_DSV, NULL, package) == QEL_ERR_ENTRY_EXISTS);
-    qel_free_keypkg(&package);
-
     EXPECT(__qel_get_keypkg_with_pwd(context, QEL_REPO_DSV, NULL, "wrong", &package, &private_key,
                                      &private_length) == QEL_ERR_NO_KEYPKG);
     SUCCEEDS(__qel_get_keypkg_with_pwd(context, QEL_REPO_DSV, NULL, PASS_PHRASE, &package,
@@ -357,43 +405,117 @@ static void alice_logs_out(void) {
     SUCCEEDS(qel_end(context));
 }
 
-/* Runs a chapter in a process of its own, as this user. */
-static void as(const char *user, void (*chapter)(void), const char *title) {
+/* ---- Undoing what a chapter may have done before it ended ---------------------------------------- */
+
+static void remove_certificates(const char *owner) {
+    QelContext *context = NULL;
+    SUCCEEDS(__qel_init(&context, NULL, NULL));
+    __qel_remove_cert(context, QEL_REPO_DSV, owner, NULL, NULL);
+    SUCCEEDS(qel_end(context));
+}
+static void unmake_authority(void) {
+    remove_certificates(AUTHORITY);
+}
+static void unpublish(void) {
+    remove_certificates(ALICE);
+}
+static void remove_key_package(void) {
+    QelContext *context = NULL;
+    SUCCEEDS(__qel_init(&context, NULL, NULL));
+    __qel_remove_keypkg(context, QEL_REPO_DSV, "alice");
+    SUCCEEDS(qel_end(context));
+}
+
+/* ---- The telling --------------------------------------------------------------------------------- */
+
+struct chapter {
+    const char *user;
+    void (*happens)(void);
+    void (*undo)(void); /* null: it can happen again as it is */
+    const char *title;
+};
+
+static const struct chapter chapters[] = {
+    {"root", authority_is_made, unmake_authority, "an authority is made"},
+    {"alice", alice_asks_for_a_certificate, NULL, "a key package, and a request"},
+    {"root", authority_issues_and_publishes, unpublish,
+     "the request is granted, the certificate published"},
+    {"alice", alice_stores_her_key_package, remove_key_package,
+     "the key package goes into the naming service"},
+    {"alice", alice_logs_in, alice_logs_out, "the key goes to the server"},
+    {"alice", alice_signs_a_message, NULL, "the key server signs a message"},
+    {"bob", bob_verifies, NULL, "the message is verified, and refused when it was changed"},
+    {"bob", bob_prints_alices_certificate, NULL, "the certificate is printed"},
+    {"bob", bob_cannot_change_alices_entry, NULL, "the entry of another is not to be changed"},
+    {"alice", alice_logs_out, alice_logs_in, "logged out"},
+};
+
+/* Runs something in a process of its own, as this user. Returns how that ended. */
+static int run_as(const char *user, void (*something)(void), unsigned long failing) {
     const struct passwd *entry = getpwnam(user);
     int status = 0;
     EXPECT(entry != NULL);
-    printf("%s: %s\n", user, title);
     fflush(stdout);
     const pid_t child = fork();
     EXPECT(child >= 0);
     if (child == 0) {
         EXPECT(setgid(entry->pw_gid) == 0 && setuid(entry->pw_uid) == 0);
         umask(022);
-        chapter();
+        allocations_left = failing;
+        something();
+        allocations_left = 0;
         exit(0);
     }
     EXPECT(waitpid(child, &status, 0) == child);
-    EXPECT(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    return status;
+}
+
+/* Tries a chapter with each allocation failing. The last try, in which none failed, is the chapter. */
+static void tell_without_memory(const struct chapter *chapter, unsigned long step) {
+    const int words = dup(STDERR_FILENO), nowhere = open("/dev/null", O_WRONLY);
+    unsigned long failing = 1;
+    int status;
+    EXPECT(words >= 0 && nowhere >= 0);
+    for (;; failing += step) {
+        *allocation_failed = 0;
+        dup2(nowhere, STDERR_FILENO); /* what fails says so */
+        status = run_as(chapter->user, chapter->happens, failing);
+        if (*allocation_failed && chapter->undo != NULL)
+            run_as(chapter->user, chapter->undo, 0);
+        dup2(words, STDERR_FILENO);
+        if (!WIFEXITED(status))
+            fprintf(stderr, "story: with allocation %lu failing\n", failing);
+        EXPECT(WIFEXITED(status));
+        if (!*allocation_failed)
+            break;
+    }
+    printf("    tried with %lu allocations failing\n", (failing - 1) / step);
+    EXPECT(WEXITSTATUS(status) == 0);
+    close(words);
+    close(nowhere);
 }
 
 int main(int count, char **arguments) {
-    EXPECT(count == 2);
+    size_t i;
+    EXPECT(count == 2 || count == 3);
     folder = arguments[1];
     if (getpwnam("alice") == NULL) {
         puts("skipped: this host has one user only");
         return 77;
     }
+    allocation_failed = mmap(NULL, sizeof *allocation_failed, PROT_READ | PROT_WRITE,
+                             MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    EXPECT(allocation_failed != MAP_FAILED);
     EXPECT(mkdir(folder, 0700) == 0 && chmod(folder, 01777) == 0);
-    as("root", authority_is_made, "an authority is made");
-    as("alice", alice_asks_for_a_certificate, "a key package, and a request");
-    as("root", authority_issues_and_publishes, "the request is granted, the certificate published");
-    sleep(1); /* a certificate is not valid yet in the second in which it was made */
-    as("alice", alice_logs_in,
-       "the key package goes into the naming service, the key to the server");
-    as("alice", alice_signs_a_message, "the key server signs a message");
-    as("bob", bob_verifies, "the message is verified, and refused when it was changed");
-    as("bob", bob_prints_alices_certificate, "the certificate is printed");
-    as("bob", bob_cannot_change_alices_entry, "the entry of another is not to be changed");
-    as("alice", alice_logs_out, "logged out");
+    for (i = 0; i < sizeof chapters / sizeof *chapters; ++i) {
+        printf("%s: %s\n", chapters[i].user, chapters[i].title);
+        if (count == 3) {
+            tell_without_memory(&chapters[i], strtoul(arguments[2], NULL, 10));
+        } else {
+            const int status = run_as(chapters[i].user, chapters[i].happens, 0);
+            EXPECT(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        }
+        sleep(i == 2); /* a certificate is not valid yet in the second in which it was made */
+    }
     return 0;
 }
