@@ -231,8 +231,13 @@ std::vector<SignerVerdict> verify_all(const Arguments &arguments, const Context 
     TrustedKeys trusted(context);
     for (const std::string &path : arguments.values("trust"))
         trusted.add_file(path);
-    if (is_plain(message) && !arguments.has("content"))
-        return {verify_plain(arguments, context, message, given ? &trusted : nullptr)};
+    if (is_plain(message) && !arguments.has("content")) {
+        SignerVerdict verdict =
+            verify_plain(arguments, context, message, given ? &trusted : nullptr);
+        if (verdict.status == QEL_ERR_BAD_PARAM && !given) // a list without keys, perhaps
+            add_own_trusted_keys(context, trusted);
+        return {std::move(verdict)};
+    }
 
     if (!given)
         add_own_trusted_keys(context, trusted);

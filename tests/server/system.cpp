@@ -123,6 +123,24 @@ TEST_F(Life, LoginSignUnwrapDecryptLogout) {
     EXPECT_LT(Clock::now() - begin, 2s);
 }
 
+TEST_F(Life, MessagesAreVerifiedUpToTheKeysThatTheOwnPackageTrusts) {
+    const KeyServerProcess server;
+    ASSERT_TRUE(server.wait_until_registered());
+    const std::string own = path("own.KEYPKG"), cert = path("own.pem"), signed_file = path("p7");
+    write_secret("own.KEYPKG", text_of(read_file(package)));
+    expect(0, {"login", "--passin", phrase(), own});
+    expect(0, {"issue", "--self", "--log", path("log"), "--output", cert});
+    expect(0, {"message", "sign", "--cert", cert, "--output", signed_file, path("message")});
+    for (const char *form : {"--batch", "--json"})
+        expect(1, {"message", "verify", form, signed_file},
+               "the list of your key package is empty");
+    expect(0, {"trust", "add", "--cert", cert, "--passin", phrase(), own});
+    expect(0, {"logout"});
+    expect(0, {"login", "--passin", phrase(), own});
+    expect(0, {"message", "verify", signed_file}, "verified, signed by 'CN=Alice'");
+    expect(0, {"logout"});
+}
+
 TEST_F(Life, WhatCannotBeLoggedInWithIsRefusedWithTheReason) {
     const KeyServerProcess server;
     ASSERT_TRUE(server.wait_until_registered());
