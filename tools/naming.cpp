@@ -4,7 +4,11 @@
 #include "text.h"
 #include "texts.h"
 
+#include <arpa/inet.h>
+#include <climits>
 #include <cstdlib>
+#include <netdb.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <qel/qelp.h>
@@ -39,7 +43,46 @@ OwnedName name_of(const std::string &text) {
         checked(fn_composite_name_from_str(reinterpret_cast<const unsigned char *>(text.c_str()))));
 }
 
-// What the naming service holds of a user.
+// Whose entry it is, by the same rules as everywhere in the library.
+struct Holder {
+    const char *kind; // "user", "host" or "name", a global one
+    std::string name; // as it was given
+    std::string key;  // what it is called in the context of its kind
+};
+
+// "mars" of "mars.example.org".
+Holder host_of_name(const std::string &name) {
+    return {"host", name, name.substr(0, name.find('.'))};
+}
+
+Holder holder_of(const std::string &name) {
+    constexpr std::string_view user = "user/", host = "host/", global = ".../";
+    if (name.starts_with(global))
+        return {"name", name, name};
+    if (name.starts_with(user))
+        return {"user", name.substr(user.size()), name.substr(user.size())};
+    if (name.starts_with(host))
+        return host_of_name(name.substr(host.size()));
+    const in_addr_t address = inet_addr(name.c_str());
+    if (address == INADDR_NONE)
+        return {"user", name, name};
+    const hostent *found = gethostbyaddr(&address, sizeof address, AF_INET);
+    if (found == nullptr)
+        throw Failure{Exit::no, text_of(Text::cannot_look_up, {in_quotes(name)}),
+                      text_of(Text::no_host_of_address, {in_quotes(name)}),
+                      text_of(Text::see_getent, {escaped(name)}), QEL_ERR_UNKNOWN_USER};
+    Holder holder = host_of_name(found->h_name);
+    holder.name = name;
+    return holder;
+}
+
+Holder this_host() {
+    char name[HOST_NAME_MAX + 1] = "";
+    gethostname(name, sizeof name - 1);
+    return host_of_name(name);
+}
+
+// What the naming service holds of a user, a host or a global name.
 struct Entry {
     bool there = false;
     std::string distinguished_name; // or empty
@@ -58,23 +101,29 @@ public:
         initial_.reset(fn_ctx_handle_from_initial_with_ns(FN_NS_FILES, 1, status_.get()));
         if (initial_)
             users_ = below("user");
+        if (users_)
+            hosts_ = below("host");
     }
-    bool available() const { return users_ != nullptr; }
+    bool available() const { return hosts_ != nullptr; }
     std::string problem() const {
         return access(presence_file, F_OK) != 0 ? text_of(Text::never_set_up)
                                                 : description(status_.get());
     }
 
-    Entry entry(const std::string &user) {
+    Entry entry(const Holder &holder) {
+        const std::string_view kind = holder.kind;
+        FN_ctx_t *const context = kind == "user"   ? users_.get()
+                                  : kind == "host" ? hosts_.get()
+                                                   : initial_.get();
         Entry entry;
-        const OwnedName name = name_of(user);
-        const OwnedRef found(fn_ctx_lookup(users_.get(), name.get(), status_.get()));
-        if (!found)
+        const OwnedName name = name_of(holder.key);
+        const OwnedRef found(fn_ctx_lookup(context, name.get(), status_.get()));
+        if (holder.key.empty() || !found)
             return entry;
         entry.there = true;
-        entry.certificates = values(*name, "onc_certificates");
-        entry.packages = values(*name, "onc_key_packages");
-        values(*name, "onc_distinguished_name", &entry.distinguished_name);
+        entry.certificates = values(context, *name, "onc_certificates");
+        entry.packages = values(context, *name, "onc_key_packages");
+        values(context, *name, "onc_distinguished_name", &entry.distinguished_name);
         return entry;
     }
 
@@ -86,10 +135,10 @@ private:
                                       : nullptr);
     }
 
-    unsigned values(const FN_composite_name_t &name, std::string identifier,
+    unsigned values(FN_ctx_t *context, const FN_composite_name_t &name, std::string identifier,
                     std::string *first = nullptr) {
         const FN_identifier_t id = {FN_ID_STRING, identifier.size(), identifier.data()};
-        const OwnedAttribute attribute(fn_attr_get(users_.get(), &name, &id, 1, status_.get()));
+        const OwnedAttribute attribute(fn_attr_get(context, &name, &id, 1, status_.get()));
         if (!attribute)
             return 0;
         void *position = nullptr;
@@ -100,7 +149,7 @@ private:
     }
 
     OwnedStatus status_;
-    OwnedContext initial_, users_;
+    OwnedContext initial_, users_, hosts_;
 };
 
 Failure not_available(const std::string &why) {
@@ -113,41 +162,58 @@ std::string count_text(unsigned count, Text one, Text several) {
     return count == 1 ? text_of(one) : text_of(several, {std::to_string(count)});
 }
 
+std::string entry_text(const Holder &holder, const Entry &entry) {
+    const std::string name = in_quotes(holder.name);
+    const std::string who =
+        std::string_view(holder.kind) == "host" ? text_of(Text::host_named, {name}) : name;
+    if (!entry.there)
+        return text_of(Text::no_entry, {who}) + "\n";
+    return text_of(Text::entry_holds,
+                   {who,
+                    entry.distinguished_name.empty() ? text_of(Text::no_distinguished_name)
+                                                     : printable(entry.distinguished_name),
+                    count_text(entry.certificates, Text::one_certificate, Text::certificates),
+                    count_text(entry.packages, Text::one_package, Text::packages)}) +
+           "\n";
+}
+
+void add_entry(Json &json, const Holder &holder, const Entry &entry) {
+    json[holder.kind] = utf8_or_latin1(holder.name);
+    json["entry"] = entry.there;
+    json["distinguished_name"] = entry.distinguished_name.empty()
+                                     ? Json(nullptr)
+                                     : Json(utf8_or_latin1(entry.distinguished_name));
+    json["certificates"] = entry.certificates;
+    json["key_packages"] = entry.packages;
+}
+
 } // namespace
 
 Exit run_naming_status(const Arguments &arguments) {
-    const std::string user =
-        arguments.operands().empty() ? own_login() : arguments.operands().front();
+    const bool given = !arguments.operands().empty();
+    const Holder holder =
+        given ? holder_of(arguments.operands().front()) : Holder{"user", own_login(), own_login()};
+    const Holder host = this_host();
     NamingService service;
     if (!service.available() && !arguments.json())
         throw not_available(service.problem());
-    const Entry entry = service.available() ? service.entry(user) : Entry();
+    const auto entry_of = [&](const Holder &whose) {
+        return service.available() ? service.entry(whose) : Entry();
+    };
+    const Entry entry = entry_of(holder);
     if (arguments.json()) {
         Json json = arguments.report();
         json["available"] = service.available();
         json["problem"] = service.available() ? Json(nullptr) : Json(service.problem());
-        json["user"] = utf8_or_latin1(user);
-        json["entry"] = entry.there;
-        json["distinguished_name"] = entry.distinguished_name.empty()
-                                         ? Json(nullptr)
-                                         : Json(utf8_or_latin1(entry.distinguished_name));
-        json["certificates"] = entry.certificates;
-        json["key_packages"] = entry.packages;
+        add_entry(json, holder, entry);
+        if (!given)
+            add_entry(json["this_host"], host, entry_of(host));
         put_json(json);
         if (!service.available())
             print_failure(arguments.command().name, not_available(service.problem()));
-    } else if (entry.there) {
-        put(text_of(Text::naming_available) + "\n" +
-            text_of(Text::entry_holds,
-                    {in_quotes(user),
-                     entry.distinguished_name.empty() ? text_of(Text::no_distinguished_name)
-                                                      : printable(entry.distinguished_name),
-                     count_text(entry.certificates, Text::one_certificate, Text::certificates),
-                     count_text(entry.packages, Text::one_package, Text::packages)}) +
-            "\n");
     } else {
-        put(text_of(Text::naming_available) + "\n" + text_of(Text::no_entry, {in_quotes(user)}) +
-            "\n");
+        put(text_of(Text::naming_available) + "\n" + entry_text(holder, entry) +
+            (given ? "" : entry_text(host, entry_of(host))));
     }
     return !service.available() ? Exit::naming : entry.there ? Exit::yes : Exit::no;
 }

@@ -5,7 +5,8 @@ namespace tool {
 namespace {
 
 constexpr Example naming_status_examples[] = {
-    {"qel naming status", "the naming service, and your own entry in it"},
+    {"qel naming status", "the naming service, and your own entry and the host's in it"},
+    {"qel naming status 10.0.0.5", "what it holds of another host"},
 };
 constexpr Example naming_setup_examples[] = {
     {"qel naming setup", "once on a new host, as the super-user"},
@@ -17,11 +18,13 @@ constexpr Example naming_who_examples[] = {
 constexpr Command naming_table[] = {
     {"naming status",
      "Tell the state of the naming service",
-     "[USER]",
+     "[NAME]",
      0,
      1,
-     "Tells whether the naming service is there, and what it holds of a user, by default of you. "
-     "Exits 0 if there is an entry, 1 if not, 8 if there is no naming service.",
+     "Tells whether the naming service is there, and what it holds: of a user (alice or "
+     "user/alice), of a host, by its address or its name (10.0.0.5, host/mars), or of a global "
+     "name (.../C=US/O=Acme). Without a name, of you and this host. Exits 0 if there is an entry "
+     "(without a name: yours), 1 if not, 8 if there is no naming service.",
      {},
      naming_status_examples,
      run_naming_status},
