@@ -1,7 +1,10 @@
-// Signed messages byte for byte, and what chains they bring. What other libraries make of them, and we
-// of theirs, is in tests/tools/message_test.cpp.
+// Signed messages byte for byte, and what chains they bring. What OpenSSL makes of them, and we of its
+// own, is in tests/tools/message_test.cpp.
 #include "qel/world.h"
 #include "support/ber.h"
+
+#include <gnutls/abstract.h>
+#include <gnutls/pkcs7.h>
 
 #include <algorithm>
 #include <set>
@@ -399,6 +402,28 @@ TEST_F(SignedData, VerificationArguments) {
     EXPECT_EQ(verify(message, nullptr, &results), QEL_ERR_BAD_PARAM) << "who has none";
 }
 
+void gnutls_reads(const Bytes &message, const Bytes &signer, const Bytes &data) {
+    const auto datum = [](const Bytes &bytes) {
+        return gnutls_datum_t{const_cast<uint8_t *>(bytes.data()), length_of(bytes)};
+    };
+    const gnutls_datum_t encoding = datum(message), signer_encoding = datum(signer);
+    gnutls_pkcs7_t read;
+    gnutls_x509_crt_t certificate;
+    ASSERT_EQ(gnutls_pkcs7_init(&read), 0);
+    ASSERT_EQ(gnutls_x509_crt_init(&certificate), 0);
+    ASSERT_EQ(gnutls_pkcs7_import(read, &encoding, GNUTLS_X509_FMT_DER), 0);
+    ASSERT_EQ(gnutls_x509_crt_import(certificate, &signer_encoding, GNUTLS_X509_FMT_DER), 0);
+    EXPECT_EQ(gnutls_pkcs7_get_crt_count(read), 1);
+    EXPECT_EQ(gnutls_pkcs7_verify_direct(read, certificate, 0, nullptr, GNUTLS_VERIFY_ALLOW_BROKEN),
+              0);
+    gnutls_datum_t content = {};
+    EXPECT_EQ(gnutls_pkcs7_get_embedded_data(read, 0, &content), 0);
+    EXPECT_EQ(Bytes(content.data, content.data + content.size), data);
+    gnutls_free(content.data);
+    gnutls_pkcs7_deinit(read);
+    gnutls_x509_crt_deinit(certificate);
+}
+
 TEST_F(SignedData, ContentOfAnySize) {
     const OwnedCert signer = certificate(context, "L<L");
     const TrustedKeys trusted(context, "L");
@@ -408,6 +433,7 @@ TEST_F(SignedData, ContentOfAnySize) {
         const Bytes message = create(data, key_of("L"), QEL_MD5WithRSAEncryption_AID, signer.get());
         EXPECT_EQ(verify(message, trusted.list, &results), QEL_OK) << size;
         EXPECT_TRUE(results.length == size && std::memcmp(results.data, data.data(), size) == 0);
+        gnutls_reads(message, context.encode(signer.get(), QEL_PDU_Certificate), data);
     }
 }
 
