@@ -129,7 +129,7 @@ TEST_F(CipherTest, TripleDesInOneCall) {
         const Bytes &data;
         uint32_t key_length, iv_length, room;
         QelStatus status;
-        const Bytes &result = {};
+        Bytes result = {};
     } cases[] = {
         {"encryption", aksksfdq, text, 24, 8, 0, QEL_OK, encrypted},
         {"into a buffer", aksksfdq, text, 24, 8, 108, QEL_OK, encrypted},

@@ -167,7 +167,7 @@ QelStatus dsv_put_key_pkg(const char *name, std::span<const QelDataSetItem>,
 
 Attempts::Attempts() : end_(0) {}
 bool Attempts::another() {
-    return true;
+    return ++count_ > end_;
 }
 
 QelStatus dsv_delete_key_pkg(const char *name, const uint8_t *value, uint32_t length) {
