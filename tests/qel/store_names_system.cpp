@@ -197,6 +197,7 @@ TEST_F(Commands, ServeRealStores) {
     file("c", armoured(cert, QEL_ITEM_CERTIFICATE));
     file("c2", armoured(certificate(subject, 2), QEL_ITEM_CERTIFICATE));
     file("bob", armoured(certificate(other_subject), QEL_ITEM_CERTIFICATE));
+    file("two", armoured(cert, QEL_ITEM_CERTIFICATE) + armoured(cert, QEL_ITEM_CERTIFICATE));
     phrase_file(alice);
     expect_lines({
         {"qel naming status nobody", 1, "no entry", alice},
@@ -222,6 +223,7 @@ TEST_F(Commands, ServeRealStores) {
         {"qel cert set $c", 0, "is stored", alice},
         {"qel cert set --json $c2", 0, "\"subject\"", alice},
         {"qel cert set $bob", 1, "already", alice},
+        {"qel cert set $two", 3, "holds 2", alice},
         {"qel cert get %alice", 0, "-----BEGIN CERTIFICATE-----", bob},
         {"qel cert list --json %alice", 0, "\"certificates\"", bob},
         {"qel cert list %bob", 1, "Unknown user", bob},
@@ -231,7 +233,7 @@ TEST_F(Commands, ServeRealStores) {
         {"qel cert chain --json --trusted %bob $c", 1, "", bob},
         {"qel cert set --repo default $c", 7, "OPEN_FILE", alice, true},
         {"qel cert set --repo default $c", 0, "certificate directory"},
-        {"qel cert get --repo default %alice", 0, "BEGIN"},
+        {"qel cert get --repo default %alice", 0, "BEGIN", bob},
         {"qel cert remove %alice", 2, "--all", alice},
         {"qel cert remove --all %alice", 8, "own user", bob, true},
         {"qel cert remove --cert $c2 %alice", 0, "no longer", alice},
@@ -270,9 +272,9 @@ TEST_F(Commands, ServeRealStores) {
         {"qel naming status --json", 8, "\"available\": false", alice},
         {"qel naming who %alice", 8, "not available", alice},
         {"qel naming setup", 9, "super-user", alice, true},
-        {"qel keypkg list", 1, "Unknown user", alice, true},
-        {"qel keypkg set $p", 8, "naming status", alice, true},
-        {"qel cert get %alice", 1, "Unknown user", alice, true},
+        {"qel keypkg list", 8, "never set up", alice, true},
+        {"qel keypkg set $p", 8, "naming setup", alice, true},
+        {"qel cert get %alice", 8, "never set up", alice, true},
         {"qel naming setup --json", 0, "\"changed\": true"},
         {"qel naming setup --json", 0, "\"changed\": false"},
         {"qel keypkg list", 1, "Unknown user", alice},

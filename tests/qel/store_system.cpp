@@ -314,6 +314,9 @@ TEST(Nis, IsReadAndNotChanged) {
     ASSERT_EQ(run("rm /var/yp/$(domainname)/dsv_org.ctx && makedbm -c"), 0);
     walk({{"no map", user("alice"), [&] { return get(2, "alice"); }, QEL_ERR_XFN},
           {"no search", user("alice"), [&] { return get_certs(2, subject, {}); }, QEL_ERR_NO_DN}});
+    for (const auto &words : {std::vector<std::string>{"qel", "naming", "status", "alice"},
+                              {"qel", "cert", "get", subject}})
+        EXPECT_EQ(qel_as(user("alice"), words).exit, 8) << words[2];
     unlink("/etc/fn.conf");
 }
 
