@@ -6,8 +6,15 @@
 #include "text.h"
 #include "texts.h"
 
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace tool {
 namespace {
+
+constexpr char certificate_directory[] = "/etc/qel/certs";
 
 std::string operand(const Arguments &arguments) {
     return arguments.operands().empty() ? "" : arguments.operands().front();
@@ -82,9 +89,28 @@ void check_file_to_lose(QelContext *context, const std::string &path) {
                           text_of(Text::also_holds_key), text_of(Text::remove_yourself)};
 }
 
-// The first certificate of a file.
-Certificate one_certificate(const Context &context, const std::string &path) {
-    return std::move(read_certificates(context, path).front());
+// The certificate of a file that holds no other.
+Certificate only_certificate(const Context &context, const std::string &path, Text what) {
+    std::vector<Certificate> certificates = read_certificates(context, path);
+    if (certificates.size() > 1)
+        throw Failure{Exit::input, text_of(what),
+                      text_of(Text::several_certificates,
+                              {display_name(path), std::to_string(certificates.size())}),
+                      text_of(Text::give_one_certificate)};
+    return std::move(certificates.front());
+}
+
+// A file is made for its owner alone, but those of the certificate directory are for everybody.
+void let_everybody_read(QelContext *context, const Certificate &certificate) {
+    char *subject = nullptr;
+    if (qel_dn2str(context, certificate.record->subject, &subject) != QEL_OK)
+        return;
+    const std::string path = certificate_directory + std::string("/") + subject;
+    std::free(subject);
+    const int file = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (file < 0 || fchmod(file, 0644) != 0)
+        throw system_failure(Exit::output, text_of(Text::cannot_write, {in_quotes(path)}), errno);
+    close(file);
 }
 
 } // namespace
@@ -117,7 +143,8 @@ Exit run_cert_set(const Arguments &arguments) {
     if (repo == "default" && !to.empty())
         arguments.misuse(text_of(Text::default_takes_no_to));
     const Context context;
-    const Certificate certificate = one_certificate(context, arguments.operand_or_stdin());
+    const Certificate certificate =
+        only_certificate(context, arguments.operand_or_stdin(), Text::cannot_store_certificate);
     if (repo == "default") {
         repository = {QEL_REPO_DEFAULT, "", text_of(Text::certificate_directory), true};
         check_first(context, certificate);
@@ -126,6 +153,8 @@ Exit run_cert_set(const Arguments &arguments) {
                                             certificate.record.get());
     if (status != QEL_OK)
         throw change_failure(status, repository, text_of(Text::cannot_store_certificate));
+    if (repo == "default")
+        let_everybody_read(context, certificate);
     if (arguments.json()) {
         Json json = arguments.report();
         json["repository"] = repo;
@@ -153,7 +182,8 @@ Exit run_cert_remove(const Arguments &arguments) {
         status = __qel_remove_cert(context, repository.selector, repository.name.c_str(), nullptr,
                                    nullptr);
     } else {
-        const Certificate certificate = one_certificate(context, arguments.value("cert"));
+        const Certificate certificate =
+            only_certificate(context, arguments.value("cert"), Text::cannot_remove_certificate);
         status = __qel_remove_cert(context, repository.selector, repository.name.c_str(),
                                    certificate.record->issuer, &certificate.record->serial);
     }
@@ -172,7 +202,8 @@ Exit run_cert_chain(const Arguments &arguments) {
     const std::vector<std::string> trusted = arguments.values("trusted");
     check_room(arguments, arguments.value("output"));
     const Context context;
-    const Certificate certificate = one_certificate(context, arguments.operand_or_stdin());
+    const Certificate certificate =
+        std::move(read_certificates(context, arguments.operand_or_stdin()).front());
     const std::vector<const char *> names = name_list(trusted);
     QelCert *chain = nullptr;
     int count = 0;

@@ -96,18 +96,24 @@ constexpr char presence_file[] = "/var/fn/dsv_org.ctx.dir";
 class NamingService {
 public:
     NamingService() : status_(checked(fn_status_create())) {
-        if (access(presence_file, F_OK) != 0)
+        if (!set_up_)
             return;
         initial_.reset(fn_ctx_handle_from_initial_with_ns(FN_NS_FILES, 1, status_.get()));
         if (initial_)
             users_ = below("user");
         if (users_)
             hosts_ = below("host");
+        if (hosts_)
+            available_ = answers();
     }
-    bool available() const { return hosts_ != nullptr; }
+    bool available() const { return available_; }
     std::string problem() const {
-        return access(presence_file, F_OK) != 0 ? text_of(Text::never_set_up)
-                                                : description(status_.get());
+        return set_up_ ? description(status_.get()) : text_of(Text::never_set_up);
+    }
+    Failure failure() const {
+        const Text set_up = geteuid() == 0 ? Text::naming_setup : Text::super_user_naming_setup;
+        return {Exit::naming, text_of(Text::naming_not_available), problem(),
+                text_of(set_up_ ? Text::check_settings : set_up), QEL_ERR_XFN};
     }
 
     Entry entry(const Holder &holder) {
@@ -128,6 +134,12 @@ public:
     }
 
 private:
+    // The contexts are there before their store is asked for the first time.
+    bool answers() {
+        const OwnedName name = name_of("root");
+        const OwnedRef found(fn_ctx_lookup(users_.get(), name.get(), status_.get()));
+        return found || fn_status_code(status_.get()) == FN_E_NAME_NOT_FOUND;
+    }
     OwnedContext below(const char *context) {
         const OwnedName name = name_of(context);
         const OwnedRef reference(fn_ctx_lookup(initial_.get(), name.get(), status_.get()));
@@ -148,15 +160,11 @@ private:
         return fn_attribute_valuecount(attribute.get());
     }
 
+    bool set_up_ = access(presence_file, F_OK) == 0;
     OwnedStatus status_;
     OwnedContext initial_, users_, hosts_;
+    bool available_ = false;
 };
-
-Failure not_available(const std::string &why) {
-    return {Exit::naming, text_of(Text::naming_not_available), why,
-            text_of(geteuid() == 0 ? Text::naming_setup : Text::super_user_naming_setup),
-            QEL_ERR_XFN};
-}
 
 std::string count_text(unsigned count, Text one, Text several) {
     return count == 1 ? text_of(one) : text_of(several, {std::to_string(count)});
@@ -189,6 +197,11 @@ void add_entry(Json &json, const Holder &holder, const Entry &entry) {
 
 } // namespace
 
+std::optional<Failure> naming_failure() {
+    const NamingService service;
+    return service.available() ? std::nullopt : std::optional(service.failure());
+}
+
 Exit run_naming_status(const Arguments &arguments) {
     const bool given = !arguments.operands().empty();
     const Holder holder =
@@ -196,7 +209,7 @@ Exit run_naming_status(const Arguments &arguments) {
     const Holder host = this_host();
     NamingService service;
     if (!service.available() && !arguments.json())
-        throw not_available(service.problem());
+        throw service.failure();
     const auto entry_of = [&](const Holder &whose) {
         return service.available() ? service.entry(whose) : Entry();
     };
@@ -210,7 +223,7 @@ Exit run_naming_status(const Arguments &arguments) {
             add_entry(json["this_host"], host, entry_of(host));
         put_json(json);
         if (!service.available())
-            print_failure(arguments.command().name, not_available(service.problem()));
+            print_failure(arguments.command().name, service.failure());
     } else {
         put(text_of(Text::naming_available) + "\n" + entry_text(holder, entry) +
             (given ? "" : entry_text(host, entry_of(host))));
@@ -233,7 +246,7 @@ Exit run_naming_setup(const Arguments &arguments) {
         __qel_free_item_list(&names);
         const NamingService now;
         if (!now.available())
-            throw not_available(now.problem());
+            throw now.failure();
     }
     if (arguments.json()) {
         Json json = arguments.report();
@@ -255,8 +268,8 @@ Exit run_naming_who(const Arguments &arguments) {
         throw library_failure(status, text_of(Text::cannot_read_name, {in_quotes(given)}));
     const std::string name = normal;
     std::free(normal);
-    if (NamingService service; !service.available())
-        throw not_available(service.problem());
+    if (const auto failure = naming_failure())
+        throw *failure;
     char *found = nullptr;
     status = __dsv_get_user_name_given_cn_name(name.c_str(), &found);
     if (status == QEL_ERR_UNKNOWN_USER)

@@ -16,6 +16,53 @@ Repository in_file(const Arguments &arguments, const std::string &name) {
     return {QEL_REPO_FILE, name == "-" ? "" : name, display_name(name)};
 }
 
+// Kinds of repositories that a status means the same in.
+enum : unsigned {
+    file = 1,
+    directory = 2,
+    entry = 4,
+    subject = 8,
+    naming = entry | subject,
+    server = 16
+};
+
+unsigned place_of(const Repository &repository) {
+    switch (repository.selector) {
+    case QEL_REPO_DSV:
+    case QEL_REPO_DSV_QELSERV:
+        return repository.by_subject ? subject : entry;
+    case QEL_REPO_DEFAULT:
+        return directory;
+    case QEL_REPO_QELSERV:
+        return server;
+    default:
+        return file;
+    }
+}
+
+// What a status means there, and what to do.
+struct AdviceRow {
+    QelStatus status;
+    unsigned places;
+    Text next;
+    std::optional<Exit> exit = std::nullopt;
+};
+constexpr AdviceRow advice_rows[] = {
+    {QEL_ERR_FILE_FORMAT, file | directory, Text::one_block_only},
+    {QEL_ERR_UNKNOWN_USER, entry, Text::no_entry_yet},
+    {QEL_ERR_UNKNOWN_USER, subject, Text::nobody_under_name},
+    {QEL_ERR_GENERAL, file, Text::file_not_deleted, Exit::output},
+    {QEL_ERR_GENERAL, subject, Text::anothers_certificate, Exit::input},
+    {QEL_ERR_NO_ENTRY, file | subject, Text::no_such_certificate},
+    {QEL_ERR_ENTRY_EXISTS, naming, Text::same_is_there},
+    {QEL_ERR_BAD_PARAM, directory, Text::name_with_slash},
+    {QEL_ERR_BAD_PARAM, naming, Text::check_registered_owner},
+    {QEL_ERR_XFN, naming, Text::see_naming_status},
+    {QEL_ERR_NO_DN, subject, Text::see_naming_status, Exit::naming}, // the search failed
+    {QEL_ERR_SERV_UPDATE, entry, Text::server_keeps_old},
+    {QEL_ERR_OPEN_FILE, directory, Text::directory_must_be_there},
+};
+
 } // namespace
 
 Repository file_to_write(const Arguments &arguments, const std::string &name) {
@@ -80,30 +127,22 @@ Repository certificates_to_read(const Arguments &arguments, const std::string &n
 
 Failure store_failure(QelStatus status, const Repository &repository, const std::string &what) {
     Failure failure = library_failure(status, text_of(Text::failed_in, {what, repository.where}));
-    const bool naming =
-        repository.selector == QEL_REPO_DSV || repository.selector == QEL_REPO_DSV_QELSERV;
-    if (status == QEL_ERR_FILE_FORMAT)
-        failure.next = text_of(Text::one_block_only);
-    if (status == QEL_ERR_XFN && geteuid() != 0)
-        failure.next = text_of(Text::see_naming_status);
-    if (status == QEL_ERR_UNKNOWN_USER && repository.by_subject)
-        failure.next = text_of(Text::nobody_under_name);
-    if (status == QEL_ERR_GENERAL && naming && repository.by_subject) {
-        failure.exit = Exit::input;
-        failure.next = text_of(Text::anothers_certificate);
+    const unsigned place = place_of(repository);
+    for (const AdviceRow &row : advice_rows)
+        if (row.status == status && (row.places & place) != 0) {
+            failure.next = text_of(row.next);
+            failure.exit = row.exit.value_or(failure.exit);
+            break;
+        }
+    const bool is_answer =
+        status == QEL_ERR_UNKNOWN_USER || status == QEL_ERR_NO_DN || status == QEL_ERR_XFN;
+    if ((place & naming) == 0 || !is_answer)
+        return failure;
+    if (const auto cause = naming_failure()) { // which the library does not tell from an answer
+        failure.exit = cause->exit;
+        failure.why += " (" + cause->what + ": " + cause->why + ")";
+        failure.next = cause->next;
     }
-    if (status == QEL_ERR_GENERAL && repository.selector == QEL_REPO_FILE) {
-        failure.exit = Exit::output;
-        failure.next = text_of(Text::file_not_deleted);
-    }
-    if (status == QEL_ERR_BAD_PARAM && repository.selector == QEL_REPO_DEFAULT)
-        failure.next = text_of(Text::name_with_slash);
-    if (status == QEL_ERR_OPEN_FILE && repository.selector == QEL_REPO_DEFAULT)
-        failure.next = text_of(Text::directory_must_be_there);
-    if (status == QEL_ERR_BAD_PARAM && naming)
-        failure.next = text_of(Text::check_registered_owner);
-    if (status == QEL_ERR_ENTRY_EXISTS && naming)
-        failure.next = text_of(Text::same_is_there);
     return failure;
 }
 

@@ -7,6 +7,7 @@
 #include "credential.h"
 #include "key_package.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,9 @@ Failure store_failure(QelStatus status, const Repository &repository, const std:
 
 // The same of a change: a file that cannot be written is a failed output.
 Failure change_failure(QelStatus status, const Repository &repository, const std::string &what);
+
+// Why the naming service is not available; nothing where it is.
+std::optional<Failure> naming_failure();
 
 // The key packages of a repository, one after another. Throws Failure where there is none, or one
 // that cannot be decoded.

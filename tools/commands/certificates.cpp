@@ -41,7 +41,12 @@ constexpr Example cert_verify_examples[] = {
 };
 
 constexpr Option certificate_repo_option = {
-    "repo", 'r', "REPO", "naming|file|default|stdin", false, "where they are (default naming)"};
+    "repo",
+    'r',
+    "REPO",
+    "naming|file|default|stdin",
+    false,
+    "where they are: naming (if not said), file, stdin, or default (the certificate directory)"};
 
 constexpr Option cert_get_options[] = {
     certificate_repo_option,
@@ -62,7 +67,8 @@ constexpr Example cert_list_examples[] = {
 };
 
 constexpr Option cert_set_options[] = {
-    {"repo", 'r', "REPO", "naming|file|default", false, "where (default naming)"},
+    {"repo", 'r', "REPO", "naming|file|default", false,
+     "where: naming (if not said), file, or default (the certificate directory)"},
     {"to", 't', "NAME", nullptr, false, "user or host (default you), or file"},
 };
 constexpr Example cert_set_examples[] = {
@@ -71,7 +77,7 @@ constexpr Example cert_set_examples[] = {
 };
 
 constexpr Option cert_remove_options[] = {
-    {"repo", 'r', "REPO", "naming|file", false, "where from (default naming)"},
+    {"repo", 'r', "REPO", "naming|file", false, "where from: naming (if not said) or file"},
     {"cert", 'c', "FILE", nullptr, false, "the certificate, by its issuer and serial number"},
     {"all", 0, nullptr, nullptr, false, "all of the subject, or the whole file"},
 };
@@ -129,8 +135,8 @@ constexpr Command certificate_table[] = {
     {"cert set", "Store a certificate in a repository", "[FILE]", 0, 1,
      "Stores a certificate in your own entry of the naming service, which is then registered under "
      "its subject, in the file of its subject in the certificate directory, or at the end of a "
-     "file. Whether the certificate is good is not looked at. A file that is made is for its owner "
-     "alone (mode 0600).\n\n"
+     "file. Whether the certificate is good is not looked at. With --repo file a file is made "
+     "for its owner alone.\n\n"
      "The certificate directory must be there, and is its owner's to write. A second certificate "
      "of a subject is refused there: with two in its file none could be got. With --repo file a "
      "file of several can be made, which --repo file does not read.",

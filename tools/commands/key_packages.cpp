@@ -104,14 +104,17 @@ constexpr Example keypkg_import_examples[] = {
 constexpr Option stored_package_id_option = {
     "id", 0, "KEYPKGID", nullptr, false, "which key package (default default_keyid)"};
 constexpr Option package_get_repo_option = {
-    "repo", 'r', "REPO", "naming|file|server|default", false, "where it is (default naming)"};
+    "repo", 'r',
+    "REPO", "naming|file|server|default",
+    false,  "where it is: naming (if not said), file, server, or default (your own file)"};
 constexpr Option package_set_repo_option = {
     "repo",
     'r',
     "REPO",
     "naming|file|server|default",
     false,
-    "where (default naming); server: in the naming service, and the key server kept in step"};
+    "where: naming (if not said), file, default (your own file), or server (naming, and the key "
+    "server kept in step)"};
 constexpr Option keypkg_get_options[] = {
     package_get_repo_option,
     stored_package_id_option,
