@@ -1,19 +1,19 @@
 #include "account.h"
 
 #include "der.h"
+#include "texts.h"
 
 #include <algorithm>
 
 namespace tool {
 namespace {
 
-const std::string what = "the library's account of it";
-
 // Texts out of a record, beside the names, may hold anything.
 void check_line(const char *text) {
     const std::string_view all = text != nullptr ? text : "";
     if (std::any_of(all.begin(), all.end(), [](unsigned char c) { return c < ' '; }))
-        throw Failure{Exit::input, what, "a name or text in it holds control characters", ""};
+        throw Failure{Exit::input, text_of(Text::the_account), text_of(Text::control_characters),
+                      ""};
 }
 
 void check_names(QelContext *context, const std::vector<const QelName *> &names) {

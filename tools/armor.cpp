@@ -3,6 +3,7 @@
 #include "command.h"
 #include "credential.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <charconv>
@@ -50,10 +51,9 @@ void refuse_armour(const std::string &path, const Bytes &bytes) {
     if (!input.armoured)
         return;
     const Item &item = input.items.front();
-    throw Failure{Exit::input, "cannot armour " + display_name(path),
-                  "it is armoured text already (" + escaped(item.label) + ", line " +
-                      std::to_string(item.line) + ")",
-                  "'qel dearmor' takes the bytes out; '--type none' encodes the text itself."};
+    throw Failure{Exit::input, text_of(Text::cannot_armour, {display_name(path)}),
+                  text_of(Text::armoured_already, {escaped(item.label), std::to_string(item.line)}),
+                  text_of(Text::dearmor_or_none)};
 }
 
 } // namespace
@@ -65,7 +65,7 @@ Bytes armoured(std::span<const uint8_t> bytes, const std::string &label) {
     const QelStatus status =
         __qel_binary_2_rfc1421(bytes.data(), static_cast<uint32_t>(bytes.size()), &digits, &length);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot armour the bytes");
+        throw library_failure(status, text_of(Text::cannot_armour_bytes));
     Bytes text;
     text.reserve(length + length / line + 2 * label.size() + 64);
     const auto add = [&](std::string_view piece) {
@@ -91,7 +91,8 @@ Exit run_armor(const Arguments &arguments) {
     const std::string wanted = arguments.value("type", "auto");
     const Bytes bytes = read_whole(path);
     if (bytes.empty())
-        throw Failure{Exit::input, "cannot armour " + display_name(path), "it is empty", ""};
+        throw Failure{Exit::input, text_of(Text::cannot_armour, {display_name(path)}),
+                      text_of(Text::file_is_empty), ""};
     if (wanted != "none")
         refuse_armour(path, bytes);
     const Context context;
@@ -123,15 +124,15 @@ const Item &chosen_item(const Arguments &arguments, const Input &input) {
     const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
     if (read.ec != std::errc() || read.ptr != text.data() + text.size() ||
         (arguments.has("block") && number == 0))
-        arguments.misuse("option '--block' takes a number from 1 on, not " + in_quotes(text));
+        arguments.misuse(text_of(Text::block_takes, {in_quotes(text)}));
     if (number > input.items.size())
         throw Failure{
             Exit::input,
-            "cannot find block " + std::to_string(number) + " in " + display_name(input.path),
-            "it holds " + std::to_string(input.items.size()), "'qel dearmor --list' names them."};
+            text_of(Text::no_such_block, {std::to_string(number), display_name(input.path)}),
+            text_of(Text::holds, {std::to_string(input.items.size())}), text_of(Text::list_blocks)};
     if (number == 0 && input.items.size() > 1)
-        arguments.misuse(display_name(input.path) + " holds " + std::to_string(input.items.size()) +
-                         " blocks: choose one with '--block', or name them with '--list'");
+        arguments.misuse(text_of(Text::several_blocks,
+                                 {display_name(input.path), std::to_string(input.items.size())}));
     return input.items[number != 0 ? number - 1 : 0];
 }
 
@@ -168,15 +169,14 @@ Exit run_dearmor(const Arguments &arguments) {
     const Input input = read_input(arguments.operand_or_stdin());
     const bool bare = !input.armoured && !input.decoded;
     if (bare)
-        throw Failure{Exit::input, "cannot find armour in " + display_name(input.path),
-                      "it has no BEGIN line and is not base 64",
-                      "Check that it is the right file."};
+        throw Failure{Exit::input, text_of(Text::no_armour_in, {display_name(input.path)}),
+                      text_of(Text::no_begin_line), text_of(Text::check_right_file)};
     if (arguments.has("list"))
         return list_items(arguments, input);
     const Item &item = chosen_item(arguments, input);
     if (!item.problem.empty())
-        throw Failure{Exit::input, "cannot decode " + input.name_of(item), item.problem,
-                      "Get the text again; mail programs may have changed it."};
+        throw Failure{Exit::input, text_of(Text::cannot_decode, {input.name_of(item)}),
+                      item.problem, text_of(Text::text_changed_by_mail)};
     const Context context;
     const bool secret = is_secret(context, item);
     const std::string path = arguments.value("output", "-");

@@ -2,6 +2,7 @@
 #include "command.h"
 #include "credential.h"
 #include "text.h"
+#include "texts.h"
 
 #include <charconv>
 #include <cstdio>
@@ -65,7 +66,7 @@ int find_pdu(const Arguments &arguments, const std::string &text) {
     for (int pdu = first_pdu; pdu <= last_pdu; ++pdu)
         if (strcasecmp(pdu_name(pdu).c_str(), text.c_str()) == 0)
             return pdu;
-    arguments.misuse("unknown type " + in_quotes(text) + "; 'qel asn1 --list' names them all");
+    arguments.misuse(text_of(Text::unknown_type, {in_quotes(text)}));
 }
 
 Exit list_types(const Arguments &arguments) {
@@ -79,7 +80,8 @@ Exit list_types(const Arguments &arguments) {
         json["types"].push_back(one);
         if (!arguments.json())
             put((pdu < 10 ? " " : "") + std::to_string(pdu) + "  " + pdu_name(pdu) +
-                (peculiarity(pdu).in_file ? " (refused: give " + whole_type(pdu) + ")\n" : "\n"));
+                (peculiarity(pdu).in_file ? text_of(Text::type_refused, {whole_type(pdu)}) + "\n"
+                                          : "\n"));
     }
     if (arguments.json())
         put_json(json);
@@ -106,7 +108,7 @@ std::vector<QelOctetString *> secrets_of(void *value, int pdu) {
 
 // What the library prints of a value.
 std::string listing(const Context &context, const void *value, int pdu) {
-    return library_text("the " + pdu_name(pdu), [&](FILE *stream) {
+    return library_text(text_of(Text::the_value, {pdu_name(pdu)}), [&](FILE *stream) {
         return __qel_asn1_print(context, stream, value, pdu);
     });
 }
@@ -123,7 +125,7 @@ Exit print_value(const Arguments &arguments, const Context &context, void *value
         explicit_bzero(hidden[i].value, hidden[i].length);
     }
     if (!hidden.empty())
-        warn("what holds the private key is left out");
+        warn(text_of(Text::private_key_left_out));
     if (!arguments.json()) {
         put(printable_lines(text));
         return Exit::yes;
@@ -142,11 +144,9 @@ void check_rules(const Arguments &arguments, int pdu) {
     const std::string rules = arguments.value("encode");
     const bool der = peculiarity(pdu).der;
     if (der && rules == "indefinite")
-        arguments.misuse("the library always encodes " + pdu_name(pdu) +
-                         " under DER, which has no indefinite lengths");
+        arguments.misuse(text_of(Text::always_der, {pdu_name(pdu)}));
     if (!der && rules == "der")
-        arguments.misuse("the library encodes " + pdu_name(pdu) +
-                         " under BER: give ber or indefinite");
+        arguments.misuse(text_of(Text::always_ber, {pdu_name(pdu)}));
 }
 
 Exit encode_value(const Arguments &arguments, const Context &context, const void *value, int pdu) {
@@ -156,7 +156,7 @@ Exit encode_value(const Arguments &arguments, const Context &context, const void
     arguments.check_output(path, true, secret);
     if (rules == "indefinite")
         __qel_set_encoding_flags_indefinite(context);
-    const Bytes bytes = encode(context, value, pdu, "the " + pdu_name(pdu));
+    const Bytes bytes = encode(context, value, pdu, text_of(Text::the_value, {pdu_name(pdu)}));
     if (path != "-" || !arguments.json())
         write_file(path, bytes, {secret, arguments.has("force")});
     if (arguments.json()) {
@@ -176,9 +176,9 @@ Exit encode_value(const Arguments &arguments, const Context &context, const void
 // Under another type's name a private key would be printed with all that is in it.
 void refuse_private_key(const Context &context, const Input &input, const Item &item, int pdu) {
     if (!peculiarity(pdu).secret && is_secret(context, item))
-        throw Failure{Exit::input, "cannot take " + input.name_of(item) + " for " + pdu_name(pdu),
-                      "it is a private key, encrypted or not, or a key package",
-                      "Give its own type: PrivateKeyInfo, EncryptedPrivateKeyInfo or KeyPkg."};
+        throw Failure{Exit::input,
+                      text_of(Text::cannot_take_for, {input.name_of(item), pdu_name(pdu)}),
+                      text_of(Text::is_private_key), text_of(Text::give_its_own_type)};
 }
 
 Decoded<void> read_value(const Context &context, const Input &input, int pdu) {
@@ -200,17 +200,16 @@ Decoded<void> read_value(const Context &context, const Input &input, int pdu) {
 Exit run_asn1(const Arguments &arguments) {
     if (arguments.has("list")) {
         if (!arguments.operands().empty())
-            arguments.misuse("'--list' takes no type");
+            arguments.misuse(text_of(Text::list_takes_no_type));
         return list_types(arguments);
     }
     if (arguments.operands().empty())
-        arguments.misuse("too few arguments: TYPE is needed; 'qel asn1 --list' names them all");
+        arguments.misuse(text_of(Text::type_is_needed));
     if (arguments.has("output") && !arguments.has("encode"))
-        arguments.misuse("'--output' goes with '--encode'");
+        arguments.misuse(text_of(Text::output_goes_with_encode));
     const int pdu = find_pdu(arguments, arguments.operands()[0]);
     if (peculiarity(pdu).in_file)
-        arguments.misuse("the content of " + pdu_name(pdu) +
-                         " lies in a file of a program's own: give " + whole_type(pdu));
+        arguments.misuse(text_of(Text::content_in_programs_file, {pdu_name(pdu), whole_type(pdu)}));
     check_rules(arguments, pdu);
     const Context context;
     const Input input = read_input(arguments.operand_or_stdin(1));

@@ -3,6 +3,7 @@
 #include "certificate_text.h"
 #include "command.h"
 #include "text.h"
+#include "texts.h"
 
 namespace tool {
 namespace {
@@ -40,7 +41,7 @@ Exit run_cert_show(const Arguments &arguments) {
     const std::vector<std::string> paths = arguments.operands_or_stdin();
     arguments.check_stdin_once(paths);
     if (arguments.has("log") && (arguments.has("full") || arguments.json()))
-        arguments.misuse("--log goes with neither --full nor --json");
+        arguments.misuse(text_of(Text::full_and_json_excluded));
     Outcome outcome(arguments.command());
     Json json = arguments.report();
     json["certificates"] = Json::array();

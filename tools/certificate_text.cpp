@@ -2,6 +2,7 @@
 
 #include "account.h"
 #include "text.h"
+#include "texts.h"
 
 namespace tool {
 namespace {
@@ -20,8 +21,8 @@ std::string version_text(int32_t version) {
 }
 
 std::string offset_note(const QelValidity *validity) {
-    return "the library takes it as " + time_text(validity->notBefore, false) + " to " +
-           time_text(validity->notAfter, false) + ", without the offset";
+    return text_of(Text::without_offset,
+                   {time_text(validity->notBefore, false), time_text(validity->notAfter, false)});
 }
 
 std::string extension_text(const QelExtension &extension) {
@@ -122,7 +123,7 @@ std::string validity_text(const QelValidity *validity) {
 
 std::string encoding_note(const Context &context, const Certificate &certificate) {
     return encoding_note(context, certificate.record.get(), QEL_PDU_Certificate, certificate.bytes,
-                         "the certificate");
+                         text_of(Text::the_certificate));
 }
 
 std::string certificate_text(const Context &context, const Certificate &certificate) {

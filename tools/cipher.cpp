@@ -2,6 +2,7 @@
 
 #include "command.h"
 #include "export_policy.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <iterator>
@@ -55,13 +56,13 @@ Bytes encode_parameters(const Context &context, const CipherRow &row, std::span<
         const Bytes copy(iv.begin(), iv.end());
         const QelOctetString octets = {static_cast<uint32_t>(copy.size()),
                                        const_cast<uint8_t *>(copy.data())};
-        return encode(context, &octets, QEL_PDU_OctetString, "an initialisation vector");
+        return encode(context, &octets, QEL_PDU_OctetString, text_of(Text::initialisation_vector));
     }
     QelOctetString *encoded = nullptr;
     const QelStatus status =
         __qel_encode_rc2_params_cpkit(context, iv.data(), effective_bits, &encoded);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot encode the parameters of RC2");
+        throw library_failure(status, text_of(Text::cannot_encode_rc2));
     const Bytes bytes(encoded->value, encoded->value + encoded->length);
     __qel_free_ostr(&encoded);
     return bytes;
@@ -69,13 +70,12 @@ Bytes encode_parameters(const Context &context, const CipherRow &row, std::span<
 
 void take_parameters(const Context &context, Cipher &cipher, std::span<const uint8_t> encoded,
                      const std::string &where) {
-    const std::string what =
-        std::string("cannot use the ") + cipher.row->text + " parameters in " + where;
+    const std::string what = text_of(Text::cannot_use_parameters, {cipher.row->text, where});
     if (cipher.row->block == 1)
         return;
     if (encoded.empty())
-        throw Failure{Exit::input, what, "there are none, so the initialisation vector is missing",
-                      "Check that it is the right file."};
+        throw Failure{Exit::input, what, text_of(Text::no_parameters),
+                      text_of(Text::check_right_file)};
     cipher.parameters.assign(encoded.begin(), encoded.end());
     QelStatus status = QEL_OK;
     if (cipher.row->kind == CipherKind::rc2) {
@@ -88,13 +88,11 @@ void take_parameters(const Context &context, Cipher &cipher, std::span<const uin
         const auto iv =
             decode<QelOctetString>(context, cipher.parameters, QEL_PDU_OctetString, &status);
         if (iv && iv->length != iv_bytes)
-            throw Failure{Exit::input, what,
-                          "the initialisation vector has " + std::to_string(iv->length) +
-                              " bytes, not 8",
-                          "Check that it is the right file."};
+            throw Failure{Exit::input, what, text_of(Text::iv_length, {std::to_string(iv->length)}),
+                          text_of(Text::check_right_file)};
     }
     if (status != QEL_OK)
-        throw Failure{Exit::input, what, status_words(status), "Check that it is the right file.",
+        throw Failure{Exit::input, what, status_words(status), text_of(Text::check_right_file),
                       status};
 }
 
@@ -143,15 +141,16 @@ std::optional<Bytes> from_hex(std::span<const uint8_t> text) {
 Bytes read_key_file(const std::string &path, bool hexadecimal) {
     warn_if_open_to_others(path);
     Bytes bytes = read_whole(path);
-    const std::string what = "cannot use the key in " + display_name(path);
+    const std::string what = text_of(Text::cannot_use_key_in, {display_name(path)});
     if (bytes.empty())
-        throw Failure{Exit::input, what, "the file is empty", "Check that it is the right file."};
+        throw Failure{Exit::input, what, text_of(Text::the_file_is_empty),
+                      text_of(Text::check_right_file)};
     if (!hexadecimal)
         return bytes;
     std::optional<Bytes> key = from_hex(bytes);
     if (!key)
-        throw Failure{Exit::input, what, "it is not an even number of hexadecimal digits",
-                      "Leave --key-hex away for a file that holds the key's bytes."};
+        throw Failure{Exit::input, what, text_of(Text::not_hexadecimal),
+                      text_of(Text::leave_key_hex_out)};
     return std::move(*key);
 }
 
@@ -168,11 +167,11 @@ void check_key_size(const CipherRow &row, std::size_t size, const std::string &w
         return;
     const std::string wanted = row.least == row.most
                                    ? std::to_string(row.least)
-                                   : std::to_string(row.least) + " to " + std::to_string(row.most);
-    throw Failure{Exit::input, "cannot use the key in " + where,
-                  "it has " + std::to_string(size) + " bytes; a key of " + row.text + " has " +
-                      wanted,
-                  "Check the file and the algorithm; --key-hex reads hexadecimal digits."};
+                                   : text_of(Text::number_to_number,
+                                             {std::to_string(row.least), std::to_string(row.most)});
+    throw Failure{Exit::input, text_of(Text::cannot_use_key_in, {where}),
+                  text_of(Text::key_size, {std::to_string(size), row.text, wanted}),
+                  text_of(Text::check_file_and_algorithm)};
 }
 
 Bytes random_bytes(std::size_t count) {
@@ -182,7 +181,7 @@ Bytes random_bytes(std::size_t count) {
         uint8_t *target = bytes.data() + at;
         const QelStatus status = qel_random(piece, &target);
         if (status != QEL_OK)
-            throw library_failure(status, "cannot get random bytes");
+            throw library_failure(status, text_of(Text::cannot_get_random));
         at += piece;
     }
     return bytes;
@@ -212,8 +211,7 @@ void CipherRun::step(std::span<const uint8_t> data, uint32_t mode, const Sink &t
     if (status != QEL_OK) {
         PolicyRule rule = cipher_rule(*cipher_.row, cipher_.key, cipher_.effective_bits);
         if (direction_ == Direction::decrypt)
-            rule.advice =
-                "Have the data encrypted by 'qel encrypt', or with RC2 or RC4 of 40 bits.";
+            rule.advice = text_of(Text::encrypt_within_policy);
         throw policy_failure(status, what_, rule);
     }
     if (length != 0)

@@ -148,7 +148,7 @@ Bytes encode(QelContext *context, const void *value, int pdu, const std::string 
     uint32_t length = 0;
     const QelStatus status = __qel_asn1_encode(context, value, pdu, &buffer, &length);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot encode " + what);
+        throw library_failure(status, text_of(Text::cannot_encode, {what}));
     const Bytes bytes(buffer, buffer + length);
     explicit_bzero(buffer, length);
     std::free(buffer);
@@ -160,10 +160,9 @@ std::string encoding_note(QelContext *context, const void *record, int pdu, cons
     try {
         if (encode(context, record, pdu, what) == bytes)
             return "";
-        return "the bytes are not the DER encoding of " + what +
-               ", over which the library checks the signature";
+        return text_of(Text::not_the_encoding, {what});
     } catch (const Failure &failure) {
-        return "the library cannot encode " + what + " again: " + failure.why;
+        return text_of(Text::cannot_encode_again, {what, failure.why});
     }
 }
 
@@ -177,7 +176,7 @@ std::string library_text(const std::string &what, const std::function<QelStatus(
     const int closed = std::fclose(stream);
     const std::unique_ptr<char, FreeBlock> owner(text);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot print " + what);
+        throw library_failure(status, text_of(Text::cannot_print, {what}));
     if (closed != 0)
         throw std::bad_alloc();
     return {text, size};
@@ -187,7 +186,7 @@ Name read_name(QelContext *context, const std::string &text, const std::string &
     QelName *name = nullptr;
     const QelStatus status = qel_str2dn(context, text.c_str(), &name);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot read " + what + " " + in_quotes(text));
+        throw library_failure(status, text_of(Text::cannot_read_named, {what, in_quotes(text)}));
     return Name(name);
 }
 
@@ -300,10 +299,9 @@ RsaKey as_rsa_key(const QelKeyInfo *key) {
     const QelOctetString *parameters = key->algorithm->parameters;
     if (annex == 0) {
         rsa.algorithm = QEL_RSA_ENCR_OID;
-        rsa.note = "the key stands under the old identifier 2.5.8.1.1, which the library refuses; "
-                   "its bits were used as an rsaEncryption key";
+        rsa.note = text_of(Text::old_identifier);
     } else if (encryption == 0 && parameters == nullptr) {
-        rsa.note = "the key lacks the NULL parameters of rsaEncryption; they were supplied";
+        rsa.note = text_of(Text::lacks_null_parameters);
     } else if (parameters != nullptr) {
         rsa.parameters = *parameters;
     }
@@ -311,7 +309,8 @@ RsaKey as_rsa_key(const QelKeyInfo *key) {
 }
 
 QelStatus signature_status(QelContext *context, const QelCert &cert, const RsaKey &key) {
-    const Bytes info = encode(context, &cert, QEL_PDU_CertificateInfo, "the certificate's content");
+    const Bytes info =
+        encode(context, &cert, QEL_PDU_CertificateInfo, text_of(Text::certificates_content));
     return qel_verify(context, info.data(), static_cast<uint32_t>(info.size()), QEL_MODE_FINAL,
                       key.algorithm, &key.parameters, key.bits, cert.algorithm, cert.sigBits.value,
                       cert.sigBits.length / 8);
@@ -444,7 +443,7 @@ std::string fingerprint(QelContext *context, std::span<const uint8_t> bytes,
     const QelStatus status = qel_digest(context, bytes.data(), static_cast<uint32_t>(bytes.size()),
                                         QEL_MODE_FINAL, *algorithm.digest, &digest, &length);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot compute a fingerprint");
+        throw library_failure(status, text_of(Text::cannot_fingerprint));
     const LibraryBytes owner(digest);
     return hex({digest, length});
 }

@@ -3,6 +3,7 @@
 #include "command.h"
 #include "der.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <bit>
@@ -59,27 +60,26 @@ struct Group {
     }
 };
 
-const Item &only_item(const Input &input, const char *what) {
+const Item &only_item(const Input &input, Text what) {
     const Item &item = input.items.front();
     if (!item.problem.empty())
         throw Failure{Exit::input,
-                      std::string("cannot read ") + what + " from " + input.name_of(item),
-                      item.problem, "Get the text again, whole."};
+                      text_of(Text::cannot_read_from, {text_of(what), input.name_of(item)}),
+                      item.problem, text_of(Text::get_text_again)};
     return item;
 }
 
 Group read_group(const std::string &path) {
     const Input input = read_input(path);
     Group group;
-    const std::string what = "cannot use the parameters in " + display_name(path);
-    if (!group.read(only_item(input, "parameters").bytes))
-        throw Failure{Exit::input, what, "they are no DHParameter of PKCS#3",
-                      "Give DER or armour ('BEGIN DH PARAMETERS'), as 'openssl dhparam' writes."};
+    const std::string what = text_of(Text::cannot_use_parameters_in, {display_name(path)});
+    if (!group.read(only_item(input, Text::dh_parameters).bytes))
+        throw Failure{Exit::input, what, text_of(Text::no_dh_parameter),
+                      text_of(Text::give_dh_parameters)};
     const unsigned bits = bits_of(group.prime);
     if (bits < least_bits || bits > most_bits)
-        throw Failure{Exit::input, what,
-                      "the prime has " + std::to_string(bits) + " bits, not 256 to 512",
-                      "Agree on other parameters."};
+        throw Failure{Exit::input, what, text_of(Text::prime_bits, {std::to_string(bits)}),
+                      text_of(Text::agree_on_others)};
     return group;
 }
 
@@ -95,7 +95,7 @@ Bytes start(const Context &context, const Group &group, const Bytes &seed) {
         static_cast<uint32_t>(group.base.size()), group.base.data(), seed.data(),
         static_cast<uint32_t>(seed.size()), value.data(), static_cast<uint32_t>(value.size()));
     if (status != QEL_OK)
-        throw library_failure(status, "cannot begin the key agreement");
+        throw library_failure(status, text_of(Text::cannot_begin_agreement));
     return value;
 }
 
@@ -111,39 +111,39 @@ Bytes public_key_info(const Context &context, Group &group, const Bytes &value) 
     QelAlgId algorithm = {const_cast<QelOid *>(&agreement), &parameters};
     const QelKeyInfo info = {&algorithm,
                              {static_cast<uint32_t>(8 * encoded.size()), encoded.data()}};
-    return encode(context, &info, QEL_PDU_SubjectPublicKeyInfo, "a public value");
+    return encode(context, &info, QEL_PDU_SubjectPublicKeyInfo, text_of(Text::a_public_value));
 }
 
 // The other side's public value: a SubjectPublicKeyInfo, or the octets of PKCS#3.
 Bytes read_peer(const Context &context, const Group &group, const std::string &path) {
     const Input input = read_input(path);
-    const Bytes &bytes = only_item(input, "a public value").bytes;
-    const std::string what = "cannot use the public value in " + display_name(path);
+    const Bytes &bytes = only_item(input, Text::a_public_value).bytes;
+    const std::string what = text_of(Text::cannot_use_public_value, {display_name(path)});
     const auto info = decode<QelKeyInfo>(context, bytes, QEL_PDU_SubjectPublicKeyInfo);
     if (!info && bytes.size() != group.prime.size())
         throw Failure{Exit::input, what,
-                      "it is no SubjectPublicKeyInfo, and has " + std::to_string(bytes.size()) +
-                          " bytes, not the " + std::to_string(group.prime.size()) + " of the prime",
-                      "Check that it is the right file."};
+                      text_of(Text::not_of_primes_size,
+                              {std::to_string(bytes.size()), std::to_string(group.prime.size())}),
+                      text_of(Text::check_right_file)};
     if (!info)
         return bytes;
     int difference = 1;
     __qel_cmp_oid(info->algorithm->algorithm, &agreement, &difference);
     if (difference != 0)
         throw Failure{Exit::input, what,
-                      "it is a key of another algorithm: " + algorithm_text(info->algorithm),
-                      "Check that it is the right file."};
+                      text_of(Text::another_algorithm, {algorithm_text(info->algorithm)}),
+                      text_of(Text::check_right_file)};
     Group theirs;
     const QelOctetString *parameters = info->algorithm->parameters;
     if (parameters == nullptr || !theirs.read({parameters->value, parameters->length}) ||
         theirs.prime != group.prime || theirs.base != group.base)
-        throw Failure{Exit::input, what, "it was made with other parameters",
-                      "Both sides must use the same parameters."};
+        throw Failure{Exit::input, what, text_of(Text::other_parameters),
+                      text_of(Text::same_parameters_needed)};
     Bytes value;
     std::span<const uint8_t> rest(info->pubKey.value, info->pubKey.length / 8);
     if (!take_number(rest, value) || !rest.empty())
-        throw Failure{Exit::input, what, "its public value is no INTEGER",
-                      "Get the public value again."};
+        throw Failure{Exit::input, what, text_of(Text::value_is_no_integer),
+                      text_of(Text::get_public_value_again)};
     return value;
 }
 
@@ -153,10 +153,9 @@ Exit run_dh_start(const Arguments &arguments) {
     const std::string seed_path = arguments.value("seed-out");
     const std::string public_path = arguments.value("public-out", "-");
     if (seed_path == "-")
-        arguments.misuse("the seed is secret; '--seed-out' takes the name of a file");
+        arguments.misuse(text_of(Text::seed_is_secret));
     if (public_path == "-" && !arguments.json())
-        refuse_terminal(arguments.command().name,
-                        "the public value is binary; give '--public-out FILE'");
+        refuse_terminal(arguments.command().name, text_of(Text::public_value_is_binary));
     const Context context;
     Group group = read_group(arguments.value("parameters"));
     const Bytes seed = random_bytes(seed_size(group));
@@ -185,20 +184,18 @@ Exit run_dh_finish(const Arguments &arguments) {
     const std::string seed_path = arguments.value("seed"), output = arguments.value("output");
     arguments.check_stdin_once({seed_path, arguments.value("peer"), arguments.value("parameters")});
     if (output == "-" && arguments.json())
-        arguments.misuse("the secret is not printed as JSON; give '--output FILE'");
+        arguments.misuse(text_of(Text::secret_not_as_json));
     if (output == "-")
-        refuse_terminal(arguments.command().name, "secrets are not printed; give '--output FILE'");
+        refuse_terminal(arguments.command().name, text_of(Text::secrets_not_printed));
 
     const Context context;
     const Group group = read_group(arguments.value("parameters"));
     const Bytes seed = read_key_file(seed_path, false);
     if (seed.size() != seed_size(group))
-        throw Failure{Exit::input, "cannot use the seed in " + display_name(seed_path),
-                      "it has " + std::to_string(seed.size()) +
-                          " bytes; with these parameters it "
-                          "has " +
-                          std::to_string(seed_size(group)),
-                      "Give the seed and the parameters of one 'qel dh start'."};
+        throw Failure{Exit::input, text_of(Text::cannot_use_seed, {display_name(seed_path)}),
+                      text_of(Text::seed_size,
+                              {std::to_string(seed.size()), std::to_string(seed_size(group))}),
+                      text_of(Text::seed_of_one_start)};
     const Bytes peer = read_peer(context, group, arguments.value("peer"));
     start(context, group, seed);
     Bytes secret(group.prime.size());
@@ -207,8 +204,8 @@ Exit run_dh_finish(const Arguments &arguments) {
         __qel_dh_part2(context, secret.data(), &length, static_cast<uint32_t>(secret.size()),
                        peer.data(), static_cast<uint32_t>(peer.size()));
     if (status != QEL_OK)
-        throw library_failure(status, "cannot finish the key agreement with " +
-                                          display_name(arguments.value("peer")));
+        throw library_failure(status, text_of(Text::cannot_finish_agreement,
+                                              {display_name(arguments.value("peer"))}));
     write_key_file(output, std::span(secret).first(length), arguments);
     if (arguments.json()) {
         Json json = arguments.report();

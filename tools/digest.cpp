@@ -2,6 +2,7 @@
 #include "command.h"
 #include "credential.h"
 #include "text.h"
+#include "texts.h"
 
 namespace tool {
 namespace {
@@ -17,7 +18,7 @@ std::string digest_of(const std::string &path, const Algorithm &algorithm) {
             qel_digest(context, data.data(), static_cast<uint32_t>(data.size()), mode,
                        *algorithm.digest, last ? &digest : nullptr, last ? &length : nullptr);
         if (status != QEL_OK)
-            throw library_failure(status, "cannot digest " + display_name(path));
+            throw library_failure(status, text_of(Text::cannot_digest, {display_name(path)}));
     };
     each_block(path, [&](std::span<const uint8_t> block) {
         step(block, QEL_MODE_UPDATE);

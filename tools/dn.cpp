@@ -2,6 +2,7 @@
 #include "command.h"
 #include "credential.h"
 #include "text.h"
+#include "texts.h"
 
 namespace tool {
 namespace {
@@ -12,12 +13,12 @@ struct Parsed {
 };
 
 Parsed parse_name(const Context &context, const std::string &text) {
-    const std::string what = "the name " + in_quotes(text);
-    const Name name = read_name(context, text, "the name");
+    const std::string what = text_of(Text::name_called, {in_quotes(text)});
+    const Name name = read_name(context, text, text_of(Text::the_name));
     char *string = nullptr;
     const QelStatus status = qel_dn2str(context, name.get(), &string);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot read " + what);
+        throw library_failure(status, text_of(Text::cannot_read_name, {in_quotes(text)}));
     const std::unique_ptr<char, FreeBlock> owner(string);
     return {string, encode(context, name.get(), QEL_PDU_Name, what)};
 }
@@ -26,7 +27,7 @@ Parsed parse_name(const Context &context, const std::string &text) {
 
 Exit run_dn(const Arguments &arguments) {
     if (arguments.has("output") && arguments.operands().size() > 1)
-        arguments.misuse("'--output' takes one name");
+        arguments.misuse(text_of(Text::output_takes_one_name));
     Outcome outcome(arguments.command());
     Json json = arguments.report();
     json["names"] = Json::array();

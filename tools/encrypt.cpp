@@ -6,6 +6,7 @@
 #include "key_server.h"
 #include "pass_phrase.h"
 #include "text.h"
+#include "texts.h"
 #include "wrap.h"
 
 namespace tool {
@@ -15,7 +16,7 @@ constexpr std::size_t block_size = std::size_t{64} << 10;
 
 void check_data_output(const Arguments &arguments, const std::string &output) {
     if (output == "-" && arguments.json())
-        arguments.misuse("standard output takes the data or the JSON; give '--output FILE'");
+        arguments.misuse(text_of(Text::data_or_json));
 }
 
 unsigned effective_bits(const Arguments &arguments) {
@@ -27,7 +28,7 @@ Bytes iv_given(const Arguments &arguments) {
     const std::string text = arguments.value("iv");
     std::optional<Bytes> iv = from_hex(bytes_of(text));
     if (!iv || iv->size() != iv_bytes)
-        arguments.misuse("option '--iv' takes 16 hexadecimal digits, not " + in_quotes(text));
+        arguments.misuse(text_of(Text::iv_takes, {in_quotes(text)}));
     return std::move(*iv);
 }
 
@@ -37,26 +38,24 @@ void set_parameters(const Arguments &arguments, const Context &context, Cipher &
     const bool rc2 = cipher.row->kind == CipherKind::rc2;
     const bool file = arguments.has("parameters");
     if (arguments.has("effective-bits") && (!rc2 || file))
-        arguments.misuse(rc2 ? "the parameters have the effective bits; leave "
-                               "'--effective-bits' away"
-                             : "'--effective-bits' is for rc2 only");
+        arguments.misuse(rc2 ? text_of(Text::parameters_have_bits) : text_of(Text::bits_for_rc2));
     if (cipher.row->block == 1) {
         if (file || arguments.has("iv"))
-            arguments.misuse("rc4 has neither parameters nor an initialisation vector");
+            arguments.misuse(text_of(Text::rc4_has_neither));
         return;
     }
     if (file && arguments.has("iv"))
-        arguments.misuse("the parameters have the initialisation vector; leave '--iv' away");
+        arguments.misuse(text_of(Text::parameters_have_iv));
     if (file) {
         const std::string path = arguments.value("parameters");
         return take_parameters(context, cipher, read_whole(path), display_name(path));
     }
     if (!random_iv && !arguments.has("iv"))
-        arguments.misuse("bare ciphertext needs '--iv' or '--parameters'");
+        arguments.misuse(text_of(Text::bare_needs_iv));
     const Bytes iv = arguments.has("iv") ? iv_given(arguments) : random_bytes(iv_bytes);
     const unsigned bits = effective_bits(arguments);
     take_parameters(context, cipher, encode_parameters(context, *cipher.row, iv, bits),
-                    "the command line");
+                    text_of(Text::the_command_line));
 }
 
 Cipher cipher_given(const Arguments &arguments, const Context &context, bool random_iv) {
@@ -87,11 +86,10 @@ namespace {
 void check_encrypt(const Arguments &arguments) {
     const bool to = arguments.has("to");
     if (arguments.has("key") == to)
-        arguments.misuse("one of '--key' and '--to' is needed, and not both");
+        arguments.misuse(text_of(Text::key_or_to));
     for (const char *option : {"raw", "key-hex", "iv", "parameters"})
         if (to && arguments.has(option))
-            arguments.misuse(std::string("'--") + option +
-                             "' does not go with '--to', which makes a key and its parameters");
+            arguments.misuse(text_of(Text::excluded_by_to, {option}));
     std::vector<std::string> paths = arguments.values("to");
     for (const char *option : {"key", "parameters"})
         paths.push_back(arguments.value(option));
@@ -102,7 +100,7 @@ void check_encrypt(const Arguments &arguments) {
 Cipher cipher_for(const Arguments &arguments, const Context &context, Recipients &recipients) {
     const CipherRow &row = cipher_named(arguments.value("algorithm", "des"));
     if (arguments.has("effective-bits") && row.kind != CipherKind::rc2)
-        arguments.misuse("'--effective-bits' is for rc2 only");
+        arguments.misuse(text_of(Text::bits_for_rc2));
     std::vector<PublicKey> keys;
     for (const std::string &path : arguments.values("to"))
         keys.push_back(read_recipient(context, path));
@@ -120,13 +118,13 @@ Exit run_encrypt(const Arguments &arguments) {
     check_encrypt(arguments);
     check_data_output(arguments, output);
     if (output == "-")
-        refuse_terminal(arguments.command().name, "the result is binary; give '--output FILE'");
+        refuse_terminal(arguments.command().name, text_of(Text::binary));
 
     const Context context;
     Recipients recipients;
     const Cipher cipher = arguments.has("to") ? cipher_for(arguments, context, recipients)
                                               : cipher_given(arguments, context, !raw);
-    const std::string what = "cannot encrypt " + display_name(path);
+    const std::string what = text_of(Text::cannot_encrypt, {display_name(path)});
     Source source(path);
     const std::optional<uint64_t> size = source.size();
     CipherRun run(context, Direction::encrypt, cipher, what);
@@ -147,8 +145,8 @@ Exit run_encrypt(const Arguments &arguments) {
     }
     run.finish(take);
     if (container && !container->finish())
-        throw Failure{Exit::input, what, "the file changed its size while it was read",
-                      "Try again when nothing writes to it."};
+        throw Failure{Exit::input, what, text_of(Text::changed_size),
+                      text_of(Text::try_when_quiet)};
     file.finish();
     if (arguments.json()) {
         Json json = arguments.report();
@@ -173,14 +171,13 @@ void check_decrypt(const Arguments &arguments) {
     const bool raw = arguments.has("raw");
     for (const char *option : {"algorithm", "iv", "parameters", "effective-bits"})
         if (!raw && arguments.has(option))
-            arguments.misuse(std::string("'--") + option +
-                             "' goes with '--raw'; the container says it itself");
+            arguments.misuse(text_of(Text::container_says_it, {option}));
     if (raw && !arguments.has("algorithm"))
-        arguments.misuse("bare ciphertext needs '--algorithm'");
+        arguments.misuse(text_of(Text::bare_needs, {"algorithm"}));
     if (raw && !arguments.has("key"))
-        arguments.misuse("bare ciphertext needs '--key'");
+        arguments.misuse(text_of(Text::bare_needs, {"key"}));
     if (raw && arguments.has("cert"))
-        arguments.misuse("'--cert' does not go with '--raw'");
+        arguments.misuse(text_of(Text::does_not_go_with, {std::string("cert"), "raw"}));
     arguments.check_stdin_once({arguments.operand_or_stdin(), arguments.value("key"),
                                 arguments.value("parameters"), arguments.value("cert"),
                                 phrase_path(arguments, "passin")});
@@ -189,8 +186,7 @@ void check_decrypt(const Arguments &arguments) {
 // One text for all that can be wrong with a wrapped key of the right size, so that it does not tell
 // apart what RSA decryption made of it.
 Failure not_opened(const std::string &what) {
-    return library_failure(QEL_ERR_UNWRAP, what,
-                           "Check that the private key is a recipient's, and the data undamaged.");
+    return library_failure(QEL_ERR_UNWRAP, what, text_of(Text::private_key_of_recipient));
 }
 
 // The recipients whose wrapped key can be for this private key.
@@ -209,9 +205,8 @@ std::vector<const QelRcptInfo *> fitting(const Arguments &arguments, const Conte
     }
     if (found.empty())
         throw Failure{Exit::no_key, what,
-                      certificate ? "it is for others than the certificate's subject"
-                                  : "none of its recipients has a key of this private key's size",
-                      "Give the private key of a recipient."};
+                      certificate ? text_of(Text::for_others) : text_of(Text::no_key_of_this_size),
+                      text_of(Text::give_recipients_key)};
     return found;
 }
 
@@ -244,22 +239,23 @@ Cipher cipher_of(const Arguments &arguments, const Context &context,
     Cipher cipher;
     cipher.row = find_cipher(algorithm->algorithm);
     if (cipher.row == nullptr)
-        throw Failure{
-            Exit::input, what,
-            status_words(QEL_ERR_UNSUPPORTED_ALG) + " (" + algorithm_text(algorithm) + ")",
-            "Have the data encrypted with DES-CBC, RC2-CBC or RC4.", QEL_ERR_UNSUPPORTED_ALG};
+        throw Failure{Exit::input, what,
+                      status_words(QEL_ERR_UNSUPPORTED_ALG) + " (" + algorithm_text(algorithm) +
+                          ")",
+                      text_of(Text::other_cipher), QEL_ERR_UNSUPPORTED_ALG};
     if (const QelOctetString *parameters = algorithm->parameters)
-        take_parameters(context, cipher, {parameters->value, parameters->length}, "the container");
+        take_parameters(context, cipher, {parameters->value, parameters->length},
+                        text_of(Text::the_container));
     else
-        take_parameters(context, cipher, {}, "the container");
+        take_parameters(context, cipher, {}, text_of(Text::the_container));
     if (reader.enveloped() != nullptr) {
         cipher.key = session_key(arguments, context, *reader.enveloped(), *cipher.row, what);
         return cipher;
     }
     if (arguments.has("cert"))
-        warn("the data have no recipients; '--cert' does nothing");
+        warn(text_of(Text::cert_does_nothing));
     if (!arguments.has("key"))
-        arguments.misuse("the data have no recipients: '--key' must name the session key");
+        arguments.misuse(text_of(Text::key_names_session_key));
     const std::string path = arguments.value("key");
     cipher.key = read_key_file(path, arguments.has("key-hex"));
     check_key_size(*cipher.row, cipher.key.size(), display_name(path));
@@ -274,7 +270,7 @@ Exit run_decrypt(const Arguments &arguments) {
     check_data_output(arguments, output);
 
     const Context context;
-    const std::string what = "cannot decrypt " + display_name(path);
+    const std::string what = text_of(Text::cannot_decrypt, {display_name(path)});
     Source source(path);
     std::optional<EncryptedContentReader> container;
     if (!arguments.has("raw"))

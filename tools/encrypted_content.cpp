@@ -3,6 +3,7 @@
 #include "der.h"
 #include "status.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <cstring>
@@ -37,7 +38,7 @@ std::span<const uint8_t> take_whole(std::span<const uint8_t> &bytes) {
     const std::span<const uint8_t> before = bytes;
     Element element;
     if (!take_element(bytes, element))
-        throw Failure{Exit::internal, "cannot take an encoding of the library apart", "", ""};
+        throw Failure{Exit::internal, text_of(Text::cannot_take_apart), "", ""};
     return before.first(before.size() - bytes.size());
 }
 
@@ -56,7 +57,7 @@ void BerStream::take_armour_off(Source &source) {
     Bytes text(buffer_.begin(), buffer_.begin() + static_cast<long>(end_));
     while (const std::size_t count = source.read_into(buffer_)) {
         if (count > most_bytes - text.size())
-            malformed("it does not begin with a SEQUENCE");
+            malformed(text_of(Text::no_sequence));
         append(text, std::span(buffer_).first(count));
     }
     Input input = parse_input(source.path(), std::move(text));
@@ -64,7 +65,7 @@ void BerStream::take_armour_off(Source &source) {
     if (!item.problem.empty())
         malformed(item.problem);
     if (!input.armoured && !input.decoded)
-        malformed("it is neither BER nor armour");
+        malformed(text_of(Text::neither_ber_nor_armour));
     buffer_ = std::move(item.bytes);
     begin_ = 0;
     end_ = buffer_.size();
@@ -73,7 +74,7 @@ void BerStream::take_armour_off(Source &source) {
 
 void BerStream::malformed(const std::string &why) const {
     throw Failure{Exit::input, what_, status_words(QEL_ERR_ASN1_DECODE) + " (" + why + ")",
-                  "Check that it is the right file, whole.", QEL_ERR_ASN1_DECODE};
+                  text_of(Text::right_file_whole), QEL_ERR_ASN1_DECODE};
 }
 
 // Whether count bytes, a few, wait in the buffer.
@@ -102,16 +103,16 @@ uint64_t BerStream::room() const {
 
 uint8_t BerStream::byte() {
     if (room() == 0)
-        malformed("an element is longer than the one around it");
+        malformed(text_of(Text::longer_than_around));
     if (!fill(1))
-        malformed("it is cut after " + std::to_string(position_) + " bytes");
+        malformed(text_of(Text::cut_after, {std::to_string(position_)}));
     ++position_;
     return buffer_[begin_++];
 }
 
 std::size_t BerStream::read_some(std::span<uint8_t> buffer) {
     if (!fill(1))
-        malformed("it is cut after " + std::to_string(position_) + " bytes");
+        malformed(text_of(Text::cut_after, {std::to_string(position_)}));
     const std::size_t count = std::min(buffer.size(), end_ - begin_);
     std::memcpy(buffer.data(), buffer_.data() + begin_, count);
     begin_ += count;
@@ -123,11 +124,11 @@ BerStream::Element BerStream::next_header() {
     Element element;
     element.tag = byte();
     if ((element.tag & 0x1f) == 0x1f)
-        malformed("a tag has several bytes");
+        malformed(text_of(Text::long_tag));
     const uint8_t first = byte();
     if (first == 0x80) {
         if ((element.tag & tag_constructed) == 0)
-            malformed("a primitive element has no definite length");
+            malformed(text_of(Text::primitive_indefinite));
         return element;
     }
     uint64_t length = first;
@@ -135,12 +136,12 @@ BerStream::Element BerStream::next_header() {
         length = 0;
         for (unsigned count = first & 0x7f; count-- != 0;) {
             if (length >> 56 != 0)
-                malformed("a length is too large");
+                malformed(text_of(Text::length_too_large));
             length = length << 8 | byte();
         }
     }
     if (length > room())
-        malformed("an element is longer than the one around it");
+        malformed(text_of(Text::longer_than_around));
     element.length = length;
     return element;
 }
@@ -148,13 +149,13 @@ BerStream::Element BerStream::next_header() {
 void BerStream::enter(uint8_t tag) {
     const Element element = next_header();
     if (element.tag != tag)
-        malformed("an element has another tag than PKCS#7 gives it");
+        malformed(text_of(Text::another_tag));
     enter(element);
 }
 
 void BerStream::enter(const Element &element) {
     if (ends_.size() == most_depth)
-        malformed("elements lie too deep in each other");
+        malformed(text_of(Text::too_deep));
     ends_.push_back(element.length ? std::optional(position_ + *element.length) : std::nullopt);
 }
 
@@ -166,30 +167,30 @@ bool BerStream::at_end_of_element() {
 
 void BerStream::leave() {
     if (!at_end_of_element())
-        malformed(fill(1) ? "an element holds more than PKCS#7 gives it"
-                          : "it is cut after " + std::to_string(position_) + " bytes");
+        malformed(fill(1) ? text_of(Text::holds_more)
+                          : text_of(Text::cut_after, {std::to_string(position_)}));
     const bool definite = ends_.back().has_value();
     ends_.pop_back();
     if (!definite && (byte() | byte()) != 0)
-        malformed("the end of an element is missing");
+        malformed(text_of(Text::element_end_missing));
 }
 
 void BerStream::check_end() {
     if (fill(1))
-        malformed("something follows its end");
+        malformed(text_of(Text::something_follows));
 }
 
 void BerStream::copy_element(uint8_t tag, Bytes &bytes) {
     const Element element = next_header();
     if (element.tag != tag)
-        malformed("an element has another tag than PKCS#7 gives it");
+        malformed(text_of(Text::another_tag));
     copy_contents(element, bytes, 0);
 }
 
 // Copies an element with definite lengths.
 void BerStream::copy_contents(const Element &element, Bytes &bytes, unsigned depth) {
     if (depth == most_depth)
-        malformed("elements lie too deep in each other");
+        malformed(text_of(Text::too_deep));
     Bytes contents;
     if (element.length) {
         copy_bytes(*element.length, contents);
@@ -200,13 +201,13 @@ void BerStream::copy_contents(const Element &element, Bytes &bytes, unsigned dep
         leave();
     }
     if (bytes.size() + contents.size() > most_header)
-        malformed("what stands before its content is larger than 1 MiB");
+        malformed(text_of(Text::head_too_large));
     append(bytes, element_of(element.tag, contents));
 }
 
 void BerStream::copy_bytes(uint64_t count, Bytes &bytes) {
     if (count > most_header)
-        malformed("what stands before its content is larger than 1 MiB");
+        malformed(text_of(Text::head_too_large));
     bytes.resize(static_cast<std::size_t>(count));
     for (std::size_t at = 0; at < bytes.size();)
         at += read_some(std::span(bytes).subspan(at));
@@ -228,11 +229,11 @@ EncryptedContentReader::EncryptedContentReader(const Context &context, Source &s
         __qel_cmp_oid(content_info->contentType, encryptedData_OID, &not_encrypted);
     }
     if (not_enveloped != 0 && not_encrypted != 0)
-        throw Failure{
-            Exit::input, what,
-            "it holds neither EncryptedData nor EnvelopedData" +
-                (content_info ? ", but " + oid_text(content_info->contentType) : std::string()),
-            "Give what 'qel encrypt' made, or --raw for bare ciphertext."};
+        throw Failure{Exit::input, what,
+                      content_info
+                          ? text_of(Text::neither_but, {oid_text(content_info->contentType)})
+                          : text_of(Text::neither_kind),
+                      text_of(Text::give_encrypted)};
 
     stream_.enter(tag_context | tag_constructed);
     stream_.enter(tag_sequence);
@@ -250,12 +251,12 @@ EncryptedContentReader::EncryptedContentReader(const Context &context, Source &s
     else
         encrypted_ = decode<QelEncryptedData>(context, whole, QEL_PDU_EncryptedData, &status);
     if (status != QEL_OK)
-        stream_.malformed("its recipients or its algorithm are not those of PKCS#7");
+        stream_.malformed(text_of(Text::other_recipients));
     if ((enveloped_ ? enveloped_->version : encrypted_->version) != 0)
-        stream_.malformed("it has another version than 0");
+        stream_.malformed(text_of(Text::other_version));
 
     if (stream_.at_end_of_element())
-        stream_.malformed("it holds no content");
+        stream_.malformed(text_of(Text::no_content));
     const BerStream::Element content = stream_.next_header();
     if (content.tag == tag_context) {
         left_ = *content.length;
@@ -263,7 +264,7 @@ EncryptedContentReader::EncryptedContentReader(const Context &context, Source &s
         stream_.enter(content);
         ++depth_;
     } else {
-        stream_.malformed("an element has another tag than PKCS#7 gives it");
+        stream_.malformed(text_of(Text::another_tag));
     }
 }
 
@@ -296,7 +297,7 @@ bool EncryptedContentReader::next_piece() {
             return true;
         }
         if (piece.tag != (tag_octets | tag_constructed))
-            stream_.malformed("a piece of its content is no octet string");
+            stream_.malformed(text_of(Text::piece_no_octets));
         stream_.enter(piece);
         ++depth_;
     }
@@ -343,10 +344,10 @@ Heading heading_of(const Context &context, const QelAlgId &algorithm, QelRcptInf
                                        const_cast<QelAlgId *>(&algorithm), nullptr};
     const QelEncryptedData encrypted = {0, &content};
     const QelEnvelopedData enveloped = {0, recipients, &content};
-    const Bytes whole =
-        recipients != nullptr
-            ? encode(context, &enveloped, QEL_PDU_EnvelopedData, "the recipients")
-            : encode(context, &encrypted, QEL_PDU_EncryptedData, "the encryption's algorithm");
+    const Bytes whole = recipients != nullptr ? encode(context, &enveloped, QEL_PDU_EnvelopedData,
+                                                       text_of(Text::the_recipients))
+                                              : encode(context, &encrypted, QEL_PDU_EncryptedData,
+                                                       text_of(Text::the_encryptions_algorithm));
     std::span<const uint8_t> rest = whole;
     Element element;
     take_element(rest, element);
@@ -370,7 +371,8 @@ EncryptedContentWriter::EncryptedContentWriter(const Context &context, Output &o
     const QelContentInfo type = {
         const_cast<QelOid *>(recipients != nullptr ? envelopedData_OID : encryptedData_OID),
         nullptr};
-    const Bytes content_info = encode(context, &type, QEL_PDU_ContentInfo, "a content type");
+    const Bytes content_info =
+        encode(context, &type, QEL_PDU_ContentInfo, text_of(Text::content_type));
     std::span<const uint8_t> rest = content_info;
     Element oid;
     take_element(rest, oid);

@@ -3,6 +3,7 @@
 #include "command.h"
 #include "export_policy.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <charconv>
@@ -31,7 +32,7 @@ Cipher generate_key(const Context &context, const CipherRow &row, std::size_t si
                                        : qel_gen_des_key(context, &key, &parameters);
     const std::unique_ptr<QelOctetString, ReleaseOctets> owner(parameters);
     if (status != QEL_OK)
-        throw policy_failure(status, std::string("cannot make a key for ") + row.text,
+        throw policy_failure(status, text_of(Text::cannot_make_key, {row.text}),
                              cipher_rule(row, {}, effective_bits));
     Cipher cipher;
     cipher.row = &row;
@@ -40,24 +41,24 @@ Cipher generate_key(const Context &context, const CipherRow &row, std::size_t si
     std::free(key);
     if (parameters != nullptr)
         take_parameters(context, cipher, {parameters->value, parameters->length},
-                        "the parameters just made");
+                        text_of(Text::parameters_just_made));
     return cipher;
 }
 
 Exit run_genkey(const Arguments &arguments) {
     const std::string &name = arguments.operands()[0];
     if (name != "des" && name != "rc2" && name != "rc4" && name != "des3")
-        arguments.misuse("keys are made for des, rc2 and rc4, not for " + in_quotes(name));
+        arguments.misuse(text_of(Text::keys_are_made_for, {in_quotes(name)}));
     const CipherRow &row = cipher_named(name);
     const std::string output = arguments.value("output"), side = arguments.value("parameters-out");
     if (arguments.has("effective-bits") && row.kind != CipherKind::rc2)
-        arguments.misuse("'--effective-bits' is for rc2 only");
+        arguments.misuse(text_of(Text::bits_for_rc2));
     if (!side.empty() && row.block == 1)
-        arguments.misuse("rc4 has no parameters");
+        arguments.misuse(text_of(Text::rc4_no_parameters));
     if (output == "-" && (side == "-" || arguments.json()))
-        arguments.misuse("standard output takes one thing; give '--output FILE'");
+        arguments.misuse(text_of(Text::output_takes_one));
     if (output == "-")
-        refuse_terminal(arguments.command().name, "keys are not printed; give '--output FILE'");
+        refuse_terminal(arguments.command().name, text_of(Text::keys_not_printed));
     const auto size =
         static_cast<std::size_t>(arguments.number("bytes", row.usual, row.least, row.most));
     const auto bits = static_cast<unsigned>(
@@ -67,7 +68,7 @@ Exit run_genkey(const Arguments &arguments) {
     const Cipher cipher = generate_key(context, row, size, bits);
     const PolicyRule rule = cipher_rule(row, cipher.key, cipher.effective_bits);
     if (!rule.broken.empty())
-        warn("'qel encrypt' and 'qel decrypt' will refuse this key: " + rule.broken);
+        warn(text_of(Text::will_refuse_key, {rule.broken}));
     write_key_file(output, cipher.key, arguments);
     if (!side.empty())
         write_file(side, cipher.parameters, {.force = arguments.has("force")});
@@ -89,14 +90,13 @@ Exit run_random(const Arguments &arguments) {
     uint64_t count = 0;
     const auto read = std::from_chars(text.data(), text.data() + text.size(), count);
     if (read.ec != std::errc() || read.ptr != text.data() + text.size() || count == 0)
-        arguments.misuse("a number of bytes from 1 on is needed, not " + in_quotes(text));
+        arguments.misuse(text_of(Text::number_of_bytes_needed, {in_quotes(text)}));
     const std::string output = arguments.value("output", "-");
     const bool digits = arguments.has("hex");
     if (arguments.json() && output == "-" && count > random_piece)
-        arguments.misuse("so many bytes are not printed as JSON; give '--output FILE'");
+        arguments.misuse(text_of(Text::too_many_for_json));
     if (output == "-" && !digits && !arguments.json())
-        refuse_terminal(arguments.command().name,
-                        "the result is binary; give '--output FILE' or '--hex'");
+        refuse_terminal(arguments.command().name, text_of(Text::binary_or_hex));
 
     Json json = arguments.report();
     json["bytes"] = count;

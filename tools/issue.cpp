@@ -7,6 +7,7 @@
 #include "key_package.h"
 #include "request.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -42,12 +43,12 @@ void check_request(QelContext *context, const Request &request) {
     const QelStatus status = signature_status(context, request);
     if (status == QEL_OK)
         return;
-    Failure failure = library_failure(status, "cannot issue a certificate for " + request.where,
-                                      "Have the request made again by whoever has the key.");
+    Failure failure = library_failure(status, text_of(Text::cannot_issue_for, {request.where}),
+                                      text_of(Text::request_made_by_key_holder));
     const std::string unsupported = unsupported_signature(request.algorithm());
     failure.exit = verdict_exit(status);
     failure.why =
-        unsupported.empty() ? "its signature is not good (" + failure.why + ")" : unsupported;
+        unsupported.empty() ? text_of(Text::signature_not_good, {failure.why}) : unsupported;
     throw failure;
 }
 
@@ -56,8 +57,8 @@ Applicant read_applicant(QelContext *context, const Arguments &arguments, const 
     Applicant applicant;
     applicant.requests = requests_of(context, input);
     if (applicant.requests.size() > 1)
-        throw Failure{Exit::input, "cannot issue a certificate for " + display_name(path),
-                      "it holds several requests", "Give them one by one."};
+        throw Failure{Exit::input, text_of(Text::cannot_issue_for, {display_name(path)}),
+                      text_of(Text::several_requests), text_of(Text::one_by_one)};
     if (!applicant.requests.empty()) {
         const Request &request = applicant.requests.front();
         check_request(context, request);
@@ -70,14 +71,14 @@ Applicant read_applicant(QelContext *context, const Arguments &arguments, const 
         applicant.key = applicant.bare.key();
     }
     if (arguments.has("subject"))
-        applicant.subject = read_name(context, arguments.value("subject"), "the subject's name");
+        applicant.subject =
+            read_name(context, arguments.value("subject"), text_of(Text::subjects_name));
     if (applicant.subject)
         applicant.name = applicant.subject.get();
     if (applicant.name == nullptr)
-        arguments.misuse("'--subject' is needed: " + applicant.where + " names nobody");
+        arguments.misuse(text_of(Text::subject_needed_names_nobody, {applicant.where}));
     if (applicant.requests.empty())
-        warn(applicant.where + ": a bare public key does not show that the subject has the private "
-                               "key");
+        warn(text_of(Text::bare_key_shows_nothing, {applicant.where}));
     return applicant;
 }
 
@@ -114,8 +115,8 @@ bool is_unmistakable(QelContext *context, const QelName *name, const char *text)
 
 // Names are compared by their printable form everywhere, and stand in the log in that form.
 void check_name(QelContext *context, const QelName *name, const std::string &whose) {
-    const std::string what = "cannot issue a certificate: " + whose + " " + name_text(name);
-    const char *next = "Give the name that the certificate is to have with '--subject'.";
+    const std::string what = text_of(Text::cannot_issue_name, {whose, name_text(name)});
+    const std::string next = text_of(Text::give_subject);
     QelStatus status = QEL_OK;
     const auto text = printable_form(context, name, status);
     if (status != QEL_OK)
@@ -123,7 +124,8 @@ void check_name(QelContext *context, const QelName *name, const std::string &who
     const bool empty = *text == 0;
     if (empty || !is_unmistakable(context, name, text.get()))
         throw Failure{Exit::input, what,
-                      empty ? "it is empty" : "it could be taken for another name", next};
+                      empty ? text_of(Text::name_is_empty) : text_of(Text::name_is_ambiguous),
+                      next};
 }
 
 // ---- What it says ------------------------------------------------------------------------------
@@ -140,9 +142,7 @@ int64_t moment_named(const Arguments &arguments, const std::string &text) {
         if (fields.tm_mday == month_day && moment >= first_moment && moment <= last_moment)
             return moment;
     }
-    arguments.misuse("option '--not-before' takes a day as 2026-01-31, or a time in UTC as "
-                     "2026-01-31T12:00:00Z, from 1970 to 2049, not " +
-                     in_quotes(text));
+    arguments.misuse(text_of(Text::not_before_takes, {in_quotes(text)}));
 }
 
 QelUTCTime utc_time(int64_t moment) {
@@ -176,7 +176,7 @@ Period period_of(const Arguments &arguments) {
                               : int64_t{time(nullptr)} - lead;
     const auto days = static_cast<int64_t>(arguments.number("days", usual_days, 1, most_days));
     if (begin + days * day > last_moment)
-        arguments.misuse("the validity would end after 2049: give fewer '--days'");
+        arguments.misuse(text_of(Text::would_end_after_2049));
     return {utc_time(begin), utc_time(begin + days * day)};
 }
 
@@ -210,7 +210,7 @@ public:
         if (usage != 0)
             add(key_usage_, critical, usage_);
         if (critical != 0 && count_ == 0)
-            arguments.misuse("'--critical' goes with '--ca' or '--key-usage'");
+            arguments.misuse(text_of(Text::critical_goes_with));
     }
     Extensions(const Extensions &) = delete;
     Extensions &operator=(const Extensions &) = delete;
@@ -263,10 +263,11 @@ public:
     explicit Log(const std::string &path) : path_(path), lock_(path, O_RDWR | O_APPEND | O_CREAT) {
         struct stat about;
         if (!lock_.locked() || fstat(lock_.descriptor(), &about) != 0)
-            throw system_failure(Exit::output, "cannot lock the log " + display_name(path), errno);
+            throw system_failure(Exit::output, text_of(Text::cannot_lock_log, {display_name(path)}),
+                                 errno);
         if (!S_ISREG(about.st_mode))
-            throw Failure{Exit::output, "cannot use the log " + display_name(path), "it is no file",
-                          "Give the name of a file with '--log'."};
+            throw Failure{Exit::output, text_of(Text::cannot_use_log, {display_name(path)}),
+                          text_of(Text::is_no_file), text_of(Text::name_log_file)};
         size_ = about.st_size;
         read();
     }
@@ -313,8 +314,9 @@ private:
         const int error = errno;
         // What was written is no entry.
         if (ftruncate(lock_.descriptor(), size_) != 0)
-            warn("the log " + display_name(path_) + " ends in part of an entry");
-        throw system_failure(Exit::output, "cannot write to the log " + display_name(path_), error);
+            warn(text_of(Text::log_ends_in_part, {display_name(path_)}));
+        throw system_failure(Exit::output, text_of(Text::cannot_write_log, {display_name(path_)}),
+                             error);
     }
 
     std::string path_;
@@ -335,10 +337,10 @@ Bytes serial_for(const Arguments &arguments, const Log &log) {
     if (arguments.has("serial")) {
         Bytes serial = number_of_hex(arguments.value("serial"));
         if (serial.empty() || serial.size() > longest_serial)
-            arguments.misuse("option '--serial' takes hexadecimal digits of at most 20 bytes");
+            arguments.misuse(text_of(Text::serial_takes_20));
         if (log.has(serial))
-            throw Failure{Exit::no, "cannot issue a certificate with serial number " + hex(serial),
-                          "the log has one already", "Give another '--serial', or leave it out.",
+            throw Failure{Exit::no, text_of(Text::cannot_issue_serial, {hex(serial)}),
+                          text_of(Text::log_has_one), text_of(Text::another_serial),
                           QEL_ERR_ENTRY_EXISTS};
         return serial;
     }
@@ -369,16 +371,16 @@ Bytes sign_and_log(const Issuer &issuer, QelCert &cert, Log &log) {
         __qel_sign_cert(context, &cert, key.algorithm, key.data(), key.size(), cert.algorithm);
     const LibraryBytes signature(cert.sigBits.value);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot sign the certificate with " + issuer.key.where);
+        throw library_failure(status, text_of(Text::cannot_sign_certificate, {issuer.key.where}));
     status = signature_status(context, cert, as_rsa_key(issuer.public_key));
     if (status != QEL_OK)
-        throw Failure{Exit::input, "cannot issue a certificate with " + issuer.key.where,
-                      issuer.self ? "the certificate would be for another key, and not self-signed"
-                                  : "it is not the key of the authority's certificate",
-                      issuer.self ? "Give the authority's certificate with '--cert'."
-                                  : "Check that '--key' and '--cert' belong together.",
+        throw Failure{Exit::input, text_of(Text::cannot_issue_with, {issuer.key.where}),
+                      issuer.self ? text_of(Text::would_not_be_self_signed)
+                                  : text_of(Text::not_authoritys_key),
+                      issuer.self ? text_of(Text::give_authoritys_certificate)
+                                  : text_of(Text::key_and_cert_together),
                       status};
-    Bytes encoded = encode(context, &cert, QEL_PDU_Certificate, "the certificate");
+    Bytes encoded = encode(context, &cert, QEL_PDU_Certificate, text_of(Text::the_certificate));
     log.append(cert_log_entry(context, cert));
     return encoded;
 }
@@ -386,7 +388,8 @@ Bytes sign_and_log(const Issuer &issuer, QelCert &cert, Log &log) {
 Certificate read_authority(QelContext *context, const std::string &path) {
     Certificate authority = std::move(read_certificates(context, path).front());
     if (const std::string state = validity_state(authority.record->validity); state != "valid")
-        warn(authority.where + ": the authority's certificate is " + state);
+        warn(text_of(Text::authoritys_certificate_is,
+                     {authority.where, validity_words(authority.record->validity)}));
     return authority;
 }
 
@@ -421,8 +424,8 @@ std::string issue_text(const std::string &output, const QelCert &cert, const std
 Exit issue(const Arguments &arguments, const Applicant &applicant, const Issuer &issuer,
            Period &period, Extensions &extensions) {
     QelContext *context = *issuer.key.context;
-    check_name(context, applicant.name, "the subject's name");
-    check_name(context, issuer.name, "the issuer's name");
+    check_name(context, applicant.name, text_of(Text::subjects_name));
+    check_name(context, issuer.name, text_of(Text::issuers_name));
     if (const std::string weakness = small_exponent_note(applicant.key); !weakness.empty())
         warn(applicant.where + ": " + weakness);
 
@@ -466,7 +469,7 @@ Exit issue(const Arguments &arguments, const Applicant &applicant, const Issuer 
 Exit run_issue(const Arguments &arguments) {
     const bool self = arguments.has("self"), own_key = self && arguments.operands().empty();
     if (self == arguments.has("cert"))
-        arguments.misuse("one of '--cert', the authority's certificate, and '--self' is needed");
+        arguments.misuse(text_of(Text::cert_or_self));
     const std::string output = arguments.value("output", "-");
     arguments.check_output(output, arguments.value("form", "pem") == "der", false);
     refuse_existing(output, arguments.has("force"));

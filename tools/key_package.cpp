@@ -25,9 +25,9 @@ constexpr uint32_t least_made = 100'000;
 constexpr uint32_t most_made = 10'000'000;
 constexpr double usual_seconds = 0.25; // what unlocking a new package takes its owner
 
-void check(QelStatus status, const char *what) {
+void check(QelStatus status, Text what) {
     if (status != QEL_OK)
-        throw library_failure(status, what);
+        throw library_failure(status, text_of(what));
 }
 
 std::string in_words(const StoredPackage &package) {
@@ -49,7 +49,7 @@ DerivedKey derive(QelContext *context, Salt salt, uint32_t iterations, const cha
     const QelStatus status =
         __qel_gen_des3_key_from_pwd(context, &input, &key, &key_length, &iv, &iv_length);
     DerivedKey derived = {taken(key, key_length), taken(iv, iv_length)};
-    check(status, "cannot derive a key from the pass phrase");
+    check(status, Text::cannot_derive);
     return derived;
 }
 
@@ -59,7 +59,7 @@ Salt fresh_salt() {
     const auto middle = salt.begin() + salt.size() / 2;
     do {
         uint8_t *bytes = salt.data();
-        check(qel_random(static_cast<uint16_t>(salt.size()), &bytes), "cannot make a salt");
+        check(qel_random(static_cast<uint16_t>(salt.size()), &bytes), Text::cannot_make_salt);
     } while (std::equal(salt.begin(), middle, middle));
     return salt;
 }
@@ -85,7 +85,7 @@ QelOctetString octets(Bytes &bytes) {
 Bytes private_key_info(QelContext *context, const KeyPair &key) {
     Bytes numbers = key.private_key;
     const QelPrivateKeyInfo info = {0, 0, borrowed(QEL_RSA_ENCR_AID), octets(numbers), nullptr};
-    return encode(context, &info, QEL_PDU_PrivateKeyInfo, "the private key");
+    return encode(context, &info, QEL_PDU_PrivateKeyInfo, text_of(Text::the_private_key));
 }
 
 struct EncryptedKey {
@@ -101,10 +101,11 @@ EncryptedKey encrypt_key(QelContext *context, const Bytes &plain, uint32_t itera
     check(aksksfdq(context, plain.data(), static_cast<uint32_t>(plain.size()), derived.key.data(),
                    static_cast<uint32_t>(derived.key.size()), derived.iv.data(),
                    static_cast<uint32_t>(derived.iv.size()), &data, &length),
-          "cannot encrypt the private key");
+          Text::cannot_encrypt_key);
     const QelPBEParameter parameters = {{static_cast<uint32_t>(salt.size()), salt.data()},
                                         iterations};
-    return {encode(context, &parameters, QEL_PDU_PBEParameter, "the salt"), taken(data, length)};
+    return {encode(context, &parameters, QEL_PDU_PBEParameter, text_of(Text::the_salt)),
+            taken(data, length)};
 }
 
 // The keys of certificates as a list of trusted keys; names, keys and times stay theirs.
@@ -135,8 +136,8 @@ Bytes signed_package(QelContext *context, QelKeyPkg &package, const KeyPair &key
         __qel_sign_keypkg(context, &package, QEL_RSA_ENCR_AID, key.private_key.data(),
                           static_cast<uint32_t>(key.private_key.size()), package.algorithm);
     const LibraryBytes signature(package.signature.value);
-    check(status, "cannot sign the key package");
-    return encode(context, &package, QEL_PDU_KeyPkg, "the key package");
+    check(status, Text::cannot_sign_package);
+    return encode(context, &package, QEL_PDU_KeyPkg, text_of(Text::the_key_package));
 }
 
 UnlockedPackage validate(QelContext *context, const Bytes &package, const PassPhrase &phrase,
@@ -152,15 +153,16 @@ UnlockedPackage validate(QelContext *context, const Bytes &package, const PassPh
 
 void prove(QelContext *context, const Bytes &package, const PassPhrase &phrase,
            const Bytes &private_key) {
-    const std::string what = "cannot make a key package that opens";
+    const std::string what = text_of(Text::cannot_make_package);
     QelStatus status = QEL_OK;
     const UnlockedPackage unlocked = validate(context, package, phrase, status);
     if (status == QEL_ERR_VERIFY)
         throw Failure{Exit::input, what, text_of(Text::numbers_do_not_belong),
                       text_of(Text::get_key_from_source), status};
-    check(status, what.c_str());
+    check(status, Text::cannot_make_package);
     if (unlocked.private_key != private_key)
-        throw Failure{Exit::internal, what, "it holds another key", "Nothing was written."};
+        throw Failure{Exit::internal, what, text_of(Text::holds_another_key),
+                      text_of(Text::nothing_written)};
 }
 
 } // namespace
@@ -314,8 +316,9 @@ Bytes with_new_phrase(QelContext *context, UnlockedPackage &unlocked, const Pass
     check(__qel_change_pass_phrase(context, phrase.text(), unlocked.private_key.data(),
                                    static_cast<uint32_t>(unlocked.private_key.size()),
                                    unlocked.record.get()),
-          "cannot change the pass phrase");
-    const Bytes package = encode(context, unlocked.record.get(), QEL_PDU_KeyPkg, "the key package");
+          Text::cannot_change_phrase);
+    const Bytes package =
+        encode(context, unlocked.record.get(), QEL_PDU_KeyPkg, text_of(Text::the_key_package));
     prove(context, package, phrase, unlocked.private_key);
     return package;
 }
@@ -323,10 +326,10 @@ Bytes with_new_phrase(QelContext *context, UnlockedPackage &unlocked, const Pass
 Bytes signed_again(QelContext *context, QelKeyPkg &package, const PrivateKey &key) {
     check(__qel_sign_keypkg(context, &package, key.algorithm, key.data(), key.size(),
                             package.algorithm),
-          "cannot sign the key package");
+          Text::cannot_sign_package);
     check(__qel_verify_keypkg(context, &package, package.pubKeyInfo),
-          "cannot sign the key package with its own key");
-    return encode(context, &package, QEL_PDU_KeyPkg, "the key package");
+          Text::cannot_sign_package_itself);
+    return encode(context, &package, QEL_PDU_KeyPkg, text_of(Text::the_key_package));
 }
 
 PrivateKey private_key_of(QelContext *context, UnlockedPackage unlocked) {
@@ -334,7 +337,7 @@ PrivateKey private_key_of(QelContext *context, UnlockedPackage unlocked) {
     QelStatus status = QEL_OK;
     key.record =
         decode<QelPrivateKeyInfo>(context, unlocked.private_key, QEL_PDU_PrivateKeyInfo, &status);
-    check(status, "cannot read the private key of the key package");
+    check(status, Text::cannot_read_packages_key);
     QelOctetString &octets = key.record->privateKey;
     key.octets.assign(octets.value, octets.value + octets.length);
     explicit_bzero(octets.value, octets.length);

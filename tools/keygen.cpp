@@ -3,6 +3,7 @@
 #include "export_policy.h"
 #include "key_package.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -34,7 +35,7 @@ public:
         package_.id = arguments.value("id", default_package_id);
         if (!std::all_of(package_.id.begin(), package_.id.end(),
                          [](char c) { return c >= ' ' && c <= '~'; }))
-            arguments.misuse("option '--id' takes printable ASCII characters");
+            arguments.misuse(text_of(Text::id_takes_ascii));
         package_.usage = usage_named(arguments.value("usage", "both"));
         package_.iterations = static_cast<uint32_t>(
             arguments.number("iterations", 0, least_iterations, most_iterations));
@@ -63,7 +64,7 @@ public:
 
 private:
     void take_owner() {
-        owner_ = read_name(context_, arguments_.value("owner"), "the owner's name");
+        owner_ = read_name(context_, arguments_.value("owner"), text_of(Text::owners_name));
         package_.owner = owner_.get();
     }
 
@@ -72,7 +73,9 @@ private:
             for (Certificate &certificate : read_certificates(context_, path)) {
                 if (const std::string state = validity_state(certificate.record->validity);
                     state != "valid")
-                    warn(certificate.where + ": the certificate is " + state);
+                    warn(
+                        text_of(Text::certificate_is,
+                                {certificate.where, validity_words(certificate.record->validity)}));
                 package_.trusted.push_back(certificate.record.get());
                 trusted_.push_back(std::move(certificate));
             }
@@ -135,7 +138,7 @@ KeyPair generate(QelContext *context, uint32_t bits, uint32_t exponent) {
         status = qel_gen_rsa_keypair(context, &parameters, &public_key, &public_bits, &private_key,
                                      &private_length);
     }
-    const std::string what = "cannot generate an RSA key pair of " + std::to_string(bits) + " bits";
+    const std::string what = text_of(Text::cannot_generate, {std::to_string(bits)});
     if (status != QEL_OK)
         throw policy_failure(status, what, generated_modulus_rule(bits));
     return {taken(private_key, private_length), taken(public_key, public_bits / 8)};
@@ -149,7 +152,7 @@ Exit run_keygen(const Arguments &arguments) {
     const auto exponent =
         static_cast<uint32_t>(arguments.number("exponent", usual_exponent, 3, UINT32_MAX));
     if (exponent % 2 == 0)
-        arguments.misuse("option '--exponent' takes an odd number");
+        arguments.misuse(text_of(Text::exponent_takes_odd));
     const Context context;
     Plan plan(context, arguments);
     return plan.finish(generate(context, bits, exponent));
@@ -161,17 +164,16 @@ Exit run_keypkg_import(const Arguments &arguments) {
     const std::string &path = arguments.operands()[0];
     const Input input = read_input(path);
     if (!packages_of(context, input).empty())
-        throw Failure{Exit::input, "cannot import the private key in " + display_name(path),
-                      "it is in a key package already",
-                      "Use that, or take the key out with 'qel keypkg export --unencrypted'."};
+        throw Failure{Exit::input, text_of(Text::cannot_import, {display_name(path)}),
+                      text_of(Text::in_package_already), text_of(Text::use_or_export)};
     const PrivateKey key = read_private_key(context, input);
     int difference = 1;
     __qel_cmp_oid(key.algorithm->algorithm, QEL_RSA_ENCR_OID, &difference);
     const KeyPair pair = {key.octets, public_part(key.octets)};
     if (difference != 0 || pair.public_key.empty())
-        throw Failure{Exit::input, "cannot import the private key in " + display_name(path),
-                      "it is no RSA key (" + algorithm_text(key.algorithm) + ")",
-                      "Key packages hold RSA keys."};
+        throw Failure{Exit::input, text_of(Text::cannot_import, {display_name(path)}),
+                      text_of(Text::no_rsa_key, {algorithm_text(key.algorithm)}),
+                      text_of(Text::packages_hold_rsa)};
     return plan.finish(pair);
 }
 

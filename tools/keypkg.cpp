@@ -203,8 +203,10 @@ Exit run_keypkg_passwd(const Arguments &arguments) {
         json["id"] = utf8_or_latin1(package.record->keypkgId);
         put_json(json);
     } else if (output != "-") {
-        put(named(package) + ": pass phrase changed" +
-            (output == path ? "" : " in " + display_name(output) + ", not in this file") + "\n");
+        put((output == path
+                 ? text_of(Text::phrase_changed, {named(package)})
+                 : text_of(Text::phrase_changed_in, {named(package), display_name(output)})) +
+            "\n");
     }
     return Exit::yes;
 }
@@ -223,8 +225,7 @@ void export_private(const Arguments &arguments, const Context &context,
     const UnlockedPackage unlocked = unlock(context, arguments, package, source);
     write_key(arguments, output, unlocked.private_key, "PRIVATE KEY",
               {.secret = true, .force = arguments.has("force")});
-    warn(display_name(output) + " holds the private key, and no pass phrase protects it: whoever "
-                                "reads the file has the key");
+    warn(text_of(Text::key_unprotected, {display_name(output)}));
 }
 
 } // namespace
@@ -232,8 +233,7 @@ void export_private(const Arguments &arguments, const Context &context,
 Exit run_keypkg_export(const Arguments &arguments) {
     const bool secret = !arguments.has("public");
     if (secret != arguments.has("unencrypted"))
-        arguments.misuse("give '--public' for the public key, or '--unencrypted' to confirm that "
-                         "the private key leaves without a pass phrase");
+        arguments.misuse(text_of(Text::public_or_unencrypted));
     const std::string path = package_path(arguments);
     const std::string output = arguments.value("output");
     std::optional<PassPhraseSource> source;
@@ -242,14 +242,14 @@ Exit run_keypkg_export(const Arguments &arguments) {
         source.emplace(arguments, "passin", QEL_PHRASE_OWN);
         arguments.check_stdin_once({path, phrase_path(arguments, "passin")});
         if (output == "-" || (stat(output.c_str(), &about) == 0 && !S_ISREG(about.st_mode)))
-            arguments.misuse("a private key goes to a file of its own only: give '--output FILE'");
+            arguments.misuse(text_of(Text::key_to_own_file));
     } else {
         arguments.check_output(output, arguments.value("form", "der") == "der", false);
     }
     const Context context;
     const StoredPackage package = read_package(context, arguments, path);
-    const Bytes public_key =
-        encode(context, package.record->pubKeyInfo, QEL_PDU_SubjectPublicKeyInfo, "the public key");
+    const Bytes public_key = encode(context, package.record->pubKeyInfo,
+                                    QEL_PDU_SubjectPublicKeyInfo, text_of(Text::the_public_key));
     const bool to_json = arguments.json() && output == "-";
     if (secret)
         export_private(arguments, context, package, *source, output);

@@ -49,7 +49,8 @@ Exit run_keypkg_get(const Arguments &arguments) {
         throw store_failure(status, repository, text_of(Text::cannot_get_package, {in_quotes(id)}));
     const Decoded<QelKeyPkg> package(record, ReleasePdu{*context, QEL_PDU_KeyPkg});
     store_package(arguments, output,
-                  encode(*context, package.get(), QEL_PDU_KeyPkg, "the key package"), id);
+                  encode(*context, package.get(), QEL_PDU_KeyPkg, text_of(Text::the_key_package)),
+                  id);
     tell(arguments, repository, id,
          text_of(Text::package_is_in, {in_quotes(id), display_name(output), repository.where}));
     return Exit::yes;

@@ -407,7 +407,8 @@ Exit run_message_show(const Arguments &arguments) {
     }
     for (const QelCert *record : message.certificates) {
         Certificate certificate;
-        certificate.bytes = encode(context, record, QEL_PDU_Certificate, "a certificate");
+        certificate.bytes =
+            encode(context, record, QEL_PDU_Certificate, text_of(Text::a_certificate));
         certificate.record = decode<QelCert>(context, certificate.bytes, QEL_PDU_Certificate);
         json["certificates"].push_back(
             certificate_json(context, certificate, arguments.has("full")));

@@ -343,9 +343,9 @@ std::string key_text(const QelKeyInfo *key) {
 }
 
 std::string key_fingerprint(QelContext *context, const QelKeyInfo *key) {
-    return fingerprint(context,
-                       encode(context, key, QEL_PDU_SubjectPublicKeyInfo, "the public key"),
-                       algorithm_named("md5"));
+    return fingerprint(
+        context, encode(context, key, QEL_PDU_SubjectPublicKeyInfo, text_of(Text::the_public_key)),
+        algorithm_named("md5"));
 }
 
 Json key_json(QelContext *context, const QelKeyInfo *key) {
@@ -369,8 +369,7 @@ std::string small_exponent_note(const QelKeyInfo *key) {
     if (rsa.bits == 0 || rsa.exponent.size() > 8 ||
         std::strtoul(rsa.exponent.c_str(), nullptr, 16) >= usual)
         return "";
-    return "the key has the public exponent " + exponent_text(rsa) +
-           ": signatures under keys with small exponents can be forged, see SECURITY.md";
+    return text_of(Text::small_exponent, {exponent_text(rsa)});
 }
 
 } // namespace tool

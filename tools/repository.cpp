@@ -192,7 +192,8 @@ std::vector<Certificate> certificates_from(QelContext *context, QelCert *array, 
         Certificate certificate;
         certificate.where =
             count > 1 ? text_of(Text::certificate_number, {where, std::to_string(i + 1)}) : where;
-        certificate.bytes = encode(context, &array[i], QEL_PDU_Certificate, "a certificate");
+        certificate.bytes =
+            encode(context, &array[i], QEL_PDU_Certificate, text_of(Text::a_certificate));
         certificate.record = decode<QelCert>(context, certificate.bytes, QEL_PDU_Certificate);
         certificates.push_back(std::move(certificate));
     }

@@ -107,7 +107,7 @@ std::vector<std::string> request_notes(QelContext *context, const Request &reque
         request.pkcs10 ? QEL_PDU_CertificationRequest : QEL_PDU_SignedPublicKeyAndChallenge;
     for (const std::string &note :
          {small_exponent_note(request.key()), unsupported_signature(request.algorithm()),
-          encoding_note(context, record, pdu, request.bytes, "the request")})
+          encoding_note(context, record, pdu, request.bytes, text_of(Text::the_request))})
         if (!note.empty())
             notes.push_back(note);
     return notes;
@@ -126,7 +126,7 @@ KeyOwner key_owner(const Arguments &arguments, UsableKey key) {
                       text_of(Text::holds_no_rsa_key), text_of(Text::give_rsa_key)};
     if (arguments.has("subject"))
         owner.subject =
-            read_name(*owner.key.context, arguments.value("subject"), "the subject's name");
+            read_name(*owner.key.context, arguments.value("subject"), text_of(Text::subjects_name));
     else if (owner.package() == nullptr)
         arguments.misuse(text_of(Text::subject_is_needed, {owner.key.where}));
     return owner;
@@ -145,7 +145,8 @@ Bytes encoded_challenge(QelContext *context, const PassPhrase &phrase) {
                    std::strchr(" '()+,-./:=?", c) != nullptr;
         }))
         challenge.choice = QEL_CHALLENGE_T61;
-    return encode(context, &challenge, QEL_PDU_ChallengePassword, "the challenge password");
+    return encode(context, &challenge, QEL_PDU_ChallengePassword,
+                  text_of(Text::challenge_password));
 }
 
 // The request in DER, signed and verified again.
@@ -179,7 +180,7 @@ Bytes make_request(const KeyOwner &owner, const Algorithm &algorithm,
         throw Failure{Exit::input, text_of(Text::cannot_make_request, {owner.key.where}),
                       text_of(Text::numbers_do_not_belong), text_of(Text::get_key_from_source),
                       status};
-    return encode(context, &request, QEL_PDU_CertificationRequest, "the request");
+    return encode(context, &request, QEL_PDU_CertificationRequest, text_of(Text::the_request));
 }
 
 } // namespace

@@ -49,11 +49,12 @@ void take_content(QelContext *context, SignedMessage &message) {
 // An OBJECT IDENTIFIER in DER: what an algorithm identifier without parameters holds.
 Bytes encoded_oid(QelContext *context, QelOid *oid) {
     const QelAlgId holder = {oid, nullptr};
-    const Bytes bytes = encode(context, &holder, QEL_PDU_AlgID, "an object identifier");
+    const Bytes bytes = encode(context, &holder, QEL_PDU_AlgID, text_of(Text::object_identifier));
     std::span<const uint8_t> rest = bytes;
     Element outer;
     if (!take_element(rest, outer))
-        throw library_failure(QEL_ERR_ASN1_ENCODE, "cannot encode an object identifier");
+        throw library_failure(QEL_ERR_ASN1_ENCODE,
+                              text_of(Text::cannot_encode, {text_of(Text::object_identifier)}));
     return Bytes(outer.contents.begin(), outer.contents.end());
 }
 
@@ -110,7 +111,7 @@ Bytes digest_of(QelContext *context, std::span<const uint8_t> content, const Alg
         qel_digest(context, content.data(), static_cast<uint32_t>(content.size()), QEL_MODE_FINAL,
                    *algorithm.digest, &place, &length);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot digest the content");
+        throw library_failure(status, text_of(Text::cannot_digest_content));
     return digest;
 }
 
@@ -229,7 +230,7 @@ Bytes make_message(QelContext *context, std::span<const uint8_t> content,
                               const_cast<uint8_t *>(bytes.data())};
     };
     const QelOctetString data = octets(content);
-    const Bytes inner = encode(context, &data, QEL_PDU_OctetString, "the content");
+    const Bytes inner = encode(context, &data, QEL_PDU_OctetString, text_of(Text::the_content));
     QelOctetString inner_octets = octets(inner);
     QelContentInfo content_info = {const_cast<QelOid *>(data_OID), &inner_octets};
     QelAlgIds digests = {nullptr, const_cast<QelAlgId *>(*algorithm.digest)};
@@ -257,10 +258,11 @@ Bytes make_message(QelContext *context, std::span<const uint8_t> content,
     signed_data.contentInfo = &content_info;
     signed_data.certs = nodes.data();
     signed_data.signerInfos = &signers;
-    const Bytes body = encode(context, &signed_data, QEL_PDU_SignedData, "the signed data");
+    const Bytes body =
+        encode(context, &signed_data, QEL_PDU_SignedData, text_of(Text::the_signed_data));
     QelOctetString body_octets = octets(body);
     const QelContentInfo outer = {const_cast<QelOid *>(signedData_OID), &body_octets};
-    return encode(context, &outer, QEL_PDU_ContentInfo, "the message");
+    return encode(context, &outer, QEL_PDU_ContentInfo, text_of(Text::the_message));
 }
 
 } // namespace tool

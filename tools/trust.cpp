@@ -3,6 +3,7 @@
 #include "command.h"
 #include "key_package.h"
 #include "text.h"
+#include "texts.h"
 
 #include <functional>
 
@@ -62,8 +63,9 @@ Exit change_list(const Arguments &arguments, const std::vector<std::string> &inp
         put_json(json);
     } else if (path != "-") {
         const std::size_t number = after > before ? after - before : before - after;
-        put(named(package) + ": " + std::to_string(number) +
-            (after > before ? " added, " : " deleted, ") + std::to_string(after) + " trusted\n");
+        put(text_of(after > before ? Text::trusted_added : Text::trusted_deleted,
+                    {named(package), std::to_string(number), std::to_string(after)}) +
+            "\n");
     }
     return Exit::yes;
 }
@@ -75,10 +77,10 @@ void add_key(QelContext *context, const Certificate &certificate, QelTrustedKeys
                                &serial, nullptr};
     const QelStatus status = __qel_add_trusted_key(context, &key, list);
     if (status == QEL_ERR_ENTRY_EXISTS)
-        throw Failure{Exit::no, "cannot trust the key of " + certificate.where,
-                      "it is trusted already", "Nothing is to be done.", status};
+        throw Failure{Exit::no, text_of(Text::cannot_trust, {certificate.where}),
+                      text_of(Text::trusted_already), text_of(Text::nothing_to_do), status};
     if (status != QEL_OK)
-        throw library_failure(status, "cannot trust the key of " + certificate.where);
+        throw library_failure(status, text_of(Text::cannot_trust, {certificate.where}));
 }
 
 // What is left of a trusted key where only some of its parts are known.
@@ -86,19 +88,19 @@ class Template {
 public:
     Template(QelContext *context, const Arguments &arguments) {
         if (arguments.has("issuer") != arguments.has("serial"))
-            arguments.misuse("'--issuer' and '--serial' go together");
+            arguments.misuse(text_of(Text::issuer_and_serial_together));
         if (!arguments.has("subject") && !arguments.has("issuer"))
-            arguments.misuse("'--subject', or '--issuer' and '--serial', are needed");
+            arguments.misuse(text_of(Text::subject_or_issuer_needed));
         if (arguments.has("subject"))
-            owner_ = read_name(context, arguments.value("subject"), "the subject's name");
+            owner_ = read_name(context, arguments.value("subject"), text_of(Text::subjects_name));
         record_.owner = owner_.get();
         if (!arguments.has("issuer"))
             return;
-        issuer_ = read_name(context, arguments.value("issuer"), "the issuer's name");
+        issuer_ = read_name(context, arguments.value("issuer"), text_of(Text::issuers_name));
         uint8_t *bytes = nullptr;
         if (__qel_hex_2_binary(arguments.value("serial").c_str(), &bytes, &serial_.length) !=
             QEL_OK)
-            arguments.misuse("option '--serial' takes hexadecimal digits");
+            arguments.misuse(text_of(Text::serial_takes));
         serial_bytes_.reset(bytes);
         serial_.value = bytes;
         record_.issuer = issuer_.get();
@@ -126,7 +128,9 @@ Exit run_trust_list(const Arguments &arguments) {
     json["id"] = utf8_or_latin1(package.record->keypkgId);
     json["trusted_keys"] = Json::array();
     if (!arguments.json())
-        put(named(package) + ": " + std::to_string(count_of(package.record->tKeys)) + " trusted\n");
+        put(text_of(Text::trusted_count,
+                    {named(package), std::to_string(count_of(package.record->tKeys))}) +
+            "\n");
     for (const QelTrustedKeys *node = package.record->tKeys; node != nullptr; node = node->next) {
         if (arguments.json()) {
             json["trusted_keys"].push_back(trusted_json(context, *node->key));
@@ -152,7 +156,8 @@ Exit run_trust_add(const Arguments &arguments) {
     for (const Certificate &certificate : certificates)
         if (const std::string state = validity_state(certificate.record->validity);
             state != "valid")
-            warn(certificate.where + ": the certificate is " + state);
+            warn(text_of(Text::certificate_is,
+                         {certificate.where, validity_words(certificate.record->validity)}));
     return change_list(arguments, paths, [&](QelContext *its, QelTrustedKeys **list) {
         for (const Certificate &certificate : certificates)
             add_key(its, certificate, list);
@@ -165,11 +170,11 @@ Exit run_trust_delete(const Arguments &arguments) {
     return change_list(arguments, {}, [&](QelContext *its, QelTrustedKeys **list) {
         const QelStatus status = __qel_delete_trusted_key(its, unwanted.record(), list);
         if (status == QEL_ERR_NO_ENTRY)
-            throw Failure{Exit::no, "cannot find such a trusted key",
-                          "the key package trusts none of this name", "'qel trust list' shows all.",
+            throw Failure{Exit::no, text_of(Text::no_such_trusted_key),
+                          text_of(Text::trusts_none_of_name), text_of(Text::trust_list_shows),
                           status};
         if (status != QEL_OK)
-            throw library_failure(status, "cannot delete the trusted key");
+            throw library_failure(status, text_of(Text::cannot_delete_trusted));
     });
 }
 

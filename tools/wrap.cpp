@@ -8,6 +8,7 @@
 #include "key_server.h"
 #include "pass_phrase.h"
 #include "text.h"
+#include "texts.h"
 
 #include <algorithm>
 
@@ -23,10 +24,10 @@ Failure wrap_failure(QelStatus status, std::string what, const QelKeyInfo *recip
     const unsigned modulus = (rsa_numbers(recipient).bits + 7) / 8;
     if (status == QEL_ERR_WRAP && size + pkcs1_overhead > modulus) {
         failure.exit = Exit::input;
-        failure.why += " (the key has " + std::to_string(size) + " bytes, and a modulus of " +
-                       std::to_string(modulus) + " has room for " +
-                       std::to_string(modulus - std::min(modulus, pkcs1_overhead)) + ")";
-        failure.next = "Check that it is the file of a session key.";
+        failure.why += text_of(Text::key_too_long_for_modulus,
+                               {std::to_string(size), std::to_string(modulus),
+                                std::to_string(modulus - std::min(modulus, pkcs1_overhead))});
+        failure.next = text_of(Text::check_session_key);
     }
     return failure;
 }
@@ -38,8 +39,11 @@ void warn_of(const PublicKey &recipient, const RsaKey &rsa) {
         return;
     const std::string state = validity_state(recipient.certificate.record->validity);
     if (state != "valid")
-        warn("the certificate in " + recipient.where + " is " +
-             (state == "unknown" ? "of unknown validity" : state));
+        warn(state == "unknown"
+                 ? text_of(Text::certificate_in_unknown, {recipient.where})
+                 : text_of(
+                       Text::certificate_in_is,
+                       {recipient.where, validity_words(recipient.certificate.record->validity)}));
 }
 
 } // namespace
@@ -55,7 +59,7 @@ Bytes wrap_key(const Context &context, std::span<const uint8_t> key, const Publi
         vfeqjfkkj(context, key.data(), static_cast<uint32_t>(key.size()), QEL_RC4_AID, rsa.bits,
                   &rsa.parameters, &algorithm, &wrapped, &length);
     if (status != QEL_OK)
-        throw wrap_failure(status, "cannot wrap the key for " + recipient.where, recipient.key(),
+        throw wrap_failure(status, text_of(Text::cannot_wrap, {recipient.where}), recipient.key(),
                            key.size());
     const LibraryBytes owner(wrapped);
     return Bytes(wrapped, wrapped + length);
@@ -68,9 +72,8 @@ const StoredPackage &for_encryption(const std::vector<StoredPackage> &packages,
     for (const StoredPackage &package : packages)
         if (package.record->usage != USAGE_SIGN)
             return package;
-    throw Failure{Exit::permission, "cannot encrypt for " + display_name(path),
-                  "the usage of its key is sign, so its owner could not decrypt",
-                  "Ask for a key package of usage both or decrypt."};
+    throw Failure{Exit::permission, text_of(Text::cannot_encrypt_for, {display_name(path)}),
+                  text_of(Text::usage_is_sign), text_of(Text::ask_for_decrypt_package)};
 }
 
 } // namespace
@@ -83,9 +86,9 @@ PublicKey read_recipient(const Context &context, const std::string &path) {
     const StoredPackage &package = for_encryption(packages, path);
     const QelStatus status = signature_status(context, package);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot use the key package in " + package.where);
-    const Bytes key =
-        encode(context, package.record->pubKeyInfo, QEL_PDU_SubjectPublicKeyInfo, "a public key");
+        throw library_failure(status, text_of(Text::cannot_use_package_in, {package.where}));
+    const Bytes key = encode(context, package.record->pubKeyInfo, QEL_PDU_SubjectPublicKeyInfo,
+                             text_of(Text::a_public_key));
     return {package.where, decode<QelKeyInfo>(context, key, QEL_PDU_SubjectPublicKeyInfo), {}};
 }
 
@@ -94,7 +97,7 @@ unsigned modulus_bytes(const Context &context, const PrivateKey &key, const std:
     const QelStatus status = __qel_get_rsa_keysize(context, QEL_RSA_PRIVATE, key.octets.data(),
                                                    static_cast<uint32_t>(key.octets.size()), &size);
     if (status != QEL_OK)
-        throw library_failure(status, "cannot use the private key in " + where);
+        throw library_failure(status, text_of(Text::cannot_use_private_key, {where}));
     return size;
 }
 
@@ -122,8 +125,8 @@ void Recipients::add(const Context &context, std::span<const uint8_t> key, Publi
     if (const QelCert *certificate = member.key.certificate.record.get()) {
         member.who = {certificate->issuer, certificate->serial};
     } else {
-        const Bytes encoding =
-            encode(context, member.key.key(), QEL_PDU_SubjectPublicKeyInfo, "a public key");
+        const Bytes encoding = encode(context, member.key.key(), QEL_PDU_SubjectPublicKeyInfo,
+                                      text_of(Text::a_public_key));
         const std::string digits = fingerprint(context, encoding, algorithm_named("md5"));
         member.serial = *from_hex(bytes_of("00" + digits)); // positive
         if (member.serial[1] < 0x80)
@@ -161,8 +164,8 @@ bool is_recipient(const Context &context, const QelRcptInfo &info, const QelCert
     const QelIssuerAndSerial &who = *info.issuerAndSerialNumber;
     return std::ranges::equal(std::span(who.serial.value, who.serial.length),
                               std::span(certificate.serial.value, certificate.serial.length)) &&
-           encode(context, who.issuer, QEL_PDU_Name, "a name") ==
-               encode(context, certificate.issuer, QEL_PDU_Name, "a name");
+           encode(context, who.issuer, QEL_PDU_Name, text_of(Text::a_name)) ==
+               encode(context, certificate.issuer, QEL_PDU_Name, text_of(Text::a_name));
 }
 
 // ---- Commands ----------------------------------------------------------------------------------
@@ -172,7 +175,7 @@ Exit run_wrap(const Arguments &arguments) {
     const std::string output = arguments.value("output", "-");
     arguments.check_stdin_once({path, arguments.value("to")});
     if (output == "-" && !arguments.json())
-        refuse_terminal(arguments.command().name, "the result is binary; give '--output FILE'");
+        refuse_terminal(arguments.command().name, text_of(Text::binary));
 
     const Context context;
     const PublicKey recipient = read_recipient(context, arguments.value("to"));
@@ -195,10 +198,9 @@ Exit run_wrap(const Arguments &arguments) {
 namespace {
 
 Failure unwrap_failure(QelStatus status, const std::string &path, unsigned modulus) {
-    const std::string what = "cannot unwrap the key in " + display_name(path);
+    const std::string what = text_of(Text::cannot_unwrap, {display_name(path)});
     if (status == QEL_ERR_UNWRAP || status == QEL_ERR_SERV_DECRYPT)
-        return library_failure(status, what,
-                               "Check that it was wrapped for this private key, and is undamaged.");
+        return library_failure(status, what, text_of(Text::check_wrapped_for_key));
     return policy_failure(status, what, unwrapping_modulus_rule(modulus));
 }
 
@@ -209,19 +211,18 @@ Exit run_unwrap(const Arguments &arguments) {
     const std::string output = arguments.value("output");
     arguments.check_stdin_once({path, arguments.value("key"), phrase_path(arguments, "passin")});
     if (output == "-" && arguments.json())
-        arguments.misuse("the key is not printed as JSON; give '--output FILE'");
+        arguments.misuse(text_of(Text::key_not_as_json));
     if (output == "-")
-        refuse_terminal(arguments.command().name, "keys are not printed; give '--output FILE'");
+        refuse_terminal(arguments.command().name, text_of(Text::keys_not_printed));
 
     const UsableKey private_key = usable_key(arguments, USAGE_ENCRYPT);
     const unsigned modulus = modulus_bytes(private_key);
     const Bytes wrapped = read_whole(path);
     if (wrapped.size() != modulus && modulus <= most_unwrap_bytes)
-        throw Failure{Exit::input, "cannot unwrap the key in " + display_name(path),
-                      "it has " + std::to_string(wrapped.size()) +
-                          " bytes; a key that is wrapped for this private key has " +
-                          std::to_string(modulus),
-                      "Check that it is the right file, and bytes, not armour."};
+        throw Failure{Exit::input, text_of(Text::cannot_unwrap, {display_name(path)}),
+                      text_of(Text::wrapped_key_size,
+                              {std::to_string(wrapped.size()), std::to_string(modulus)}),
+                      text_of(Text::right_file_not_armour)};
     QelStatus status = QEL_OK;
     const Bytes key = unwrap_key(*private_key.context, wrapped, private_key.key, status);
     if (status != QEL_OK)
