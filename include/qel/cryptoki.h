@@ -12,8 +12,8 @@
  *  - Lengths count bytes. *length_out receives the number of bytes written; what it held before is
  *    not read. Room for output is the caller's to provide: each function says how much.
  *  - An Init replaces the operation in its session; one that fails leaves none, unless it was refused
- *    for an argument that is null, unknown or too short. The operation then serves any number of calls until another
- *    Init, or the end of the session.
+ *    for an argument that is null, unknown or too short. The operation then serves any number of
+ *    calls until another Init, or the end of the session.
  */
 #ifndef QEL_CRYPTOKI_H
 #define QEL_CRYPTOKI_H

@@ -176,9 +176,9 @@ QelStatus qel_get_alglist(const QelAlgListEntry **list_out);
  *
  * Writing gives capital letters (a to z only) and single blanks, "CN=ALICE + OU=B, C=US", and
  * accepts PrintableString where T61String is written. The text reads back as the same name, but for
- * the case of letters, unless a value is empty, longer than names allow, in characters outside its type's alphabet,
- * ends with a backslash, or holds a '+', a '"', a blank before a comma, or white space that reading
- * drops. A PrintableString may read back as a T61String.
+ * the case of letters, unless a value is empty, longer than names allow, in characters outside its
+ * type's alphabet, ends with a backslash, or holds a '+', a '"', a blank before a comma, or white
+ * space that reading drops. A PrintableString may read back as a T61String.
  */
 
 /*
@@ -359,7 +359,8 @@ QelStatus qel_verify_cert_chain(QelContext *context, const QelCert *chain, int c
  * QEL_ERR_KEY_EXPIRED, QEL_ERR_TKEY_EXPIRED. QEL_ERR_NO_CHAIN: nothing but circles, a
  * self-signed certificate whose name is not allowed, or 10,000 issuers without an end.
  * QEL_ERR_UNKNOWN_USER, QEL_ERR_NO_CERT: nobody in the naming service has an issuer's name, or who has
- * it has no certificate. QEL_ERR_ISSUER_NOT_TRUSTED: a self-signed certificate that is not trusted. QEL_ERR_BAD_PARAM: also allowed_names without a name.
+ * it has no certificate. QEL_ERR_ISSUER_NOT_TRUSTED: a self-signed certificate that is not trusted.
+ * QEL_ERR_BAD_PARAM: also allowed_names without a name.
  * What qel_verify_cert, qel_get_cert, __qel_find_dn_in_list and __qel_cmp_dn return: the failure that
  * ended the search, or the one that was met last. QEL_ERR_NO_MEMORY.
  */
